@@ -1,0 +1,10 @@
+# What every target of ours is built with: link kelpmoray_options PRIVATE.
+add_library(kelpmoray_options INTERFACE)
+target_compile_features(kelpmoray_options INTERFACE cxx_std_20)
+target_compile_options(kelpmoray_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+target_include_directories(kelpmoray_options INTERFACE ${PROJECT_SOURCE_DIR})
+if(KELPMORAY_SANITIZE)
+  target_compile_options(kelpmoray_options INTERFACE
+    -fsanitize=${KELPMORAY_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(kelpmoray_options INTERFACE -fsanitize=${KELPMORAY_SANITIZE})
+endif()

@@ -1,0 +1,25 @@
+#!/bin/sh
+# Installs what is missing, builds, and runs every test: ./test.sh [--sanitizers]
+set -eu
+cd "$(dirname "$0")"
+
+case "${1:-}" in
+"") presets=dev ;;
+--sanitizers) presets="asan tsan" ;;
+*)
+    echo "usage: ./test.sh [--sanitizers]" >&2
+    exit 2
+    ;;
+esac
+
+tools/install-packages.sh --test
+for preset in $presets; do
+    echo "== $preset"
+    cmake --preset "$preset" >"build-$preset.log" 2>&1 || {
+        cat "build-$preset.log"
+        exit 1
+    }
+    rm "build-$preset.log"
+    cmake --build --preset "$preset"
+    ctest --preset "$preset"
+done

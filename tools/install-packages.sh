@@ -1,0 +1,39 @@
+#!/bin/sh
+# Installs what building (and, with --test, testing) needs on Debian; elsewhere says what is needed.
+set -eu
+
+packages="g++ cmake ninja-build zip"
+if [ "${1:-}" = --test ]; then
+    packages="$packages libgtest-dev libgmock-dev clang-format-14 shellcheck unzip python3 git"
+fi
+
+if ! command -v dpkg-query >/dev/null 2>&1; then
+    for tool in cmake ninja zip; do
+        command -v "$tool" >/dev/null 2>&1 || {
+            echo "missing: $tool (needed: $packages, or this system's equivalents)" >&2
+            exit 1
+        }
+    done
+    exit 0
+fi
+
+missing=
+for package in $packages; do
+    status=$(dpkg-query -W -f '${Status}' "$package" 2>/dev/null || true)
+    [ "$status" = "install ok installed" ] || missing="$missing $package"
+done
+[ -n "$missing" ] || exit 0
+
+as_root=
+if [ "$(id -u)" -ne 0 ]; then
+    as_root=sudo
+    command -v sudo >/dev/null 2>&1 || {
+        echo "missing packages:$missing. Install them as root: apt-get install$missing" >&2
+        exit 1
+    }
+fi
+echo "Installing:$missing"
+$as_root apt-get update -q
+# shellcheck disable=SC2086 # a list of package names, split on purpose
+$as_root env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -q --no-install-recommends $missing
