@@ -13,13 +13,14 @@ case "${1:-}" in
 esac
 
 tools/install-packages.sh --test
+mkdir -p build
 for preset in $presets; do
     echo "== $preset"
-    cmake --preset "$preset" >"build-$preset.log" 2>&1 || {
-        cat "build-$preset.log"
+    log=build/$preset.log
+    cmake --preset "$preset" >"$log" 2>&1 || {
+        cat "$log"
         exit 1
     }
-    rm "build-$preset.log"
     cmake --build --preset "$preset"
     ctest --preset "$preset"
 done

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "core/MainBundle.h"
+#include "core/Receiver.h"
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// One run of a script over a package.
+struct ScriptRun {
+    std::string scriptFileName;        ///< "(null)" when the script is missing
+    std::optional<std::string> output; ///< none when it wrote nothing usable
+};
+
+/// What processing asks of the outside and tells it. Called on the thread that processes.
+struct ProcessingOutside {
+    std::function<bool()> doNotCodesign;
+    std::function<std::optional<std::string>()> codesigningIdentity;
+    std::function<bool(const std::string& package)> isValidItemToSign;
+    std::function<std::optional<std::string>(const std::string& command)> runShellCommand;
+    /// A package's scripts are about to run.
+    std::function<void(const std::string& package)> packageStarted = [](const auto&) {};
+    /// A package's scripts have run.
+    std::function<void(const std::string& package, const std::vector<ScriptRun>& runs)>
+        packageProcessed = [](const auto&, const auto&) {};
+};
+
+/// What a person is shown while a package's scripts run.
+[[nodiscard]] std::string progressText(const std::string& package);
+
+/// SCRIPT "PACKAGE" "IDENTITY": the command line of one script. The script's path stands unquoted
+/// and nothing is escaped; a missing script or package prints as "(null)".
+[[nodiscard]] std::string scriptCommandLine(const std::optional<std::string>& script,
+                                            const std::optional<std::string>& package,
+                                            const std::optional<std::string>& identity);
+
+/// Runs the right scripts over one package, each to its end: the one of the edition that never
+/// signs if the bundle has it; else the signing one, unless signing is off, and then the packing
+/// one. How a script ends changes nothing.
+std::vector<ScriptRun> runScripts(const MainBundle& bundle, const ProcessingOutside& outside,
+                                  const std::optional<std::string>& package,
+                                  const std::optional<std::string>& identity);
+
+/// Runs the scripts over `package` if it is valid, with the identity chosen now. `methodName` is
+/// the method that its log lines name. False if the package is not valid.
+bool processPackage(const Receiver& receiver, const char* methodName, const MainBundle& bundle,
+                    const ProcessingOutside& outside, const std::string& package);
+
+/// Processes the packages of one entry of the work set (a folder, or a package itself), one after
+/// the other. Blocks while the scripts run: never for the main thread.
+void processEntry(const Receiver& receiver, const MainBundle& bundle,
+                  const ProcessingOutside& outside, const std::string& entry);

@@ -1,0 +1,53 @@
+#include "core/Log.h"
+
+#include "core/platform/SystemLog.h"
+
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+
+#include <unistd.h>
+
+namespace {
+
+bool standardErrorEnabled = true;
+std::function<void(std::string_view)> captureSink;
+
+/// "2026-11-24 19:51:38.123 kelpmoray[4711] ": when and by whom.
+std::string prefix() {
+    using namespace std::chrono;
+    const auto now = system_clock::now();
+    const std::time_t seconds = system_clock::to_time_t(now);
+    const auto milliseconds = duration_cast<std::chrono::milliseconds>(now.time_since_epoch()) % 1s;
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    char time[32];
+    std::strftime(time, sizeof time, "%Y-%m-%d %H:%M:%S", &local);
+    char fraction[16];
+    std::snprintf(fraction, sizeof fraction, ".%03d", static_cast<int>(milliseconds.count()));
+    return std::string(time) + fraction + ' ' + processName() + '[' + std::to_string(getpid()) +
+           "] ";
+}
+
+} // namespace
+
+void Log::setStandardErrorEnabled(bool enabled) {
+    standardErrorEnabled = enabled;
+}
+
+void Log::capture(std::function<void(std::string_view)> sink) {
+    captureSink = std::move(sink);
+}
+
+void Log::write(std::string_view message) {
+    if (captureSink) {
+        captureSink(message);
+        return;
+    }
+    writeToSystemLog(message);
+    if (standardErrorEnabled) {
+        const std::string line = prefix().append(message).append("\n");
+        // One call a line, so that the lines of two threads do not mix.
+        std::fwrite(line.data(), 1, line.size(), stderr);
+    }
+}

@@ -1,0 +1,116 @@
+#include "core/Path.h"
+
+#include "core/Text.h"
+
+#include <cstdlib>
+#include <filesystem>
+
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+std::string_view withoutTrailingSlashes(std::string_view path) {
+    while (path.size() > 1 && path.ends_with('/'))
+        path.remove_suffix(1);
+    return path;
+}
+
+/// The home folder of `user` (the current one if empty), empty if unknown.
+std::string homeFolderOf(const std::string& user) {
+    if (user.empty()) {
+        if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0')
+            return home;
+    }
+    const passwd* entry = user.empty() ? getpwuid(getuid()) : getpwnam(user.c_str());
+    return entry != nullptr && entry->pw_dir != nullptr ? entry->pw_dir : "";
+}
+
+std::string expandingTilde(std::string_view path) {
+    if (!path.starts_with('~'))
+        return std::string(path);
+    const std::size_t end = std::min(path.find('/'), path.size());
+    const std::string home = homeFolderOf(std::string(path.substr(1, end - 1)));
+    return home.empty() ? std::string(path) : home + std::string(path.substr(end));
+}
+
+/// Steps from `path` to the folder above, through the file system where `path` is a link.
+std::string parentFolder(const std::string& path) {
+    std::error_code error;
+    const std::filesystem::path target = std::filesystem::canonical(path, error);
+    return deletingLastPathComponent(error ? path : target.string());
+}
+
+} // namespace
+
+std::string lastPathComponent(std::string_view path) {
+    path = withoutTrailingSlashes(path);
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string_view::npos || path.size() == 1)
+        return std::string(path);
+    return std::string(path.substr(slash + 1));
+}
+
+std::string deletingLastPathComponent(std::string_view path) {
+    path = withoutTrailingSlashes(path);
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string_view::npos)
+        return {};
+    return std::string(withoutTrailingSlashes(path.substr(0, slash + 1)));
+}
+
+std::string pathExtension(std::string_view path) {
+    const std::string name = lastPathComponent(path);
+    const std::size_t dot = name.rfind('.');
+    return dot == std::string::npos || dot == 0 ? std::string() : name.substr(dot + 1);
+}
+
+bool hasAppExtension(std::string_view path) {
+    return equalsIgnoringCase(pathExtension(path), "app");
+}
+
+std::string appendingPathComponent(std::string_view folder, std::string_view component) {
+    std::string path(withoutTrailingSlashes(folder));
+    if (!path.ends_with('/') && !path.empty())
+        path += '/';
+    return path.append(component);
+}
+
+std::string homeFolder() {
+    return homeFolderOf({});
+}
+
+std::string standardizedPath(std::string_view path) {
+    const std::string expanded = expandingTilde(path);
+    const bool absolute = expanded.starts_with('/');
+    std::string result = absolute ? "/" : "";
+    for (std::string_view step : split(expanded, "/")) {
+        if (step.empty() || step == ".")
+            continue;
+        const bool canGoUp = !result.empty() && lastPathComponent(result) != "..";
+        if (step != "..")
+            result = appendingPathComponent(result, step);
+        else if (absolute)
+            result = parentFolder(result);
+        else
+            result =
+                canGoUp ? deletingLastPathComponent(result) : appendingPathComponent(result, step);
+    }
+    return result;
+}
+
+bool fileExists(const std::string& path) {
+    std::error_code error;
+    return std::filesystem::exists(path, error);
+}
+
+bool isDirectory(const std::string& path) {
+    std::error_code error;
+    return std::filesystem::is_directory(path, error);
+}
+
+bool isRegularFile(const std::string& path) {
+    std::error_code error;
+    return std::filesystem::is_regular_file(path, error);
+}

@@ -1,0 +1,19 @@
+#include "core/ScriptOutcome.h"
+
+#include "core/Text.h"
+
+ScriptOutcome outcomeOf(const ScriptRun& run) {
+    using Kind = ScriptOutcome::Kind;
+    constexpr std::pair<std::string_view, Kind> beginnings[] = {{"packed: ", Kind::Packed},
+                                                                {"signed: ", Kind::Signed},
+                                                                {"unsigned: ", Kind::Unsigned},
+                                                                {"error: ", Kind::Failed}};
+    const std::string output = run.output.value_or("");
+    const std::string_view lastLine = split(trimmed(output), "\n").back();
+    for (const auto& [beginning, kind] : beginnings) {
+        if (lastLine.starts_with(beginning))
+            return {kind, std::string(lastLine.substr(beginning.size()))};
+    }
+    return {Kind::Failed, run.scriptFileName + " ended without a result" +
+                              (lastLine.empty() ? "" : ": " + std::string(lastLine))};
+}

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "core/Identities.h"
+#include "core/Receiver.h"
+
+#include <functional>
+#include <string>
+
+/// Looks who signed the package at `path` and logs whether it was one of the identities that
+/// `identities` gives (asked anew for every authority of the signature). A diagnostic step: the
+/// answer is always true. Blocks while the inspector runs; any thread.
+bool isValidItemToSign(const Receiver& receiver, const std::string& path, bool doNotCodesign,
+                       const std::function<IdentityList()>& identities);

@@ -1,0 +1,79 @@
+#include "core/platform/FileType.h"
+
+#include "core/Path.h"
+#include "core/Text.h"
+#include "core/platform/PropertyList.h"
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <iterator>
+
+#include <sys/stat.h>
+#ifdef __linux__
+#include <fcntl.h>
+#endif
+
+namespace {
+
+constexpr std::array packageExtensions = {
+    "appex", "bundle", "component", "dsym",     "framework",   "kext",      "mdimporter",
+    "mpkg",  "pkg",    "plugin",    "prefpane", "rtfd",        "saver",     "service",
+    "vst",   "vst3",   "wdgt",      "workflow", "xcworkspace", "xcodeproj", "xpc"};
+
+bool isMountPoint(const std::string& path) {
+#ifdef STATX_ATTR_MOUNT_ROOT
+    // Two file systems of one mount (btrfs subvolumes) differ in device; only the kernel knows.
+    struct statx status {};
+    if (statx(AT_FDCWD, path.c_str(), 0, STATX_TYPE, &status) == 0 &&
+        (status.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) != 0)
+        return (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+#endif
+    struct stat own {};
+    struct stat above {};
+    return stat(path.c_str(), &own) == 0 && stat((path + "/..").c_str(), &above) == 0 &&
+           (own.st_dev != above.st_dev || own.st_ino == above.st_ino);
+}
+
+/// Whether the package laid out around `infoFile` is an application whose executable is there.
+bool isApplication(const std::string& infoFile, const std::string& executables,
+                   const std::string& defaultName) {
+    std::ifstream file(infoFile, std::ios::binary);
+    const std::string bytes((std::istreambuf_iterator<char>(file)),
+                            std::istreambuf_iterator<char>());
+    const auto info = propertyListStrings(bytes);
+    if (!info)
+        return false;
+    const auto type = info->find("CFBundlePackageType");
+    const auto name = info->find("CFBundleExecutable");
+    return (type == info->end() || type->second == "APPL") &&
+           isRegularFile(appendingPathComponent(executables,
+                                                name == info->end() ? defaultName : name->second));
+}
+
+bool isWellFormedApplication(const std::string& package) {
+    const std::string name = lastPathComponent(package);
+    const std::string stem = name.substr(0, name.rfind('.'));
+    const std::string contents = appendingPathComponent(package, "Contents");
+    return isApplication(contents + "/Info.plist", contents + "/MacOS", stem) ||
+           isApplication(appendingPathComponent(package, "Info.plist"), package, stem) ||
+           isRegularFile(appendingPathComponent(package, "Resources/Info-gnustep.plist")) ||
+           isRegularFile(appendingPathComponent(package, stem));
+}
+
+} // namespace
+
+std::optional<FileType> typeOfFile(const std::string& path) {
+    if (!fileExists(path))
+        return std::nullopt;
+    if (!isDirectory(path))
+        return FileType::Data;
+    if (isMountPoint(path))
+        return FileType::Volume;
+    if (hasAppExtension(path))
+        return isWellFormedApplication(path) ? FileType::ApplicationBundle : FileType::Package;
+    const std::string extension = lowercased(pathExtension(path));
+    return std::ranges::find(packageExtensions, extension) != packageExtensions.end()
+               ? FileType::Package
+               : FileType::Folder;
+}

@@ -1,0 +1,114 @@
+#include "core/platform/FileType.h"
+
+#include "core/platform/PropertyList.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+
+using testing::Optional;
+using testing::Pair;
+using testing::UnorderedElementsAre;
+
+namespace {
+
+/// Builds a binary property list: {"CFBundleExecutable": "run", "N": true, "U": "ü" in UTF-16}.
+std::string binaryPropertyList() {
+    const std::vector<std::string> objects = {std::string("\xD3\x01\x02\x03\x04\x05\x06", 7),
+                                              "\x5F\x10\x12"
+                                              "CFBundleExecutable",
+                                              "\x51N",
+                                              "\x51U",
+                                              "\x53run",
+                                              "\x09",
+                                              std::string("\x61\x00\xFC", 3)};
+    std::string bytes = "bplist00";
+    std::string offsets;
+    for (const std::string& object : objects) {
+        offsets += static_cast<char>(bytes.size());
+        bytes += object;
+    }
+    const std::size_t tableOffset = bytes.size();
+    std::string trailer(32, '\0');
+    trailer[6] = 1;
+    trailer[7] = 1;
+    trailer[15] = static_cast<char>(objects.size());
+    trailer[31] = static_cast<char>(tableOffset);
+    return bytes + offsets + trailer;
+}
+
+std::string plist(const std::string& content) {
+    return "<?xml version=\"1.0\"?>\n<!DOCTYPE plist>\n<plist version=\"1.0\"><dict>" + content +
+           "</dict></plist>";
+}
+
+} // namespace
+
+TEST(PropertyList, GivesTheStringsOfTheOutermostDictionary) {
+    EXPECT_THAT(propertyListStrings(plist("<!-- <key>no</key> --><key>A</key><string>1 &lt; "
+                                          "&amp;lt;</string><key>B</key><true/><key>C</key><dict>"
+                                          "<key>A</key><string>inner</string></dict>\n"
+                                          "<key>D</key>\n\t<string></string>")),
+                Optional(UnorderedElementsAre(Pair("A", "1 < &lt;"), Pair("D", ""))));
+    EXPECT_EQ(propertyListStrings("{ A = 1; }"), std::nullopt);
+    EXPECT_EQ(propertyListStrings(""), std::nullopt);
+}
+
+TEST(PropertyList, ReadsTheBinaryForm) {
+    EXPECT_THAT(propertyListStrings(binaryPropertyList()),
+                Optional(UnorderedElementsAre(Pair("CFBundleExecutable", "run"))));
+}
+
+TEST(PropertyList, SurvivesEveryBrokenByteOfTheBinaryForm) {
+    const std::string whole = binaryPropertyList();
+    std::size_t read = 0;
+    for (std::size_t i = 0; i < whole.size(); ++i) {
+        for (char broken : {'\0', '\x0F', '\x5F', '\x7F', '\xFF'}) {
+            std::string bytes = whole;
+            bytes[i] = broken;
+            read += propertyListStrings(bytes).has_value() ? 1 : 0;
+        }
+        EXPECT_LE(propertyListStrings(whole.substr(0, i))
+                      .value_or(std::map<std::string, std::string>{})
+                      .size(),
+                  2U);
+    }
+    EXPECT_GE(read, (whole.size() - 8) * 5) << "all but those whose first bytes are broken";
+}
+
+TEST(FileType, KnowsTheLayoutsOfAWellFormedApplication) {
+    const TemporaryFolder folder;
+    const auto type = [&](const std::string& name) { return typeOfFile(folder.path(name)); };
+
+    folder.makeApplication("Bundle.app");
+    EXPECT_EQ(type("Bundle.app"), FileType::ApplicationBundle);
+
+    folder.makeFile("Flat.app/Info.plist", plist("<key>X</key><string>y</string>"));
+    EXPECT_EQ(type("Flat.app"), FileType::Package) << "its executable is missing";
+    folder.makeFile("Flat.app/Flat");
+    EXPECT_EQ(type("Flat.app"), FileType::ApplicationBundle);
+
+    folder.makeFile("Binary.app/Contents/Info.plist", binaryPropertyList());
+    folder.makeFile("Binary.app/Contents/MacOS/run");
+    EXPECT_EQ(type("Binary.app"), FileType::ApplicationBundle);
+
+    folder.makeFile("Steps.app/Resources/Info-gnustep.plist");
+    EXPECT_EQ(type("Steps.app"), FileType::ApplicationBundle);
+    folder.makeFile("Tool.APP/Tool");
+    EXPECT_EQ(type("Tool.APP"), FileType::ApplicationBundle);
+
+    folder.makeFile("Fmwk.app/Contents/Info.plist",
+                    plist("<key>CFBundlePackageType</key><string>FMWK</string>"));
+    folder.makeFile("Fmwk.app/Contents/MacOS/Fmwk");
+    EXPECT_EQ(type("Fmwk.app"), FileType::Package) << "it says that it is something else";
+}
+
+TEST(FileType, TellsFoldersPackagesVolumesAndDataApart) {
+    const TemporaryFolder folder;
+    EXPECT_EQ(typeOfFile(folder.makeFolder("Plain")), FileType::Folder);
+    EXPECT_EQ(typeOfFile(folder.makeFolder("v1.2")), FileType::Folder);
+    EXPECT_EQ(typeOfFile(folder.makeFolder("P.PlugIn")), FileType::Package);
+    EXPECT_EQ(typeOfFile(folder.makeFile("File.app")), FileType::Data);
+    EXPECT_EQ(typeOfFile(folder.makeLink("dangling", "nowhere")), std::nullopt);
+    EXPECT_EQ(typeOfFile("/"), FileType::Volume);
+    EXPECT_EQ(typeOfFile("/proc/"), FileType::Volume);
+}

@@ -1,0 +1,146 @@
+#include "core/ItemProcessing.h"
+
+#include "core/ScriptOutcome.h"
+#include "core/ShellRunners.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+const Receiver receiver{"Tester", "<Tester>"};
+
+/// Scripts that write down how they were called, one line a call, and answer with a text.
+struct ItemProcessing : testing::Test {
+    ItemProcessing() {
+        bundle.resourcesFolder = noBlank;
+        std::filesystem::create_directories(noBlank);
+    }
+    ~ItemProcessing() override { std::filesystem::remove_all(noBlank); }
+
+    void install(const std::string& script) const {
+        const std::string path = noBlank + '/' + script + ".sh";
+        std::ofstream(path) << "#!/bin/sh\nprintf '%s\\n' \"${0##*/} $# [$1] [$2]\" >>'"
+                            << folder.path("calls") << "'\necho done by ${0##*/}\n";
+        std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+    }
+    [[nodiscard]] std::string calls() const { return contentOf(folder.path("calls")); }
+
+    TemporaryFolder folder;
+    LogCapture log;
+    std::string noBlank = "/tmp/kelpmoray-scripts-" + std::to_string(getpid());
+    MainBundle bundle;
+    bool doNotCodesign = false;
+    std::optional<std::string> identity = "Jo (X1)";
+    std::vector<std::string> events;
+    ProcessingOutside outside = {
+        .doNotCodesign = [this] { return doNotCodesign; },
+        .codesigningIdentity = [this] { return identity; },
+        .isValidItemToSign =
+            [](const std::string& package) { return !package.ends_with("Invalid.app"); },
+        .runShellCommand = runShellCommand,
+        .packageStarted =
+            [this](const std::string& package) { events.push_back(progressText(package)); },
+        .packageProcessed =
+            [this](const std::string&, const std::vector<ScriptRun>& runs) {
+                for (const ScriptRun& run : runs)
+                    events.push_back(run.scriptFileName + ": " + run.output.value_or("none"));
+            }};
+};
+
+} // namespace
+
+TEST_F(ItemProcessing, SignsThenPacks) {
+    install("fenwoCodesignApps");
+    install("fenwoJustZipApps");
+    runScripts(bundle, outside, "/p/A b.app", identity);
+    runScripts(bundle, outside, "/p/C.app", std::nullopt);
+    EXPECT_EQ(calls(), "fenwoCodesignApps.sh 2 [/p/A b.app] [Jo (X1)]\n"
+                       "fenwoJustZipApps.sh 1 [/p/A b.app] []\n"
+                       "fenwoCodesignApps.sh 1 [/p/C.app] []\n"
+                       "fenwoJustZipApps.sh 1 [/p/C.app] []\n");
+    const auto messages = log.messages();
+    ASSERT_EQ(messages.size(), 8U);
+    EXPECT_EQ(messages[0],
+              "cmdstring = " + noBlank + "/fenwoCodesignApps.sh \"/p/A b.app\" \"Jo (X1)\"");
+    EXPECT_EQ(messages[1], "result of fenwoCodesignApps.sh = done by fenwoCodesignApps.sh\n");
+}
+
+TEST_F(ItemProcessing, OnlyPacksWhenSigningIsOff) {
+    install("fenwoCodesignApps");
+    install("fenwoJustZipApps");
+    doNotCodesign = true;
+    runScripts(bundle, outside, "/p/A.app", identity);
+    EXPECT_EQ(calls(), "fenwoJustZipApps.sh 1 [/p/A.app] []\n");
+}
+
+TEST_F(ItemProcessing, RunsTheScriptThatNeverSignsAloneWhereItIs) {
+    install("fenwoCodesignApps");
+    install("fenwoJustZipApps");
+    install("fenwoZipAppsDNP");
+    outside.doNotCodesign = [] {
+        ADD_FAILURE() << "the setting is not consulted";
+        return false;
+    };
+    runScripts(bundle, outside, "/p/A.app", identity);
+    EXPECT_EQ(calls(), "fenwoZipAppsDNP.sh 1 [/p/A.app] []\n");
+}
+
+TEST_F(ItemProcessing, HandsAMissingScriptToTheShellAsNull) {
+    const auto runs = runScripts(bundle, outside, std::nullopt, std::nullopt);
+    ASSERT_EQ(runs.size(), 2U);
+    EXPECT_EQ(runs[1].output, std::nullopt);
+    EXPECT_EQ(log.count("cmdstring = (null) \"(null)\""), 2);
+    EXPECT_EQ(log.count("result of (null) = (null)"), 2);
+}
+
+TEST_F(ItemProcessing, QuotesThePackageButNotTheScript) {
+    EXPECT_EQ(scriptCommandLine("/a b/s.sh", "/p/$x\".app", "I"),
+              "/a b/s.sh \"/p/$x\".app\" \"I\"");
+}
+
+TEST_F(ItemProcessing, WalksTheValidPackagesOfAnEntryInOrder) {
+    install("fenwoJustZipApps");
+    doNotCodesign = true;
+    for (const char* package : {"E/B.app", "E/A.app", "E/Invalid.app"})
+        folder.makeFolder(package);
+    processEntry(receiver, bundle, outside, folder.path("E"));
+    EXPECT_THAT(events, ElementsAre("Processing App Package: A.app...",
+                                    "fenwoJustZipApps.sh: done by fenwoJustZipApps.sh\n",
+                                    "Processing App Package: B.app...",
+                                    "fenwoJustZipApps.sh: done by fenwoJustZipApps.sh\n"));
+    EXPECT_EQ(log.messages().front(), "<Tester>-doProcessItemNew:...");
+    EXPECT_EQ(log.count("<Tester>-doProcessItemNew:...appsToSign(3) = (\n    \"" +
+                        folder.path("E/A.app") + "\",\n    \"" + folder.path("E/B.app") +
+                        "\",\n    \"" + folder.path("E/Invalid.app") + "\"\n)"),
+              1);
+    EXPECT_EQ(log.count("<Tester>-doProcessItemNew:...item NOT VALID To sign...."), 1);
+}
+
+TEST_F(ItemProcessing, FindsNothingToDoInAnEmptyEntry) {
+    processEntry(receiver, bundle, outside, folder.makeFolder("Empty"));
+    EXPECT_THAT(events, IsEmpty());
+    EXPECT_EQ(log.count("<Tester>-doProcessItemNew:...appsToSign(0) = (\n)"), 1);
+}
+
+TEST(ScriptOutcome, IsReadFromTheLastLine) {
+    using Kind = ScriptOutcome::Kind;
+    const auto outcome = [](const std::optional<std::string>& output) {
+        const ScriptOutcome result = outcomeOf({"s.sh", output});
+        return std::pair(result.kind, result.detail);
+    };
+    EXPECT_EQ(outcome("noise\npacked: /a b.zip\n"),
+              std::pair(Kind::Packed, std::string("/a b.zip")));
+    EXPECT_EQ(outcome("signed: /a"), std::pair(Kind::Signed, std::string("/a")));
+    EXPECT_EQ(outcome("unsigned: /a\n\n"), std::pair(Kind::Unsigned, std::string("/a")));
+    EXPECT_EQ(outcome("packed: /a\nerror: no room: make some"),
+              std::pair(Kind::Failed, std::string("no room: make some")));
+    EXPECT_EQ(outcome("packed: /a\nKilled"),
+              std::pair(Kind::Failed, std::string("s.sh ended without a result: Killed")));
+    EXPECT_EQ(outcome(std::nullopt),
+              std::pair(Kind::Failed, std::string("s.sh ended without a result")));
+}

@@ -1,0 +1,119 @@
+#include "core/ShellRunners.h"
+
+#include "tests/support/LogCapture.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <csignal>
+
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using VornNSStringAdditions::outputWhenRunAsShellCommand;
+using VornNSStringAdditions::runAsShellCmd;
+
+namespace {
+
+constexpr const char* bytesCommand = "head -c %i /dev/zero | tr '\\0' ";
+
+std::string letters(int count) {
+    return format(bytesCommand, count) + "a";
+}
+
+void handler(int) {}
+
+} // namespace
+
+TEST(RunShellCommand, GivesAtMostTheFirst512000Bytes) {
+    EXPECT_EQ(runShellCommand(letters(511'999)), std::string(511'999, 'a'));
+    EXPECT_EQ(runShellCommand(letters(512'000)), std::string(512'000, 'a'));
+    EXPECT_EQ(runShellCommand(letters(2'000'000)), std::string(512'000, 'a'));
+}
+
+TEST(RunShellCommand, EndsTheTextAtTheFirstZeroByte) {
+    EXPECT_EQ(runShellCommand("printf 'a\\0b'"), "a");
+    EXPECT_EQ(runShellCommand("printf '\\0b'"), "");
+    EXPECT_EQ(runShellCommand("printf 'a\\0\\377'"), "a");
+}
+
+TEST(RunShellCommand, GivesNoneForNoTextAndLogsNothing) {
+    const LogCapture log;
+    EXPECT_EQ(runShellCommand(""), std::nullopt);
+    EXPECT_EQ(runShellCommand("true"), std::nullopt);
+    EXPECT_EQ(runShellCommand("printf '\\377'"), std::nullopt);
+    EXPECT_EQ(runShellCommand("echo hidden >/dev/null 2>&1"), std::nullopt);
+    EXPECT_EQ(runShellCommand("/nonexistent/tool 2>/dev/null"), std::nullopt);
+    EXPECT_THAT(log.messages(), IsEmpty());
+}
+
+TEST(ShellRunners, LetNoExitStatusDecide) {
+    EXPECT_EQ(runShellCommand("echo text; exit 7"), "text\n");
+    EXPECT_EQ(outputWhenRunAsShellCommand("echo text; exit 7"), "text\n");
+    EXPECT_EQ(runAsShellCmd("echo text; kill -9 $$"), "text\n");
+}
+
+TEST(ShellRunners, LeaveExitStatusesInsideTheCommandIntact) {
+    EXPECT_EQ(runShellCommand("sh -c 'exit 3'; echo $?"), "3\n");
+    EXPECT_EQ(outputWhenRunAsShellCommand("sh -c 'exit 3' | cat; x=$(exit 4); echo $?"), "4\n");
+}
+
+TEST(ShellRunners, PutTheChildSignalBack) {
+    std::signal(SIGCHLD, handler);
+    (void)runShellCommand("true");
+    EXPECT_EQ(std::signal(SIGCHLD, handler), handler);
+    (void)outputWhenRunAsShellCommand("echo x");
+    EXPECT_EQ(std::signal(SIGCHLD, SIG_IGN), handler);
+    EXPECT_EQ(runShellCommand("echo x"), "x\n");
+    EXPECT_EQ(std::signal(SIGCHLD, SIG_DFL), SIG_IGN);
+}
+
+TEST(OutputWhenRunAsShellCommand, GathersTheWholeOutput) {
+    for (int size : {1, 255, 256, 257, 512, 100'000})
+        EXPECT_EQ(outputWhenRunAsShellCommand(letters(size)), std::string(std::size_t(size), 'a'));
+    const std::string split = std::string(255, 'a') + "ü" + std::string(300, 'b');
+    EXPECT_EQ(outputWhenRunAsShellCommand("printf '%s' " + split), split);
+    EXPECT_EQ(outputWhenRunAsShellCommand("printf a >&0; printf b"), "ab")
+        << "standard input is the same stream";
+}
+
+TEST(OutputWhenRunAsShellCommand, GivesNoneAndLogsForNoText) {
+    const LogCapture log;
+    EXPECT_EQ(outputWhenRunAsShellCommand(""), std::nullopt);
+    EXPECT_THAT(log.messages(), IsEmpty());
+    EXPECT_EQ(outputWhenRunAsShellCommand("true"), std::nullopt);
+    EXPECT_EQ(outputWhenRunAsShellCommand("printf '\\303'"), std::nullopt);
+    const std::string method = "-[NSString(VornNSStringAdditions) outputWhenRunAsShellCommand]";
+    EXPECT_THAT(log.messages(), ElementsAre(method + " failed for command \"true\"",
+                                            method + " failed for command \"printf '\\303'\""));
+}
+
+TEST(ShellRunners, SayWhenACommandCannotBeStarted) {
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit none{0, before.rlim_max};
+    const LogCapture log;
+    setrlimit(RLIMIT_NOFILE, &none);
+    const auto first = runShellCommand("echo x");
+    const auto second = outputWhenRunAsShellCommand("echo x");
+    const auto third = runAsShellCmd("echo x");
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(first, std::nullopt);
+    EXPECT_EQ(second, std::nullopt);
+    EXPECT_EQ(third, std::nullopt);
+    EXPECT_THAT(log.messages(),
+                ElementsAre("-[NSString(VornNSStringAdditions) outputWhenRunAsShellCommand] failed "
+                            "to run  \"echo x\""));
+}
+
+TEST(RunAsShellCmd, ReturnsWhenTheOutputIsClosedAndNotLater) {
+    const TemporaryFolder folder;
+    const std::string gate = folder.path("gate");
+    ASSERT_EQ(runAsShellCmd("mkfifo '" + gate + "' && echo made"), "made\n");
+    const auto pid = runAsShellCmd("echo $$; exec >&-; read line <'" + gate + "'");
+    ASSERT_TRUE(pid.has_value());
+    EXPECT_EQ(kill(std::stoi(*pid), 0), 0) << "the command still waits at the gate";
+    std::ofstream(gate) << "go\n";
+    EXPECT_EQ(runAsShellCmd("true"), std::nullopt);
+    EXPECT_EQ(runAsShellCmd("printf '\\377'"), std::nullopt);
+}

@@ -1,0 +1,95 @@
+#include "core/SignatureCheck.h"
+
+#include "tests/support/LogCapture.h"
+#include "tests/support/ScopedEnvironment.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+const Receiver receiver{"Tester", "<Tester>"};
+const IdentityList identities = {{"donotcodesign", "donotcodesign", "Do NOT Codesign"},
+                                 {"K", "Jo (X1)", "K: Jo (X1)"}};
+
+/// The inspector's path is fixed, but the awk behind it is found through the search path: the
+/// stand-in prints the authorities in its stead.
+struct SignatureCheck : testing::Test {
+    bool check(const std::string& path, bool doNotCodesign = false) {
+        return isValidItemToSign(receiver, path, doNotCodesign, [this] {
+            ++timesAsked;
+            return identities;
+        });
+    }
+    void authoritiesAre(const std::string& lines) {
+        folder.makeExecutable("bin/awk", "#!/bin/sh\ncat >/dev/null\nprintf '" + lines + "'\n");
+    }
+
+    TemporaryFolder folder;
+    ScopedEnvironment searchPath{"PATH", pathWith(folder.path("bin"))};
+    LogCapture log;
+    int timesAsked = 0;
+};
+
+} // namespace
+
+TEST_F(SignatureCheck, LooksAtNothingWhenSigningIsOff) {
+    EXPECT_TRUE(check(folder.makeFolder("Tool.app"), true));
+    EXPECT_THAT(
+        log.messages(),
+        ElementsAre("<Tester>-isValidItemToSign:...returning Valid as prefDoNotCodesign = NO..."));
+}
+
+TEST_F(SignatureCheck, InspectsOnlyPackageFolders) {
+    const std::string justFolder =
+        "<Tester>-isValidItemToSign:...item is just a folder/directory....";
+    EXPECT_TRUE(check(folder.path("missing.app")));
+    EXPECT_THAT(log.messages(), IsEmpty());
+    EXPECT_TRUE(check(folder.makeFile("tool.app")));
+    EXPECT_TRUE(check(folder.makeFolder("Folder")));
+    EXPECT_TRUE(check(folder.makeFolder("Folder.bundle")));
+    EXPECT_THAT(log.messages(), ElementsAre("<Tester>-isValidItemToSign:...NOT an .app package....",
+                                            justFolder, justFolder));
+}
+
+TEST_F(SignatureCheck, FindsAnAuthorityAmongTheIdentities) {
+    authoritiesAre("Some Root\\nK: Jo (X1)\\nDo NOT Codesign\\n");
+    EXPECT_TRUE(check(folder.makeFolder("Tool.APP")));
+    EXPECT_EQ(timesAsked, 2) << "once for each authority up to the match";
+    EXPECT_THAT(
+        log.messages(),
+        ElementsAre("cmd = /usr/bin/codesign -dv --verbose=4 \"" + folder.path("Tool.APP") +
+                        "\" 2>&1 |awk '/^Authority=/ {sub(\"^Authority=\",\"\");print $0;}'",
+                    "this item was signed with:\n(\n    \"Some Root\",\n    \"K: Jo (X1)\",\n"
+                    "    \"Do NOT Codesign\"\n)",
+                    "<Tester>-isValidItemToSign:...FOUND object = [K: Jo (X1)]...."));
+}
+
+TEST_F(SignatureCheck, ComparesExactly) {
+    authoritiesAre("k: jo (x1)\\n");
+    EXPECT_TRUE(check(folder.makeFolder("Tool.app")));
+    EXPECT_EQ(log.count("<Tester>-isValidItemToSign:...DID NOT FIND object = [nothing]...."), 1);
+}
+
+TEST_F(SignatureCheck, GivesNoVerdictOnAnUnsignedPackage) {
+    authoritiesAre("");
+    EXPECT_TRUE(check(folder.makeFolder("Tool.app")));
+    EXPECT_EQ(timesAsked, 0);
+    EXPECT_EQ(log.messages().back(), "this item was signed with:\n(null)");
+}
+
+TEST_F(SignatureCheck, StandardizesThePathForTheCommandOnly) {
+    authoritiesAre("A\\n");
+    folder.makeFolder("home/Tool.app");
+    folder.makeFolder("home/sub");
+    const ScopedEnvironment home("HOME", folder.path("home"));
+    EXPECT_TRUE(check("~/Tool.app"));
+    EXPECT_THAT(log.messages(), IsEmpty()) << "nothing exists at the path as it was given";
+    EXPECT_TRUE(check(folder.path("home/sub/../Tool.app")));
+    EXPECT_THAT(log.messages().front(),
+                HasSubstr("--verbose=4 \"" + folder.path("home/Tool.app") + "\""));
+}
