@@ -1,0 +1,12 @@
+#pragma once
+
+#include "core/Receiver.h"
+#include "core/WorkSet.h"
+
+#include <string>
+#include <vector>
+
+/// Puts the folders and packages at `paths` into `workSet`, a package whose folder is there too
+/// only with that folder. Gives one sentence for each path that cannot be processed.
+[[nodiscard]] std::vector<std::string>
+takeIn(const Receiver& receiver, const std::vector<std::string>& paths, WorkSet& workSet);

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+/// What the command line asks for.
+struct Options {
+    bool processAll = false;
+    bool doNotCodesign = false;
+    bool listIdentities = false;
+    bool verbose = false;
+    bool help = false;
+    bool version = false;
+    std::optional<std::string> identity; ///< the holder, as in "Jane Doe (TEAMID)"
+    std::vector<std::string> paths;
+};
+
+/// A command line that cannot be followed: one sentence that says why.
+struct UsageError {
+    std::string sentence;
+};
+
+/// `arguments` are those behind the program's name; "--" ends the options.
+[[nodiscard]] std::variant<Options, UsageError>
+parseOptions(const std::vector<std::string>& arguments);
+
+/// What --help prints.
+[[nodiscard]] const char* helpText();

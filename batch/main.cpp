@@ -1,0 +1,24 @@
+#include "batch/Batch.h"
+#include "core/Log.h"
+
+#include <iostream>
+
+#include <unistd.h>
+
+int main(int argc, char** argv) {
+    const auto parsed = parseOptions({argv + 1, argv + argc});
+    if (const auto* error = std::get_if<UsageError>(&parsed)) {
+        std::cerr << "kelpmoray-batch: " << error->sentence << "; see --help\n";
+        return static_cast<int>(ExitStatus::NothingToDo);
+    }
+    const auto& options = std::get<Options>(parsed);
+    Log::setStandardErrorEnabled(options.verbose);
+    Batch batch({.bundle = MainBundle::ofThisProcess(),
+                 .tools = {},
+                 .in = std::cin,
+                 .out = std::cout,
+                 .err = std::cerr,
+                 .outIsTerminal = isatty(STDOUT_FILENO) != 0},
+                options);
+    return static_cast<int>(batch.run());
+}
