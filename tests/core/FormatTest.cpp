@@ -5,12 +5,23 @@
 #include "core/OrderedSet.h"
 #include "tests/support/LogCapture.h"
 
-#include <ranges>
-
 #include <gmock/gmock.h>
 
-using testing::ElementsAre;
 using testing::EndsWith;
+
+namespace {
+
+/// Counts how often it is described.
+struct Visited {
+    int* visits;
+};
+
+void describe(BoundedText& out, const Visited& visited) {
+    ++*visited.visits;
+    out.append("v");
+}
+
+} // namespace
 
 TEST(Format, ReplacesEachDirectiveByItsArgument) {
     EXPECT_EQ(format("%@-%@ %i[%lu] %s", "a", std::string("b"), -3, std::size_t{7}, "c"),
@@ -59,12 +70,9 @@ TEST(Log, CutsALongMessageWithAMarkBetweenCharacters) {
 
 TEST(Log, LooksAtNoMoreOfAListThanItPrints) {
     const LogCapture log;
-    int visited = 0;
-    const auto endless = std::views::iota(0) | std::views::transform([&](int i) {
-                             ++visited;
-                             return i;
-                         });
-    logEvent("items = %@", endless);
+    int visits = 0;
+    logEvent("items = %@", std::vector<Visited>(1'000'000, Visited{&visits}));
     ASSERT_EQ(log.messages().size(), 1U);
-    EXPECT_LE(visited, static_cast<int>(Log::messageLimit));
+    EXPECT_GT(visits, 10);
+    EXPECT_LE(visits, static_cast<int>(Log::messageLimit));
 }
