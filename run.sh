@@ -1,10 +1,12 @@
 #!/bin/sh
 # Installs what is missing, builds, and packs the applications at the PATHs: ./run.sh [PATH...]
-# Without a PATH it makes two sample applications and packs those.
+# Without a PATH it makes two sample applications and packs those. Where standard input is no terminal
+# nobody is asked, and everything is processed.
 set -eu
-here=$(cd "$(dirname "$0")" && pwd)
+here=$(CDPATH='' cd -- "$(dirname "$0")" && pwd)
 
 "$here/tools/install-packages.sh"
+echo "Building (the log is build/run.log)"
 log=$here/build/run.log
 mkdir -p "$here/build"
 (cd "$here" && cmake --preset release -DKELPMORAY_TESTS=OFF -DKELPMORAY_BENCH=OFF &&
@@ -18,7 +20,6 @@ if [ $# -eq 0 ]; then
     "$here/tools/make-sample.sh" "$here/build/sample"
     set -- --process-all "$here/build/sample"
 elif [ ! -t 0 ]; then
-    # Nobody is there to answer.
     set -- --process-all "$@"
 fi
 exec "$batch" "$@"

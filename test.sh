@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs what is missing, builds, and runs every test: ./test.sh [--sanitizers]
 set -eu
-cd "$(dirname "$0")"
+CDPATH='' cd -- "$(dirname "$0")"
 
 case "${1:-}" in
 "") presets=dev ;;

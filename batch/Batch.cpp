@@ -6,6 +6,7 @@
 #include "core/ScriptOutcome.h"
 #include "core/ShellRunners.h"
 #include "core/SignatureCheck.h"
+#include "core/Text.h"
 
 #include <iostream>
 
@@ -37,6 +38,10 @@ ExitStatus Batch::run() {
         return ExitStatus::NothingToDo;
     }
 
+    if (const auto objection = objectionToInstallation()) {
+        surroundings_.err << "kelpmoray-batch: " << *objection << '\n';
+        return ExitStatus::NothingToDo;
+    }
     const std::vector<std::string> objections = takeIn(receiver_, options_.paths, workSet_);
     for (const std::string& objection : objections)
         surroundings_.err << "kelpmoray-batch: " << objection << '\n';
@@ -51,6 +56,19 @@ ExitStatus Batch::run() {
     return failed_ == 0 && objections.empty() ? ExitStatus::AllDone : ExitStatus::SomeFailed;
 }
 
+std::optional<std::string> Batch::objectionToInstallation() const {
+    const auto script = surroundings_.bundle.pathForResource("fenwoJustZipApps", "sh");
+    if (!script)
+        return "the scripts are missing from " + surroundings_.bundle.resourcesFolder +
+               "; install the program again";
+    // The script's path stands unquoted in the command line.
+    if (script->find_first_of(" \t\n\"'$`\\&;|<>()*?[]#~") != std::string::npos)
+        return "the scripts are in " + surroundings_.bundle.resourcesFolder +
+               ", whose name holds a blank or another character that the shell would take for its "
+               "own; move the program";
+    return std::nullopt;
+}
+
 std::optional<IdentityList> Batch::installedIdentities() const {
     // Without the tool the shell would complain to a person who may not even want to sign.
     if (!fileExists(surroundings_.tools.security))
@@ -63,7 +81,7 @@ ExitStatus Batch::listIdentities() {
     if (!identities) {
         surroundings_.err << "kelpmoray-batch: no identities, as " << surroundings_.tools.security
                           << " is missing or silent; sign on a Mac\n";
-        return ExitStatus::SomeFailed;
+        return ExitStatus::NothingToDo;
     }
     for (const IdentityRecord& identity : *identities)
         surroundings_.out << identity.displaystring << '\n';
@@ -93,7 +111,12 @@ void Batch::process(const std::string& entry) {
         ++failed_;
         return;
     }
+    const std::size_t before = packed_ + failed_;
     processEntry(receiver_, surroundings_.bundle, outside(), entry);
+    if (packed_ + failed_ == before) {
+        surroundings_.err << "kelpmoray-batch: " << entry << ": its packages are no longer there\n";
+        ++failed_;
+    }
 }
 
 ProcessingOutside Batch::outside() {
@@ -101,11 +124,7 @@ ProcessingOutside Batch::outside() {
         .doNotCodesign = [this] { return options_.doNotCodesign; },
         .codesigningIdentity =
             [this] { return options_.identity.value_or(std::string(doNotCodesignIdentity)); },
-        .isValidItemToSign =
-            [this](const std::string& package) {
-                return isValidItemToSign(receiver_, package, options_.doNotCodesign,
-                                         [this] { return identities_; });
-            },
+        .isValidItemToSign = [this](const std::string& package) { return isValid(package); },
         .runShellCommand = runShellCommand,
         .packageStarted =
             [this](const std::string& package) { showProgress(progressText(package)); },
@@ -115,6 +134,16 @@ ProcessingOutside Batch::outside() {
                 report(package, runs);
             },
     };
+}
+
+bool Batch::isValid(const std::string& package) {
+    if (const auto objection = objectionToName(package)) {
+        surroundings_.out << lastPathComponent(package) << ": FAILED: " << *objection << std::endl;
+        ++failed_;
+        return false;
+    }
+    return isValidItemToSign(receiver_, package, options_.doNotCodesign,
+                             [this] { return identities_; });
 }
 
 void Batch::report(const std::string& package, const std::vector<ScriptRun>& runs) {
@@ -128,8 +157,10 @@ void Batch::report(const std::string& package, const std::vector<ScriptRun>& run
             archive = outcome.detail;
         else if (outcome.kind == Kind::Signed)
             signature = "signed";
-        else if (outcome.kind == Kind::Failed)
+        else if (outcome.kind == Kind::Failed) {
             failure += (failure.empty() ? "" : "; ") + outcome.detail;
+            quoteOutput(run);
+        }
     }
     surroundings_.out << lastPathComponent(package) << ": ";
     if (!failure.empty())
@@ -138,6 +169,14 @@ void Batch::report(const std::string& package, const std::vector<ScriptRun>& run
         surroundings_.out << "packed as " << archive << " (" << signature << ')';
     surroundings_.out << std::endl;
     ++(failure.empty() ? packed_ : failed_);
+}
+
+void Batch::quoteOutput(const ScriptRun& run) {
+    const std::string output = run.output.value_or("");
+    std::vector<std::string_view> lines = split(trimmed(output), "\n");
+    lines.pop_back(); // tells the outcome, which is reported anyway
+    for (std::string_view line : lines)
+        surroundings_.err << "    " << line << '\n';
 }
 
 void Batch::showProgress(const std::string& text) {

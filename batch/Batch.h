@@ -31,14 +31,20 @@ public:
 
     Batch(Surroundings surroundings, Options options);
 
+    /// Does what the options ask for, from asking to the summary.
     [[nodiscard]] ExitStatus run();
 
 private:
     [[nodiscard]] std::optional<IdentityList> installedIdentities() const;
+    /// Why the scripts cannot be run from where they are; none if they can.
+    [[nodiscard]] std::optional<std::string> objectionToInstallation() const;
     ExitStatus listIdentities();
     /// False when the person stopped.
     bool processAll();
     void process(const std::string& entry);
+    [[nodiscard]] bool isValid(const std::string& package);
+    /// Shows what a failed script said before its last line.
+    void quoteOutput(const ScriptRun& run);
     void report(const std::string& package, const std::vector<ScriptRun>& runs);
     void showProgress(const std::string& text);
     void summarize();

@@ -2,27 +2,32 @@
 
 #include "core/LocationExpansion.h"
 #include "core/Path.h"
+#include "core/Utf8.h"
 #include "core/platform/FileType.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <filesystem>
+
+#include <unistd.h>
 
 namespace {
 
-/// Why the location cannot be processed; none if it can.
-std::optional<std::string> objectionTo(const Receiver& receiver, const FileUrl& url) {
-    const std::optional<FileType> type = typeOfFile(url.path());
-    if (!type)
-        return "nothing is there";
-    if (*type == FileType::Data)
+/// Why what is at `path` cannot be processed; none if it can, but for a folder that holds nothing.
+std::optional<std::string> objectionTo(const std::string& path) {
+    if (access(path.c_str(), F_OK) != 0)
+        return errno == EACCES ? "it cannot be reached; check the permissions on the way there"
+                               : "nothing is there";
+    const std::optional<FileType> type = typeOfFile(path);
+    if (type == FileType::Data)
         return "a file is there; give a folder or an application package (Name.app)";
-    if (*type == FileType::Volume)
+    if (access(path.c_str(), R_OK | X_OK) != 0)
+        return "it cannot be read; check its permissions";
+    if (type == FileType::Volume)
         return "this is a whole volume; give a folder in it";
-    if (!validUrlToAdd(url))
+    if (!validUrlToAdd(path))
         return "this package is not a complete application (its Info.plist or executable is "
                "missing)";
-    const LocationList alone = {url};
-    if (validItemsFromUrls(receiver, alone).value_or(std::vector<std::string>{}).empty())
-        return "no application packages (Name.app) are in this folder";
     return std::nullopt;
 }
 
@@ -31,19 +36,40 @@ std::optional<std::string> objectionTo(const Receiver& receiver, const FileUrl& 
 std::vector<std::string> takeIn(const Receiver& receiver, const std::vector<std::string>& paths,
                                 WorkSet& workSet) {
     std::vector<std::string> objections;
-    LocationList locations;
+    LocationList folders;
+    LocationList selections;
     for (const std::string& path : paths) {
         std::error_code error;
-        const std::string absolute = std::filesystem::absolute(path, error).string();
-        const FileUrl url = FileUrl::fileURLWithPath(standardizedPath(absolute));
-        if (const auto objection = objectionTo(receiver, url))
-            objections.push_back(path + ": " + *objection);
-        else
-            locations.emplace_back(url);
+        const std::string absolute =
+            standardizedPath(std::filesystem::absolute(path, error).string());
+        if (const auto objection = objectionTo(absolute)) {
+            objections.push_back((path.empty() ? "(an empty path)" : path) + ": " + *objection);
+            continue;
+        }
+        selections.emplace_back(FileUrl::fileURLWithPath(absolute));
+        if (!hasAppExtension(absolute))
+            folders.push_back(selections.back());
     }
-    if (!locations.empty())
-        validItemsFromUrls(receiver, locations);
-    for (const LocationItem& location : locations)
-        workSet.add(*pathOf(location));
+    const bool foundAny =
+        !validItemsFromUrls(receiver, selections).value_or(std::vector<std::string>{}).empty();
+    if (!foundAny)
+        selections.clear();
+    for (const LocationItem& folder : folders) {
+        if (std::ranges::find(selections, folder) == selections.end())
+            objections.push_back(*pathOf(folder) +
+                                 ": no application packages (Name.app) are in this folder");
+    }
+    for (const LocationItem& selection : selections)
+        workSet.add(*pathOf(selection));
     return objections;
+}
+
+std::optional<std::string> objectionToName(const std::string& package) {
+    if (package.find_first_of("\"$`\\\n") != std::string::npos)
+        return "its path holds a quote, a dollar sign, a back quote, a backslash or a line break, "
+               "which "
+               "the shell would take for its own: rename it";
+    if (!isValidUtf8(package))
+        return "its path is not UTF-8: rename it";
+    return std::nullopt;
 }

@@ -3,6 +3,7 @@
 #include "core/Receiver.h"
 #include "core/WorkSet.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -10,3 +11,7 @@
 /// only with that folder. Gives one sentence for each path that cannot be processed.
 [[nodiscard]] std::vector<std::string>
 takeIn(const Receiver& receiver, const std::vector<std::string>& paths, WorkSet& workSet);
+
+/// Why a package of that path cannot be handed to a script: the command line does not escape it.
+/// None if it can.
+[[nodiscard]] std::optional<std::string> objectionToName(const std::string& package);

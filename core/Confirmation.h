@@ -8,6 +8,7 @@
 /// The question asked before a folder is processed. Its faces differ, its words do not.
 namespace Confirmation {
 
+/// The numbers are the response codes of the original platform's alerts.
 enum class Answer { Process = 1000, Skip = 1001, Stop = 1002 };
 
 inline constexpr const char* message = "Process this Folder?";

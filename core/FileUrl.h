@@ -19,6 +19,7 @@ public:
 
     /// The path, without a slash at its end (but for "/").
     [[nodiscard]] const std::string& path() const { return path_; }
+    /// The URL of the folder that holds this.
     [[nodiscard]] FileUrl deletingLastPathComponent() const;
     /// "file:///A/X%20Y.app/"
     [[nodiscard]] std::string absoluteString() const;

@@ -21,7 +21,7 @@ void describe(BoundedText& out, const IdentityRecord& record);
 /// What the record "Do NOT Codesign" has for its identity string.
 inline constexpr std::string_view doNotCodesignIdentity = "donotcodesign";
 
-/// The tools that the listing command names. The first must hold no blank.
+/// The tools that the listing command names. Neither path may hold a blank.
 struct ToolPaths {
     std::string security = "/usr/bin/security";
     std::string awk = "/usr/bin/awk";

@@ -18,6 +18,10 @@ ScriptRun runScript(const ProcessingOutside& outside, const std::optional<std::s
 
 } // namespace
 
+std::string processQueueLabel(const std::string& bundleIdentifier) {
+    return (bundleIdentifier.empty() ? "com.quenbark.kelpmoray" : bundleIdentifier) + ".process";
+}
+
 std::string progressText(const std::string& package) {
     return format("Processing App Package: %@...", lastPathComponent(package));
 }

@@ -27,6 +27,9 @@ struct ProcessingOutside {
         packageProcessed = [](const auto&, const auto&) {};
 };
 
+/// The label of the one queue on which folders are processed.
+[[nodiscard]] std::string processQueueLabel(const std::string& bundleIdentifier);
+
 /// What a person is shown while a package's scripts run.
 [[nodiscard]] std::string progressText(const std::string& package);
 

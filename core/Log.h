@@ -21,6 +21,7 @@ void setStandardErrorEnabled(bool enabled);
 /// while no other thread logs.
 void capture(std::function<void(std::string_view)> sink);
 
+/// Writes one event, whatever its length. logEvent() below is what everybody calls.
 void write(std::string_view message);
 
 } // namespace Log

@@ -2,6 +2,7 @@
 
 #include "core/Text.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
@@ -23,8 +24,14 @@ std::string homeFolderOf(const std::string& user) {
         if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0')
             return home;
     }
-    const passwd* entry = user.empty() ? getpwuid(getuid()) : getpwnam(user.c_str());
-    return entry != nullptr && entry->pw_dir != nullptr ? entry->pw_dir : "";
+    passwd entry{};
+    passwd* found = nullptr;
+    char buffer[16'384];
+    if (user.empty())
+        getpwuid_r(getuid(), &entry, buffer, sizeof buffer, &found);
+    else
+        getpwnam_r(user.c_str(), &entry, buffer, sizeof buffer, &found);
+    return found != nullptr && entry.pw_dir != nullptr ? entry.pw_dir : "";
 }
 
 std::string expandingTilde(std::string_view path) {
@@ -35,7 +42,7 @@ std::string expandingTilde(std::string_view path) {
     return home.empty() ? std::string(path) : home + std::string(path.substr(end));
 }
 
-/// Steps from `path` to the folder above, through the file system where `path` is a link.
+/// The folder above `path`, or above what it leads to when there are links on the way.
 std::string parentFolder(const std::string& path) {
     std::error_code error;
     const std::filesystem::path target = std::filesystem::canonical(path, error);

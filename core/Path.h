@@ -18,6 +18,7 @@
 /// Whether the name ends in ".app", in any letter case. Looks at the name only.
 [[nodiscard]] bool hasAppExtension(std::string_view path);
 
+/// "/A" and "X.app" give "/A/X.app".
 [[nodiscard]] std::string appendingPathComponent(std::string_view folder,
                                                  std::string_view component);
 
@@ -28,7 +29,7 @@
 /// that holds the link's target), redundant slashes removed.
 [[nodiscard]] std::string standardizedPath(std::string_view path);
 
-/// Whether anything exists at the path; a link counts as what it points at.
+// What is at a path; a link counts as what it points at.
 [[nodiscard]] bool fileExists(const std::string& path);
 [[nodiscard]] bool isDirectory(const std::string& path);
 [[nodiscard]] bool isRegularFile(const std::string& path);

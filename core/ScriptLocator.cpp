@@ -7,8 +7,7 @@ namespace {
 
 std::optional<std::string> scriptInAlternateFolders(const std::string& scriptName,
                                                     const std::string& applicationFolder) {
-    for (const std::string& folder :
-         {appendingPathComponent(homeFolder(), "Desktop"), applicationFolder}) {
+    for (const std::string& folder : {homeFolder() + "/Desktop", applicationFolder}) {
         std::string path = appendingPathComponent(folder, scriptName);
         if (fileExists(path)) {
             logEvent("FOUND alternate path for shell script at: %@", path);

@@ -1,11 +1,34 @@
 #include "core/Text.h"
 
+#include "core/Utf8.h"
+
 #include <algorithm>
+#include <optional>
+
+#include <locale.h>
+#include <wctype.h>
+#ifdef __APPLE__
+#include <xlocale.h>
+#endif
 
 namespace {
 
 char lowercasedByte(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+char32_t lowercasedCharacter(char32_t character) {
+    // Not the locale of the process, which may know no letters beyond ASCII. Never freed: in use to
+    // the end.
+    static const locale_t unicode = [] {
+        const locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+        return locale != nullptr ? locale : newlocale(LC_CTYPE_MASK, "UTF-8", nullptr);
+    }();
+    if (character < 0x80 || unicode == nullptr)
+        return character < 0x80
+                   ? static_cast<char32_t>(lowercasedByte(static_cast<char>(character)))
+                   : character;
+    return static_cast<char32_t>(towlower_l(static_cast<wint_t>(character), unicode));
 }
 
 } // namespace
@@ -36,5 +59,9 @@ std::string lowercased(std::string_view text) {
 }
 
 bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-    return std::ranges::equal(a, b, {}, lowercasedByte, lowercasedByte);
+    const std::optional<std::u32string> left = decodedUtf8(a);
+    const std::optional<std::u32string> right = decodedUtf8(b);
+    if (!left || !right)
+        return std::ranges::equal(a, b, {}, lowercasedByte, lowercasedByte);
+    return std::ranges::equal(*left, *right, {}, lowercasedCharacter, lowercasedCharacter);
 }

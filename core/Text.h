@@ -14,4 +14,5 @@
 /// `text` with its ASCII capitals made small.
 [[nodiscard]] std::string lowercased(std::string_view text);
 
+/// Whether two texts in UTF-8 differ at most in letter case, letters beyond ASCII included.
 [[nodiscard]] bool equalsIgnoringCase(std::string_view a, std::string_view b);

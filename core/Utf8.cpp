@@ -28,6 +28,35 @@ std::size_t characterLength(std::string_view bytes) {
 
 } // namespace
 
+std::optional<std::u32string> decodedUtf8(std::string_view bytes) {
+    std::u32string characters;
+    while (!bytes.empty()) {
+        const std::size_t length = characterLength(bytes);
+        if (length == 0)
+            return std::nullopt;
+        // The lead byte's upper bits tell the length, the rest belongs to the character.
+        auto character = static_cast<char32_t>(static_cast<unsigned char>(bytes[0]) &
+                                               (length == 1 ? 0x7FU : 0xFFU >> (length + 1)));
+        for (char continuation : bytes.substr(1, length - 1))
+            character = character << 6U | (static_cast<unsigned char>(continuation) & 0x3FU);
+        characters += character;
+        bytes.remove_prefix(length);
+    }
+    return characters;
+}
+
+void appendUtf8(std::string& bytes, char32_t character) {
+    const auto append = [&](char32_t byte) { bytes += static_cast<char>(byte); };
+    if (character < 0x80) {
+        append(character);
+        return;
+    }
+    const unsigned continuations = character < 0x800 ? 1 : character < 0x10000 ? 2 : 3;
+    append((0xFF00U >> (continuations + 1) & 0xFFU) | character >> (6 * continuations));
+    for (unsigned i = continuations; i-- > 0;)
+        append(0x80U | (character >> (6 * i) & 0x3FU));
+}
+
 bool isValidUtf8(std::string_view bytes) {
     while (!bytes.empty()) {
         const std::size_t length = characterLength(bytes);

@@ -16,6 +16,7 @@ public:
     /// False if `path` was not there.
     bool remove(const std::string& path);
     [[nodiscard]] std::size_t count() const;
+    /// The paths at this moment, the one that came first in front.
     [[nodiscard]] std::vector<std::string> allObjects() const;
 
 private:

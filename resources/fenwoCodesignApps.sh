@@ -59,7 +59,8 @@ sign() {
     until output=$(codesign --force --sign "$hash" --timestamp --options runtime \
         --preserve-metadata=entitlements "$1" 2>&1); do
         printf '%s\n' "$output"
-        case "$output" in
+        # What codesign says begins with the path, which may hold any word.
+        case "${output##*": "}" in
         *[Tt]imestamp* | *"time stamp"*) ;;
         *) fail "codesign could not sign $1" "see the lines above" ;;
         esac
@@ -101,19 +102,34 @@ is_main_executable() {
     [ "$file" = "$main" ]
 }
 
+# Whether a folder is code by itself: a version of a framework, or a bundle.
+is_bundle() {
+    case "${1%/*}" in *.framework/Versions) return 0 ;; esac
+    # A framework with versions is signed version by version.
+    case "$1" in *.framework) [ ! -d "$1/Versions" ] && return 0 || return 1 ;; esac
+    case "$1" in
+    *.[Aa][Pp][Pp] | *.appex | *.xpc | *.bundle | *.plugin | *.kext) return 0 ;;
+    esac
+    [ -f "$1/Contents/Info.plist" ]
+}
+
 sign_nested() {
-    if [ -f "$1" ]; then
-        if is_machine_code "$1" && ! is_main_executable "$1"; then sign "$1"; fi
+    if [ -d "$1" ]; then
+        is_bundle "$1" || return 0
     else
-        case "$1" in
-        # A framework with versions is signed version by version.
-        *.framework) [ -d "$1/Versions" ] || sign "$1" ;;
-        *) sign "$1" ;;
+        # Everything beside the main executable counts as code, scripts too.
+        case "${1%/*}" in
+        */Contents/MacOS) ;;
+        *) is_machine_code "$1" || return 0 ;;
         esac
+        ! is_main_executable "$1" || return 0
     fi
+    sign "$1"
 }
 
 exec 2>&1
+trap '' PIPE
+trap 'fail "interrupted" "run it again"' HUP INT TERM
 case "${1:-}" in
 --help)
     usage
@@ -130,11 +146,18 @@ case "${1:-}" in
 "") fail "no package given" "usage: fenwoCodesignApps.sh PACKAGE [IDENTITY]" ;;
 esac
 
+[ $# -le 2 ] || fail "more than one identity given" "usage: fenwoCodesignApps.sh PACKAGE [IDENTITY]"
+
 script=$(CDPATH='' cd -- "$(dirname -- "$0")" && pwd)/${0##*/}
-package=${1%/}
+package=$1
 identity=${2:-}
-[ -d "$package" ] || fail "no package at $package" "give the path of a folder whose name ends in .app"
+while [ "${package%/}" != "$package" ] && [ "$package" != / ]; do package=${package%/}; done
 case "$package" in /*) ;; *) package=$PWD/$package ;; esac
+[ ! -L "$package" ] || fail "$package is a link" "give the package that it points at"
+case "${package##*/}" in
+?*.[Aa][Pp][Pp]) [ -d "$package" ] ;;
+*) false ;;
+esac || fail "no package at $package" "give the path of a folder whose name ends in .app"
 if [ "$identity" = donotcodesign ]; then
     printf 'unsigned: %s\n' "$package"
     exit 0
@@ -146,19 +169,14 @@ for tool in security codesign; do
 done
 
 resolve_identity
-# -depth gives what a folder holds before the folder: from the inside out.
-nested=$(cd "$package" && find . -depth ! -path . \( \
-    -type f \( -perm -100 -o -perm -010 -o -perm -001 -o -name '*.dylib' -o -name '*.so' \) \
-    -o -type d \( -name '*.app' -o -name '*.appex' -o -name '*.xpc' -o -name '*.bundle' \
-    -o -name '*.plugin' -o -name '*.kext' -o -name '*.framework' \
-    -o -path '*.framework/Versions/*' ! -path '*.framework/Versions/*/*' \) \) \
+# -depth gives what a folder holds before the folder: from the inside out. The status of find is not
+# looked at: where the signal of ended children is ignored, as the caller does, it is no use.
+nested=$(cd "$package" && find . -depth ! -path . \( -type d -o -type f \( -path '*/Contents/MacOS/*' \
+    -o -perm -100 -o -perm -010 -o -perm -001 -o -name '*.dylib' -o -name '*.so' \) \) \
     -exec "$script" --nested "$hash" "$package" {} + 2>&1)
-status=$?
 [ -z "$nested" ] || printf '%s\n' "$nested"
-if [ "$status" -ne 0 ]; then
-    case "$nested" in *"error: "*) exit 1 ;; esac
-    fail "nested code of $package is not signed" "see the lines above"
-fi
+case "$nested" in "error: "* | *"
+error: "*) exit 1 ;; esac
 sign "$package"
 output=$(codesign --verify --deep --strict "$package" 2>&1) || {
     printf '%s\n' "$output"

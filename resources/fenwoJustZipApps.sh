@@ -31,20 +31,32 @@ find_packer() {
     command -v kelpmoray-zip
 }
 
+is_running() {
+    [ -d "/proc/$1" ] || kill -0 "$1" 2>/dev/null
+}
+
 # Work folders of runs that were killed. Their names end in the process's number, and hold nothing of
 # the package's: that may be as long as a name can be.
 remove_leftovers() {
     for leftover in "$folder/.kelpmoray-packing-"*; do
-        [ -d "$leftover" ] || continue
-        kill -0 "${leftover##*-}" 2>/dev/null || rm -rf -- "$leftover"
+        number=${leftover##*-}
+        case "$number" in *[!0-9]*) continue ;; esac
+        if [ "$number" = $$ ] || ! is_running "$number"; then rm -rf -- "$leftover"; fi
     done
+}
+
+# zip passes over folders it cannot read, and over pipes and devices, and calls that a success.
+refuse_what_zip_would_lose() {
+    (cd "$folder" && find "./$name" ! -type f ! -type d ! -type l -print) >"$work/lost" 2>&1
+    [ ! -s "$work/lost" ] ||
+        fail "not to be packed: $(head -n 1 "$work/lost")" "make it readable or remove it, and try again"
 }
 
 pack_with_common_tools() {
     work=$folder/.kelpmoray-packing-$$
-    trap 'rm -rf -- "$work"' EXIT
-    trap 'exit 1' HUP INT TERM
     mkdir -- "$work" 2>/dev/null || fail "cannot write in $folder" "make the folder writable and try again"
+    trap 'rm -rf -- "$work"' EXIT
+    refuse_what_zip_would_lose
     if command -v ditto >/dev/null 2>&1; then
         tool=ditto
         (cd "$folder" && ditto -c -k --sequesterRsrc --keepParent --noqtn "./$name" "$work/whole.zip")
@@ -57,9 +69,13 @@ pack_with_common_tools() {
     fi || fail "$tool could not pack $package" "see the lines above"
     mv -f -- "$work/whole.zip" "$archive" ||
         fail "cannot put the archive at $archive" "make room there and try again"
+    rm -rf -- "$work"
 }
 
 exec 2>&1
+# Whoever reads the lines may go away; the archive is still to be finished or cleaned up after.
+trap '' PIPE
+trap 'fail "interrupted" "run it again"' HUP INT TERM
 case "${1:-}" in
 --help)
     usage
@@ -73,24 +89,27 @@ resources=$(CDPATH='' cd -- "$(dirname -- "$0")" && pwd)
 package=$1
 while [ "${package%/}" != "$package" ] && [ "$package" != / ]; do package=${package%/}; done
 [ ! -L "$package" ] || fail "$package is a link" "give the package that it points at"
-[ -d "$package" ] || fail "no package at $package" "give the path of a folder whose name ends in .app"
+name=${package##*/}
+case "$name" in
+?*.[Aa][Pp][Pp]) [ -d "$package" ] ;;
+*) false ;;
+esac || fail "no package at $package" "give the path of a folder whose name ends in .app"
 
-# The x keeps line feeds at the end of a name, which $() would drop.
-folder=$(CDPATH='' cd -- "$(dirname -- "$package")" && pwd -P && echo x)
+case "$package" in */*) folder=${package%/*}/ ;; *) folder=. ;; esac
+# The x keeps a line feed at the end of a name, which $() would drop.
+folder=$(CDPATH='' cd -- "$folder" && pwd -P && echo x) ||
+    fail "cannot enter the folder of $package" "make the folder readable and try again"
 folder=${folder%?x}
-name=$(basename -- "$package" && echo x)
-name=${name%?x}
-stem=${name%.*}
-[ -n "$stem" ] || stem=$name
-package=${folder%/}/$name
-archive=${folder%/}/$stem.zip
+folder=${folder%/}
+package=$folder/$name
+archive=$folder/${name%.*}.zip
 [ ! -d "$archive" ] || fail "a folder is in the place of $archive" "move it away and try again"
 
+remove_leftovers
 if packer=$(find_packer); then
     "$packer" --verify "$archive" "$package" ||
         fail "kelpmoray-zip could not pack $package" "see the lines above"
 else
-    remove_leftovers
     pack_with_common_tools
 fi
 printf 'packed: %s\n' "$archive"

@@ -1,7 +1,7 @@
 #!/bin/sh
 # The layers: core/ and zip/ know no toolkit and nothing above them; batch/ knows only core/.
 set -eu
-cd "$(dirname "$0")/.."
+CDPATH='' cd -- "$(dirname "$0")/.."
 
 failed=0
 forbid() {

@@ -1,7 +1,7 @@
 #!/bin/sh
 # Formats the C++ sources in place; with --check only says which files would change, and fails.
 set -eu
-cd "$(dirname "$0")/.."
+CDPATH='' cd -- "$(dirname "$0")/.."
 
 format=$(command -v clang-format-14 || command -v clang-format)
 if [ "${1:-}" = --check ]; then

@@ -38,6 +38,8 @@ bool isMountPoint(const std::string& path) {
 /// Whether the package laid out around `infoFile` is an application whose executable is there.
 bool isApplication(const std::string& infoFile, const std::string& executables,
                    const std::string& defaultName) {
+    if (!isRegularFile(infoFile))
+        return false;
     std::ifstream file(infoFile, std::ios::binary);
     const std::string bytes((std::istreambuf_iterator<char>(file)),
                             std::istreambuf_iterator<char>());

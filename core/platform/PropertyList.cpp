@@ -1,26 +1,47 @@
 #include "core/platform/PropertyList.h"
 
+#include "core/Utf8.h"
+
+#include <charconv>
 #include <cstdint>
 
 namespace {
 
 using Strings = std::map<std::string, std::string>;
 
+/// The character of an entity such as "amp" or "#220"; none if it is unknown.
+std::optional<char32_t> characterOfEntity(std::string_view entity) {
+    constexpr std::pair<std::string_view, char32_t> named[] = {
+        {"lt", '<'}, {"gt", '>'}, {"quot", '"'}, {"apos", '\''}, {"amp", '&'}};
+    for (const auto& [name, character] : named) {
+        if (entity == name)
+            return character;
+    }
+    if (!entity.starts_with('#'))
+        return std::nullopt;
+    const bool hexadecimal = entity.substr(1).starts_with('x');
+    entity.remove_prefix(hexadecimal ? 2 : 1);
+    std::uint32_t value = 0;
+    const auto [end, error] =
+        std::from_chars(entity.data(), entity.data() + entity.size(), value, hexadecimal ? 16 : 10);
+    if (error != std::errc() || end != entity.data() + entity.size() || value > 0x10FFFF)
+        return std::nullopt;
+    return value;
+}
+
 std::string withoutEntities(std::string_view text) {
-    constexpr std::pair<std::string_view, char> entities[] = {
-        {"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}, {"&apos;", '\''}, {"&amp;", '&'}};
     std::string result;
     while (!text.empty()) {
-        std::size_t length = 1;
-        char character = text.front();
-        for (const auto& [entity, value] : entities) {
-            if (text.starts_with(entity)) {
-                length = entity.size();
-                character = value;
+        const std::size_t end = text.front() == '&' ? text.find(';') : std::string_view::npos;
+        if (end != std::string_view::npos) {
+            if (const auto character = characterOfEntity(text.substr(1, end - 1))) {
+                appendUtf8(result, *character);
+                text.remove_prefix(end + 1);
+                continue;
             }
         }
-        result += character;
-        text.remove_prefix(length);
+        result += text.front();
+        text.remove_prefix(1);
     }
     return result;
 }
@@ -83,7 +104,7 @@ public:
     [[nodiscard]] Strings strings() const {
         Strings result;
         const std::optional<Extent> top = extentOf(number(trailer() + 16, 8));
-        if (!top || top->kind != 0xD)
+        if (!top || top->kind != dictionary)
             return result;
         for (std::uint64_t i = 0; i < top->count; ++i) {
             const auto key = string(number(top->start + i * referenceSize(), referenceSize()));
@@ -96,6 +117,10 @@ public:
     }
 
 private:
+    static constexpr unsigned asciiString = 5;
+    static constexpr unsigned utf16String = 6;
+    static constexpr unsigned dictionary = 13;
+
     struct Extent {
         unsigned kind;       ///< the upper half of the marker byte
         std::uint64_t count; ///< elements or characters
@@ -135,18 +160,21 @@ private:
         return extent;
     }
 
-    /// ASCII strings, and UTF-16 ones as far as they are ASCII: the keys and names asked for here.
     [[nodiscard]] std::optional<std::string> string(std::uint64_t object) const {
         const std::optional<Extent> extent = extentOf(object);
-        if (!extent || (extent->kind != 5 && extent->kind != 6))
+        if (!extent || (extent->kind != asciiString && extent->kind != utf16String))
             return std::nullopt;
-        const std::uint64_t width = extent->kind == 5 ? 1 : 2;
+        const std::uint64_t width = extent->kind == asciiString ? 1 : 2;
         std::string text;
         for (std::uint64_t i = 0; i < extent->count; ++i) {
             const std::uint64_t unit = number(extent->start + i * width, width);
-            if (unit > 0x7F)
+            if (unit > 0xFFFF)
                 return std::nullopt;
-            text += static_cast<char>(unit);
+            const bool isPair = (unit & 0xFC00U) == 0xD800U && i + 1 < extent->count;
+            const std::uint64_t low = isPair ? number(extent->start + ++i * width, width) : 0;
+            appendUtf8(text,
+                       static_cast<char32_t>(
+                           isPair ? 0x10000 + ((unit & 0x3FFU) << 10U) + (low & 0x3FFU) : unit));
         }
         return text;
     }

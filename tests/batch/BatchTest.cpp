@@ -2,8 +2,10 @@
 
 #include "core/ShellRunners.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/ScopedEnvironment.h"
 #include "tests/support/TemporaryFolder.h"
 
+#include <functional>
 #include <sstream>
 
 #include <gmock/gmock.h>
@@ -112,20 +114,87 @@ TEST_F(BatchFace, ReportsAFailedPackageAndGoesOn) {
 }
 
 TEST_F(BatchFace, ListsTheIdentities) {
-    EXPECT_EQ(run({"--list-identities"}), ExitStatus::SomeFailed);
+    EXPECT_EQ(run({"--list-identities"}), ExitStatus::NothingToDo);
     EXPECT_THAT(err.str(), HasSubstr("/nonexistent/security is missing"));
 
-    const std::string listing =
-        "  1) 00 \"Kind A: Jo (X1)\"\n  2) 11 \"iPhone Developer: Jo (X1)\"\n"
-        "  3) 22 \"Kind B: Kim (Y2)\"\n     3 valid identities found\n";
-    std::string toolFolder = "/tmp/kelpmoray-batch-XXXXXX";
-    mkdtemp(toolFolder.data());
-    tools.security = toolFolder + "/security";
-    std::ofstream(tools.security) << "#!/bin/sh\ncat <<'END'\n" << listing << "END\n";
-    std::filesystem::permissions(tools.security, std::filesystem::perms::owner_all);
+    const TemporaryFolder bin(TemporaryFolder::withoutBlank);
+    tools.security = bin.makeExecutable(
+        "security",
+        "#!/bin/sh\ncat <<'END'\n  1) 00 \"Kind A: Jo (X1)\"\n  2) 11 \"iPhone Developer: "
+        "Jo (X1)\"\n  3) 22 \"Kind B: Kim (Y2)\"\n     3 valid identities found\nEND\n");
     EXPECT_EQ(run({"--list-identities"}), ExitStatus::AllDone);
-    std::filesystem::remove_all(toolFolder);
     EXPECT_EQ(out.str(), "Do NOT Codesign\nKind A: Jo (X1)\nKind B: Kim (Y2)\n");
+}
+
+TEST_F(BatchFace, SignsAsTheHolderGiven) {
+    const std::string hash(40, 'A');
+    folder.makeExecutable("bin/security", "#!/bin/sh\necho '1) " + hash + " \"Kind: Jo (X1)\"'\n");
+    folder.makeExecutable("bin/codesign", "#!/bin/sh\n");
+    const ScopedEnvironment searchPath("PATH", pathWith(folder.path("bin")));
+    EXPECT_EQ(run({"--process-all", "--identity=Jo (X1)", folder.path("more")}),
+              ExitStatus::AllDone);
+    EXPECT_THAT(out.str(),
+                HasSubstr("C.app: packed as " + folder.path("more/C.zip") + " (signed)\n"));
+}
+
+TEST_F(BatchFace, RefusesNamesThatTheShellWouldRead) {
+    folder.makeFolder("odd/a.app");
+    for (const char* name : {"odd/a$NOPE.app", "odd/`touch pwned`.app", "odd/q\".app",
+                             "odd/l\n.app", "odd/b\\.app", "odd/\xFF.app"})
+        folder.makeFolder(name);
+    EXPECT_EQ(run({"--process-all", folder.path("odd")}), ExitStatus::SomeFailed);
+    EXPECT_THAT(out.str(), AllOf(HasSubstr("a$NOPE.app: FAILED: its path holds a quote, "),
+                                 HasSubstr("\xFF.app: FAILED: its path is not UTF-8: "),
+                                 HasSubstr("1 package done, 6 failed")));
+    EXPECT_EQ(log.count("<Batch>-doProcessItemNew:...item NOT VALID To sign...."), 6);
+}
+
+TEST_F(BatchFace, SaysWhenItsScriptsCannotBeRun) {
+    bundle.resourcesFolder = folder.path("missing");
+    EXPECT_EQ(run({"--process-all", folder.path("apps")}), ExitStatus::NothingToDo);
+    EXPECT_THAT(err.str(), HasSubstr("the scripts are missing from "));
+    folder.makeFile("in a blank/fenwoJustZipApps.sh");
+    bundle.resourcesFolder = folder.path("in a blank");
+    EXPECT_EQ(run({"--process-all", folder.path("apps")}), ExitStatus::NothingToDo);
+    EXPECT_THAT(err.str(), HasSubstr("in a blank, whose name holds a blank "));
+}
+
+TEST_F(BatchFace, NoticesWhenAFolderIsEmptiedBeforeItsTurn) {
+    /// Answers "p", after doing something on the disk.
+    struct LatePerson : std::stringbuf {
+        int_type underflow() override {
+            act();
+            setg(answer, answer, answer + 2);
+            return traits_type::to_int_type(answer[0]);
+        }
+        std::function<void()> act;
+        char answer[3] = "p\n";
+    };
+    for (const char* gone : {"more/C.app", "more"}) {
+        folder.makeApplication("more/C.app");
+        LatePerson person;
+        person.act = [&] { std::filesystem::remove_all(folder.path(gone)); };
+        std::istream in(&person);
+        err.str("");
+        Batch batch({.bundle = bundle, .tools = tools, .in = in, .out = out, .err = err},
+                    std::get<Options>(parseOptions({folder.path("more")})));
+        EXPECT_EQ(batch.run(), ExitStatus::SomeFailed);
+        EXPECT_THAT(err.str(), HasSubstr("no longer there")) << gone;
+    }
+}
+
+TEST_F(BatchFace, ShowsAProgressLineOnATerminalOnly) {
+    std::istringstream nobody;
+    Batch batch({.bundle = bundle,
+                 .tools = tools,
+                 .in = nobody,
+                 .out = out,
+                 .err = err,
+                 .outIsTerminal = true},
+                std::get<Options>(parseOptions({"--process-all", folder.path("more")})));
+    EXPECT_EQ(batch.run(), ExitStatus::AllDone);
+    EXPECT_THAT(out.str(),
+                testing::StartsWith("\r\033[KProcessing App Package: C.app...\r\033[KC.app: "));
 }
 
 TEST(Options, AreReadUpToTheDoubleDash) {
@@ -153,6 +222,8 @@ TEST(Program, LogsOnStandardErrorOnlyWhenAsked) {
                                        "<Batch>-doProcessItemNew:\\.\\.\\.\n"));
     EXPECT_THAT(runShellCommand(KELPMORAY_BIN_DIR "/kelpmoray-batch --nope 2>&1; echo $?"),
                 testing::Optional(HasSubstr("there is no option --nope; see --help\n2\n")));
+    EXPECT_THAT(runShellCommand(KELPMORAY_BIN_DIR "/kelpmoray-batch --version"),
+                testing::Optional(HasSubstr("Kelpmoray - v")));
     EXPECT_THAT(runShellCommand(KELPMORAY_BIN_DIR "/kelpmoray-batch --help"),
                 testing::Optional(HasSubstr("Exit status: 0 all done")));
 }

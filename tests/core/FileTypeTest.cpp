@@ -4,6 +4,7 @@
 #include "tests/support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 using testing::Optional;
 using testing::Pair;
@@ -11,7 +12,7 @@ using testing::UnorderedElementsAre;
 
 namespace {
 
-/// Builds a binary property list: {"CFBundleExecutable": "run", "N": true, "U": "ü" in UTF-16}.
+/// Builds a binary property list: {"CFBundleExecutable": "run", "N": true, "U": "ü😀" in UTF-16}.
 std::string binaryPropertyList() {
     const std::vector<std::string> objects = {std::string("\xD3\x01\x02\x03\x04\x05\x06", 7),
                                               "\x5F\x10\x12"
@@ -20,7 +21,7 @@ std::string binaryPropertyList() {
                                               "\x51U",
                                               "\x53run",
                                               "\x09",
-                                              std::string("\x61\x00\xFC", 3)};
+                                              std::string("\x63\x00\xFC\xD8\x3D\xDE\x00", 7)};
     std::string bytes = "bplist00";
     std::string offsets;
     for (const std::string& object : objects) {
@@ -44,18 +45,19 @@ std::string plist(const std::string& content) {
 } // namespace
 
 TEST(PropertyList, GivesTheStringsOfTheOutermostDictionary) {
-    EXPECT_THAT(propertyListStrings(plist("<!-- <key>no</key> --><key>A</key><string>1 &lt; "
-                                          "&amp;lt;</string><key>B</key><true/><key>C</key><dict>"
-                                          "<key>A</key><string>inner</string></dict>\n"
-                                          "<key>D</key>\n\t<string></string>")),
-                Optional(UnorderedElementsAre(Pair("A", "1 < &lt;"), Pair("D", ""))));
+    EXPECT_THAT(propertyListStrings(plist(
+                    "<!-- <key>no</key> --><key>A</key><string>1 &lt; "
+                    "&amp;lt; &#220;&#x1F600;&#xZ;&no</string><key>B</key><true/><key>C</key><dict>"
+                    "<key>A</key><string>inner</string></dict>\n"
+                    "<key>D</key>\n\t<string></string>")),
+                Optional(UnorderedElementsAre(Pair("A", "1 < &lt; Ü😀&#xZ;&no"), Pair("D", ""))));
     EXPECT_EQ(propertyListStrings("{ A = 1; }"), std::nullopt);
     EXPECT_EQ(propertyListStrings(""), std::nullopt);
 }
 
 TEST(PropertyList, ReadsTheBinaryForm) {
     EXPECT_THAT(propertyListStrings(binaryPropertyList()),
-                Optional(UnorderedElementsAre(Pair("CFBundleExecutable", "run"))));
+                Optional(UnorderedElementsAre(Pair("CFBundleExecutable", "run"), Pair("U", "ü😀"))));
 }
 
 TEST(PropertyList, SurvivesEveryBrokenByteOfTheBinaryForm) {
@@ -90,6 +92,10 @@ TEST(FileType, KnowsTheLayoutsOfAWellFormedApplication) {
     folder.makeFile("Binary.app/Contents/Info.plist", binaryPropertyList());
     folder.makeFile("Binary.app/Contents/MacOS/run");
     EXPECT_EQ(type("Binary.app"), FileType::ApplicationBundle);
+
+    folder.makeFolder("Pipe.app/Contents");
+    mkfifo(folder.path("Pipe.app/Contents/Info.plist").c_str(), 0600);
+    EXPECT_EQ(type("Pipe.app"), FileType::Package) << "and nobody waits for the pipe";
 
     folder.makeFile("Steps.app/Resources/Info-gnustep.plist");
     EXPECT_EQ(type("Steps.app"), FileType::ApplicationBundle);

@@ -21,19 +21,14 @@ std::vector<std::string> shown(const IdentityList& list) {
 
 constexpr const char* doNotCodesign = "Do NOT Codesign|donotcodesign|donotcodesign";
 
-/// The list that a stand-in for the keychain's tool printing `listing` leads to. Its folder's name
-/// must have no blank, as the tool's path stands unquoted in the command.
+/// The list that a stand-in for the keychain's tool printing `listing` leads to.
 std::optional<IdentityList> identitiesListedAs(const std::string& listing) {
-    std::string folder = "/tmp/kelpmoray-identities-XXXXXX";
-    mkdtemp(folder.data());
-    const std::string tool = folder + "/security";
-    std::ofstream(tool) << "#!/bin/sh\n[ \"$*\" = 'find-identity -v -p codesigning' ] || exit 1\n"
-                        << "cat <<'END'\n"
-                        << listing << "END\n";
-    std::filesystem::permissions(tool, std::filesystem::perms::owner_all);
-    auto list = codesigningIdentities(receiver, ToolPaths{.security = tool, .awk = "awk"});
-    std::filesystem::remove_all(folder);
-    return list;
+    const TemporaryFolder folder(TemporaryFolder::withoutBlank);
+    const std::string tool = folder.makeExecutable(
+        "security", "#!/bin/sh\n[ \"$*\" = 'find-identity -v -p codesigning' ] || exit 1\n"
+                    "cat <<'END'\n" +
+                        listing + "END\n");
+    return codesigningIdentities(receiver, ToolPaths{.security = tool, .awk = "awk"});
 }
 
 } // namespace
@@ -89,6 +84,7 @@ TEST(SelectionIndex, IsTheFirstMatchInAnyCaseOrOnePastTheEnd) {
                                {"L", "jo (x1)", ""}};
     EXPECT_EQ(selectionIndex(list, "jo (x1)"), 1U);
     EXPECT_EQ(selectionIndex(list, "DoNotCodesign"), 0U);
+    EXPECT_EQ(selectionIndex({{"K", "JÖRG ŁA", ""}}, "jörg ła"), 0U) << "beyond ASCII too";
     EXPECT_EQ(selectionIndex(list, "gone"), 3U);
     EXPECT_EQ(selectionIndex(list, std::nullopt), 0U);
     EXPECT_EQ(selectionIndex({}, "gone"), 0U);

@@ -16,30 +16,29 @@ const Receiver receiver{"Tester", "<Tester>"};
 
 /// Scripts that write down how they were called, one line a call, and answer with a text.
 struct ItemProcessing : testing::Test {
-    ItemProcessing() {
-        bundle.resourcesFolder = noBlank;
-        std::filesystem::create_directories(noBlank);
-    }
-    ~ItemProcessing() override { std::filesystem::remove_all(noBlank); }
+    ItemProcessing() { bundle.resourcesFolder = resources.path(); }
 
     void install(const std::string& script) const {
-        const std::string path = noBlank + '/' + script + ".sh";
-        std::ofstream(path) << "#!/bin/sh\nprintf '%s\\n' \"${0##*/} $# [$1] [$2]\" >>'"
-                            << folder.path("calls") << "'\necho done by ${0##*/}\n";
-        std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+        resources.makeExecutable(script + ".sh",
+                                 "#!/bin/sh\nprintf '%s\\n' \"${0##*/} $# [$1] [$2]\" >>'" +
+                                     folder.path("calls") + "'\necho done by ${0##*/}\n");
     }
     [[nodiscard]] std::string calls() const { return contentOf(folder.path("calls")); }
 
     TemporaryFolder folder;
     LogCapture log;
-    std::string noBlank = "/tmp/kelpmoray-scripts-" + std::to_string(getpid());
+    TemporaryFolder resources{TemporaryFolder::withoutBlank};
     MainBundle bundle;
     bool doNotCodesign = false;
     std::optional<std::string> identity = "Jo (X1)";
     std::vector<std::string> events;
     ProcessingOutside outside = {
         .doNotCodesign = [this] { return doNotCodesign; },
-        .codesigningIdentity = [this] { return identity; },
+        .codesigningIdentity =
+            [this] {
+                events.push_back("identity");
+                return identity;
+            },
         .isValidItemToSign =
             [](const std::string& package) { return !package.ends_with("Invalid.app"); },
         .runShellCommand = runShellCommand,
@@ -65,8 +64,8 @@ TEST_F(ItemProcessing, SignsThenPacks) {
                        "fenwoJustZipApps.sh 1 [/p/C.app] []\n");
     const auto messages = log.messages();
     ASSERT_EQ(messages.size(), 8U);
-    EXPECT_EQ(messages[0],
-              "cmdstring = " + noBlank + "/fenwoCodesignApps.sh \"/p/A b.app\" \"Jo (X1)\"");
+    EXPECT_EQ(messages[0], "cmdstring = " + resources.path() +
+                               "/fenwoCodesignApps.sh \"/p/A b.app\" \"Jo (X1)\"");
     EXPECT_EQ(messages[1], "result of fenwoCodesignApps.sh = done by fenwoCodesignApps.sh\n");
 }
 
@@ -109,9 +108,9 @@ TEST_F(ItemProcessing, WalksTheValidPackagesOfAnEntryInOrder) {
     for (const char* package : {"E/B.app", "E/A.app", "E/Invalid.app"})
         folder.makeFolder(package);
     processEntry(receiver, bundle, outside, folder.path("E"));
-    EXPECT_THAT(events, ElementsAre("Processing App Package: A.app...",
+    EXPECT_THAT(events, ElementsAre("identity", "Processing App Package: A.app...",
                                     "fenwoJustZipApps.sh: done by fenwoJustZipApps.sh\n",
-                                    "Processing App Package: B.app...",
+                                    "identity", "Processing App Package: B.app...",
                                     "fenwoJustZipApps.sh: done by fenwoJustZipApps.sh\n"));
     EXPECT_EQ(log.messages().front(), "<Tester>-doProcessItemNew:...");
     EXPECT_EQ(log.count("<Tester>-doProcessItemNew:...appsToSign(3) = (\n    \"" +

@@ -103,6 +103,12 @@ TEST_F(LocationExpansion, NeverRewritesAnImmutableList) {
 TEST_F(LocationExpansion, CountsPackagesByNameInSixteenBits) {
     LocationList items = {folder.makeFile("File.app"), folder.path("A")};
     EXPECT_EQ(checkTotalItems(receiver, items), 3);
+    LocationList spellings;
+    for (int i = 0; i < 0x8000; ++i)
+        spellings.emplace_back(folder.path("A") + std::string(std::size_t(i % 181) + 1, '/') +
+                               std::string(std::size_t(i / 181) + 1, '/').replace(0, 0, "./") +
+                               "X.app");
+    EXPECT_EQ(checkTotalItems(receiver, spellings), -0x8000);
     LocationList empty;
     EXPECT_EQ(checkTotalItems(receiver, empty), 0);
 }

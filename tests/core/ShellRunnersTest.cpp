@@ -4,9 +4,11 @@
 #include "tests/support/TemporaryFolder.h"
 
 #include <csignal>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -116,4 +118,24 @@ TEST(RunAsShellCmd, ReturnsWhenTheOutputIsClosedAndNotLater) {
     std::ofstream(gate) << "go\n";
     EXPECT_EQ(runAsShellCmd("true"), std::nullopt);
     EXPECT_EQ(runAsShellCmd("printf '\\377'"), std::nullopt);
+}
+
+TEST(ShellRunners, LeaveNoDescriptorAndNoZombieBehind) {
+    const auto descriptors = [] {
+        return std::distance(std::filesystem::directory_iterator("/dev/fd"), {});
+    };
+    const auto before = descriptors();
+    for (int i = 0; i < 20; ++i) {
+        (void)runShellCommand("echo x");
+        (void)runShellCommand("head -c 600000 /dev/zero | tr '\\0' a");
+        (void)outputWhenRunAsShellCommand("echo x");
+    }
+    EXPECT_EQ(descriptors(), before);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
+    EXPECT_EQ(errno, ECHILD);
+    EXPECT_EQ(runAsShellCmd("echo x"), "x\n");
+    EXPECT_EQ(descriptors(), before);
+    while (waitid(P_ALL, 0, nullptr, WEXITED | WNOWAIT | WNOHANG) == 0) {
+        std::this_thread::yield();
+    }
 }

@@ -6,11 +6,14 @@
 
 #include <stdlib.h>
 
-/// A folder of a test's own, whose name has a blank; gone with all that is in it at the end.
+/// A folder of a test's own, whose name has a blank unless another is asked for; gone with all that
+/// is in it at the end.
 class TemporaryFolder {
 public:
-    TemporaryFolder() {
-        std::string name = std::filesystem::temp_directory_path() / "kelpmoray test XXXXXX";
+    static constexpr const char* withoutBlank = "kelpmoray-test-XXXXXX";
+
+    explicit TemporaryFolder(const char* nameTemplate = "kelpmoray test XXXXXX") {
+        std::string name = std::filesystem::temp_directory_path() / nameTemplate;
         path_ = std::filesystem::canonical(mkdtemp(name.data()));
     }
     ~TemporaryFolder() {
