@@ -1,0 +1,68 @@
+#pragma once
+
+#include "zip/ByteBuffer.h"
+
+#include <filesystem>
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <sys/types.h>
+
+/// A folder of its own for a test; goes away with it.
+class TemporaryFolder {
+public:
+    TemporaryFolder();
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    ~TemporaryFolder();
+
+    [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+    [[nodiscard]] std::string operator/(std::string_view name) const { return path_ / name; }
+
+private:
+    std::filesystem::path path_;
+};
+
+/// While it lives, this process has no more rights than anyone, even if root runs the tests.
+class WithoutPrivileges {
+public:
+    WithoutPrivileges();
+    WithoutPrivileges(const WithoutPrivileges&) = delete;
+    WithoutPrivileges& operator=(const WithoutPrivileges&) = delete;
+    ~WithoutPrivileges();
+
+private:
+    uid_t user_;
+};
+
+struct ShellResult {
+    /// Exit status, or 128 and the signal's number.
+    int status = 0;
+    /// Standard output and standard error.
+    std::string output;
+};
+
+[[nodiscard]] ShellResult runInShell(const std::string& command);
+/// For use in a command of the shell.
+[[nodiscard]] std::string shellQuoted(const std::string& text);
+
+/// Makes the folders on the way as well.
+void writeFile(const std::string& path, std::string_view content);
+/// A file of `size` zero bytes that takes no room on the disk.
+void writeSparseFile(const std::string& path, std::uintmax_t size);
+[[nodiscard]] std::string readFile(const std::string& path);
+[[nodiscard]] std::vector<std::string> namesIn(const std::filesystem::path& folder);
+
+/// Bytes that do not compress.
+[[nodiscard]] std::string randomBytes(std::mt19937& random, std::size_t size);
+/// Bytes like those of programs and texts: repetitions at all distances between literals.
+[[nodiscard]] std::string compressibleBytes(std::mt19937& random, std::size_t size);
+
+[[nodiscard]] zip::Bytes bytesOf(std::string_view text);
+
+/// Names, modes, times and links of every odd kind, below `package`.
+void writeOddPackage(const std::string& package);
+/// Folders, links and files of many sizes and kinds of content, drawn by `random`.
+void writeRandomPackage(const std::string& package, std::mt19937& random);

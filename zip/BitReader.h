@@ -1,0 +1,81 @@
+#pragma once
+
+#include "zip/ByteBuffer.h"
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace zip {
+
+/// The bits of a deflate stream in their order: of each byte the lowest first. Behind the end they
+/// are zero, and overrun() becomes true.
+class BitReader {
+public:
+    /// What refill() makes available at least.
+    static constexpr unsigned refilledBits = 56;
+
+    explicit BitReader(Bytes stream) : stream_(stream) {}
+
+    void refill() {
+        if (byte_ + sizeof bits_ <= stream_.size()) {
+            // Bytes that do not fit in whole are read again by the next refill, to the same place.
+            bits_ |= nextEightBytes() << count_;
+            byte_ += (63 - count_) / 8;
+            count_ |= refilledBits;
+            return;
+        }
+        for (; count_ <= refilledBits; count_ += 8, ++byte_)
+            if (byte_ < stream_.size())
+                bits_ |= std::uint64_t{stream_[byte_]} << count_;
+    }
+
+    /// The next bits, the first one lowest; as many as were refilled and not skipped since.
+    [[nodiscard]] std::uint64_t bits() const { return bits_; }
+
+    void skip(unsigned count) {
+        bits_ >>= count;
+        count_ -= count;
+    }
+
+    /// Refills and takes the next bits.
+    [[nodiscard]] std::size_t take(unsigned count) {
+        refill();
+        const std::uint64_t taken = bits_ & ((std::uint64_t{1} << count) - 1);
+        skip(count);
+        return static_cast<std::size_t>(taken);
+    }
+
+    void alignToByte() { skip(count_ % 8); }
+
+    /// From the start of a byte.
+    void skipBytes(std::size_t count) {
+        byte_ += count - count_ / 8;
+        bits_ = 0;
+        count_ = 0;
+    }
+
+    /// How many bits are behind us.
+    [[nodiscard]] std::size_t position() const { return byte_ * 8 - count_; }
+    [[nodiscard]] bool overrun() const { return position() > stream_.size() * 8; }
+
+private:
+    [[nodiscard]] std::uint64_t nextEightBytes() const {
+        std::uint64_t bytes = 0;
+        if constexpr (std::endian::native == std::endian::little) {
+            std::memcpy(&bytes, stream_.data() + byte_, sizeof bytes);
+        } else {
+            for (std::size_t index = sizeof bytes; index-- > 0;)
+                bytes = bytes << 8 | stream_[byte_ + index];
+        }
+        return bytes;
+    }
+
+    Bytes stream_;
+    std::size_t byte_ = 0;
+    std::uint64_t bits_ = 0;
+    unsigned count_ = 0;
+};
+
+} // namespace zip

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "zip/ByteBuffer.h"
+
+#include <cstddef>
+#include <optional>
+
+namespace zip {
+
+/// Positions in a deflate stream (RFC 1951), in bits from its start, lowest bit of a byte first.
+struct FinalBlock {
+    /// The first bit of the final block's header, the one that makes it final.
+    std::size_t headerBit = 0;
+    /// The bit after the last one of the stream.
+    std::size_t endBit = 0;
+};
+
+/// Finds the final block by walking all blocks before it, without decoding what they hold.
+/// Absent if the stream is malformed or ends early. Any thread may call it.
+[[nodiscard]] std::optional<FinalBlock> findFinalBlock(Bytes stream);
+
+} // namespace zip

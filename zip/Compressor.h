@@ -1,0 +1,35 @@
+#pragma once
+
+#include "zip/ByteBuffer.h"
+
+#include <memory>
+
+struct libdeflate_compressor;
+
+namespace zip {
+
+constexpr int quickestLevel = 1;
+constexpr int smallestLevel = 9;
+
+/// Makes deflate streams (RFC 1951). Each thread needs one of its own.
+class Compressor {
+public:
+    /// `level` from quickestLevel to smallestLevel. Throws std::bad_alloc.
+    explicit Compressor(int level);
+
+    /// Appends `content` as a whole stream, if that is shorter than the content itself; otherwise
+    /// appends nothing and returns false.
+    [[nodiscard]] bool deflateWhole(Bytes content, ByteBuffer& to);
+
+    /// Appends the next piece of a stream: whole bytes, so that the pieces in order make one
+    /// stream. A piece that does not shrink becomes stored blocks.
+    void deflatePiece(Bytes content, bool isLast, ByteBuffer& to);
+
+private:
+    struct Free {
+        void operator()(libdeflate_compressor* compressor) const;
+    };
+    std::unique_ptr<libdeflate_compressor, Free> compressor_;
+};
+
+} // namespace zip
