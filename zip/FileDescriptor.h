@@ -1,0 +1,51 @@
+#pragma once
+
+#include "zip/ByteBuffer.h"
+
+#include <optional>
+#include <utility>
+
+#include <sys/types.h>
+
+namespace zip {
+
+/// Owns one open file descriptor; closes it without a report, so who writes syncs before.
+class FileDescriptor {
+public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
+    FileDescriptor(FileDescriptor&& other) noexcept
+        : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+        std::swap(descriptor_, other.descriptor_);
+        return *this;
+    }
+    ~FileDescriptor();
+
+    /// Opens `path` relative to the folder `at` (or AT_FDCWD), closed in child processes.
+    /// Not open() when it fails; errno then tells why.
+    [[nodiscard]] static FileDescriptor openAt(int at, const char* path, int flags,
+                                               mode_t mode = 0);
+
+    [[nodiscard]] bool open() const { return descriptor_ >= 0; }
+    [[nodiscard]] int get() const { return descriptor_; }
+    /// Gives up the ownership.
+    [[nodiscard]] int release() { return std::exchange(descriptor_, -1); }
+
+private:
+    int descriptor_ = -1;
+};
+
+/// Reads `size` bytes at `offset`; fewer only where the file ends. Absent on failure, with errno
+/// set.
+[[nodiscard]] std::optional<std::size_t> readAt(int descriptor, std::uint8_t* to, std::size_t size,
+                                                std::uint64_t offset);
+
+/// Writes all bytes at `offset`; false on failure, with errno set.
+[[nodiscard]] bool writeAt(int descriptor, Bytes bytes, std::uint64_t offset);
+
+/// Lets the system start to bring the bytes to the disk, so that syncing waits for less at the end.
+/// A hint: does nothing where the system knows no such call.
+void startWriteBack(int descriptor, std::uint64_t offset, std::uint64_t size);
+
+} // namespace zip

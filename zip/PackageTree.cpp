@@ -1,0 +1,172 @@
+#include "zip/PackageTree.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <memory>
+#include <numeric>
+
+#include <dirent.h>
+#include <fcntl.h>
+
+namespace zip {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct CloseDirectory {
+    void operator()(DIR* directory) const { ::closedir(directory); }
+};
+using Directory = std::unique_ptr<DIR, CloseDirectory>;
+
+bool sameTime(const timespec& a, const timespec& b) {
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+Result<EntryType> typeOf(const struct stat& status, const std::string& path) {
+    const char* kind = "of an unknown kind";
+    switch (status.st_mode & S_IFMT) {
+    case S_IFDIR:
+        return EntryType::Folder;
+    case S_IFREG:
+        return EntryType::File;
+    case S_IFLNK:
+        return EntryType::Link;
+    case S_IFIFO:
+        kind = "a pipe";
+        break;
+    case S_IFSOCK:
+        kind = "a socket";
+        break;
+    case S_IFCHR:
+    case S_IFBLK:
+        kind = "a device";
+        break;
+    default:
+        break;
+    }
+    return Error{"Cannot pack " + path + ": it is " + kind + ". Remove it from the package."};
+}
+
+/// Adds what `at`/`path` names to the tree, under `name` (without a slash at its end).
+Outcome addEntry(PackageTree& tree, int at, const char* path, std::string name) {
+    struct stat status {};
+    if (::fstatat(at, path, &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return systemError("examine", tree.parentPath + name, errno);
+    auto type = typeOf(status, tree.parentPath + name);
+    if (!type)
+        return type.error();
+    if (*type == EntryType::Folder)
+        name += '/';
+    tree.entries.push_back({std::move(name), *type, static_cast<std::uint16_t>(status.st_mode),
+                            FileState::of(status)});
+    return {};
+}
+
+/// Adds everything that the folder holds, but not what its subfolders hold.
+Outcome addChildren(PackageTree& tree, const std::string& folder, const FileState& state) {
+    const std::string path = tree.parentPath + folder;
+    FileDescriptor opened = FileDescriptor::openAt(tree.parent.get(), folder.c_str(),
+                                                   O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+    struct stat status {};
+    if (!opened.open() || ::fstat(opened.get(), &status) != 0)
+        return systemError("open", path, errno);
+    if (status.st_dev != state.device || status.st_ino != state.inode)
+        return Error{"Cannot pack " + path + ": it was replaced meanwhile. Try again."};
+    const Directory directory(::fdopendir(opened.get()));
+    if (!directory)
+        return systemError("list", path, errno);
+    const int descriptor = opened.release();
+    errno = 0;
+    while (const dirent* child = ::readdir(directory.get())) {
+        const std::string_view name = child->d_name;
+        if (name == "." || name == "..")
+            continue;
+        if (auto added = addEntry(tree, descriptor, child->d_name, folder + child->d_name); !added)
+            return added;
+        errno = 0;
+    }
+    if (errno != 0)
+        return systemError("list", path, errno);
+    return {};
+}
+
+/// Splits the path of the package into parentPath and name; "." and ".." get their real name.
+Result<std::pair<std::string, std::string>> splitPath(std::string path) {
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    const std::string last = fs::path(path).filename();
+    if (last.empty() || last == "." || last == "..") {
+        std::error_code code;
+        path = fs::canonical(path, code);
+        if (code)
+            return systemError("find", path, code.value());
+    }
+    const auto slash = path.rfind('/');
+    if (path.empty() || path == "/")
+        return Error{"Cannot pack \"" + path + "\": it has no name. Give the path of a package."};
+    if (slash == std::string::npos)
+        return std::pair{std::string(), std::move(path)};
+    return std::pair{path.substr(0, slash + 1), path.substr(slash + 1)};
+}
+
+} // namespace
+
+FileState FileState::of(const struct stat& status) {
+#ifdef __APPLE__
+    return {status.st_dev, status.st_ino, status.st_size, status.st_mtimespec, status.st_ctimespec};
+#else
+    return {status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
+#endif
+}
+
+bool FileState::operator==(const FileState& other) const {
+    return device == other.device && inode == other.inode && size == other.size &&
+           sameTime(modified, other.modified) && sameTime(changed, other.changed);
+}
+
+std::uint64_t Entry::contentSize() const {
+    return type == EntryType::Folder ? 0 : static_cast<std::uint64_t>(state.size);
+}
+
+std::uint64_t contentSize(std::span<const Entry> entries) {
+    return std::accumulate(
+        entries.begin(), entries.end(), std::uint64_t{0},
+        [](std::uint64_t sum, const Entry& entry) { return sum + entry.contentSize(); });
+}
+
+Result<PackageTree> listPackage(const std::string& package) {
+    auto split = splitPath(package);
+    if (!split)
+        return split.error();
+    PackageTree tree;
+    tree.parentPath = split->first;
+    tree.parent = FileDescriptor::openAt(
+        AT_FDCWD, tree.parentPath.empty() ? "." : tree.parentPath.c_str(), O_RDONLY | O_DIRECTORY);
+    if (!tree.parent.open())
+        return systemError("open", tree.parentPath, errno);
+    if (auto added = addEntry(tree, tree.parent.get(), split->second.c_str(), split->second);
+        !added)
+        return added.error();
+    if (tree.entries[0].type == EntryType::Link) {
+        std::error_code code;
+        const std::string target = fs::read_symlink(tree.pathOf(tree.entries[0]), code);
+        return Error{"Cannot pack " + package + ": it is a symbolic link to " + target +
+                     ". Give the path of the package itself."};
+    }
+    if (tree.entries[0].type != EntryType::Folder)
+        return Error{"Cannot pack " + package +
+                     ": it is not a folder. Give the path of a package."};
+    for (std::size_t index = 0; index < tree.entries.size(); ++index) {
+        if (tree.entries[index].type != EntryType::Folder)
+            continue;
+        const Entry folder = tree.entries[index];
+        if (auto added = addChildren(tree, folder.name, folder.state); !added)
+            return added.error();
+    }
+    std::sort(tree.entries.begin(), tree.entries.end(),
+              [](const Entry& a, const Entry& b) { return a.name < b.name; });
+    return tree;
+}
+
+} // namespace zip

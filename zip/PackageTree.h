@@ -1,0 +1,61 @@
+#pragma once
+
+#include "zip/FileDescriptor.h"
+#include "zip/Result.h"
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+
+namespace zip {
+
+enum class EntryType : std::uint8_t { Folder, File, Link };
+
+/// What tells whether a file is still the one that was listed, in the state it was listed in.
+struct FileState {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    timespec modified{};
+    timespec changed{};
+
+    [[nodiscard]] static FileState of(const struct stat& status);
+    [[nodiscard]] bool operator==(const FileState& other) const;
+};
+
+/// One folder, file or symbolic link of the package.
+struct Entry {
+    /// Path from the folder that holds the package, bytes as on disk; a folder's ends in a slash.
+    std::string name;
+    EntryType type = EntryType::File;
+    std::uint16_t mode = 0;
+    FileState state;
+
+    /// Bytes of content: of a file its length, of a link the length of its target, else none.
+    [[nodiscard]] std::uint64_t contentSize() const;
+};
+
+/// The listing of a package, taken at one time: what will be in the archive.
+struct PackageTree {
+    /// The folder that holds the package; the names of the entries start here.
+    FileDescriptor parent;
+    /// Path of that folder with a slash at its end, for messages.
+    std::string parentPath;
+    /// Sorted by the bytes of their names, so each folder stands before what it holds. The first
+    /// one is the package itself.
+    std::vector<Entry> entries;
+
+    [[nodiscard]] std::string pathOf(const Entry& entry) const { return parentPath + entry.name; }
+};
+
+/// Of all the entries together.
+[[nodiscard]] std::uint64_t contentSize(std::span<const Entry> entries);
+
+/// Lists the package without following links. Fails on a package that is itself a symbolic link or
+/// not a folder, and on a socket, device or pipe inside it.
+[[nodiscard]] Result<PackageTree> listPackage(const std::string& package);
+
+} // namespace zip
