@@ -1,0 +1,109 @@
+#include "zip/ZipFormat.h"
+
+#include <cstdlib>
+#include <ctime>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using zip::isUtf8;
+
+std::uint32_t numberAt(const zip::ByteBuffer& buffer, std::size_t offset, std::size_t size) {
+    std::uint32_t number = 0;
+    for (std::size_t index = size; index-- > 0;)
+        number = number << 8 | buffer.bytes()[offset + index];
+    return number;
+}
+
+TEST(DosTime, holds_local_time_or_utc_in_steps_of_two_seconds) {
+    ::setenv("TZ", "XYZ-3", 1);
+    ::tzset();
+    constexpr std::int64_t time = 981173107; // 2001-02-03 04:05:07 UTC
+    const zip::DosTime utc = zip::dosTime(time, true);
+    EXPECT_EQ(utc.date, 21 << 9 | 2 << 5 | 3);
+    EXPECT_EQ(utc.time, 4 << 11 | 5 << 5 | 3);
+    const zip::DosTime local = zip::dosTime(time, false);
+    EXPECT_EQ(local.date, utc.date);
+    EXPECT_EQ(local.time, 7 << 11 | 5 << 5 | 3);
+    ::unsetenv("TZ");
+    ::tzset();
+}
+
+TEST(DosTime, takes_the_nearest_time_where_it_cannot_hold_it) {
+    for (const std::int64_t early : {INT64_MIN, std::int64_t{-1}, std::int64_t{170856000}}) {
+        EXPECT_EQ(zip::dosTime(early, true).date, 1 << 5 | 1);
+        EXPECT_EQ(zip::dosTime(early, true).time, 0);
+    }
+    for (const std::int64_t late : {std::int64_t{4354819200}, INT64_MAX}) {
+        EXPECT_EQ(zip::dosTime(late, true).date, 127 << 9 | 12 << 5 | 31);
+        EXPECT_EQ(zip::dosTime(late, true).time, 23 << 11 | 59 << 5 | 29);
+    }
+}
+
+TEST(Utf8, is_told_from_other_bytes) {
+    for (const char* text : {"", "plain", "ä", "日本語", "😀", "u\xcc\x88", "\xed\x9f\xbf",
+                             "\xee\x80\x80", "\xf4\x8f\xbf\xbf"})
+        EXPECT_TRUE(isUtf8(text)) << text;
+    for (const char* bytes :
+         {"\xe4", "a\xff", "\x80", "\xc3", "\xc0\xaf", "\xc1\xbf", "\xe0\x9f\xbf", "\xed\xa0\x80",
+          "\xf0\x8f\xbf\xbf", "\xf4\x90\x80\x80", "\xf5\x80\x80\x80", "\xe6\x97", "\xe6\x97z"})
+        EXPECT_FALSE(isUtf8(bytes)) << bytes;
+}
+
+TEST(LocalFileHeader, marks_names_as_utf8_only_if_they_are) {
+    constexpr std::size_t flags = 6;
+    zip::ByteBuffer valid;
+    zip::appendLocalFileHeader(valid, {.name = "ä"});
+    EXPECT_EQ(numberAt(valid, flags, 2), 0x0800U);
+    zip::ByteBuffer latin1;
+    zip::appendLocalFileHeader(latin1, {.name = "\xe4"});
+    EXPECT_EQ(numberAt(latin1, flags, 2), 0U);
+}
+
+TEST(LocalFileHeader, has_sizes_in_zip64_exactly_from_four_gigabytes_on) {
+    constexpr std::size_t compressedSize = 18;
+    constexpr std::size_t size = 22;
+    zip::ByteBuffer narrow;
+    zip::appendLocalFileHeader(narrow, {.name = "n", .compressedSize = 7, .size = 0xFFFFFFFE});
+    EXPECT_EQ(numberAt(narrow, compressedSize, 4), 7U);
+    EXPECT_EQ(numberAt(narrow, size, 4), 0xFFFFFFFE);
+    zip::ByteBuffer wide;
+    zip::appendLocalFileHeader(wide, {.name = "n", .compressedSize = 7, .size = 0xFFFFFFFF});
+    EXPECT_EQ(numberAt(wide, compressedSize, 4), zip::inZip64);
+    EXPECT_EQ(numberAt(wide, size, 4), zip::inZip64);
+    EXPECT_EQ(wide.size(), narrow.size() + 20);
+}
+
+TEST(CentralDirectoryHeader, has_in_zip64_only_what_does_not_fit) {
+    constexpr std::size_t extraSize = 30;
+    const auto sizeOfExtra = [](const zip::HeaderFields& fields) {
+        zip::ByteBuffer header;
+        zip::appendCentralDirectoryHeader(header, fields);
+        return numberAt(header, extraSize, 2);
+    };
+    constexpr std::uint64_t wide = 0x100000000;
+    const std::uint32_t none = sizeOfExtra({.name = "n", .localHeaderOffset = 0xFFFFFFFE});
+    EXPECT_EQ(sizeOfExtra({.name = "n", .localHeaderOffset = wide}), none + 4 + 8);
+    EXPECT_EQ(sizeOfExtra({.name = "n", .size = wide}), none + 4 + 8);
+    EXPECT_EQ(sizeOfExtra({.name = "n", .compressedSize = wide, .size = wide}), none + 4 + 16);
+    EXPECT_EQ(
+        sizeOfExtra({.name = "n", .compressedSize = wide, .size = wide, .localHeaderOffset = wide}),
+        none + 4 + 24);
+}
+
+TEST(EndOfCentralDirectory, has_a_zip64_record_only_where_a_number_needs_it) {
+    constexpr std::size_t plainSize = 22;
+    constexpr std::size_t zip64Size = 56 + 20 + plainSize;
+    const auto sizeFor = [](std::uint64_t count, std::uint64_t offset, std::uint64_t size) {
+        zip::ByteBuffer end;
+        zip::appendEndOfCentralDirectory(end, count, offset, size);
+        return end.size();
+    };
+    EXPECT_EQ(sizeFor(65535, 0xFFFFFFFE, 100), plainSize);
+    EXPECT_EQ(sizeFor(65536, 0, 100), zip64Size);
+    EXPECT_EQ(sizeFor(1, 0xFFFFFFFF, 100), zip64Size);
+    EXPECT_EQ(sizeFor(1, 0, 0xFFFFFFFF), zip64Size);
+}
+
+} // namespace
