@@ -1,0 +1,64 @@
+#pragma once
+
+#include "zip/FileDescriptor.h"
+#include "zip/Result.h"
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace zip {
+
+/// One entry as the central directory (APPNOTE.TXT, 4.3.12) has it.
+struct ArchivedEntry {
+    std::string name;
+    std::uint16_t versionNeeded = 0;
+    std::uint16_t method = 0;
+    std::uint16_t mode = 0;
+    std::uint16_t flags = 0;
+    std::uint32_t crc32 = 0;
+    std::uint32_t dosModified = 0;
+    /// The extended time stamp as it stands there, in seconds since 1970.
+    std::uint32_t modified = 0;
+    std::uint64_t compressedSize = 0;
+    std::uint64_t size = 0;
+    std::uint64_t localHeaderOffset = 0;
+    /// Where the next entry or the central directory starts.
+    std::uint64_t end = 0;
+};
+
+/// Where the central directory is, and how many entries it has.
+struct CentralDirectory {
+    std::uint64_t offset = 0;
+    std::uint64_t size = 0;
+    std::uint64_t count = 0;
+};
+
+/// Reads archives that this packer has written, sharing no code with the writing side. After open()
+/// any thread may call it.
+class ArchiveReader {
+public:
+    [[nodiscard]] static Result<ArchiveReader> open(const std::string& path);
+
+    [[nodiscard]] std::span<const ArchivedEntry> entries() const { return entries_; }
+
+    /// Where the data of the entry starts. Fails if its local file header differs from the central
+    /// directory or its data does not end where the next entry starts.
+    [[nodiscard]] Result<std::uint64_t> findData(const ArchivedEntry& entry) const;
+
+    /// Reads exactly `size` bytes at `offset`.
+    [[nodiscard]] Outcome read(std::uint8_t* to, std::size_t size, std::uint64_t offset) const;
+
+private:
+    [[nodiscard]] Result<CentralDirectory> findDirectory() const;
+    [[nodiscard]] Outcome readDirectory(const CentralDirectory& directory);
+    [[nodiscard]] Error damaged(const char* what) const;
+
+    std::string path_;
+    FileDescriptor opened_;
+    std::uint64_t fileSize_ = 0;
+    std::vector<ArchivedEntry> entries_;
+};
+
+} // namespace zip
