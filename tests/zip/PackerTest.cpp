@@ -1,0 +1,204 @@
+#include "zip/Packer.h"
+
+#include "TestTree.h"
+#include "zip/JobCutter.h"
+
+#include <algorithm>
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+namespace fs = std::filesystem;
+
+const zip::PackOptions verified{.threads = 2, .verify = true};
+
+TEST(Pack, makes_the_same_archive_with_any_number_of_threads) {
+    std::mt19937 random(20);
+    for (std::size_t round = 0; round < 12; ++round) {
+        const TemporaryFolder folder;
+        const std::string package = folder / "Random.app";
+        writeRandomPackage(package, random);
+        if (round % 4 == 0)
+            writeFile(package + "/big", compressibleBytes(random, 2 * zip::longestPiece + round));
+        auto one = zip::pack(folder / "1.zip", package, {.threads = 1, .verify = true});
+        ASSERT_TRUE(one) << one.error().sentence;
+        const std::string expected = readFile(folder / "1.zip");
+        for (const unsigned threads : {2U, 7U}) {
+            ASSERT_TRUE(zip::pack(folder / "n.zip", package, {.threads = threads}));
+            EXPECT_TRUE(readFile(folder / "n.zip") == expected) << threads << ", round " << round;
+        }
+        const ShellResult unpacked =
+            runInShell("cd " + shellQuoted(folder / "") +
+                       " && mkdir out && unzip -qq n.zip -d out &&"
+                       " diff -r --no-dereference Random.app out/Random.app && unzip -tqq n.zip");
+        EXPECT_EQ(unpacked.status, 0) << unpacked.output;
+        ASSERT_EQ(runInShell("chmod -R u+w " + shellQuoted(folder / "")).status, 0);
+    }
+}
+
+TEST(Pack, works_at_every_level) {
+    const TemporaryFolder folder;
+    std::mt19937 random(21);
+    writeFile(folder / "A.app/big", compressibleBytes(random, zip::longestPiece + 1));
+    writeFile(folder / "A.app/small", compressibleBytes(random, 5000));
+    std::vector<std::uintmax_t> sizes;
+    for (int level = 1; level <= 9; ++level) {
+        auto packed = zip::pack(folder / "A.zip", folder / "A.app",
+                                {.level = level, .threads = 2, .verify = true});
+        ASSERT_TRUE(packed) << level << ": " << packed.error().sentence;
+        sizes.push_back(fs::file_size(folder / "A.zip"));
+    }
+    EXPECT_LT(sizes.back(), sizes.front());
+}
+
+TEST(Pack, stores_what_does_not_shrink) {
+    const TemporaryFolder folder;
+    std::mt19937 random(22);
+    // Marks that look like the seams between pieces.
+    std::string content = randomBytes(random, zip::longestPiece + 100000);
+    for (int count = 0; count < 5; ++count)
+        content.replace(random() % (content.size() - 4), 4, std::string("\0\0\xff\xff", 4));
+    writeFile(folder / "A.app/big", content);
+    writeFile(folder / "A.app/small", content.substr(0, 1000));
+    writeFile(folder / "A.app/zzz", "behind");
+    auto packed = zip::pack(folder / "A.zip", folder / "A.app", verified);
+    ASSERT_TRUE(packed) << packed.error().sentence;
+    const ShellResult listed = runInShell("unzip -v " + shellQuoted(folder / "A.zip"));
+    EXPECT_EQ(listed.status, 0);
+    EXPECT_EQ(listed.output.find("Defl"), std::string::npos) << listed.output;
+    EXPECT_LT(fs::file_size(folder / "A.zip"), content.size() + 2500);
+    // Half of it shrinks a lot: one stream, though it has pieces that do not shrink.
+    writeFile(folder / "A.app/big", content + std::string(content.size(), 'x'));
+    packed = zip::pack(folder / "A.zip", folder / "A.app", verified);
+    ASSERT_TRUE(packed) << packed.error().sentence;
+    EXPECT_LT(fs::file_size(folder / "A.zip"), content.size() + 100000);
+    EXPECT_EQ(runInShell("unzip -tqq " + shellQuoted(folder / "A.zip")).status, 0);
+}
+
+TEST(Pack, replaces_an_archive_instead_of_updating_it) {
+    const TemporaryFolder folder;
+    writeFile(folder / "A.app/deleted later", "1");
+    ASSERT_TRUE(zip::pack(folder / "A.zip", folder / "A.app", verified));
+    fs::remove(folder / "A.app/deleted later");
+    writeFile(folder / "A.app/new", "2");
+    ASSERT_TRUE(zip::pack(folder / "A.zip", folder / "A.app", verified));
+    EXPECT_EQ(runInShell("unzip -Z1 " + shellQuoted(folder / "A.zip")).output,
+              "A.app/\nA.app/new\n");
+    EXPECT_THAT(namesIn(folder.path()), ElementsAre("A.app", "A.zip"));
+}
+
+TEST(Pack, fails_when_a_file_changes_while_it_is_read) {
+    const TemporaryFolder folder;
+    writeFile(folder / "A.zip", "an earlier archive");
+    const std::string file = folder / "A.app/growing";
+    writeSparseFile(file, 12 * zip::longestPiece);
+    bool changed = false;
+    const auto change = [&](std::uint64_t, std::uint64_t) {
+        if (!std::exchange(changed, true))
+            fs::resize_file(file, fs::file_size(file) + 1);
+    };
+    auto packed = zip::pack(folder / "A.zip", folder / "A.app", {.threads = 2, .progress = change});
+    ASSERT_FALSE(packed);
+    EXPECT_THAT(packed.error().sentence, AllOf(HasSubstr(file), HasSubstr("changed")));
+    EXPECT_THAT(namesIn(folder.path()), ElementsAre("A.app", "A.zip"));
+    EXPECT_EQ(readFile(folder / "A.zip"), "an earlier archive");
+}
+
+TEST(Pack, fails_when_a_file_or_link_is_exchanged_after_the_listing) {
+    const std::vector<std::pair<const char*, std::string>> exchanges{
+        {"rewritten", "printf 12 > victim"},
+        {"same length", "cp -p victim other && mv other victim"},
+        {"removed", "rm victim"},
+        {"made a link", "mv victim other && ln -s other victim"},
+        {"made a pipe", "rm victim && mkfifo victim"},
+        {"link retargeted", "ln -sfn longer link"},
+        {"link made a file", "rm link && echo > link"}};
+    for (const auto& [name, command] : exchanges) {
+        const TemporaryFolder folder;
+        // Two pieces: the first job is written, and so tells progress, before the last is read.
+        writeSparseFile(folder / "A.app/a", zip::longestPiece + 1);
+        writeFile(folder / "A.app/victim", "123");
+        fs::create_symlink("short", folder / "A.app/link");
+        bool done = false;
+        const auto exchange = [&, &command = command](std::uint64_t, std::uint64_t) {
+            if (!std::exchange(done, true)) {
+                EXPECT_EQ(
+                    runInShell("cd " + shellQuoted(folder / "A.app") + " && " + command).status, 0);
+            }
+        };
+        auto packed =
+            zip::pack(folder / "A.zip", folder / "A.app", {.threads = 1, .progress = exchange});
+        EXPECT_FALSE(packed) << name;
+        EXPECT_THAT(namesIn(folder.path()), ElementsAre("A.app")) << name;
+    }
+}
+
+TEST(Pack, names_the_file_that_it_may_not_read) {
+    const WithoutPrivileges someone;
+    const TemporaryFolder folder;
+    writeFile(folder / "A.app/secret", "1");
+    fs::permissions(folder / "A.app/secret", fs::perms::none);
+    auto packed = zip::pack(folder / "A.zip", folder / "A.app", verified);
+    ASSERT_FALSE(packed);
+    EXPECT_THAT(packed.error().sentence,
+                AllOf(HasSubstr(folder / "A.app/secret"), HasSubstr("Permission denied")));
+    EXPECT_THAT(namesIn(folder.path()), ElementsAre("A.app"));
+}
+
+TEST(Pack, refuses_an_output_inside_the_package) {
+    const TemporaryFolder folder;
+    fs::create_directories(folder / "A.app/sub");
+    fs::create_directory_symlink("A.app/sub", folder / "detour");
+    for (const char* output : {"A.app/A.zip", "A.app/sub/A.zip", "detour/A.zip"}) {
+        auto packed = zip::pack(folder / output, folder / "A.app", verified);
+        ASSERT_FALSE(packed) << output;
+        EXPECT_THAT(packed.error().sentence, AllOf(HasSubstr(output), HasSubstr("inside")));
+    }
+    EXPECT_TRUE(fs::is_empty(folder / "A.app/sub"));
+}
+
+TEST(Pack, refuses_an_output_that_cannot_become_an_archive) {
+    const TemporaryFolder folder;
+    writeFile(folder / "A.app/file", "1");
+    fs::create_directory(folder / "folder");
+    ASSERT_EQ(runInShell("mkfifo " + shellQuoted(folder / "pipe")).status, 0);
+    for (const char* output : {"folder", "folder/", "pipe", "missing/A.zip", "A.app"}) {
+        auto packed = zip::pack(folder / output, folder / "A.app", verified);
+        ASSERT_FALSE(packed) << output;
+        EXPECT_THAT(packed.error().sentence, HasSubstr(folder / output));
+    }
+    EXPECT_THAT(namesIn(folder.path()), ElementsAre("A.app", "folder", "pipe"));
+}
+
+TEST(Pack, says_that_the_folder_of_the_output_is_read_only) {
+    const WithoutPrivileges someone;
+    const TemporaryFolder folder;
+    writeFile(folder / "A.app/file", "1");
+    fs::create_directory(folder / "locked");
+    fs::permissions(folder / "locked", fs::perms::owner_read | fs::perms::owner_exec);
+    auto packed = zip::pack(folder / "locked/A.zip", folder / "A.app", verified);
+    ASSERT_FALSE(packed);
+    EXPECT_THAT(packed.error().sentence, HasSubstr(folder / "locked"));
+}
+
+TEST(Pack, tells_its_progress_up_to_the_end) {
+    const TemporaryFolder folder;
+    writeSparseFile(folder / "A.app/big", 5 * zip::longestPiece);
+    writeFile(folder / "A.app/small", "1");
+    std::vector<std::uint64_t> told;
+    const auto progress = [&](std::uint64_t done, std::uint64_t total) {
+        EXPECT_EQ(total, 2 * (5 * zip::longestPiece + 1));
+        told.push_back(done);
+    };
+    ASSERT_TRUE(zip::pack(folder / "A.zip", folder / "A.app",
+                          {.threads = 2, .verify = true, .progress = progress}));
+    EXPECT_GT(told.size(), 5U);
+    EXPECT_TRUE(std::is_sorted(told.begin(), told.end()));
+    EXPECT_EQ(told.back(), 2 * (5 * zip::longestPiece + 1));
+}
+
+} // namespace

@@ -1,0 +1,106 @@
+#include "zip/Verifier.h"
+
+#include "TestTree.h"
+#include "zip/JobCutter.h"
+#include "zip/Packer.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class Verify : public testing::Test {
+protected:
+    void SetUp() override {
+        std::mt19937 random(30);
+        writeFile(package_ + "/text", compressibleBytes(random, 300));
+        writeFile(package_ + "/random", randomBytes(random, 50));
+        fs::create_directory(package_ + "/folder");
+        fs::create_symlink("text", package_ + "/link");
+    }
+
+    void pack() {
+        auto packed = zip::pack(archive_, package_, {.threads = 1, .fixedTime = fixedTime_});
+        ASSERT_TRUE(packed) << packed.error().sentence;
+    }
+
+    zip::Outcome verify() { return zip::verify(archive_, package_, {2, fixedTime_}); }
+
+    TemporaryFolder folder_;
+    std::string package_ = folder_ / "A.app";
+    std::string archive_ = folder_ / "A.zip";
+    std::optional<std::int64_t> fixedTime_;
+};
+
+TEST_F(Verify, notices_every_difference_in_the_folder) {
+    const std::vector<std::string> changes{
+        "printf x >> text", "chmod 700 text", "touch -d 2001-01-01 text", "rm text", "echo > more",
+        "mkdir folder/more", "rmdir folder", "ln -sfn texT link", "touch -h -d 2001-01-01 link",
+        "rm text && mkdir text", "touch -d 2001-01-01 folder",
+        // The same length and time, one byte different.
+        "touch -r text ../time && printf z | dd of=text bs=1 seek=7 conv=notrunc && touch -r "
+        "../time text"};
+    for (const std::string& change : changes) {
+        pack();
+        ASSERT_TRUE(verify());
+        ASSERT_EQ(runInShell("cd " + shellQuoted(package_) + " && " + change).status, 0);
+        EXPECT_FALSE(verify()) << change;
+        fs::remove_all(package_);
+        SetUp();
+    }
+}
+
+TEST_F(Verify, notices_a_change_in_any_byte_of_the_archive) {
+    pack();
+    const std::string whole = readFile(archive_);
+    std::vector<std::size_t> unnoticed;
+    for (std::size_t index = 0; index < whole.size(); ++index) {
+        std::string damaged = whole;
+        damaged[index] = static_cast<char>(damaged[index] ^ 0x55);
+        writeFile(archive_, damaged);
+        if (verify())
+            unnoticed.push_back(index);
+    }
+    EXPECT_THAT(unnoticed, testing::IsEmpty());
+}
+
+TEST_F(Verify, notices_an_archive_that_is_cut_or_continued) {
+    pack();
+    const std::string whole = readFile(archive_);
+    for (std::size_t size = 0; size < whole.size(); size += 7) {
+        writeFile(archive_, whole.substr(0, size));
+        EXPECT_FALSE(verify()) << size;
+    }
+    writeFile(archive_, whole + "x");
+    EXPECT_FALSE(verify());
+    writeFile(archive_, "x" + whole);
+    EXPECT_FALSE(verify());
+    fs::remove(archive_);
+    EXPECT_FALSE(verify());
+}
+
+TEST_F(Verify, notices_a_change_in_each_piece_of_a_long_file) {
+    std::mt19937 random(31);
+    writeFile(package_ + "/long", compressibleBytes(random, 3 * zip::longestPiece));
+    pack();
+    ASSERT_TRUE(verify());
+    const std::string whole = readFile(archive_);
+    for (const std::size_t share : {1U, 3U, 5U}) {
+        std::string damaged = whole;
+        char& byte = damaged[damaged.size() * share / 6];
+        byte = static_cast<char>(byte ^ 0x10);
+        writeFile(archive_, damaged);
+        EXPECT_FALSE(verify()) << share;
+    }
+}
+
+TEST_F(Verify, expects_the_fixed_time_where_one_was_given) {
+    fixedTime_ = 315532800;
+    pack();
+    EXPECT_TRUE(verify());
+    fixedTime_.reset();
+    EXPECT_FALSE(verify());
+}
+
+} // namespace

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "zip/JobEncoder.h"
+
+#include <string>
+#include <vector>
+
+namespace zip {
+
+/// Writes encoded jobs one after the other into an archive, then its central directory. One thread
+/// at a time may call it.
+class ArchiveWriter {
+public:
+    /// Writes to `descriptor` from `start` on; what stands before is left alone. `path` is for
+    /// messages. The tree must outlive the writer.
+    ArchiveWriter(int descriptor, std::string path, const PackageTree& tree,
+                  std::optional<std::int64_t> fixedTime, std::uint64_t start = 0);
+
+    /// Jobs come in archive order.
+    [[nodiscard]] Outcome write(EncodedJob& encoded);
+    /// Writes the central directory and cuts the file behind it.
+    [[nodiscard]] Outcome finish();
+
+private:
+    [[nodiscard]] Outcome append(Bytes bytes);
+    [[nodiscard]] Outcome writePiece(const EncodedJob& encoded);
+    [[nodiscard]] Outcome closeFile(std::size_t entry);
+    [[nodiscard]] Outcome storeInstead(std::size_t entry);
+
+    int descriptor_;
+    std::string path_;
+    const PackageTree& tree_;
+    std::optional<std::int64_t> fixedTime_;
+    std::uint64_t position_;
+    std::uint64_t writtenBack_;
+    std::vector<EntryRecord> records_;
+};
+
+} // namespace zip

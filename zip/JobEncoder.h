@@ -1,0 +1,56 @@
+#pragma once
+
+#include "zip/Compressor.h"
+#include "zip/JobCutter.h"
+#include "zip/ZipFormat.h"
+
+#include <optional>
+#include <vector>
+
+namespace zip {
+
+/// What packing has found out about an entry: the rest of its headers.
+struct EntryRecord {
+    /// Of the local file header; while a job holds it, counted from the job's first byte.
+    std::uint64_t localHeaderOffset = 0;
+    std::uint64_t compressedSize = 0;
+    std::uint32_t crc32 = 0;
+    Method method = Method::Stored;
+};
+
+/// A job done: bytes for the archive.
+struct EncodedJob {
+    Job job;
+    ByteBuffer bytes;
+    /// One for each entry of the job. That of a piece is about the piece alone.
+    std::vector<EntryRecord> records;
+};
+
+/// The headers of the entry. `fixedTime`, in seconds since 1970, takes the place of its own time.
+[[nodiscard]] HeaderFields headerFields(const Entry& entry, const EntryRecord& record,
+                                        std::optional<std::int64_t> fixedTime);
+
+/// Turns jobs into bytes. Each thread needs one of its own.
+class JobEncoder {
+public:
+    /// The tree must outlive the encoder.
+    JobEncoder(const PackageTree& tree, int level, std::optional<std::int64_t> fixedTime)
+        : tree_(tree), fixedTime_(fixedTime), compressor_(level) {}
+
+    /// Does `encoded.job`: the entries with their local file headers; of a piece just the data,
+    /// with a header whose sizes and check sum are still open before the first.
+    [[nodiscard]] Outcome encode(EncodedJob& encoded);
+
+private:
+    [[nodiscard]] Outcome encodePiece(EncodedJob& encoded);
+    [[nodiscard]] Outcome encodeEntry(const Entry& entry, EncodedJob& encoded);
+    [[nodiscard]] Outcome readContent(const Entry& entry, std::uint64_t offset, std::size_t size);
+
+    const PackageTree& tree_;
+    std::optional<std::int64_t> fixedTime_;
+    Compressor compressor_;
+    ByteBuffer content_;
+    ByteBuffer deflated_;
+};
+
+} // namespace zip

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "zip/JobEncoder.h"
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <vector>
+
+namespace zip {
+
+/// Gives out jobs in archive order and takes them back done in any order; whoever brings the job
+/// that is next in the archive writes it, and those behind it that wait. Its slots bound the memory
+/// in use. Any thread may call it.
+class JobRing {
+public:
+    /// `write` is called for one job at a time, in archive order, while no lock is held.
+    JobRing(std::size_t slots, JobCutter cutter, std::function<Outcome(EncodedJob&)> write);
+
+    /// The next job to do, once a slot is free; null when there is none left or after stop().
+    [[nodiscard]] EncodedJob* take();
+    /// Hands in what take() gave. Fails if what this thread then wrote could not be written.
+    [[nodiscard]] Outcome finish(const EncodedJob& done);
+    /// Ends the work early: nothing more is given out or written.
+    void stop();
+
+private:
+    [[nodiscard]] Outcome writeReady(std::unique_lock<std::mutex>& lock);
+
+    std::vector<EncodedJob> slots_;
+    std::vector<bool> isDone_;
+    JobCutter cutter_;
+    std::function<Outcome(EncodedJob&)> write_;
+
+    std::mutex mutex_;
+    std::condition_variable slotFreed_;
+    std::size_t taken_ = 0;
+    std::size_t written_ = 0;
+    bool isWriting_ = false;
+    bool isStopped_ = false;
+};
+
+} // namespace zip

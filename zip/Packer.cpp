@@ -1,0 +1,127 @@
+#include "zip/Packer.h"
+
+#include "zip/ArchiveWriter.h"
+#include "zip/JobRing.h"
+#include "zip/TemporaryFile.h"
+#include "zip/Verifier.h"
+#include "zip/WorkerThreads.h"
+
+#include <cerrno>
+#include <filesystem>
+
+#include <fcntl.h>
+
+namespace zip {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Two more than the threads, so that those who are ahead need not wait for the one who writes.
+constexpr std::size_t spareSlots = 2;
+
+/// Fails if the output would lie inside the package or take the place of something else than a
+/// file.
+Outcome checkOutput(const std::string& output, const PackageTree& tree) {
+    std::error_code code;
+    const fs::file_type type = fs::symlink_status(output, code).type();
+    if (type == fs::file_type::directory || !fs::path(output).has_filename())
+        return Error{"Cannot write " + output + ": it is a folder. Give the path of an archive."};
+    if (fs::exists(fs::file_status(type)) && type != fs::file_type::regular &&
+        type != fs::file_type::symlink)
+        return Error{"Cannot write " + output + ": it is not a file. Give another path."};
+
+    const FileState& package = tree.entries.front().state;
+    const fs::path folder = fs::path(output).parent_path();
+    FileDescriptor at = FileDescriptor::openAt(AT_FDCWD, folder.empty() ? "." : folder.c_str(),
+                                               O_RDONLY | O_DIRECTORY);
+    FileState previous;
+    while (at.open()) {
+        struct stat status {};
+        if (::fstat(at.get(), &status) != 0)
+            break;
+        const FileState here = FileState::of(status);
+        if (here.device == package.device && here.inode == package.inode)
+            return Error{"Cannot write " + output +
+                         ": it would lie inside the package. Choose a place outside of it."};
+        if (here.device == previous.device && here.inode == previous.inode)
+            return {};
+        previous = here;
+        at = FileDescriptor::openAt(at.get(), "..", O_RDONLY | O_DIRECTORY);
+    }
+    return systemError("open the folder of", output, errno);
+}
+
+class ProgressCount {
+public:
+    ProgressCount(const PackOptions& options, std::uint64_t total)
+        : report_(options.progress), total_(total) {}
+
+    void add(std::uint64_t bytes) {
+        done_ += bytes;
+        if (report_)
+            report_(done_, total_);
+    }
+
+private:
+    std::function<void(std::uint64_t, std::uint64_t)> report_;
+    std::uint64_t total_;
+    std::uint64_t done_ = 0;
+};
+
+std::uint64_t contentSize(const PackageTree& tree, const Job& job) {
+    if (job.isPiece())
+        return job.length;
+    return contentSize(std::span(tree.entries).subspan(job.firstEntry, job.entryCount));
+}
+
+Outcome writeArchive(const TemporaryFile& file, const PackageTree& tree, const PackOptions& options,
+                     ProgressCount& progress) {
+    ArchiveWriter writer(file.descriptor(), file.path(), tree, options.fixedTime);
+    JobRing ring(options.threads + spareSlots, JobCutter(tree.entries), [&](EncodedJob& encoded) {
+        auto written = writer.write(encoded);
+        progress.add(contentSize(tree, encoded.job));
+        return written;
+    });
+    const auto work = [&]() -> Outcome {
+        JobEncoder encoder(tree, options.level, options.fixedTime);
+        while (EncodedJob* encoded = ring.take()) {
+            if (auto done = encoder.encode(*encoded); !done)
+                return done;
+            if (auto written = ring.finish(*encoded); !written)
+                return written;
+        }
+        return {};
+    };
+    if (auto done = runOnThreads(options.threads, work, [&] { ring.stop(); }); !done)
+        return done;
+    return writer.finish();
+}
+
+} // namespace
+
+Outcome pack(const std::string& output, const std::string& package, const PackOptions& options) {
+    try {
+        auto tree = listPackage(package);
+        if (!tree)
+            return tree.error();
+        if (auto checked = checkOutput(output, *tree); !checked)
+            return checked;
+        auto file = TemporaryFile::createFor(output);
+        if (!file)
+            return file.error();
+        ProgressCount progress(options, contentSize(tree->entries) * (options.verify ? 2 : 1));
+        if (auto written = writeArchive(*file, *tree, options, progress); !written)
+            return written;
+        if (options.verify) {
+            const VerifyOptions verifyOptions{options.threads, options.fixedTime,
+                                              [&](std::uint64_t bytes) { progress.add(bytes); }};
+            if (auto verified = verify(file->path(), package, verifyOptions); !verified)
+                return verified;
+        }
+        return file->commit();
+    } catch (const std::exception& exception) {
+        return Error{"Cannot pack " + package + ": " + exception.what() + ". Try again."};
+    }
+}
+
+} // namespace zip

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "zip/FileDescriptor.h"
+#include "zip/Result.h"
+
+#include <string>
+
+namespace zip {
+
+/// The file that becomes `output` once it is whole: until then it is a hidden one beside it, named
+/// after the output and this process, which goes away with this object and when SIGINT, SIGTERM or
+/// SIGHUP ends the process. One at a time in a process.
+class TemporaryFile {
+public:
+    /// Also removes those for the same output whose process has ended without doing so.
+    [[nodiscard]] static Result<TemporaryFile> createFor(const std::string& output);
+
+    TemporaryFile(TemporaryFile&& other) noexcept = default;
+    TemporaryFile& operator=(TemporaryFile&& other) = delete;
+    ~TemporaryFile();
+
+    [[nodiscard]] int descriptor() const { return opened_.get(); }
+    [[nodiscard]] const std::string& path() const { return path_; }
+
+    /// Waits until it is on the disk, then lets it take the output's place.
+    [[nodiscard]] Outcome commit();
+
+private:
+    TemporaryFile(std::string output, std::string path)
+        : output_(std::move(output)), path_(std::move(path)) {}
+
+    std::string output_;
+    std::string path_;
+    FileDescriptor opened_;
+};
+
+} // namespace zip
