@@ -1,0 +1,173 @@
+#include "TestTree.h"
+
+#include <array>
+#include <csignal>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+namespace fs = std::filesystem;
+
+/// The program at work on a package that keeps it busy for long.
+class Program : public testing::Test {
+protected:
+    ShellResult run(const std::string& arguments, const std::string& before = "") const {
+        return runInShell("cd " + shellQuoted(folder_ / "") + " && " + before + " " +
+                          shellQuoted(KELPMORAY_ZIP) + " " + arguments);
+    }
+
+    /// Starts it on a file of a terabyte, and returns once it has written some of the archive.
+    pid_t startLongRun() const {
+        writeSparseFile(folder_ / "Long.app/file", std::uintmax_t{1} << 40);
+        std::array<int, 2> pipe{};
+        EXPECT_EQ(::pipe(pipe.data()), 0);
+        posix_spawn_file_actions_t actions{};
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, pipe[1], STDERR_FILENO);
+        posix_spawn_file_actions_addclose(&actions, pipe[0]);
+        // Whoever runs the tests in the background may ignore SIGINT.
+        sigset_t ending;
+        sigemptyset(&ending);
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+            sigaddset(&ending, signal);
+        posix_spawnattr_t attributes{};
+        posix_spawnattr_init(&attributes);
+        posix_spawnattr_setsigdefault(&attributes, &ending);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+        std::array<std::string, 4> arguments{KELPMORAY_ZIP, "--progress", folder_ / "Long.zip",
+                                             folder_ / "Long.app"};
+        std::array<char*, 5> argv{};
+        for (std::size_t index = 0; index < arguments.size(); ++index)
+            argv[index] = arguments[index].data();
+        pid_t process = 0;
+        EXPECT_EQ(
+            ::posix_spawn(&process, KELPMORAY_ZIP, &actions, &attributes, argv.data(), environ), 0);
+        posix_spawn_file_actions_destroy(&actions);
+        posix_spawnattr_destroy(&attributes);
+        ::close(pipe[1]);
+        char first = 0;
+        EXPECT_EQ(::read(pipe[0], &first, 1), 1);
+        // Open until the end of the test, so that further lines do no harm.
+        progress_ = pipe[0];
+        return process;
+    }
+
+    /// Ends it by the signal; returns the one that it died of.
+    int endBy(pid_t process, int signal) const {
+        EXPECT_EQ(::kill(process, signal), 0);
+        int status = 0;
+        EXPECT_EQ(::waitpid(process, &status, 0), process);
+        ::close(progress_);
+        return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    }
+
+    TemporaryFolder folder_;
+    mutable int progress_ = -1;
+};
+
+TEST_F(Program, packs_and_says_nothing) {
+    writeFile(folder_ / "A.app/file", "1");
+    const ShellResult result = run("A.zip A.app");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(runInShell("unzip -Z1 " + shellQuoted(folder_ / "A.zip")).output,
+              "A.app/\nA.app/file\n");
+}
+
+TEST_F(Program, explains_itself) {
+    EXPECT_THAT(run("--help").output, HasSubstr("usage: kelpmoray-zip"));
+    EXPECT_EQ(run("--help").status, 0);
+    EXPECT_THAT(run("--version").output, MatchesRegex("kelpmoray-zip [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+    EXPECT_EQ(run("--version").status, 0);
+}
+
+TEST_F(Program, refuses_a_command_line_that_makes_no_sense) {
+    writeFile(folder_ / "A.app/file", "1");
+    for (const char* arguments :
+         {"", "A.zip", "A.zip A.app more", "--unknown A.zip A.app", "-l 0 A.zip A.app",
+          "-l 10 A.zip A.app", "-l x A.zip A.app", "-l 5x A.zip A.app", "-j 0 A.zip A.app",
+          "-j -1 A.zip A.app", "-j 9999 A.zip A.app"})
+        EXPECT_EQ(run(arguments).status, 2) << arguments;
+    EXPECT_EQ(run("--reproducible A.zip A.app", "SOURCE_DATE_EPOCH=yesterday").status, 2);
+    EXPECT_THAT(namesIn(folder_.path()), ElementsAre("A.app"));
+}
+
+TEST_F(Program, names_the_path_in_one_line_when_it_fails) {
+    ShellResult result = run("A.zip Missing.app");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.output, MatchesRegex("kelpmoray-zip: [^\n]*Missing.app[^\n]*\n"));
+    fs::create_directories(folder_ / "A.app/new\nline");
+    ASSERT_EQ(runInShell("mkfifo " + shellQuoted(folder_ / "A.app/new\nline/pipe")).status, 0);
+    result = run("A.zip A.app");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.output, MatchesRegex("kelpmoray-zip: [^\n]*new\\?line/pipe[^\n]*\n"));
+}
+
+TEST_F(Program, makes_reproducible_archives_of_the_same_content) {
+    const auto archiveOf = [&](const std::string& before) {
+        fs::remove_all(folder_ / "A.app");
+        writeFile(folder_ / "A.app/file", "1");
+        EXPECT_EQ(run("--verify --reproducible A.zip A.app", before).status, 0);
+        return readFile(folder_ / "A.zip");
+    };
+    const std::string first = archiveOf("TZ=XYZ-5");
+    EXPECT_TRUE(archiveOf("TZ=XYZ+7") == first);
+    const ShellResult listed = runInShell("TZ=UTC unzip -Z -T " + shellQuoted(folder_ / "A.zip"));
+    EXPECT_THAT(listed.output, HasSubstr("19800101.000000"));
+    EXPECT_FALSE(archiveOf("SOURCE_DATE_EPOCH=1000000000") == first);
+    EXPECT_THAT(runInShell("TZ=UTC unzip -Z -T " + shellQuoted(folder_ / "A.zip")).output,
+                HasSubstr("20010909.014640"));
+}
+
+TEST_F(Program, gives_the_archive_the_permissions_that_the_umask_leaves) {
+    writeFile(folder_ / "A.app/file", "1");
+    for (const auto& [umask, mode] : {std::pair{"022", 0644U}, {"077", 0600U}, {"002", 0664U}}) {
+        ASSERT_EQ(run("A.zip A.app", std::string("umask ") + umask + " &&").status, 0);
+        struct stat status {};
+        ASSERT_EQ(::stat((folder_ / "A.zip").c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777, mode);
+    }
+}
+
+TEST_F(Program, prints_percents_as_it_goes_on_if_asked_to) {
+    writeFile(folder_ / "A.app/file", "1");
+    EXPECT_THAT(run("--progress A.zip A.app").output, MatchesRegex("([0-9]+%\n)*100%\n"));
+}
+
+TEST_F(Program, leaves_nothing_behind_when_a_signal_ends_it) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        const pid_t process = startLongRun();
+        EXPECT_EQ(endBy(process, signal), signal);
+        EXPECT_THAT(namesIn(folder_.path()), ElementsAre("Long.app"));
+    }
+}
+
+TEST_F(Program, removes_what_a_killed_run_has_left_but_not_what_a_running_one_needs) {
+    const pid_t killed = startLongRun();
+    EXPECT_EQ(endBy(killed, SIGKILL), SIGKILL);
+    const std::string left = ".Long.zip.kelpmoray-" + std::to_string(killed);
+    EXPECT_THAT(namesIn(folder_.path()), ElementsAre(left, "Long.app"));
+
+    const pid_t running = startLongRun();
+    const std::string needed = ".Long.zip.kelpmoray-" + std::to_string(running);
+    EXPECT_THAT(namesIn(folder_.path()), ElementsAre(needed, "Long.app"));
+    writeFile(folder_ / "Short.app/file", "1");
+    writeFile(folder_ / ".Long.zip.kelpmoray-notes", "not ours");
+    EXPECT_EQ(run("Long.zip Short.app").status, 0);
+    EXPECT_THAT(namesIn(folder_.path()), ElementsAre(needed, ".Long.zip.kelpmoray-notes",
+                                                     "Long.app", "Long.zip", "Short.app"));
+    EXPECT_EQ(endBy(running, SIGTERM), SIGTERM);
+}
+
+} // namespace
