@@ -1,0 +1,13 @@
+#include "app/platform/ProcessEnd.h"
+
+#include <QApplication>
+
+#include <gtest/gtest.h>
+
+int main(int argc, char** argv) {
+    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    testing::InitGoogleTest(&argc, argv);
+    const QApplication application(argc, argv);
+    return endJobs(RUN_ALL_TESTS());
+}
