@@ -1,0 +1,55 @@
+#include "app/platform/NotificationCenter.h"
+
+#include "app/platform/QtDescription.h"
+#include "core/Format.h"
+
+#include <thread>
+
+#include <gmock/gmock.h>
+
+TEST(NotificationCenter, CallsTheObserversOfTheNameInOrderOnThePostersThread) {
+    NotificationCenter center;
+    std::vector<std::string> calls;
+    std::thread::id caller;
+    center.addObserver("newsearchpath", [&](const Notification& notification) {
+        calls.push_back(format("first %@", notification));
+        caller = std::this_thread::get_id();
+        center.addObserver("newsearchpath", [&](const Notification&) { calls.push_back("late"); });
+    });
+    center.addObserver("other", [&](const Notification&) { calls.push_back("other"); });
+    center.addObserver("newsearchpath", [&](const Notification& notification) {
+        const auto& list = std::get<LocationList>(notification.object);
+        calls.push_back("second " + pathOf(list.at(1)).value());
+    });
+
+    std::thread poster([&] {
+        center.post("newsearchpath", LocationList{std::string("/a"), FileUrl("/b", true)});
+    });
+    const std::thread::id posterId = poster.get_id();
+    poster.join();
+    EXPECT_THAT(calls, testing::ElementsAre(
+                           "first {name = newsearchpath; object = (\n    /a,\n    file:///b/\n)}",
+                           "second /b"));
+    EXPECT_EQ(caller, posterId);
+}
+
+TEST(NotificationCenter, CarriesNothingOrOneItemToo) {
+    NotificationCenter center;
+    std::vector<std::string> seen;
+    center.addObserver(
+        "n", [&](const Notification& notification) { seen.push_back(format("%@", notification)); });
+    center.post("n");
+    center.post("n", LocationItem(std::string("/a b")));
+    EXPECT_THAT(seen, testing::ElementsAre("{name = n}", "{name = n; object = /a b}"));
+}
+
+TEST(QtDescription, PrintsAsThePlatformDoes) {
+    QObject object;
+    const QObject* const none = nullptr;
+    const std::string text =
+        format("%@ %@ %@ %@", QRect(-1, 2, 30, 40), QString(), QStringLiteral("é"), none);
+    EXPECT_EQ(text, "{{-1, 2}, {30, 40}} (null) é (null)");
+    EXPECT_THAT(format("%@", &object), testing::MatchesRegex("<QObject: 0x[0-9a-f]+>"));
+    EXPECT_EQ(format("%@", std::vector<QObject*>{&object}),
+              "(\n    \"" + format("%@", &object) + "\"\n)");
+}
