@@ -1,0 +1,117 @@
+#include "app/platform/SettingsStore.h"
+
+#include "app/platform/QtDescription.h"
+#include "core/Log.h"
+#include "core/Text.h"
+
+#include <QCheckBox>
+
+namespace {
+
+constexpr const char* recordFields[] = {"title", "identitystring", "displaystring"};
+
+QString fieldKey(const QString& key, const char* field) {
+    return key + QLatin1Char('/') + QLatin1String(field);
+}
+
+} // namespace
+
+QString SettingsStore::userFile() {
+    return QSettings(QSettings::IniFormat, QSettings::UserScope,
+                     QStringLiteral("com.quenbark.kelpmoray"))
+        .fileName();
+}
+
+SettingsStore::SettingsStore(const QString& file) : file_(file, QSettings::IniFormat) {
+    for (const QString& key : file_.allKeys()) {
+        const QVariant value = file_.value(key);
+        if (value.typeId() == QMetaType::QString)
+            values_.insert(key, value.toString());
+    }
+    logTrouble();
+}
+
+std::optional<QString> SettingsStore::value(const QString& key) const {
+    const std::lock_guard lock(mutex_);
+    const auto found = values_.constFind(key);
+    if (found == values_.constEnd())
+        return std::nullopt;
+    return *found;
+}
+
+bool SettingsStore::setValue(const QString& key, const QString& value) {
+    {
+        const std::lock_guard lock(mutex_);
+        QString& kept = values_[key];
+        if (kept == value && !kept.isNull())
+            return false;
+        kept = value;
+    }
+    file_.setValue(key, value);
+    return true;
+}
+
+bool SettingsStore::boolForKey(const QString& key) const {
+    const std::string text = value(key).value_or(QString()).toStdString();
+    return equalsIgnoringCase(text, "true") || equalsIgnoringCase(text, "yes") || text == "1";
+}
+
+std::optional<std::string> SettingsStore::stringForKey(const QString& key) const {
+    const std::optional<QString> text = value(key);
+    if (!text)
+        return std::nullopt;
+    return text->toStdString();
+}
+
+std::optional<IdentityRecord> SettingsStore::recordForKey(const QString& key) const {
+    const auto field = [&](const char* name) { return stringForKey(fieldKey(key, name)); };
+    const auto identitystring = field("identitystring");
+    if (!identitystring)
+        return std::nullopt;
+    return IdentityRecord{field("title").value_or(""), *identitystring,
+                          field("displaystring").value_or("")};
+}
+
+void SettingsStore::setBool(const QString& key, bool value) {
+    setString(key, value ? "true" : "false");
+}
+
+void SettingsStore::setString(const QString& key, const std::string& value) {
+    if (setValue(key, QString::fromStdString(value)))
+        emit changed(key);
+}
+
+void SettingsStore::setRecord(const QString& key, const IdentityRecord& record) {
+    const std::string* values[] = {&record.title, &record.identitystring, &record.displaystring};
+    bool different = false;
+    for (std::size_t i = 0; i < std::size(values); ++i)
+        if (setValue(fieldKey(key, recordFields[i]), QString::fromStdString(*values[i])))
+            different = true;
+    if (different)
+        emit changed(key);
+}
+
+void SettingsStore::synchronize() {
+    file_.sync();
+    logTrouble();
+}
+
+void SettingsStore::logTrouble() {
+    if (file_.status() == loggedStatus_)
+        return;
+    loggedStatus_ = file_.status();
+    if (loggedStatus_ == QSettings::FormatError)
+        logEvent("settings: parts of %@ are not understood and count as absent", file_.fileName());
+    else
+        logEvent("settings: %@ can not be used, changes last until the end of this run",
+                 file_.fileName());
+}
+
+void SettingsStore::bind(QCheckBox& box, const QString& key) {
+    box.setChecked(boolForKey(key));
+    connect(&box, &QCheckBox::toggled, this, [this, key](bool checked) { setBool(key, checked); });
+    connect(this, &SettingsStore::changed, &box, [this, &box, key](const QString& changedKey) {
+        if (changedKey == key)
+            box.setChecked(boolForKey(key));
+    });
+}

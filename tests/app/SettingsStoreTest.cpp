@@ -1,0 +1,126 @@
+#include "app/platform/SettingsStore.h"
+
+#include "tests/app/Support.h"
+
+#include <QCheckBox>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <thread>
+
+#include <gmock/gmock.h>
+
+namespace {
+
+class SettingsStoreTest : public testing::Test {
+protected:
+    void writeFile(const QByteArray& content) const {
+        QFile target(file);
+        ASSERT_TRUE(target.open(QIODevice::WriteOnly));
+        target.write(content);
+    }
+    [[nodiscard]] std::string fileContent() const {
+        QFile source(file);
+        return source.open(QIODevice::ReadOnly) ? source.readAll().toStdString() : "";
+    }
+
+    const QTemporaryDir folder;
+    const QString file = folder.filePath(QStringLiteral("settings.ini"));
+    const IdentityRecord identity{"Developer ID Application", "Zoë, Inc. (X1)",
+                                  "Developer ID Application: Zoë, Inc. (X1)"};
+};
+
+} // namespace
+
+TEST_F(SettingsStoreTest, KeepsReadableValuesFromRunToRun) {
+    {
+        SettingsStore store(file);
+        EXPECT_FALSE(store.boolForKey("flag"));
+        EXPECT_EQ(store.stringForKey("version"), std::nullopt);
+        store.setBool("flag", true);
+        store.setString("version", "Kelpmoray - v1");
+        store.setRecord("identity", identity);
+        store.synchronize();
+    }
+    EXPECT_THAT(fileContent(), testing::AllOf(testing::HasSubstr("flag=true\n"),
+                                              testing::HasSubstr("version=Kelpmoray - v1\n"),
+                                              testing::HasSubstr("[identity]\n"),
+                                              testing::HasSubstr("Zoë, Inc. (X1)")));
+    const SettingsStore store(file);
+    EXPECT_TRUE(store.boolForKey("flag"));
+    EXPECT_EQ(store.stringForKey("version"), "Kelpmoray - v1");
+    const auto restored = store.recordForKey("identity");
+    ASSERT_TRUE(restored);
+    EXPECT_EQ(restored->title, identity.title);
+    EXPECT_EQ(restored->identitystring, identity.identitystring);
+    EXPECT_EQ(restored->displaystring, identity.displaystring);
+}
+
+TEST_F(SettingsStoreTest, TakesValuesOfTheWrongTypeForNone) {
+    writeFile("identity=text\nflag=perhaps\nlist=a, b\nraw=@ByteArray(x)\n"
+              "[partial]\ntitle=T\n[other]\nidentitystring=Jane (J)\n");
+    const SettingsStore store(file);
+    EXPECT_FALSE(store.recordForKey("identity"));
+    EXPECT_FALSE(store.recordForKey("partial"));
+    EXPECT_FALSE(store.boolForKey("flag"));
+    EXPECT_FALSE(store.stringForKey("list"));
+    EXPECT_FALSE(store.stringForKey("raw"));
+    ASSERT_TRUE(store.recordForKey("other"));
+    EXPECT_EQ(store.recordForKey("other")->identitystring, "Jane (J)");
+}
+
+TEST_F(SettingsStoreTest, BindsACheckBoxInBothDirections) {
+    SettingsStore store(file);
+    store.setBool("flag", true);
+    {
+        QCheckBox box;
+        box.setEnabled(false);
+        store.bind(box, "flag");
+        EXPECT_TRUE(box.isChecked());
+        EXPECT_FALSE(box.isEnabled());
+        box.setEnabled(true);
+        box.click();
+        EXPECT_FALSE(store.boolForKey("flag"));
+        store.setBool("flag", true);
+        EXPECT_TRUE(box.isChecked());
+        store.setBool("another", false);
+        EXPECT_TRUE(box.isChecked());
+    }
+    store.setBool("flag", false); // the box has gone
+    EXPECT_FALSE(store.boolForKey("flag"));
+}
+
+TEST_F(SettingsStoreTest, CanBeReadOnAnotherThreadWhileItChanges) {
+    SettingsStore store(file);
+    store.setBool("flag", true);
+    bool alwaysThere = true;
+    std::thread reader([&] {
+        for (int i = 0; i < 1000; ++i)
+            alwaysThere = alwaysThere && store.boolForKey("flag");
+    });
+    for (int i = 0; i < 200; ++i)
+        store.setString("other" + QString::number(i), "x");
+    reader.join();
+    EXPECT_TRUE(alwaysThere);
+}
+
+TEST_F(SettingsStoreTest, LogsAndGoesOnWithABrokenOrUnusableFile) {
+    writeFile("[unclosed\nno value\n\x01\x02");
+    {
+        const LogLines log;
+        SettingsStore store(file);
+        EXPECT_TRUE(log.contains("settings: parts of " + file.toStdString() +
+                                 " are not understood and count as absent"));
+        EXPECT_FALSE(store.boolForKey("flag"));
+    }
+    const LogLines log;
+    SettingsStore store(file + "/below-a-file.ini");
+    store.setBool("flag", true);
+    store.synchronize();
+    store.synchronize();
+    EXPECT_THAT(log.all(),
+                testing::ElementsAre("settings: " + file.toStdString() +
+                                     "/below-a-file.ini can not be used, changes last until the "
+                                     "end of this run"));
+    EXPECT_TRUE(store.boolForKey("flag"));
+}
