@@ -2,6 +2,8 @@
 add_library(kelpmoray_options INTERFACE)
 target_compile_features(kelpmoray_options INTERFACE cxx_std_20)
 target_compile_options(kelpmoray_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+# g++ 12 takes concatenations of strings for overlapping copies.
+target_compile_options(kelpmoray_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
 target_include_directories(kelpmoray_options INTERFACE ${PROJECT_SOURCE_DIR})
 if(KELPMORAY_SANITIZE)
   target_compile_options(kelpmoray_options INTERFACE

@@ -5,6 +5,7 @@
 #include "app/platform/NamedImage.h"
 #include "app/platform/QtDescription.h"
 #include "tests/app/Support.h"
+#include "tests/support/LogCapture.h"
 
 #include <QElapsedTimer>
 #include <QLabel>
@@ -46,7 +47,7 @@ protected:
         return [this] { ++completions; };
     }
 
-    LogLines log;
+    LogCapture log;
     QWidget window;
     QPushButton button{&window};
     QElapsedTimer clock;
@@ -123,9 +124,10 @@ TEST_F(Effects, TheShakeGoesRightThenLeftAndEndsWhereItBegan) {
     ASSERT_TRUE(waitUntil([&] { return completions == 1; }));
     EXPECT_EQ(button.geometry(), QRect(100, 40, 100, 40));
     EXPECT_GE(clock.elapsed(), 4 * 50);
-    EXPECT_THAT(log.all(), ElementsAre(" self.animator.frame = {{100, 40}, {100, 40}}",
-                                       "          self.frame = {{100, 40}, {100, 40}}", "111111...",
-                                       "2222222...", "3333...", "4444...", "DONE..."));
+    EXPECT_THAT(log.messages(),
+                ElementsAre(" self.animator.frame = {{100, 40}, {100, 40}}",
+                            "          self.frame = {{100, 40}, {100, 40}}", "111111...",
+                            "2222222...", "3333...", "4444...", "DONE..."));
     const auto right = std::ranges::max_element(watch.values);
     const auto left = std::ranges::min_element(watch.values);
     EXPECT_GT(*right, 100);
@@ -167,7 +169,7 @@ TEST_F(Effects, TheFadeOfAViewWithoutImageDoesNothing) {
 TEST_F(Effects, ACountOfZeroShakesThreeTimes) {
     nodLeftRight(&button, 0);
     ASSERT_TRUE(waitUntil([&] { return log.contains("nodLeftRight:-> myloopcount[0] ended..."); }));
-    std::vector<std::string> loop = log.all();
+    std::vector<std::string> loop = log.messages();
     std::erase_if(loop, [](const std::string& line) { return !line.starts_with("nodLeft"); });
     EXPECT_THAT(loop, ElementsAre("nodLeftRight:-> myloopcount[2] start...",
                                   "nodLeftRight:-> myloopcount[2] ended...",

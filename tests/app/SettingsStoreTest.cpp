@@ -1,6 +1,7 @@
 #include "app/platform/SettingsStore.h"
 
 #include "tests/app/Support.h"
+#include "tests/support/LogCapture.h"
 
 #include <QCheckBox>
 #include <QFile>
@@ -107,18 +108,18 @@ TEST_F(SettingsStoreTest, CanBeReadOnAnotherThreadWhileItChanges) {
 TEST_F(SettingsStoreTest, LogsAndGoesOnWithABrokenOrUnusableFile) {
     writeFile("[unclosed\nno value\n\x01\x02");
     {
-        const LogLines log;
+        const LogCapture log;
         SettingsStore store(file);
         EXPECT_TRUE(log.contains("settings: parts of " + file.toStdString() +
                                  " are not understood and count as absent"));
         EXPECT_FALSE(store.boolForKey("flag"));
     }
-    const LogLines log;
+    const LogCapture log;
     SettingsStore store(file + "/below-a-file.ini");
     store.setBool("flag", true);
     store.synchronize();
     store.synchronize();
-    EXPECT_THAT(log.all(),
+    EXPECT_THAT(log.messages(),
                 testing::ElementsAre("settings: " + file.toStdString() +
                                      "/below-a-file.ini can not be used, changes last until the "
                                      "end of this run"));

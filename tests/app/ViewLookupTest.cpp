@@ -1,6 +1,7 @@
 #include "app/VornNSViewAdditions.h"
 #include "app/platform/QtDescription.h"
 #include "tests/app/Support.h"
+#include "tests/support/LogCapture.h"
 
 #include <QCheckBox>
 #include <QDialog>
@@ -25,7 +26,7 @@ QWidget* findButton(QWidget* view, const QString& identifier) {
 class ViewLookup : public testing::Test {
 protected:
     QWidget window;
-    LogLines log;
+    LogCapture log;
 };
 
 } // namespace
@@ -78,7 +79,7 @@ TEST_F(ViewLookup, LogsEachViewItVisits) {
     EXPECT_EQ(findButton(&window, "x"), nullptr);
     EXPECT_EQ(findObjectWithIdentifier(&window, "x"), nullptr);
     EXPECT_THAT(
-        log.all(),
+        log.messages(),
         testing::ElementsAre(
             windowText + name + "identifier[x] classname[QAbstractButton]",
             "self.subviews = (\n    \"" + plainText + "\"\n)",

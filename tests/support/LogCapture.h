@@ -28,6 +28,7 @@ public:
     [[nodiscard]] long count(std::string_view message) const {
         return std::ranges::count(messages(), message);
     }
+    [[nodiscard]] bool contains(std::string_view message) const { return count(message) > 0; }
     void clear() {
         const std::lock_guard lock(mutex_);
         messages_.clear();

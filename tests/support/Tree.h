@@ -20,7 +20,7 @@
                         (S_ISLNK(status.st_mode)   ? fs::read_symlink(path).string()
                          : S_ISREG(status.st_mode) ? std::to_string(status.st_size)
                                                    : "") +
-                        ' ' + std::to_string(status.st_mtime));
+                        ' ' + (S_ISLNK(status.st_mode) ? "" : std::to_string(status.st_mtime)));
     };
     add(root);
     for (const auto& entry : fs::recursive_directory_iterator(root))

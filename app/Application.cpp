@@ -1,0 +1,43 @@
+#include "app/Application.h"
+
+#include "app/MainWindow.h"
+#include "app/platform/NamedImage.h"
+#include "app/platform/WindowLevel.h"
+
+#include <QApplication>
+
+Application::Application()
+    : requests_(
+          bundle_.identifier,
+          [this](const LocationList& urls) {
+              activateIgnoringOtherApps(window_.get());
+              delegate_.applicationOpenURLs(urls);
+          },
+          [this] { activateIgnoringOtherApps(window_.get()); }) {}
+
+Application::~Application() = default;
+
+bool Application::handOver(const LocationList& locations) {
+    return requests_.handOver(locations);
+}
+
+void Application::start(const LocationList& locations) {
+    QApplication::setWindowIcon(applicationIcon());
+    QApplication::setDesktopFileName(QString::fromStdString(bundle_.identifier));
+    QApplication::setQuitOnLastWindowClosed(
+        delegate_.applicationShouldTerminateAfterLastWindowClosed());
+    QObject::connect(qApp, &QApplication::aboutToQuit, &requests_,
+                     [this] { delegate_.applicationWillTerminate(); });
+
+    settings_ = std::make_unique<SettingsStore>();
+    const ViewController::Surroundings surroundings = {.bundle = bundle_,
+                                                       .settings = *settings_,
+                                                       .notifications = notifications_,
+                                                       .tools = {},
+                                                       .terminate = &QApplication::quit};
+    window_ = std::make_unique<MainWindow>(surroundings, delegate_);
+    window_->show();
+    delegate_.applicationDidFinishLaunching();
+    if (!locations.empty())
+        delegate_.applicationOpenURLs(locations);
+}

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "app/AppDelegate.h"
+#include "app/platform/NotificationCenter.h"
+#include "app/platform/OpenRequests.h"
+#include "app/platform/SettingsStore.h"
+#include "core/MainBundle.h"
+
+#include <memory>
+
+class MainWindow;
+
+/// The application put together: what main() runs. Needs a QApplication, which outlives it. Main
+/// thread.
+class Application {
+public:
+    Application();
+    ~Application();
+
+    /// Hands `locations` to the application that already runs. False if none does.
+    [[nodiscard]] bool handOver(const LocationList& locations);
+    /// Loads and shows the window, then opens `locations`.
+    void start(const LocationList& locations);
+
+private:
+    MainBundle bundle_ = MainBundle::ofThisProcess();
+    NotificationCenter notifications_;
+    AppDelegate delegate_{notifications_};
+    OpenRequests requests_;
+    std::unique_ptr<SettingsStore> settings_;
+    std::unique_ptr<MainWindow> window_;
+};

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "core/Confirmation.h"
+
+#include <QDialog>
+#include <QKeySequence>
+
+#include <functional>
+#include <optional>
+#include <string>
+
+class QHBoxLayout;
+class QPushButton;
+class SettingsStore;
+
+/// The question whether to process a folder, as a sheet. Return stops, wherever the focus is; so
+/// does closing it in any other way than by its buttons. Main thread.
+class ConfirmationSheet : public QDialog {
+    Q_OBJECT
+public:
+    /// `folder` is the one asked about. The check box "do not codesign" shows and changes the
+    /// stored setting at once. `answered` is called once, when the sheet is gone.
+    ConfirmationSheet(const std::optional<std::string>& folder, SettingsStore& settings,
+                      std::function<void(Confirmation::Answer)> answered);
+
+private:
+    QPushButton* addButton(const char* title, Confirmation::Answer answer,
+                           const QKeySequence& shortcut = {});
+
+    QHBoxLayout* buttons_;
+};

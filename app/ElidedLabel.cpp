@@ -1,0 +1,55 @@
+#include "app/ElidedLabel.h"
+
+#include <QClipboard>
+#include <QContextMenuEvent>
+#include <QEvent>
+#include <QGuiApplication>
+#include <QMenu>
+
+#include <algorithm>
+
+ElidedLabel::ElidedLabel(QWidget* parent) : QLabel(parent) {
+    setTextFormat(Qt::PlainText);
+}
+
+void ElidedLabel::setFullText(const QString& text) {
+    fullText_ = text;
+    // A tool tip that looks like markup would be read as such.
+    setToolTip(text.isEmpty() ? QString() : "<p>" + text.toHtmlEscaped() + "</p>");
+    setAccessibleName(text);
+    elide();
+    updateGeometry();
+}
+
+QSize ElidedLabel::minimumSizeHint() const {
+    return {fontMetrics().averageCharWidth() * 8, QLabel::minimumSizeHint().height()};
+}
+
+QSize ElidedLabel::sizeHint() const {
+    const int widest = fontMetrics().averageCharWidth() * 60;
+    return {std::min(widest, fontMetrics().horizontalAdvance(fullText_)),
+            QLabel::sizeHint().height()};
+}
+
+void ElidedLabel::resizeEvent(QResizeEvent* event) {
+    QLabel::resizeEvent(event);
+    elide();
+}
+
+void ElidedLabel::changeEvent(QEvent* event) {
+    QLabel::changeEvent(event);
+    if (event->type() == QEvent::FontChange)
+        elide();
+}
+
+void ElidedLabel::contextMenuEvent(QContextMenuEvent* event) {
+    QMenu menu(this);
+    menu.addAction(tr("Copy"), [this] { QGuiApplication::clipboard()->setText(fullText_); });
+    menu.exec(event->globalPos());
+}
+
+void ElidedLabel::elide() {
+    QString line = fullText_;
+    line.replace('\n', QChar(0x2424)); // the sign for a new line: a name may hold one
+    setText(fontMetrics().elidedText(line, Qt::ElideMiddle, width()));
+}

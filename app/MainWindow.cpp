@@ -1,0 +1,138 @@
+#include "app/MainWindow.h"
+
+#include "app/AppDelegate.h"
+#include "app/platform/NotificationCenter.h"
+#include "app/platform/SettingsStore.h"
+#include "core/Path.h"
+#include "ui_MainWindow.h"
+
+#include <QEvent>
+#include <QPainter>
+
+namespace {
+
+constexpr const char* versionKey = "prefAppVersion";
+
+/// A ring that fades out along its way, in the colour of highlighted things.
+QIcon spinnerIcon(const QPalette& palette, int size, qreal pixelRatio) {
+    QPixmap pixmap(QSize(size, size) * pixelRatio);
+    pixmap.setDevicePixelRatio(pixelRatio);
+    pixmap.fill(Qt::transparent);
+    QConicalGradient gradient(size / 2.0, size / 2.0, 90);
+    QColor colour = palette.color(QPalette::Highlight);
+    gradient.setColorAt(1, colour);
+    colour.setAlpha(0);
+    gradient.setColorAt(0, colour);
+    QPainter painter(&pixmap);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(QPen(gradient, size / 8.0));
+    const qreal inset = size / 8.0;
+    painter.drawEllipse(QRectF(inset, inset, size - 2 * inset, size - 2 * inset));
+    QIcon icon;
+    icon.addPixmap(pixmap);
+    return icon;
+}
+
+} // namespace
+
+MainWindow::MainWindow(const ViewController::Surroundings& surroundings, AppDelegate& delegate)
+    : surroundings_(surroundings), ui_(std::make_unique<Ui::MainWindow>()),
+      controller_(surroundings), help_(surroundings.bundle) {
+    ui_->setupUi(this);
+    connectOutlets(delegate);
+    bindControls();
+    connectActions();
+    drawIcons();
+    controller_.viewDidLoad();
+    ui_->dragDropView->awakeFromNib();
+    controller_.awakeFromNib();
+    showProperties();
+}
+
+MainWindow::~MainWindow() = default;
+
+void MainWindow::connectOutlets(AppDelegate& delegate) {
+    controller_.setView(ui_->view);
+    controller_.setIbDragDropView(ui_->dragDropView);
+    controller_.setIbListOfIdentities(&identities_);
+    ui_->dragDropView->setDelegate(&delegate);
+    delegate.setFMainViewController(&controller_);
+}
+
+void MainWindow::bindControls() {
+    const std::string& tool = surroundings_.tools.security;
+    const QString whyEmpty =
+        fileExists(tool)
+            ? tr("No identities: %1 listed none").arg(QString::fromStdString(tool))
+            : tr("No identities: %1 is not on this system").arg(QString::fromStdString(tool));
+    identities_.bind(*ui_->identities, whyEmpty);
+    surroundings_.settings.bind(*ui_->doNotCodesign, "prefDoNotCodesign");
+
+    const auto showVersion = [this] {
+        ui_->version->setFullText(
+            QString::fromStdString(surroundings_.settings.stringForKey(versionKey).value_or("")));
+    };
+    showVersion();
+    connect(&surroundings_.settings, &SettingsStore::changed, this,
+            [showVersion](const QString& key) {
+                if (key == versionKey)
+                    showVersion();
+            });
+    connect(&controller_, &ViewController::propertyChanged, this, &MainWindow::showProperties);
+}
+
+void MainWindow::connectActions() {
+    const auto choose = [this] { controller_.ibChangePath(sender()); };
+    connect(ui_->choose, &QPushButton::clicked, this, choose);
+    connect(ui_->chooseAction, &QAction::triggered, this, choose);
+    connect(ui_->button1, &QPushButton::clicked, this, [this] { controller_.doButton1(sender()); });
+    connect(ui_->identities, &QComboBox::activated, this,
+            [this] { controller_.ibClickedOnIdentityPopup(sender()); });
+    connect(ui_->doNotCodesign, &QCheckBox::clicked, this,
+            [this] { controller_.ibClickedOnCheckButton(sender()); });
+    connect(ui_->progressview, &QPushButton::clicked, this,
+            [this] { controller_.ibTestSpin(sender()); });
+    connect(ui_->quitAction, &QAction::triggered, this, [this] { surroundings_.terminate(); });
+    connect(ui_->helpAction, &QAction::triggered, this, [this] {
+        QWidget* view = help_.view();
+        help_.doLoadDoc(sender());
+        view->show();
+        view->raise();
+        view->activateWindow();
+    });
+}
+
+void MainWindow::showProperties() {
+    const bool busy = controller_.fButton1Busy();
+    const int count = controller_.fNumberOfFoldersToProcess().value_or(0);
+    ui_->busyState->setText(busy ? QString() : tr("Ready"));
+    ui_->busyState->setVisible(!busy);
+    ui_->progressLine->setFullText(
+        busy ? QString::fromStdString(controller_.fProgressString1().value_or("")) : QString());
+    ui_->folderCount->setText(count == 0   ? QString()
+                              : count == 1 ? tr("1 folder waiting")
+                                           : tr("%1 folders waiting").arg(count));
+    ui_->button1->setEnabled(count > 0 && !busy);
+}
+
+void MainWindow::drawIcons() {
+    ui_->progressview->setIcon(
+        spinnerIcon(palette(), ui_->progressview->iconSize().width(), devicePixelRatioF()));
+    const int size = 64;
+    ui_->applicationIcon->setPixmap(windowIcon().pixmap(size));
+    QFont font = ui_->invitation->font();
+    font.setPointSizeF(QWidget::font().pointSizeF() * 1.25);
+    ui_->invitation->setFont(font);
+}
+
+void MainWindow::resizeEvent(QResizeEvent* event) {
+    QMainWindow::resizeEvent(event);
+    surroundings_.notifications.post("NSWindowDidResizeNotification");
+}
+
+void MainWindow::changeEvent(QEvent* event) {
+    QMainWindow::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange || event->type() == QEvent::FontChange ||
+        event->type() == QEvent::WindowIconChange)
+        drawIcons();
+}

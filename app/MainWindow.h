@@ -1,0 +1,43 @@
+#pragma once
+
+#include "app/MyWebViewController.h"
+#include "app/ViewController.h"
+#include "app/platform/ArrayController.h"
+
+#include <QMainWindow>
+
+#include <memory>
+
+class AppDelegate;
+
+namespace Ui {
+class MainWindow;
+}
+
+/// The one window: loads the interface description, connects its outlets and actions to the
+/// controllers, and shows their properties. Main thread.
+class MainWindow : public QMainWindow {
+    Q_OBJECT
+public:
+    MainWindow(const ViewController::Surroundings& surroundings, AppDelegate& delegate);
+    ~MainWindow() override;
+
+    [[nodiscard]] ViewController& controller() { return controller_; }
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+    void changeEvent(QEvent* event) override;
+
+private:
+    void connectOutlets(AppDelegate& delegate);
+    void connectActions();
+    void bindControls();
+    void showProperties();
+    void drawIcons();
+
+    ViewController::Surroundings surroundings_;
+    std::unique_ptr<Ui::MainWindow> ui_;
+    ArrayController identities_;
+    ViewController controller_;
+    MyWebViewController help_;
+};

@@ -1,0 +1,9 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+/// Opens the folder at `path` in the file browser, or the folder that holds the package at `path`.
+/// For none, and for what is no existing folder, it beeps and logs. Blocks until the browser's
+/// command has ended: never on the main thread.
+void revealItemInFinder(const std::optional<std::string>& path);

@@ -1,0 +1,123 @@
+#include "app/ViewController.h"
+#include "app/platform/Beep.h"
+#include "app/platform/ChoosePanel.h"
+#include "app/platform/GlobalQueue.h"
+#include "app/platform/QtDescription.h"
+#include "app/platform/SerialQueue.h"
+#include "core/LocationExpansion.h"
+#include "core/Log.h"
+
+#include <unistd.h>
+
+namespace {
+
+/// The locations that a notification carries, path strings as file URLs; none without an object.
+std::optional<LocationList> locationsIn(const NotificationObject& object) {
+    LocationList locations;
+    if (const auto* list = std::get_if<LocationList>(&object))
+        locations = *list;
+    else if (const auto* single = std::get_if<LocationItem>(&object))
+        locations = {*single};
+    else
+        return std::nullopt;
+    for (LocationItem& location : locations) {
+        if (const auto* path = std::get_if<std::string>(&location))
+            location = FileUrl::fileURLWithPath(*path);
+    }
+    return locations;
+}
+
+} // namespace
+
+void ViewController::addItemsToBeProcessedSet(const LocationList& items) {
+    static constexpr const char* methodName = "addItemsToBeProcessedSet:";
+    if (items.empty()) {
+        logEvent("%@-%@ = nil or empty array list....", receiver(), methodName);
+        return;
+    }
+    onMainQueue([this, items] {
+        logEvent("%@-%@ = items(%lu) = %@", receiver(), methodName, items.size(), items);
+        const std::shared_ptr<WorkSet> set = fSetOfFolders();
+        for (const LocationItem& item : items) {
+            const std::optional<std::string> path = pathOf(item);
+            if (!path)
+                logEvent("%@-%@ = unable to convert to NSString???  anitem = %@....", receiver(),
+                         methodName, item);
+            else if (set->add(*path))
+                refreshNumberOfFolders();
+            else
+                playBeep();
+        }
+        logEvent("%@-%@ = final self.fSetOfFolders(%lu) = %@", receiver(), methodName, set->count(),
+                 *set);
+    });
+}
+
+void ViewController::addItemToBeProcessedSet(const std::string& item) {
+    logEvent("%@-%@ = itemToAdd = %@", receiver(), "addItemToBeProcessedSet:", item);
+    onMainQueue([this, item] {
+        if (!fSetOfFolders()->add(item)) {
+            playBeep();
+            return;
+        }
+        refreshNumberOfFolders();
+        if (fNumberOfFoldersToProcess() == 1)
+            processQueue().async([this] { doButton1Loop(nullptr); });
+    });
+}
+
+void ViewController::handleNewSearchPath(const Notification& notification) {
+    static constexpr const char* methodName = "handleNewSearchPath:";
+    logEvent("%@-%@ = %@", receiver(), methodName, notification);
+    const std::optional<LocationList> locations = locationsIn(notification.object);
+    if (!locations)
+        return;
+    LocationList urls;
+    for (const LocationItem& location : *locations) {
+        if (validUrlToAdd(location))
+            urls.push_back(location);
+    }
+    if (urls.empty()) {
+        logEvent("%@-%@  NOT GOOD??? empty array....", receiver(), methodName);
+        return;
+    }
+    validItemsFromUrls(receiver(), urls);
+    addItemsToBeProcessedSet(urls);
+    onMainQueue([this] { doButton1(nullptr); });
+}
+
+void ViewController::handleNewSearchPathOLD(const Notification& notification) {
+    logEvent("%@-%@ = %@", receiver(), "handleNewSearchPathOLD:", notification);
+    const auto* location = std::get_if<LocationItem>(&notification.object);
+    const auto* path = location != nullptr ? std::get_if<std::string>(location) : nullptr;
+    if (path == nullptr)
+        return;
+    GlobalQueue::async([this, path = *path] {
+        onMainQueue([this, path] { setFSearchPath(path); });
+        usleep(100'000);
+        onMainQueue([this] { doButton1(nullptr); });
+    });
+}
+
+void ViewController::ibChangePath(QObject*) {
+    static constexpr const char* methodName = "ibChangePath:";
+    logEvent("Inside %@ => %@...", receiver().className, methodName);
+    const ChoosePanel::Settings settings = {.message = "Please Select App Package and/or Folder:",
+                                            .prompt = "Choose",
+                                            .nameFieldLabel = "Select",
+                                            .allowedFileType = "app"};
+    onMainQueue([this, settings] {
+        ChoosePanel::beginSheet(settings, window(), [this](int code, const LocationList& chosen) {
+            logEvent("Inside %@ => %@... DONE...returncode = %i", receiver().className, methodName,
+                     code);
+            if (code != ChoosePanel::confirmed)
+                return;
+            logEvent("process...");
+            logEvent("selected %@", chosen);
+            LocationList urls = chosen;
+            validItemsFromUrls(receiver(), urls);
+            addItemsToBeProcessedSet(urls);
+            onMainQueue([this] { doButton1(nullptr); });
+        });
+    });
+}

@@ -1,0 +1,99 @@
+#include "app/ViewController.h"
+#include "app/platform/GlobalQueue.h"
+#include "app/platform/QtDescription.h"
+#include "app/platform/SerialQueue.h"
+#include "app/platform/SettingsStore.h"
+#include "app/platform/WindowLevel.h"
+#include "core/Log.h"
+#include "core/ShellRunners.h"
+
+#include <chrono>
+#include <thread>
+
+using namespace std::chrono_literals;
+
+SerialQueue& ViewController::processQueue() {
+    // Never destroyed: a job may outlast everything else.
+    static SerialQueue& queue =
+        *new SerialQueue(processQueueLabel(MainBundle::ofThisProcess().identifier));
+    return queue;
+}
+
+ProcessingOutside ViewController::processingOutside() {
+    return {
+        .doNotCodesign = [this] { return surroundings_.settings.boolForKey("prefDoNotCodesign"); },
+        .codesigningIdentity = [this] { return getCodesigningIdentity(); },
+        .isValidItemToSign =
+            [this](const std::string& package) { return isValidItemToSign(package); },
+        .runShellCommand = runShellCommand};
+}
+
+void ViewController::refreshNumberOfFolders() {
+    setFNumberOfFoldersToProcess(static_cast<int>(fSetOfFolders()->count()));
+}
+
+void ViewController::finishItem(const std::string& item,
+                                const std::optional<LocationItem>& revealed,
+                                std::chrono::microseconds pause) {
+    onMainQueue([this] { activateIgnoringOtherApps(window()); });
+    // So that the application is likely in front before the file browser comes.
+    std::this_thread::sleep_for(pause);
+    onMainQueue([this, revealed] { doRevealItem(revealed); });
+    fSetOfFolders()->remove(item);
+    onMainQueue([this] { refreshNumberOfFolders(); });
+}
+
+void ViewController::doProcessItemNew(const std::string& entry) {
+    ProcessingOutside outside = processingOutside();
+    outside.packageStarted = [this](const std::string& package) {
+        onMainQueue([this, package] { setFProgressString1(progressText(package)); });
+    };
+    processEntry(receiver(), surroundings_.bundle, outside, entry);
+    finishItem(entry, entry, 10ms);
+}
+
+void ViewController::doProcessItem(const std::string& package) {
+    static constexpr const char* methodName = "doProcessItem:";
+    logEvent("%@-%@...", receiver(), methodName);
+    if (processPackage(receiver(), methodName, surroundings_.bundle, processingOutside(), package))
+        finishItem(package, std::nullopt, 100ms);
+}
+
+void ViewController::doProcessItemOnly(const std::string& package) {
+    static constexpr const char* methodName = "doProcessItemOnly:";
+    logEvent("%@-%@...", receiver(), methodName);
+    processPackage(receiver(), methodName, surroundings_.bundle, processingOutside(), package);
+}
+
+void ViewController::processSearchPath() {
+    runScripts(surroundings_.bundle, processingOutside(), fSearchPath(), std::nullopt);
+    onMainQueue([this] { activateIgnoringOtherApps(window()); });
+    std::this_thread::sleep_for(100ms);
+    onMainQueue([this] {
+        setFButton1Busy(false);
+        doRevealItem(std::nullopt);
+    });
+    std::this_thread::sleep_for(100ms);
+    onMainQueue([this] { surroundings_.terminate(); });
+}
+
+void ViewController::doProcess() {
+    onMainQueue([this] {
+        if (fButton1Busy()) {
+            logEvent("%@-%@...Already in Process...", receiver(), "doProcess");
+            return;
+        }
+        setFButton1Busy(true);
+        setFProgressString1("Processing.....");
+        GlobalQueue::async([this] { processSearchPath(); });
+    });
+}
+
+void ViewController::doProcessOLD() {
+    GlobalQueue::async([this] {
+        if (fButton1Busy())
+            logEvent("%@-%@...Already in Process...", receiver(), "doProcessOLD");
+        else
+            processSearchPath();
+    });
+}

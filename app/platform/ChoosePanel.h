@@ -1,0 +1,55 @@
+#pragma once
+
+#include "core/Location.h"
+
+#include <QDialog>
+
+#include <functional>
+
+class QFileSystemModel;
+class QLabel;
+class QLineEdit;
+class QListView;
+class QModelIndex;
+class QPushButton;
+
+/// A panel in which folders, and files of one type, are picked together, several at once. A package
+/// is an item like a file, never a folder to walk into. Main thread.
+class ChoosePanel : public QDialog {
+    Q_OBJECT
+public:
+    struct Settings {
+        QString message;
+        QString prompt; ///< the title of the button that confirms
+        QString nameFieldLabel;
+        QString allowedFileType; ///< an extension
+    };
+    static constexpr int confirmed = 1;
+    static constexpr int cancelled = 0;
+
+    /// Gets `confirmed` and the chosen file URLs in the panel's order, or `cancelled` and none.
+    using Completion = std::function<void(int code, const LocationList& chosen)>;
+
+    /// Shows a panel as a sheet of `window` and returns at once. It opens where the last one was
+    /// left.
+    static void beginSheet(const Settings& settings, QWidget* window, Completion completion);
+
+    ChoosePanel(const Settings& settings, Completion completion);
+
+    /// Shows the entries of `folder`.
+    void setDirectory(const QString& folder);
+
+private:
+    void layOut(const Settings& settings);
+    void activate(const QModelIndex& index);
+    void openTypedPath();
+    void selectionChanged();
+    [[nodiscard]] LocationList chosen() const;
+    [[nodiscard]] bool isPackage(const QModelIndex& index) const;
+
+    QFileSystemModel* files_;
+    QListView* list_;
+    QLineEdit* path_;
+    QLabel* selection_;
+    QPushButton* confirm_;
+};

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "core/Location.h"
+
+#include <QDBusAbstractAdaptor>
+#include <QObject>
+#include <QStringList>
+#include <QVariantMap>
+
+#include <functional>
+#include <string>
+
+/// The desktop's way to hand locations to the one running application: the interface
+/// org.freedesktop.Application (Desktop Entry Specification, "D-Bus Activation") on the session
+/// bus, under the application's identifier. Without a session bus every start is the first. Main
+/// thread.
+class OpenRequests : public QObject {
+    Q_OBJECT
+public:
+    /// `opened` gets the locations of each request, `activated` asks for the window to come to
+    /// front.
+    OpenRequests(std::string identifier, std::function<void(const LocationList&)> opened,
+                 std::function<void()> activated);
+
+    /// Hands `locations` to the application that already runs; without any it is brought to the
+    /// front. False if none runs: then this one is the application from now on.
+    [[nodiscard]] bool handOver(const LocationList& locations);
+
+    void activate();
+    void open(const QStringList& uris);
+
+private:
+    std::string identifier_;
+    std::function<void(const LocationList&)> opened_;
+    std::function<void()> activated_;
+};
+
+/// What the bus sees of OpenRequests.
+class OpenRequestsAdaptor : public QDBusAbstractAdaptor {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Application")
+public:
+    explicit OpenRequestsAdaptor(OpenRequests* requests);
+
+public slots:
+    // The names are the interface's.
+    void Activate(const QVariantMap& platformData);
+    void Open(const QStringList& uris, const QVariantMap& platformData);
+    void ActivateAction(const QString& name, const QVariantList& parameter,
+                        const QVariantMap& platformData);
+
+private:
+    OpenRequests* requests_;
+};

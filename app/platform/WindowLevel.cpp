@@ -1,0 +1,20 @@
+#include "app/platform/WindowLevel.h"
+
+#include <QWindow>
+
+void setWindowLevel(QWidget* window, int level) {
+    if (window == nullptr)
+        return;
+    if (!window->isVisible())
+        window->setWindowFlag(Qt::WindowStaysOnTopHint, level > 0);
+    else if (QWindow* handle = window->windowHandle())
+        // Changing the flag of the widget would hide it.
+        handle->setFlag(Qt::WindowStaysOnTopHint, level > 0);
+}
+
+void activateIgnoringOtherApps(QWidget* window) {
+    if (window == nullptr)
+        return;
+    window->raise();
+    window->activateWindow();
+}

@@ -1,0 +1,205 @@
+#include "app/ElidedLabel.h"
+#include "tests/app/WindowFixture.h"
+
+#include <QCheckBox>
+#include <QLabel>
+#include <QTest>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+struct BatchLoop : WindowFixture {
+    BatchLoop() {
+        for (const char* package : {"A/X.app", "A/Y.app", "B/Z.app"})
+            folder.makeFolder(package);
+        openWindow();
+        settle();
+    }
+    void start(const std::vector<std::string>& names) {
+        LocationList items;
+        for (const std::string& name : names)
+            items.emplace_back(folder.path(name));
+        controller().addItemsToBeProcessedSet(items);
+        MainQueue::async([this] { controller().doButton1(nullptr); });
+        settle();
+    }
+    /// Presses the button of that title on the sheet, awaits its end, and what comes of it.
+    void press(const char* title) const {
+        QTest::mouseClick(sheet()->findChild<QPushButton*>(title), Qt::LeftButton);
+        settle();
+    }
+    void awaitTermination() const {
+        EXPECT_TRUE(waitUntil([this] { return terminations > 0; }));
+    }
+    [[nodiscard]] std::vector<std::string> waiting() const {
+        return controller().fSetOfFolders()->allObjects();
+    }
+    [[nodiscard]] std::string loop(const std::string& rest) const {
+        return logged("doButton1Loop:", rest);
+    }
+};
+
+} // namespace
+
+TEST_F(BatchLoop, OnlyBeepsWithNothingToDo) {
+    const std::size_t beeps = beepsPlayed();
+    controller().setFSearchPath("/x");
+    controller().doButton1(nullptr);
+    settle();
+    EXPECT_EQ(beepsPlayed(), beeps + 1);
+    EXPECT_EQ(controller().fSearchPath(), std::nullopt);
+    EXPECT_EQ(log.count(loop("...")), 0);
+}
+
+TEST_F(BatchLoop, AsksInASheet) {
+    start({"A"});
+    ConfirmationSheet* shown = sheet();
+    ASSERT_NE(shown, nullptr);
+    EXPECT_EQ(shown->windowModality(), Qt::WindowModal);
+    EXPECT_EQ(shown->findChild<QLabel*>("messageText")->text(), "Process this Folder?");
+    EXPECT_EQ(shown->findChild<ElidedLabel*>("folderPath")->fullText().toStdString(),
+              folder.path("A"));
+    std::vector<std::string> titles;
+    for (const auto* button : shown->findChildren<QPushButton*>())
+        titles.push_back(button->text().toStdString());
+    EXPECT_THAT(titles, ElementsAre("Process", "Skip", "Stop"));
+    EXPECT_TRUE(shown->findChild<QPushButton*>("Stop")->isDefault());
+    EXPECT_TRUE(controller().fButton1Busy());
+    EXPECT_EQ(controller().fProgressString1(), "Processing.....");
+    EXPECT_EQ(controller().fSearchPath(), folder.path("A"));
+    press("Stop");
+}
+
+TEST_F(BatchLoop, ProcessesFolderAfterFolderThenQuits) {
+    start({"A", "B"});
+    press("Process");
+    ASSERT_TRUE(waitUntil([this] { return controller().fSearchPath() == folder.path("B"); }));
+    EXPECT_THAT(waiting(), ElementsAre(folder.path("B")));
+    press("Process");
+    awaitTermination();
+    EXPECT_FALSE(controller().fButton1Busy());
+    EXPECT_EQ(controller().fNumberOfFoldersToProcess(), 0);
+    std::string expected;
+    for (const char* package : {"A/X.app", "A/Y.app", "B/Z.app"})
+        expected += "fenwoCodesignApps.sh|" + folder.path(package) + "|\nfenwoJustZipApps.sh|" +
+                    folder.path(package) + "|\n";
+    EXPECT_EQ(calls(), expected);
+    EXPECT_EQ(log.count(loop("... ALREADY in Progress...")), 2)
+        << "every turn after a processed entry";
+    ASSERT_TRUE(waitUntil([this] {
+        return log.count("runCommand will execute: open \"" + folder.path("B") + "\"") == 1;
+    }));
+    EXPECT_EQ(log.count("runCommand will execute: open \"" + folder.path("A") + "\""), 1);
+}
+
+TEST_F(BatchLoop, SkipsWithoutProcessing) {
+    start({"A", "B"});
+    press("Skip");
+    ASSERT_TRUE(waitUntil([this] { return controller().fSearchPath() == folder.path("B"); }));
+    EXPECT_EQ(controller().fNumberOfFoldersToProcess(), 1);
+    press("Skip");
+    awaitTermination();
+    EXPECT_EQ(calls(), "");
+    EXPECT_EQ(log.count(logged("doRevealItem:", "...")), 0);
+    EXPECT_EQ(log.count(loop("... ALREADY in Progress...")), 0);
+}
+
+TEST_F(BatchLoop, StopsAndKeepsWhatWaits) {
+    const auto stopsBy = [this](const std::function<void(ConfirmationSheet*)>& action) {
+        ConfirmationSheet* shown = sheet();
+        ASSERT_NE(shown, nullptr);
+        action(shown);
+        settle();
+        EXPECT_FALSE(controller().fButton1Busy());
+        EXPECT_THAT(waiting(), ElementsAre(folder.path("A"), folder.path("B")));
+        EXPECT_EQ(terminations, 0);
+        EXPECT_TRUE(
+            waitUntil([this] { return window->findChild<ConfirmationSheet*>() == nullptr; }));
+        controller().doButton1(nullptr);
+        settle();
+    };
+    start({"A", "B"});
+    stopsBy([](QWidget* shown) {
+        QTest::mouseClick(shown->findChild<QPushButton*>("Stop"), Qt::LeftButton);
+    });
+    stopsBy([](QWidget* shown) { QTest::keyClick(shown, Qt::Key_Return); });
+    stopsBy([](QWidget* shown) {
+        shown->findChild<QPushButton*>("Process")->setFocus();
+        QTest::keyClick(shown->findChild<QPushButton*>("Process"), Qt::Key_Return);
+    });
+    stopsBy([](QWidget* shown) { QTest::keyClick(shown->findChild<QCheckBox*>(), Qt::Key_Enter); });
+    stopsBy([](QWidget* shown) { QTest::keyClick(shown, Qt::Key_Escape); });
+    stopsBy([](QWidget* shown) { shown->close(); });
+    press("Stop");
+    EXPECT_EQ(calls(), "");
+}
+
+TEST_F(BatchLoop, TakesTheTickedBoxAtOnceAndForAllThatFollow) {
+    start({"A", "B"});
+    QTest::keyClick(sheet()->findChild<QCheckBox*>("doNotCodesign"), Qt::Key_Space);
+    EXPECT_TRUE(settings.boolForKey("prefDoNotCodesign"));
+    press("Process");
+    ASSERT_TRUE(waitUntil([this] { return controller().fSearchPath() == folder.path("B"); }));
+    EXPECT_TRUE(sheet()->findChild<QCheckBox*>("doNotCodesign")->isChecked());
+    press("Process");
+    awaitTermination();
+    std::string expected;
+    for (const char* package : {"A/X.app", "A/Y.app", "B/Z.app"})
+        expected += "fenwoJustZipApps.sh|" + folder.path(package) + "|\n";
+    EXPECT_EQ(calls(), expected);
+}
+
+TEST_F(BatchLoop, ShowsNoSheetOverAnother) {
+    start({"A"});
+    ASSERT_NE(sheet(), nullptr);
+    const std::size_t beeps = beepsPlayed();
+    start({"B"});
+    EXPECT_EQ(beepsPlayed(), beeps + 1);
+    EXPECT_EQ(log.count(loop("...Already An Alert showing....")), 1);
+    EXPECT_EQ(window->findChildren<ConfirmationSheet*>().size(), 1);
+    EXPECT_THAT(waiting(), ElementsAre(folder.path("A"), folder.path("B")));
+    press("Stop");
+}
+
+TEST_F(BatchLoop, StallsAtAnEntryThatIsNoFolder) {
+    for (const std::string& entry : {folder.makeFile("file.app"), folder.path("gone")}) {
+        controller().fSetOfFolders()->add(entry);
+        controller().setFNumberOfFoldersToProcess(1);
+        controller().doButton1(nullptr);
+        settle();
+        EXPECT_TRUE(controller().fButton1Busy());
+        EXPECT_EQ(window->findChild<ConfirmationSheet*>(), nullptr);
+        EXPECT_THAT(waiting(), ElementsAre(entry));
+        controller().fSetOfFolders()->remove(entry);
+    }
+    EXPECT_EQ(terminations, 0);
+    start({"A"});
+    EXPECT_NE(sheet(), nullptr) << "a later start is the way out";
+    press("Stop");
+}
+
+TEST_F(BatchLoop, QuitsAtATurnWithNothingLeft) {
+    ViewController::processQueue().async([this] { controller().doButton1Loop(nullptr); });
+    awaitTermination();
+    settle();
+    EXPECT_FALSE(controller().fButton1Busy());
+}
+
+TEST_F(BatchLoop, StaysResponsiveWhileScriptsRun) {
+    installScript("fenwoJustZipApps", "while [ ! -e '" + folder.path("go on") + "' ]; do :; done");
+    start({"B"});
+    QTest::mouseClick(sheet()->findChild<QPushButton*>("Process"), Qt::LeftButton);
+    ASSERT_TRUE(
+        waitUntil([this] { return calls().find("fenwoJustZipApps") != std::string::npos; }));
+    ASSERT_TRUE(waitUntil([this] {
+        return find<ElidedLabel>("progressLine")->fullText() == "Processing App Package: Z.app...";
+    }));
+    controller().addItemsToBeProcessedSet({folder.path("A")});
+    ASSERT_TRUE(waitUntil([this] { return controller().fNumberOfFoldersToProcess() == 2; }));
+    folder.makeFile("go on");
+    ASSERT_NE(sheet(), nullptr) << "what came meanwhile is asked about next";
+    press("Stop");
+    EXPECT_THAT(waiting(), ElementsAre(folder.path("A")));
+}

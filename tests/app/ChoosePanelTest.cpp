@@ -1,0 +1,120 @@
+#include "app/platform/ChoosePanel.h"
+
+#include "tests/app/WindowFixture.h"
+
+#include <QDir>
+#include <QFileSystemModel>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListView>
+#include <QTest>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+struct Choose : WindowFixture {
+    Choose() {
+        for (const char* name : {"A/X.app", "A/Y.app", "B"})
+            folder.makeFolder(name);
+        folder.makeFile("notes.txt");
+        folder.makeFile("File.app");
+        openWindow();
+        settle();
+        QTest::keyClick(window.get(), Qt::Key_O, Qt::ControlModifier);
+        (void)waitUntil([this] {
+            return (panel = window->findChild<ChoosePanel*>()) != nullptr && panel->isVisible();
+        });
+        list = panel->findChild<QListView*>("files");
+        go("");
+    }
+    /// Types the name of a folder and awaits its listing.
+    void go(const std::string& name) const {
+        auto* path = panel->findChild<QLineEdit*>("path");
+        path->setText(QString::fromStdString(folder.path(name)));
+        QTest::keyClick(path, Qt::Key_Return);
+        EXPECT_TRUE(waitUntil([this] { return list->model()->rowCount(list->rootIndex()) > 0; }));
+    }
+    /// Picks entries as a person with Ctrl held down would.
+    void pick(const std::vector<std::string>& names) const {
+        list->clearSelection();
+        for (const std::string& name : names)
+            QTest::mouseClick(list->viewport(), Qt::LeftButton, Qt::ControlModifier,
+                              list->visualRect(index(name)).center());
+    }
+    [[nodiscard]] QModelIndex index(const std::string& name) const {
+        auto* files = qobject_cast<QFileSystemModel*>(list->model());
+        return files->index(QString::fromStdString(folder.path(name)));
+    }
+    void confirm() const {
+        QTest::mouseClick(panel->findChild<QPushButton*>("confirm"), Qt::LeftButton);
+        settle();
+        if (auto* shown = window->findChild<ConfirmationSheet*>())
+            shown->close();
+        settle();
+    }
+    [[nodiscard]] std::vector<std::string> waiting() const {
+        return controller().fSetOfFolders()->allObjects();
+    }
+
+    QPointer<ChoosePanel> panel;
+    QListView* list = nullptr;
+};
+
+} // namespace
+
+TEST_F(Choose, ShowsItsTextsInASheet) {
+    EXPECT_EQ(panel->windowModality(), Qt::WindowModal);
+    EXPECT_EQ(panel->findChild<QPushButton*>("confirm")->text(), "Choose");
+    std::vector<std::string> texts;
+    for (const auto* label : panel->findChildren<QLabel*>())
+        texts.push_back(label->text().toStdString());
+    EXPECT_THAT(texts,
+                testing::IsSupersetOf({"Please Select App Package and/or Folder:", "Select:"}));
+    EXPECT_EQ(log.count("Inside ViewController => ibChangePath:..."), 1);
+    controller().ibChangePath(nullptr);
+    settle();
+    EXPECT_EQ(window->findChildren<ChoosePanel*>().size(), 1) << "no second panel over the first";
+    panel->reject();
+    settle();
+    EXPECT_EQ(log.count("Inside ViewController => ibChangePath:... DONE...returncode = 0"), 1);
+    EXPECT_EQ(log.count("process..."), 0);
+    EXPECT_THAT(waiting(), IsEmpty());
+}
+
+TEST_F(Choose, PicksFoldersAndPackagesTogether) {
+    pick({"A", "B", "File.app", "notes.txt"});
+    confirm();
+    EXPECT_EQ(log.count("Inside ViewController => ibChangePath:... DONE...returncode = 1"), 1);
+    EXPECT_EQ(log.count("selected (\n    \"" + FileUrl(folder.path("A"), true).absoluteString() +
+                        "\",\n    \"" + FileUrl(folder.path("B"), true).absoluteString() +
+                        "\",\n    \"" + FileUrl(folder.path("File.app"), false).absoluteString() +
+                        "\"\n)"),
+              1)
+        << "other files cannot be picked";
+    EXPECT_THAT(waiting(), ElementsAre(folder.path("A"), folder.path("File.app")))
+        << "those that hold or are packages";
+}
+
+TEST_F(Choose, TakesAPackageAsAnItemAndAFolderAsAPlace) {
+    emit list->activated(index("A"));
+    ASSERT_TRUE(waitUntil([this] { return list->model()->rowCount(list->rootIndex()) == 2; }));
+    emit list->activated(index("A/X.app"));
+    settle();
+    EXPECT_THAT(waiting(), ElementsAre(folder.path("A/X.app"))) << "not entered but chosen";
+    if (auto* shown = window->findChild<ConfirmationSheet*>())
+        shown->close();
+}
+
+TEST_F(Choose, TakesTheShownFolderWhenNothingIsPicked) {
+    go("A");
+    confirm();
+    EXPECT_THAT(waiting(), ElementsAre(folder.path("A")));
+}
+
+TEST_F(Choose, TakesAFolderWithoutPackagesAsItIs) {
+    pick({"B"});
+    confirm();
+    EXPECT_THAT(waiting(), ElementsAre(folder.path("B")));
+}

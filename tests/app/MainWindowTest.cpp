@@ -1,0 +1,209 @@
+#include "app/ElidedLabel.h"
+#include "app/VornNSViewAdditions.h"
+#include "app/platform/Layer.h"
+#include "tests/app/WindowFixture.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QLabel>
+#include <QSignalSpy>
+#include <QTest>
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+struct Window : WindowFixture {};
+
+constexpr const char* doNotCodesignKey = "prefDoNotCodesign";
+constexpr const char* identityKey = "prefSelectedIdentityInfoDictionary";
+
+} // namespace
+
+TEST_F(Window, StartsInOrder) {
+    settings.setBool("prefDNPTarget", true);
+    settings.setBool(doNotCodesignKey, true);
+    identitiesAre({"K: Jo (X1)"});
+    openWindow();
+    EXPECT_EQ(controller().fSearchPath(), std::nullopt);
+    EXPECT_FALSE(controller().fButton1Busy());
+    ASSERT_NE(controller().fSetOfFolders(), nullptr);
+    EXPECT_EQ(controller().fSetOfFolders()->count(), 0U);
+    EXPECT_EQ(controller().fNumberOfFoldersToProcess(), std::nullopt) << "set one turn later";
+    EXPECT_TRUE(settings.boolForKey("prefDNPTarget"));
+
+    ASSERT_TRUE(waitUntil([&] { return controller().fNumberOfFoldersToProcess() == 0; }));
+    settle();
+    EXPECT_FALSE(settings.boolForKey("prefDNPTarget"));
+    EXPECT_TRUE(settings.boolForKey(doNotCodesignKey)) << "not derived from the selection";
+    EXPECT_EQ(settings.stringForKey("prefAppVersion"), appVersionText(bundle.infoDictionary));
+    EXPECT_EQ(find<ElidedLabel>("version")->fullText().toStdString(),
+              appVersionText(bundle.infoDictionary));
+
+    const auto* spinner = find<QPushButton>("progressview");
+    ASSERT_TRUE(waitUntil([&] { return layerOf(spinner) != nullptr; }));
+    EXPECT_THAT(layerOf(spinner)->animationKeys(), ElementsAre("rotation"));
+
+    const std::vector<std::string> messages = log.messages();
+    const auto place = [&](const std::string& text) {
+        return std::ranges::find_if(messages,
+                                    [&](const std::string& message) {
+                                        return message.find(text) != std::string::npos;
+                                    }) -
+               messages.begin();
+    };
+    EXPECT_LT(place("-getCodesigningIdentities..."), place("-setupCodesigningPopupStuff..."));
+    EXPECT_LT(place("-setupCodesigningPopupStuff..."),
+              place("awakeFromNib...self.ibDragDropView.frame = {{0, 0}, {"));
+    EXPECT_LT(place("self.ibDragDropView.frame"), place("=> setupSpin...TESTING...."));
+    EXPECT_LT(place("=> setupSpin...TESTING...."), std::ssize(messages));
+
+    log.clear();
+    controller().awakeFromNib();
+    EXPECT_TRUE(log.messages().empty()) << "only the first call does anything";
+}
+
+TEST_F(Window, KeepsOneRotationHoweverOftenItIsResized) {
+    openWindow();
+    controller().ibTestSpin(nullptr);
+    const auto* spinner = find<QPushButton>("progressview");
+    ASSERT_TRUE(waitUntil([&] { return layerOf(spinner) != nullptr; }));
+    for (int width : {600, 700, 650}) {
+        log.clear();
+        window->resize(width, 420);
+        ASSERT_TRUE(waitUntil(
+            [&] { return log.count("Inside ViewController => setupSpin...TESTING....") > 0; }));
+        settle();
+    }
+    EXPECT_THAT(layerOf(spinner)->animationKeys(), ElementsAre("rotation"));
+    EXPECT_EQ(find("dragDropView")->size(), find("view")->size());
+}
+
+TEST_F(Window, ShowsWhyThereAreNoIdentities) {
+    openWindow();
+    const auto* popup = find<QComboBox>("identities");
+    EXPECT_FALSE(popup->isEnabled());
+    EXPECT_THAT(popup->currentText().toStdString(),
+                HasSubstr(tools.security + " is not on this system"));
+    EXPECT_EQ(
+        log.count(logged("setupCodesigningPopupStuff", "...NO LIST to set selectionIndex????????")),
+        1);
+    EXPECT_EQ(controller().getCodesigningIdentity(), std::nullopt);
+}
+
+TEST_F(Window, RemembersTheLastRealIdentity) {
+    identitiesAre({"K: Jo (X1)", "L: Kim (Y2)"});
+    openWindow();
+    auto* popup = find<QComboBox>("identities");
+    EXPECT_EQ(popup->currentText(), "Do NOT Codesign");
+    EXPECT_EQ(controller().getCodesigningIdentity(), "donotcodesign");
+
+    popup->setFocus();
+    QTest::keyClick(popup, Qt::Key_End);
+    EXPECT_FALSE(settings.recordForKey(identityKey)) << "stored one turn later";
+    settle();
+    EXPECT_EQ(controller().getCodesigningIdentity(), "Kim (Y2)");
+    EXPECT_EQ(settings.recordForKey(identityKey)->displaystring, "L: Kim (Y2)");
+    EXPECT_FALSE(settings.boolForKey(doNotCodesignKey));
+    EXPECT_EQ(log.count("Inside " + logged("ibClickedOnIdentityPopup:",
+                                           "...self.ibListOfIdentities.selectionIndex = 2...")),
+              1);
+
+    QTest::keyClick(popup, Qt::Key_Home);
+    settle();
+    EXPECT_TRUE(settings.boolForKey(doNotCodesignKey));
+    EXPECT_EQ(settings.recordForKey(identityKey)->identitystring, "Kim (Y2)") << "still remembered";
+
+    identitiesAre({"K: Jo (X1)", "L: KIM (y2)"});
+    openWindow();
+    EXPECT_EQ(find<QComboBox>("identities")->currentText(), "L: KIM (y2)") << "in any letter case";
+    EXPECT_TRUE(settings.boolForKey(doNotCodesignKey));
+}
+
+TEST_F(Window, SelectsNothingWhenTheRememberedIdentityIsGone) {
+    settings.setRecord(identityKey, {"K", "Gone (Z9)", "K: Gone (Z9)"});
+    identitiesAre({"K: Jo (X1)"});
+    openWindow();
+    EXPECT_EQ(controller().getSelectionIndexFromIdentityString("Gone (Z9)"), 2U);
+    EXPECT_EQ(find<QComboBox>("identities")->currentIndex(), -1);
+    EXPECT_EQ(controller().getCodesigningIdentity(), std::nullopt);
+    controller().updateDoNotCodesignFromSelectedIdentity();
+    settle();
+    EXPECT_FALSE(settings.boolForKey(doNotCodesignKey));
+}
+
+TEST_F(Window, BindsTheCheckBoxToTheSetting) {
+    openWindow();
+    auto* box = find<QCheckBox>("doNotCodesign");
+    box->setFocus();
+    QTest::keyClick(box, Qt::Key_Space);
+    EXPECT_TRUE(settings.boolForKey(doNotCodesignKey));
+    EXPECT_EQ(log.count(logged("ibClickedOnCheckButton:", "...user selected object = (\n)")), 1);
+    settings.setBool(doNotCodesignKey, false);
+    EXPECT_FALSE(box->isChecked());
+}
+
+TEST_F(Window, ShowsTheStateOfTheBatch) {
+    openWindow();
+    const auto* start = find<QPushButton>("button1");
+    EXPECT_FALSE(start->isEnabled());
+    controller().setFNumberOfFoldersToProcess(2);
+    EXPECT_TRUE(start->isEnabled());
+    EXPECT_EQ(find<QLabel>("folderCount")->text(), "2 folders waiting");
+    controller().setFButton1Busy(true);
+    controller().setFProgressString1("Processing App Package: A.app...");
+    EXPECT_FALSE(start->isEnabled());
+    EXPECT_EQ(find<ElidedLabel>("progressLine")->fullText(), "Processing App Package: A.app...");
+    EXPECT_FALSE(find<QLabel>("busyState")->isVisible());
+    controller().setFButton1Busy(false);
+    EXPECT_TRUE(find<QLabel>("busyState")->isVisible());
+    EXPECT_EQ(find<ElidedLabel>("progressLine")->fullText(), "");
+}
+
+TEST_F(Window, CanBeWorkedByKeyboardAndNamesItsControls) {
+    identitiesAre({"K: Jo (X1)"});
+    openWindow();
+    controller().setFNumberOfFoldersToProcess(1);
+    std::vector<std::string> reached;
+    find("choose")->setFocus();
+    for (int i = 0; i < 4; ++i) {
+        reached.push_back(window->focusWidget()->objectName().toStdString());
+        EXPECT_FALSE(window->focusWidget()->accessibleName().isEmpty()) << reached.back();
+        QTest::keyClick(window->focusWidget(), Qt::Key_Tab);
+    }
+    EXPECT_THAT(reached, ElementsAre("choose", "button1", "identities", "doNotCodesign"));
+    window->resize(1, 1);
+    EXPECT_EQ(window->size(), QSize(420, 300));
+    for (const char* name : {"choose", "identities", "progressLine", "version"})
+        EXPECT_TRUE(find("dragDropView")
+                        ->rect()
+                        .contains(QRect(find(name)->mapTo(find("dragDropView"), QPoint(0, 0)),
+                                        find(name)->size())))
+            << name;
+}
+
+TEST_F(Window, LogsAnObservedValue) {
+    openWindow();
+    log.clear();
+    controller().observeValueForKeyPath("fSearchPath", nullptr, "new", "none");
+    const std::string method = "observeValueForKeyPath:ofObject:change:context:";
+    EXPECT_THAT(log.messages(), ElementsAre("Inside " + logged(method, "..."),
+                                            logged(method, " = keypath = fSearchPath"),
+                                            logged(method, " = change = new"),
+                                            logged(method, " = context = none")));
+}
+
+TEST(ElidedLabel, ShortensInTheMiddleAndKeepsTheWholeText) {
+    ElidedLabel label;
+    const QString path = "/a/" + QString(300, 'x') + "/line\nbreak & <b>markup</b>";
+    label.setFullText(path);
+    label.resize(200, 20);
+    label.show();
+    EXPECT_THAT(label.text().toStdString(), HasSubstr("…"));
+    EXPECT_TRUE(label.text().startsWith("/a/"));
+    EXPECT_EQ(label.fullText(), path);
+    EXPECT_THAT(label.toolTip().toStdString(), HasSubstr("&lt;b&gt;markup"));
+    label.resize(20'000, 20);
+    EXPECT_EQ(label.text(), QString(path).replace('\n', QChar(0x2424)));
+}

@@ -1,0 +1,115 @@
+#include "app/RevealInFinder.h"
+#include "app/platform/ArrayController.h"
+#include "tests/app/WindowFixture.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+struct Processing : WindowFixture {
+    Processing() {
+        folder.makeFolder("A/X.app");
+        identitiesAre({"K: Jo (X1)"});
+        openWindow();
+        settle();
+        controller().ibListOfIdentities()->setSelectionIndex(1);
+    }
+    /// Runs `method` on the processing queue and awaits all that comes of it.
+    void process(void (ViewController::*method)(const std::string&), const std::string& path) {
+        ViewController::processQueue().async(
+            [this, method, path] { (controller().*method)(path); });
+        settle();
+    }
+    [[nodiscard]] std::string bothCalls(const std::string& path,
+                                        const std::string& identity) const {
+        return "fenwoCodesignApps.sh|" + path + "|" + identity + "\nfenwoJustZipApps.sh|" + path +
+               "|\n";
+    }
+    void awaitReveal(const std::string& path) {
+        EXPECT_TRUE(waitUntil([&] { return contentOf(folder.path("opened")) == path + "\n"; }));
+        EXPECT_TRUE(waitUntil([&] { return log.count("shellcommand returned = (null)") == 1; }));
+    }
+};
+
+constexpr const char* needsFolder = "User Needs to Select a Valid Existing Folder...";
+
+} // namespace
+
+TEST_F(Processing, OfAnEntryRevealsAndRemovesIt) {
+    controller().addItemsToBeProcessedSet({folder.path("A"), folder.path("B")});
+    settle();
+    process(&ViewController::doProcessItemNew, folder.path("A"));
+    EXPECT_EQ(calls(), bothCalls(folder.path("A/X.app"), "Jo (X1)|"));
+    EXPECT_EQ(controller().fProgressString1(), "Processing App Package: X.app...");
+    EXPECT_THAT(controller().fSetOfFolders()->allObjects(), ElementsAre(folder.path("B")));
+    EXPECT_EQ(controller().fNumberOfFoldersToProcess(), 1);
+    EXPECT_FALSE(controller().fButton1Busy()) << "the loop's, not touched";
+    awaitReveal(folder.path("A"));
+}
+
+TEST_F(Processing, OfASinglePackageRevealsTheSearchPath) {
+    controller().setFSearchPath(folder.path("A"));
+    controller().addItemsToBeProcessedSet({folder.path("A/X.app")});
+    settle();
+    process(&ViewController::doProcessItem, folder.path("A/X.app"));
+    EXPECT_EQ(calls(), bothCalls(folder.path("A/X.app"), "Jo (X1)|"));
+    EXPECT_EQ(controller().fProgressString1(), std::nullopt);
+    EXPECT_THAT(controller().fSetOfFolders()->allObjects(), IsEmpty());
+    awaitReveal(folder.path("A"));
+    EXPECT_EQ(log.count(logged("doProcessItem:", "...")), 1);
+}
+
+TEST_F(Processing, OfAPackageOnlyRunsTheScripts) {
+    controller().addItemsToBeProcessedSet({folder.path("A/X.app")});
+    settle();
+    process(&ViewController::doProcessItemOnly, folder.path("A/X.app"));
+    EXPECT_EQ(calls(), bothCalls(folder.path("A/X.app"), "Jo (X1)|"));
+    EXPECT_EQ(controller().fSetOfFolders()->count(), 1U);
+    EXPECT_EQ(log.count(logged("doRevealItem:", "...")), 0);
+}
+
+TEST_F(Processing, OfTheWholeFolderQuitsAtTheEnd) {
+    controller().setFSearchPath(folder.path("A"));
+    controller().doProcess();
+    controller().doProcess();
+    ASSERT_TRUE(waitUntil([this] { return terminations == 1; }));
+    EXPECT_EQ(log.count(logged("doProcess", "...Already in Process...")), 1);
+    EXPECT_EQ(calls(), bothCalls(folder.path("A"), "")) << "without the identity";
+    EXPECT_FALSE(controller().fButton1Busy());
+    EXPECT_EQ(controller().fProgressString1(), "Processing.....");
+    awaitReveal(folder.path("A"));
+}
+
+TEST_F(Processing, OfTheWholeFolderTheOldWayMarksNothing) {
+    controller().setFButton1Busy(true);
+    controller().doProcessOLD();
+    ASSERT_TRUE(waitUntil(
+        [this] { return log.count(logged("doProcessOLD", "...Already in Process...")) == 1; }));
+    controller().setFButton1Busy(false);
+    controller().doProcessOLD();
+    ASSERT_TRUE(waitUntil([this] { return terminations == 1; }));
+    EXPECT_EQ(calls(), bothCalls("(null)", "")) << "there is no search path";
+    EXPECT_EQ(controller().fProgressString1(), std::nullopt);
+}
+
+TEST_F(Processing, RevealsTheSearchPathForWhatIsNoPath) {
+    controller().setFSearchPath(folder.path("A"));
+    controller().doRevealItem(LocationItem(FileUrl(folder.path(), true)));
+    awaitReveal(folder.path("A"));
+}
+
+TEST_F(Processing, RevealsFoldersAndThePlacesOfPackages) {
+    const ScopedEnvironment home("HOME", folder.path());
+    revealItemInFinder("~/A/../A");
+    revealItemInFinder(folder.path("A/X.app"));
+    EXPECT_EQ(contentOf(folder.path("opened")), folder.path("A") + "\n" + folder.path("A") + "\n");
+    const std::size_t beeps = beepsPlayed();
+    for (const std::optional<std::string>& path :
+         {std::optional<std::string>(), std::optional<std::string>(""),
+          std::optional(folder.path("missing")), std::optional(folder.makeFile("file"))})
+        revealItemInFinder(path);
+    EXPECT_EQ(beepsPlayed(), beeps + 4);
+    EXPECT_EQ(log.count(needsFolder), 4);
+    EXPECT_EQ(contentOf(folder.path("opened")), folder.path("A") + "\n" + folder.path("A") + "\n");
+}

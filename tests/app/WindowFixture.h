@@ -1,0 +1,102 @@
+#pragma once
+
+#include "app/AppDelegate.h"
+#include "app/ConfirmationSheet.h"
+#include "app/MainWindow.h"
+#include "app/platform/Beep.h"
+#include "app/platform/MainQueue.h"
+#include "app/platform/NotificationCenter.h"
+#include "app/platform/QtDescription.h"
+#include "app/platform/SerialQueue.h"
+#include "app/platform/SettingsStore.h"
+#include "tests/app/Support.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/ScopedEnvironment.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <QPushButton>
+
+#include <atomic>
+
+#include <gmock/gmock.h>
+
+/// The real main window over a settings file, identities, scripts and file browser of the test's
+/// own.
+struct WindowFixture : testing::Test {
+    WindowFixture() {
+        tools.security = bin.path("security");
+        bin.makeExecutable("open",
+                           "#!/bin/sh\nprintf '%s\\n' \"$1\" >>'" + folder.path("opened") + "'\n");
+        bundle.resourcesFolder = bin.path();
+        for (const char* script : {"fenwoCodesignApps", "fenwoJustZipApps"})
+            installScript(script, "");
+    }
+    /// Waits until no job can call the window any more.
+    ~WindowFixture() override { settle(); }
+
+    /// Installs a script that writes down its name and arguments, then does `more`.
+    void installScript(const std::string& name, const std::string& more) const {
+        bin.makeExecutable(name + ".sh", "#!/bin/sh\nprintf '%s|' \"${0##*/}\" \"$@\" >>'" +
+                                             folder.path("calls") + "'\necho >>'" +
+                                             folder.path("calls") + "'\n" + more + "\n");
+    }
+    void identitiesAre(const std::vector<std::string>& names) const {
+        std::string script = "#!/bin/sh\n";
+        for (const std::string& name : names)
+            script += "echo '1) 00 \"" + name + "\"'\n";
+        bin.makeExecutable("security", script + "echo '  identities found'\n");
+    }
+    MainWindow& openWindow() {
+        window = std::make_unique<MainWindow>(
+            ViewController::Surroundings{.bundle = bundle,
+                                         .settings = settings,
+                                         .notifications = notifications,
+                                         .tools = tools,
+                                         .terminate = [this] { ++terminations; }},
+            delegate);
+        window->show();
+        return *window;
+    }
+    [[nodiscard]] ViewController& controller() const { return window->controller(); }
+    template <typename Widget = QWidget>
+    [[nodiscard]] Widget* find(const char* name) const {
+        return window->findChild<Widget*>(name);
+    }
+    /// The sheet on the window, awaited; null if none comes.
+    [[nodiscard]] ConfirmationSheet* sheet() const {
+        ConfirmationSheet* found = nullptr;
+        (void)waitUntil([&] {
+            found = window->findChild<ConfirmationSheet*>();
+            return found != nullptr && found->isVisible();
+        });
+        return found;
+    }
+    /// Lets everything that is queued now happen: what the main queue hands to the processing
+    /// queue, and what that posts back.
+    static void settle() {
+        for (int round = 0; round < 3; ++round) {
+            std::atomic<bool> done = false;
+            MainQueue::async([&] { ViewController::processQueue().async([&] { done = true; }); });
+            EXPECT_TRUE(waitUntil([&] { return done.load(); }));
+        }
+        bool turned = false;
+        MainQueue::async([&] { turned = true; });
+        EXPECT_TRUE(waitUntil([&] { return turned; }));
+    }
+    [[nodiscard]] std::string calls() const { return contentOf(folder.path("calls")); }
+    [[nodiscard]] std::string logged(const std::string& method, const std::string& rest) const {
+        return format("%@", &controller()) + '-' + method + rest;
+    }
+
+    TemporaryFolder folder;
+    TemporaryFolder bin{TemporaryFolder::withoutBlank};
+    ScopedEnvironment searchPath{"PATH", pathWith(bin.path())};
+    LogCapture log;
+    MainBundle bundle;
+    ToolPaths tools;
+    SettingsStore settings{QString::fromStdString(folder.path("settings.ini"))};
+    NotificationCenter notifications;
+    AppDelegate delegate{notifications};
+    std::atomic<int> terminations = 0;
+    std::unique_ptr<MainWindow> window;
+};
