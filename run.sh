@@ -1,7 +1,8 @@
 #!/bin/sh
-# Installs what is missing, builds, and packs the applications at the PATHs: ./run.sh [PATH...]
-# Without a PATH it makes two sample applications and packs those. Where standard input is no terminal
-# nobody is asked, and everything is processed.
+# Installs what is missing, builds, and processes the applications at the PATHs: ./run.sh [PATH...]
+# Without a PATH it makes two sample applications and takes those. Where there is a display it opens the
+# window; where there is none, or options are given, it does the same on the terminal. Where standard
+# input is no terminal either, nobody is asked and everything is processed.
 set -eu
 here=$(CDPATH='' cd -- "$(dirname "$0")" && pwd)
 
@@ -15,11 +16,15 @@ mkdir -p "$here/build"
     exit 1
 }
 
-batch=$here/build/release/bin/kelpmoray-batch
-if [ $# -eq 0 ]; then
-    "$here/tools/make-sample.sh" "$here/build/sample"
-    set -- --process-all "$here/build/sample"
-elif [ ! -t 0 ]; then
-    set -- --process-all "$@"
+bin=$here/build/release/bin
+sample=$here/build/sample
+case "${1:-}" in
+-*) exec "$bin/kelpmoray-batch" "$@" ;;
+"") "$here/tools/make-sample.sh" "$sample" ;;
+esac
+if [ -n "${DISPLAY:-}" ] || [ "$(uname)" = Darwin ]; then
+    exec "$bin/kelpmoray" "${@:-$sample}"
+elif [ $# -gt 0 ] && [ -t 0 ]; then
+    exec "$bin/kelpmoray-batch" "$@"
 fi
-exec "$batch" "$@"
+exec "$bin/kelpmoray-batch" --process-all "${@:-$sample}"

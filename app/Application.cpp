@@ -1,7 +1,6 @@
 #include "app/Application.h"
 
 #include "app/MainWindow.h"
-#include "app/platform/NamedImage.h"
 #include "app/platform/WindowLevel.h"
 
 #include <QApplication>
@@ -11,7 +10,7 @@ Application::Application()
           bundle_.identifier,
           [this](const LocationList& urls) {
               activateIgnoringOtherApps(window_.get());
-              delegate_.applicationOpenURLs(urls);
+              open(urls);
           },
           [this] { activateIgnoringOtherApps(window_.get()); }) {}
 
@@ -22,7 +21,6 @@ bool Application::handOver(const LocationList& locations) {
 }
 
 void Application::start(const LocationList& locations) {
-    QApplication::setWindowIcon(applicationIcon());
     QApplication::setDesktopFileName(QString::fromStdString(bundle_.identifier));
     QApplication::setQuitOnLastWindowClosed(
         delegate_.applicationShouldTerminateAfterLastWindowClosed());
@@ -39,5 +37,10 @@ void Application::start(const LocationList& locations) {
     window_->show();
     delegate_.applicationDidFinishLaunching();
     if (!locations.empty())
-        delegate_.applicationOpenURLs(locations);
+        open(locations);
+}
+
+void Application::open(const LocationList& locations) {
+    window_->load(); // or nobody listens yet
+    delegate_.applicationOpenURLs(locations);
 }

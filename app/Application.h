@@ -23,6 +23,8 @@ public:
     void start(const LocationList& locations);
 
 private:
+    void open(const LocationList& locations);
+
     MainBundle bundle_ = MainBundle::ofThisProcess();
     NotificationCenter notifications_;
     AppDelegate delegate_{notifications_};

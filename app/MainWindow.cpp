@@ -1,6 +1,8 @@
 #include "app/MainWindow.h"
 
 #include "app/AppDelegate.h"
+#include "app/platform/MainQueue.h"
+#include "app/platform/NamedImage.h"
 #include "app/platform/NotificationCenter.h"
 #include "app/platform/SettingsStore.h"
 #include "core/Path.h"
@@ -43,13 +45,21 @@ MainWindow::MainWindow(const ViewController::Surroundings& surroundings, AppDele
     bindControls();
     connectActions();
     drawIcons();
-    controller_.viewDidLoad();
-    ui_->dragDropView->awakeFromNib();
-    controller_.awakeFromNib();
     showProperties();
 }
 
 MainWindow::~MainWindow() = default;
+
+void MainWindow::load() {
+    if (loaded_)
+        return;
+    loaded_ = true;
+    setWindowIcon(applicationIcon());
+    bindIdentities();
+    controller_.viewDidLoad();
+    ui_->dragDropView->awakeFromNib();
+    controller_.awakeFromNib();
+}
 
 void MainWindow::connectOutlets(AppDelegate& delegate) {
     controller_.setView(ui_->view);
@@ -59,13 +69,16 @@ void MainWindow::connectOutlets(AppDelegate& delegate) {
     delegate.setFMainViewController(&controller_);
 }
 
-void MainWindow::bindControls() {
+void MainWindow::bindIdentities() {
     const std::string& tool = surroundings_.tools.security;
-    const QString whyEmpty =
-        fileExists(tool)
-            ? tr("No identities: %1 listed none").arg(QString::fromStdString(tool))
-            : tr("No identities: %1 is not on this system").arg(QString::fromStdString(tool));
+    const QString whyEmpty = (fileExists(tool) ? tr("No identities: %1 listed none")
+                                               : tr("No identities: %1 is missing"))
+                                 .arg(QString::fromStdString(tool));
+    ui_->identities->setToolTip(tr("The identity that packages are signed with"));
     identities_.bind(*ui_->identities, whyEmpty);
+}
+
+void MainWindow::bindControls() {
     surroundings_.settings.bind(*ui_->doNotCodesign, "prefDoNotCodesign");
 
     const auto showVersion = [this] {
@@ -119,10 +132,20 @@ void MainWindow::drawIcons() {
     ui_->progressview->setIcon(
         spinnerIcon(palette(), ui_->progressview->iconSize().width(), devicePixelRatioF()));
     const int size = 64;
-    ui_->applicationIcon->setPixmap(windowIcon().pixmap(size));
+    ui_->applicationIcon->setPixmap(applicationIcon().pixmap(size));
     QFont font = ui_->invitation->font();
     font.setPointSizeF(QWidget::font().pointSizeF() * 1.25);
     ui_->invitation->setFont(font);
+}
+
+void MainWindow::paintEvent(QPaintEvent* event) {
+    QMainWindow::paintEvent(event);
+    if (!loaded_) {
+        MainQueue::async([self = QPointer<MainWindow>(this)] {
+            if (self)
+                self->load();
+        });
+    }
 }
 
 void MainWindow::resizeEvent(QResizeEvent* event) {
@@ -132,7 +155,6 @@ void MainWindow::resizeEvent(QResizeEvent* event) {
 
 void MainWindow::changeEvent(QEvent* event) {
     QMainWindow::changeEvent(event);
-    if (event->type() == QEvent::PaletteChange || event->type() == QEvent::FontChange ||
-        event->type() == QEvent::WindowIconChange)
+    if (event->type() == QEvent::PaletteChange || event->type() == QEvent::FontChange)
         drawIcons();
 }

@@ -16,15 +16,21 @@ class MainWindow;
 
 /// The one window: loads the interface description, connects its outlets and actions to the
 /// controllers, and shows their properties. Main thread.
+///
+/// The controllers wake once the window has been painted, since they wait for the identity tool: a
+/// person sees the window before that.
 class MainWindow : public QMainWindow {
     Q_OBJECT
 public:
     MainWindow(const ViewController::Surroundings& surroundings, AppDelegate& delegate);
     ~MainWindow() override;
 
+    /// Wakes the controllers now, unless they are awake.
+    void load();
     [[nodiscard]] ViewController& controller() { return controller_; }
 
 protected:
+    void paintEvent(QPaintEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
     void changeEvent(QEvent* event) override;
 
@@ -32,6 +38,7 @@ private:
     void connectOutlets(AppDelegate& delegate);
     void connectActions();
     void bindControls();
+    void bindIdentities();
     void showProperties();
     void drawIcons();
 
@@ -40,4 +47,5 @@ private:
     ArrayController identities_;
     ViewController controller_;
     MyWebViewController help_;
+    bool loaded_ = false;
 };

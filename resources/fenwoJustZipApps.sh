@@ -19,6 +19,12 @@ fail() {
     exit 1
 }
 
+# Signatures of scripts and resource forks are extended attributes, which only ditto packs.
+has_attributes_to_keep() {
+    command -v ditto >/dev/null 2>&1 && command -v xattr >/dev/null 2>&1 &&
+        xattr -r "$package" 2>/dev/null | grep -qE 'com\.apple\.(cs\.|ResourceFork|FinderInfo)'
+}
+
 # The packer of this installation: Contents/Helpers in a bundle, libexec elsewhere.
 find_packer() {
     for candidate in "$resources/../Helpers/kelpmoray-zip" \
@@ -106,7 +112,7 @@ archive=$folder/${name%.*}.zip
 [ ! -d "$archive" ] || fail "a folder is in the place of $archive" "move it away and try again"
 
 remove_leftovers
-if packer=$(find_packer); then
+if ! has_attributes_to_keep && packer=$(find_packer); then
     "$packer" --verify "$archive" "$package" ||
         fail "kelpmoray-zip could not pack $package" "see the lines above"
 else

@@ -18,7 +18,7 @@ QPixmap imageNamed(const QString& name) {
 
 QIcon applicationIcon() {
     QIcon icon;
-    for (const int size : {16, 24, 32, 48, 64, 128, 256})
+    for (const int size : {16, 32, 64, 128})
         icon.addFile(pathOfImage(QStringLiteral("icons/kelpmoray-%1.png").arg(size)),
                      QSize(size, size));
     return icon;

@@ -64,6 +64,20 @@ TEST_F(Window, StartsInOrder) {
     EXPECT_TRUE(log.messages().empty()) << "only the first call does anything";
 }
 
+TEST_F(Window, WakesOnceItHasBeenPainted) {
+    window =
+        std::make_unique<MainWindow>(ViewController::Surroundings{.bundle = bundle,
+                                                                  .settings = settings,
+                                                                  .notifications = notifications,
+                                                                  .tools = tools,
+                                                                  .terminate = [] {}},
+                                     delegate);
+    EXPECT_EQ(controller().fSetOfFolders(), nullptr);
+    window->show();
+    EXPECT_TRUE(waitUntil([this] { return controller().fSetOfFolders() != nullptr; }));
+    EXPECT_TRUE(controller().ibDragDropView()->acceptDrops());
+}
+
 TEST_F(Window, KeepsOneRotationHoweverOftenItIsResized) {
     openWindow();
     controller().ibTestSpin(nullptr);
@@ -84,8 +98,7 @@ TEST_F(Window, ShowsWhyThereAreNoIdentities) {
     openWindow();
     const auto* popup = find<QComboBox>("identities");
     EXPECT_FALSE(popup->isEnabled());
-    EXPECT_THAT(popup->currentText().toStdString(),
-                HasSubstr(tools.security + " is not on this system"));
+    EXPECT_THAT(popup->currentText().toStdString(), HasSubstr(tools.security + " is missing"));
     EXPECT_EQ(
         log.count(logged("setupCodesigningPopupStuff", "...NO LIST to set selectionIndex????????")),
         1);

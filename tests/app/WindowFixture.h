@@ -54,6 +54,7 @@ struct WindowFixture : testing::Test {
                                          .tools = tools,
                                          .terminate = [this] { ++terminations; }},
             delegate);
+        window->load();
         window->show();
         return *window;
     }

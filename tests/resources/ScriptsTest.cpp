@@ -129,6 +129,10 @@ TEST_F(Scripts, PreferThePackerThenTheSystemsArchiver) {
               "packed: " + folder.path("X.zip") + "\n[0]\n");
     EXPECT_EQ(contentOf(folder.path("calls")),
               "--verify|" + folder.path("X.zip") + "|" + folder.path("X.app") + "|");
+
+    standIn("kelpmoray-zip", "echo 'the packer does not carry attributes'; exit 1");
+    standIn("xattr", "echo \"$2/f: com.apple.cs.CodeSignature\"");
+    EXPECT_THAT(pack("X.app"), EndsWith("[0]\n"));
 }
 
 TEST_F(Scripts, RefuseWhatZipWouldLeaveOut) {
