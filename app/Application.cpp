@@ -24,8 +24,10 @@ void Application::start(const LocationList& locations) {
     QApplication::setDesktopFileName(QString::fromStdString(bundle_.identifier));
     QApplication::setQuitOnLastWindowClosed(
         delegate_.applicationShouldTerminateAfterLastWindowClosed());
-    QObject::connect(qApp, &QApplication::aboutToQuit, &requests_,
-                     [this] { delegate_.applicationWillTerminate(); });
+    QObject::connect(qApp, &QApplication::aboutToQuit, &requests_, [this] {
+        requests_.release();
+        delegate_.applicationWillTerminate();
+    });
 
     settings_ = std::make_unique<SettingsStore>();
     const ViewController::Surroundings surroundings = {.bundle = bundle_,

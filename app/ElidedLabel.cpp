@@ -5,6 +5,7 @@
 #include <QEvent>
 #include <QGuiApplication>
 #include <QMenu>
+#include <QToolTip>
 
 #include <algorithm>
 
@@ -42,6 +43,11 @@ void ElidedLabel::changeEvent(QEvent* event) {
         elide();
 }
 
+void ElidedLabel::focusInEvent(QFocusEvent* event) {
+    QLabel::focusInEvent(event);
+    QToolTip::showText(mapToGlobal(rect().bottomLeft()), toolTip(), this);
+}
+
 void ElidedLabel::contextMenuEvent(QContextMenuEvent* event) {
     QMenu menu(this);
     menu.addAction(tr("Copy"), [this] { QGuiApplication::clipboard()->setText(fullText_); });
@@ -52,4 +58,6 @@ void ElidedLabel::elide() {
     QString line = fullText_;
     line.replace('\n', QChar(0x2424)); // the sign for a new line: a name may hold one
     setText(fontMetrics().elidedText(line, Qt::ElideMiddle, width()));
+    // Without a mouse the tool tip comes with the focus.
+    setFocusPolicy(text() == line ? Qt::NoFocus : Qt::TabFocus);
 }

@@ -5,10 +5,13 @@
 #include "app/platform/NamedImage.h"
 #include "app/platform/NotificationCenter.h"
 #include "app/platform/SettingsStore.h"
+#include "app/platform/WindowLevel.h"
 #include "core/Path.h"
 #include "ui_MainWindow.h"
 
+#include <QApplication>
 #include <QEvent>
+#include <QFontInfo>
 #include <QPainter>
 
 namespace {
@@ -46,6 +49,7 @@ MainWindow::MainWindow(const ViewController::Surroundings& surroundings, AppDele
     connectActions();
     drawIcons();
     showProperties();
+    qApp->installEventFilter(this); // sees the windows that are resized
 }
 
 MainWindow::~MainWindow() = default;
@@ -70,12 +74,20 @@ void MainWindow::connectOutlets(AppDelegate& delegate) {
 }
 
 void MainWindow::bindIdentities() {
-    const std::string& tool = surroundings_.tools.security;
-    const QString whyEmpty = (fileExists(tool) ? tr("No identities: %1 listed none")
-                                               : tr("No identities: %1 is missing"))
-                                 .arg(QString::fromStdString(tool));
-    ui_->identities->setToolTip(tr("The identity that packages are signed with"));
-    identities_.bind(*ui_->identities, whyEmpty);
+    const QString tool = QString::fromStdString(surroundings_.tools.security);
+    const bool toolExists = fileExists(surroundings_.tools.security);
+    identities_.bind(*ui_->identities,
+                     toolExists ? tr("No identities listed") : tr("No identity tool here"));
+    const QString whyEmpty = toolExists
+                                 ? tr("%1 listed no identities, not even an empty list")
+                                 : tr("%1, which lists the identities, is not on this system");
+    const auto explain = [this, tool, whyEmpty] {
+        ui_->identities->setToolTip(identities_.content()
+                                        ? tr("The identity that packages are signed with")
+                                        : whyEmpty.arg(tool));
+    };
+    explain();
+    connect(&identities_, &ArrayController::contentChanged, this, explain);
 }
 
 void MainWindow::bindControls() {
@@ -109,9 +121,9 @@ void MainWindow::connectActions() {
     connect(ui_->helpAction, &QAction::triggered, this, [this] {
         QWidget* view = help_.view();
         help_.doLoadDoc(sender());
+        setWindowLevel(view, statusWindowLevel); // or this window covers it
         view->show();
-        view->raise();
-        view->activateWindow();
+        activateIgnoringOtherApps(view);
     });
 }
 
@@ -125,7 +137,7 @@ void MainWindow::showProperties() {
     ui_->folderCount->setText(count == 0   ? QString()
                               : count == 1 ? tr("1 folder waiting")
                                            : tr("%1 folders waiting").arg(count));
-    ui_->button1->setEnabled(count > 0 && !busy);
+    ui_->button1->setEnabled(count > 0);
 }
 
 void MainWindow::drawIcons() {
@@ -134,7 +146,7 @@ void MainWindow::drawIcons() {
     const int size = 64;
     ui_->applicationIcon->setPixmap(applicationIcon().pixmap(size));
     QFont font = ui_->invitation->font();
-    font.setPointSizeF(QWidget::font().pointSizeF() * 1.25);
+    font.setPointSizeF(QFontInfo(QWidget::font()).pointSizeF() * 1.25);
     ui_->invitation->setFont(font);
 }
 
@@ -148,9 +160,11 @@ void MainWindow::paintEvent(QPaintEvent* event) {
     }
 }
 
-void MainWindow::resizeEvent(QResizeEvent* event) {
-    QMainWindow::resizeEvent(event);
-    surroundings_.notifications.post("NSWindowDidResizeNotification");
+bool MainWindow::eventFilter(QObject* object, QEvent* event) {
+    if (event->type() == QEvent::Resize && object->isWidgetType() &&
+        static_cast<QWidget*>(object)->isWindow())
+        surroundings_.notifications.post("NSWindowDidResizeNotification");
+    return QMainWindow::eventFilter(object, event);
 }
 
 void MainWindow::changeEvent(QEvent* event) {

@@ -162,7 +162,7 @@ void MyDragDropView::dragEnterEvent(QDragEnterEvent* event) {
     if (pasteboard.types().empty())
         return;
     draggingEntered(pasteboard);
-    // Never a move: the source would then remove what was dropped.
+    // A copy where the source allows one: after a move it would remove what was dropped.
     event->setDropAction(Qt::CopyAction);
     event->accept();
 }

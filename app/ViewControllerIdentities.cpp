@@ -15,6 +15,12 @@ bool isDoNotCodesign(const std::optional<IdentityRecord>& record) {
     return record && equalsIgnoringCase(record->identitystring, doNotCodesignIdentity);
 }
 
+/// As the log shows it: -1 without a selection.
+int loggedIndex(const ArrayController* list) {
+    const auto index = list != nullptr ? list->selectionIndex() : std::nullopt;
+    return index ? static_cast<int>(*index) : -1;
+}
+
 } // namespace
 
 std::optional<IdentityRecord> ViewController::selectedIdentity() const {
@@ -74,7 +80,7 @@ void ViewController::ibClickedOnIdentityPopup(QObject*) {
     const std::optional<IdentityRecord> record = selectedIdentity();
     logEvent("Inside %@-%@...", receiver(), methodName);
     logEvent("Inside %@-%@...self.ibListOfIdentities.selectionIndex = %i...", receiver(),
-             methodName, list != nullptr ? list->selectionIndex() : std::nullopt);
+             methodName, loggedIndex(list));
     logEvent("Inside %@-%@...managedOjbectContext[%@] = %@", receiver(), methodName, noContext,
              noContext);
     logEvent("Inside %@-%@...self.ibListOfIdentities.content = %@", receiver(), methodName,
@@ -96,8 +102,7 @@ void ViewController::ibClickedOnCheckButton(QObject*) {
     static constexpr const char* methodName = "ibClickedOnCheckButton:";
     const ArrayController* list = ibListOfIdentities_;
     logEvent("%@-%@...", receiver(), methodName);
-    logEvent("%@-%@...user selected index = %i", receiver(), methodName,
-             list != nullptr ? list->selectionIndex() : std::nullopt);
+    logEvent("%@-%@...user selected index = %i", receiver(), methodName, loggedIndex(list));
     logEvent("%@-%@...user selected object = %@", receiver(), methodName,
              list != nullptr ? list->selectedObjects() : std::vector<IdentityRecord>{});
 }

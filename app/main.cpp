@@ -1,28 +1,48 @@
 #include "app/Application.h"
+#include "app/platform/FileUris.h"
 #include "app/platform/ProcessEnd.h"
 
 #include <QApplication>
-#include <QCommandLineParser>
-#include <QDir>
-#include <QUrl>
+
+#include <cstdio>
+#include <filesystem>
+#include <span>
+#include <string_view>
 
 namespace {
 
-/// The locations on the command line: paths, and URLs as desktop entries give them.
-LocationList locationsOnCommandLine(const QApplication& toolkit) {
-    QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QObject::tr("Signs application packages and packs each into a zip."));
-    parser.addHelpOption();
-    parser.addVersionOption();
-    parser.addPositionalArgument("PATH", QObject::tr("Packages, and folders that hold packages."),
-                                 "[PATH...]");
-    parser.process(toolkit);
+constexpr const char* help = R"(usage: kelpmoray [PATH...]
+
+Opens the window and the PATHs in it: application packages (Name.app) and folders that hold some, or
+their file URLs. If it runs already, it is handed the PATHs.
+
+  --help, --version    print this, or the version, and end
+)";
+
+/// The exit status if the arguments ask for a text only; -1 otherwise. Needs no display.
+int answerInText(int argc, char** argv) {
+    for (const std::string_view argument : std::span(argv, std::size_t(argc)).subspan(1)) {
+        if (argument == "--help" || argument == "--version") {
+            std::puts(argument == "--help" ? help : "kelpmoray " KELPMORAY_VERSION);
+            return 0;
+        }
+        if (argument == "--")
+            break;
+    }
+    return -1;
+}
+
+/// Paths, and URLs as desktop entries give them. They are bytes, whatever the locale.
+LocationList locationsIn(int argc, char** argv) {
     LocationList locations;
-    for (const QString& argument : parser.positionalArguments()) {
-        const QUrl url = QUrl::fromUserInput(argument, QDir::currentPath());
-        const QString path = url.isLocalFile() ? url.toLocalFile() : argument;
-        locations.emplace_back(FileUrl::fileURLWithPath(path.toStdString()));
+    for (const std::string argument : std::span(argv, std::size_t(argc)).subspan(1)) {
+        if (argument == "--")
+            continue;
+        std::error_code error;
+        const auto path = argument.starts_with("file:")
+                              ? pathOfUri(QUrl(QString::fromStdString(argument)))
+                              : std::filesystem::absolute(argument, error).string();
+        locations.emplace_back(FileUrl::fileURLWithPath(path.value_or(argument)));
     }
     return locations;
 }
@@ -30,11 +50,12 @@ LocationList locationsOnCommandLine(const QApplication& toolkit) {
 } // namespace
 
 int main(int argc, char** argv) {
-    QApplication toolkit(argc, argv);
+    if (const int status = answerInText(argc, argv); status >= 0)
+        return status;
+    const QApplication toolkit(argc, argv); // takes its own options out of the arguments
     QApplication::setApplicationName("kelpmoray");
     QApplication::setApplicationDisplayName("Kelpmoray");
-    QApplication::setApplicationVersion(KELPMORAY_VERSION);
-    const LocationList locations = locationsOnCommandLine(toolkit);
+    const LocationList locations = locationsIn(argc, argv);
     Application application;
     if (application.handOver(locations))
         return 0;

@@ -5,13 +5,21 @@
 #include <chrono>
 #include <cstdio>
 #include <ctime>
+#include <memory>
+#include <mutex>
 
 #include <unistd.h>
 
 namespace {
 
 bool standardErrorEnabled = true;
-std::function<void(std::string_view)> captureSink;
+std::mutex captureMutex;
+std::shared_ptr<const Log::Sink> captureSink;
+
+std::shared_ptr<const Log::Sink> currentCapture() {
+    const std::lock_guard lock(captureMutex);
+    return captureSink;
+}
 
 /// "2026-11-24 19:51:38.123 kelpmoray[4711] ": when and by whom.
 std::string prefix() {
@@ -35,13 +43,15 @@ void Log::setStandardErrorEnabled(bool enabled) {
     standardErrorEnabled = enabled;
 }
 
-void Log::capture(std::function<void(std::string_view)> sink) {
-    captureSink = std::move(sink);
+void Log::capture(Sink sink) {
+    auto shared = sink ? std::make_shared<const Sink>(std::move(sink)) : nullptr;
+    const std::lock_guard lock(captureMutex);
+    captureSink = std::move(shared);
 }
 
 void Log::write(std::string_view message) {
-    if (captureSink) {
-        captureSink(message);
+    if (const auto capture = currentCapture()) {
+        (*capture)(message);
         return;
     }
     writeToSystemLog(message);

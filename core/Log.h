@@ -17,9 +17,11 @@ inline constexpr std::size_t messageLimit = 1024;
 /// Whether events also go to standard error (they do at start). Call before threads are started.
 void setStandardErrorEnabled(bool enabled);
 
-/// Sends every event to `sink` instead, until called again with an empty function. For tests; call
-/// while no other thread logs.
-void capture(std::function<void(std::string_view)> sink);
+using Sink = std::function<void(std::string_view)>;
+
+/// Sends every event to `sink` instead, on the thread that logs, until called again with an empty
+/// function; one that is being logged may still come then. For tests. Any thread.
+void capture(Sink sink);
 
 /// Writes one event, whatever its length. logEvent() below is what everybody calls.
 void write(std::string_view message);

@@ -1,11 +1,13 @@
 #include "app/platform/ChoosePanel.h"
 
+#include "app/platform/Beep.h"
 #include "app/platform/Sheet.h"
 #include "core/platform/FileType.h"
 
 #include <QDir>
 #include <QFileSystemModel>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListView>
@@ -26,8 +28,10 @@ QString& lastDirectory() {
 } // namespace
 
 void ChoosePanel::beginSheet(const Settings& settings, QWidget* window, Completion completion) {
-    if (window == nullptr || attachedSheet(window) != nullptr)
+    if (window == nullptr || attachedSheet(window) != nullptr) {
+        playBeep();
         return;
+    }
     ::beginSheet(new ChoosePanel(settings, std::move(completion)), window);
 }
 
@@ -48,7 +52,8 @@ ChoosePanel::ChoosePanel(const Settings& settings, Completion completion)
     connect(list_, &QListView::activated, this, &ChoosePanel::activate);
     connect(list_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &ChoosePanel::selectionChanged);
-    connect(path_, &QLineEdit::returnPressed, this, &ChoosePanel::openTypedPath);
+    path_->installEventFilter(this);
+    list_->installEventFilter(this);
     connect(confirm_, &QPushButton::clicked, this, &QDialog::accept);
     connect(this, &QDialog::finished, this, [this, completion = std::move(completion)](int result) {
         lastDirectory() = files_->rootPath();
@@ -73,10 +78,9 @@ void ChoosePanel::layOut(const Settings& settings) {
     selection_->setObjectName("selection");
     selection_->setTextFormat(Qt::PlainText);
     confirm_->setObjectName("confirm");
-    confirm_->setAutoDefault(false);
+    confirm_->setDefault(true);
     auto* cancel = new QPushButton(tr("Cancel"));
     cancel->setObjectName("cancel");
-    cancel->setAutoDefault(false);
     connect(cancel, &QPushButton::clicked, this, &QDialog::reject);
 
     auto* where = new QHBoxLayout;
@@ -108,13 +112,28 @@ bool ChoosePanel::isPackage(const QModelIndex& index) const {
     return type && conformsToPackage(*type);
 }
 
-void ChoosePanel::activate(const QModelIndex& index) {
-    if (isPackage(index)) {
-        list_->setCurrentIndex(index);
+bool ChoosePanel::eventFilter(QObject* object, QEvent* event) {
+    // Return opens what the path field or the list is at; it must not go on to the default button.
+    const auto* key = event->type() == QEvent::KeyPress ? static_cast<QKeyEvent*>(event) : nullptr;
+    if (key == nullptr || (key->key() != Qt::Key_Return && key->key() != Qt::Key_Enter))
+        return QDialog::eventFilter(object, event);
+    if (object == path_)
+        openTypedPath();
+    else if (list_->currentIndex().isValid())
+        activate(list_->currentIndex());
+    else if (!selectedRows().isEmpty())
         accept();
-    } else if (files_->isDir(index)) {
+    return true;
+}
+
+void ChoosePanel::activate(const QModelIndex& index) {
+    const bool isPlace = files_->isDir(index) && !isPackage(index);
+    if (!list_->selectionModel()->isSelected(index))
+        list_->setCurrentIndex(index);
+    if (isPlace && selectedRows().size() == 1)
         setDirectory(files_->filePath(index));
-    }
+    else
+        accept();
 }
 
 void ChoosePanel::openTypedPath() {
@@ -132,7 +151,7 @@ void ChoosePanel::openTypedPath() {
 
 void ChoosePanel::selectionChanged() {
     QStringList names;
-    for (const QModelIndex& index : list_->selectionModel()->selectedIndexes())
+    for (const QModelIndex& index : selectedRows())
         names.push_back(files_->fileName(index));
     const QString text = names.isEmpty() ? QFileInfo(files_->rootPath()).fileName()
                                          : names.join(QStringLiteral(", "));
@@ -141,14 +160,20 @@ void ChoosePanel::selectionChanged() {
         fontMetrics().elidedText(text, Qt::ElideMiddle, fontMetrics().averageCharWidth() * 30));
 }
 
+QModelIndexList ChoosePanel::selectedRows() const {
+    QModelIndexList rows = list_->selectionModel()->selectedIndexes();
+    // Selecting all selects the columns too that a list does not show.
+    rows.removeIf([](const QModelIndex& index) { return index.column() != 0; });
+    // As the list shows them: the selection itself is in the order of the clicks.
+    std::ranges::sort(rows, {}, &QModelIndex::row);
+    return rows;
+}
+
 LocationList ChoosePanel::chosen() const {
-    QModelIndexList indexes = list_->selectionModel()->selectedIndexes();
+    QModelIndexList indexes = selectedRows();
     // Nothing picked means the folder that is shown.
     if (indexes.isEmpty())
         indexes = {list_->rootIndex()};
-    // By name, as the list is shown: the selection itself is in the order of the clicks.
-    std::ranges::sort(indexes, {},
-                      [this](const QModelIndex& index) { return files_->fileName(index); });
     LocationList urls;
     for (const QModelIndex& index : indexes)
         urls.emplace_back(FileUrl::fileURLWithPath(files_->filePath(index).toStdString()));

@@ -3,6 +3,7 @@
 #include "core/Location.h"
 
 #include <QDialog>
+#include <QModelIndexList>
 
 #include <functional>
 
@@ -10,7 +11,6 @@ class QFileSystemModel;
 class QLabel;
 class QLineEdit;
 class QListView;
-class QModelIndex;
 class QPushButton;
 
 /// A panel in which folders, and files of one type, are picked together, several at once. A package
@@ -39,11 +39,15 @@ public:
     /// Shows the entries of `folder`.
     void setDirectory(const QString& folder);
 
+protected:
+    bool eventFilter(QObject* object, QEvent* event) override;
+
 private:
     void layOut(const Settings& settings);
     void activate(const QModelIndex& index);
     void openTypedPath();
     void selectionChanged();
+    [[nodiscard]] QModelIndexList selectedRows() const;
     [[nodiscard]] LocationList chosen() const;
     [[nodiscard]] bool isPackage(const QModelIndex& index) const;
 

@@ -1,5 +1,7 @@
 #include "app/platform/DraggingPasteboard.h"
 
+#include "app/platform/FileUris.h"
+
 #include <QMimeData>
 #include <QUrl>
 
@@ -8,8 +10,8 @@ DraggingPasteboard::DraggingPasteboard(const QMimeData& data) {
     if (data.hasUrls()) {
         urls_.emplace();
         for (const QUrl& url : data.urls()) {
-            if (url.isLocalFile()) {
-                paths.push_back(url.toLocalFile().toStdString());
+            if (const auto path = pathOfUri(url)) {
+                paths.push_back(*path);
                 urls_->emplace_back(FileUrl::fileURLWithPath(paths.back()));
             } else {
                 urls_->emplace_back(OtherItem{url.toString().toStdString()});

@@ -1,12 +1,19 @@
 #include "app/platform/OpenRequests.h"
 
+#include "app/platform/FileUris.h"
+
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QFile>
+#include <QThread>
 #include <QUrl>
 
 namespace {
+
+constexpr int attempts = 10;
+constexpr int patience = 2'000;           // milliseconds for one answer
+constexpr unsigned long retryPause = 100; // milliseconds between two attempts
 
 QString objectPath(const std::string& identifier) {
     return '/' + QString::fromStdString(identifier).replace('.', '/');
@@ -34,25 +41,39 @@ bool OpenRequests::handOver(const LocationList& locations) {
     if (!sessionHasBus())
         return false;
     QDBusConnection bus = QDBusConnection::sessionBus();
-    const QString service = QString::fromStdString(identifier_);
+    if (!bus.isConnected())
+        return false;
     // The object first: whoever sees the name may call at once.
     bus.registerObject(objectPath(identifier_), this);
-    if (!bus.isConnected() || bus.registerService(service))
-        return false;
-    QDBusMessage call = QDBusMessage::createMethodCall(service, objectPath(identifier_),
-                                                       "org.freedesktop.Application",
-                                                       locations.empty() ? "Activate" : "Open");
-    if (!locations.empty()) {
-        QStringList uris;
-        for (const LocationItem& location : locations) {
-            if (const auto path = pathOf(location))
-                uris.push_back(QUrl::fromLocalFile(QString::fromStdString(*path))
-                                   .toString(QUrl::FullyEncoded));
-        }
-        call << uris;
+    // The one that has the name may be about to end, and then does not answer.
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        if (bus.registerService(QString::fromStdString(identifier_)))
+            return false;
+        if (bus.call(request(locations), QDBus::Block, patience).type() ==
+            QDBusMessage::ReplyMessage)
+            return true;
+        QThread::msleep(retryPause);
     }
+    return false;
+}
+
+void OpenRequests::release() {
+    QDBusConnection::sessionBus().unregisterService(QString::fromStdString(identifier_));
+}
+
+QDBusMessage OpenRequests::request(const LocationList& locations) const {
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QString::fromStdString(identifier_), objectPath(identifier_), "org.freedesktop.Application",
+        locations.empty() ? "Activate" : "Open");
+    QStringList uris;
+    for (const LocationItem& location : locations) {
+        if (const auto path = pathOf(location))
+            uris.push_back(uriOfPath(*path));
+    }
+    if (!locations.empty())
+        call << uris;
     call << QVariantMap();
-    return bus.call(call).type() == QDBusMessage::ReplyMessage;
+    return call;
 }
 
 void OpenRequests::activate() {
@@ -63,8 +84,8 @@ void OpenRequests::open(const QStringList& uris) {
     LocationList locations;
     for (const QString& uri : uris) {
         const QUrl url(uri);
-        if (url.isLocalFile())
-            locations.emplace_back(FileUrl::fileURLWithPath(url.toLocalFile().toStdString()));
+        if (const auto path = pathOfUri(url))
+            locations.emplace_back(FileUrl::fileURLWithPath(*path));
         else
             locations.emplace_back(OtherItem{uri.toStdString()});
     }

@@ -3,6 +3,7 @@
 #include "core/Location.h"
 
 #include <QDBusAbstractAdaptor>
+#include <QDBusMessage>
 #include <QObject>
 #include <QStringList>
 #include <QVariantMap>
@@ -26,10 +27,15 @@ public:
     /// front. False if none runs: then this one is the application from now on.
     [[nodiscard]] bool handOver(const LocationList& locations);
 
+    /// Gives up being the application: from now on a start is the first again.
+    void release();
+
     void activate();
     void open(const QStringList& uris);
 
 private:
+    [[nodiscard]] QDBusMessage request(const LocationList& locations) const;
+
     std::string identifier_;
     std::function<void(const LocationList&)> opened_;
     std::function<void()> activated_;

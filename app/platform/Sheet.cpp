@@ -1,5 +1,8 @@
 #include "app/platform/Sheet.h"
 
+#include <QApplication>
+#include <QShortcut>
+
 QDialog* attachedSheet(const QWidget* window) {
     for (QDialog* dialog : window->findChildren<QDialog*>(Qt::FindDirectChildrenOnly)) {
         if (dialog->isVisible() && dialog->windowModality() == Qt::WindowModal)
@@ -12,5 +15,9 @@ void beginSheet(QDialog* sheet, QWidget* parent) {
     sheet->setParent(parent, Qt::Sheet);
     sheet->setWindowModality(Qt::WindowModal);
     sheet->setAttribute(Qt::WA_DeleteOnClose);
+    // The window's own shortcut is out of reach while it is blocked.
+    auto* quit = new QShortcut(QKeySequence::Quit, sheet);
+    QObject::connect(quit, &QShortcut::activated, qApp, &QCoreApplication::quit,
+                     Qt::QueuedConnection);
     sheet->show();
 }

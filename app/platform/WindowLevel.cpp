@@ -15,6 +15,7 @@ void setWindowLevel(QWidget* window, int level) {
 void activateIgnoringOtherApps(QWidget* window) {
     if (window == nullptr)
         return;
+    window->setWindowState(window->windowState() & ~Qt::WindowMinimized);
     window->raise();
     window->activateWindow();
 }

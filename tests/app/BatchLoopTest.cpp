@@ -177,7 +177,10 @@ TEST_F(BatchLoop, StallsAtAnEntryThatIsNoFolder) {
         controller().fSetOfFolders()->remove(entry);
     }
     EXPECT_EQ(terminations, 0);
-    start({"A"});
+    controller().addItemsToBeProcessedSet({folder.path("A")});
+    settle();
+    EXPECT_EQ(window->findChild<ConfirmationSheet*>(), nullptr);
+    find<QPushButton>("button1")->click();
     EXPECT_NE(sheet(), nullptr) << "a later start is the way out";
     press("Stop");
 }

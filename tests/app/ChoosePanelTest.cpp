@@ -16,7 +16,7 @@ namespace {
 
 struct Choose : WindowFixture {
     Choose() {
-        for (const char* name : {"A/X.app", "A/Y.app", "B"})
+        for (const char* name : {"A/X.app", "A/Y.app", "B", "c"})
             folder.makeFolder(name);
         folder.makeFile("notes.txt");
         folder.makeFile("File.app");
@@ -34,7 +34,11 @@ struct Choose : WindowFixture {
         auto* path = panel->findChild<QLineEdit*>("path");
         path->setText(QString::fromStdString(folder.path(name)));
         QTest::keyClick(path, Qt::Key_Return);
-        EXPECT_TRUE(waitUntil([this] { return list->model()->rowCount(list->rootIndex()) > 0; }));
+        EXPECT_TRUE(waitUntil([this] {
+            const int rows = list->model()->rowCount(list->rootIndex());
+            return rows == 2 ||
+                   (rows > 2 && nameAt(0) == "A" && nameAt(2) == "c" && nameAt(3) == "File.app");
+        }));
     }
     /// Picks entries as a person with Ctrl held down would.
     void pick(const std::vector<std::string>& names) const {
@@ -42,6 +46,9 @@ struct Choose : WindowFixture {
         for (const std::string& name : names)
             QTest::mouseClick(list->viewport(), Qt::LeftButton, Qt::ControlModifier,
                               list->visualRect(index(name)).center());
+    }
+    [[nodiscard]] QString nameAt(int row) const {
+        return list->model()->index(row, 0, list->rootIndex()).data().toString();
     }
     [[nodiscard]] QModelIndex index(const std::string& name) const {
         auto* files = qobject_cast<QFileSystemModel*>(list->model());
@@ -84,7 +91,7 @@ TEST_F(Choose, ShowsItsTextsInASheet) {
 }
 
 TEST_F(Choose, PicksFoldersAndPackagesTogether) {
-    pick({"A", "B", "File.app", "notes.txt"});
+    pick({"File.app", "B", "A", "notes.txt"});
     confirm();
     EXPECT_EQ(log.count("Inside ViewController => ibChangePath:... DONE...returncode = 1"), 1);
     EXPECT_EQ(log.count("selected (\n    \"" + FileUrl(folder.path("A"), true).absoluteString() +
@@ -117,4 +124,32 @@ TEST_F(Choose, TakesAFolderWithoutPackagesAsItIs) {
     pick({"B"});
     confirm();
     EXPECT_THAT(waiting(), ElementsAre(folder.path("B")));
+}
+
+TEST_F(Choose, TakesWhatTheKeyboardSelectsOnceEachInTheOrderShown) {
+    list->setFocus();
+    QTest::keyClick(list, Qt::Key_A, Qt::ControlModifier);
+    QTest::keyClick(list, Qt::Key_Return);
+    settle();
+    std::string expected = "selected (";
+    for (const char* name : {"A", "B", "c"})
+        expected += "\n    \"" + FileUrl(folder.path(name), true).absoluteString() + "\",";
+    EXPECT_EQ(log.count(expected + "\n    \"" +
+                        FileUrl(folder.path("File.app"), false).absoluteString() + "\"\n)"),
+              1);
+    if (auto* shown = window->findChild<ConfirmationSheet*>())
+        shown->close();
+}
+
+TEST_F(Choose, EntersOneFolderOnReturnAndConfirmsOnItsButton) {
+    list->setCurrentIndex(index("A"));
+    QTest::keyClick(list, Qt::Key_Return);
+    ASSERT_TRUE(waitUntil([this] { return list->model()->rowCount(list->rootIndex()) == 2; }));
+    auto* button = panel->findChild<QPushButton*>("confirm");
+    button->setFocus();
+    QTest::keyClick(button, Qt::Key_Return);
+    settle();
+    EXPECT_THAT(waiting(), ElementsAre(folder.path("A")));
+    if (auto* shown = window->findChild<ConfirmationSheet*>())
+        shown->close();
 }

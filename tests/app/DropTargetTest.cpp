@@ -1,4 +1,5 @@
 #include "app/platform/DraggingPasteboard.h"
+#include "app/platform/FileUris.h"
 #include "tests/app/WindowFixture.h"
 
 #include <QDropEvent>
@@ -132,6 +133,15 @@ TEST_F(DropTarget, TakesFileNamesWhereThereAreNoURLs) {
                                        LocationItem(folder.path("Good.app"))));
     EXPECT_EQ(log.count("OK to process Folder..."), 1);
     EXPECT_EQ(log.count("OK to process application bundle..."), 1);
+}
+
+TEST_F(DropTarget, KeepsNamesThatAreNotUtf8) {
+    folder.makeFolder("caf\xE9");
+    QMimeData data;
+    data.setUrls({QUrl(uriOfPath(folder.path("caf\xE9")))});
+    drop(data);
+    ASSERT_EQ(opened.size(), 1U);
+    EXPECT_THAT(opened[0], ElementsAre(LocationItem(FileUrl(folder.path("caf\xE9"), true))));
 }
 
 TEST_F(DropTarget, HandsOnAnEmptyListToo) {

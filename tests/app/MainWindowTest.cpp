@@ -21,6 +21,8 @@ constexpr const char* identityKey = "prefSelectedIdentityInfoDictionary";
 
 } // namespace
 
+// The controller wakes once in a process: this test wants one of its own, as every test has in
+// CTest.
 TEST_F(Window, StartsInOrder) {
     settings.setBool("prefDNPTarget", true);
     settings.setBool(doNotCodesignKey, true);
@@ -98,7 +100,8 @@ TEST_F(Window, ShowsWhyThereAreNoIdentities) {
     openWindow();
     const auto* popup = find<QComboBox>("identities");
     EXPECT_FALSE(popup->isEnabled());
-    EXPECT_THAT(popup->currentText().toStdString(), HasSubstr(tools.security + " is missing"));
+    EXPECT_EQ(popup->currentText(), "No identity tool here");
+    EXPECT_THAT(popup->toolTip().toStdString(), HasSubstr(tools.security));
     EXPECT_EQ(
         log.count(logged("setupCodesigningPopupStuff", "...NO LIST to set selectionIndex????????")),
         1);
@@ -166,7 +169,7 @@ TEST_F(Window, ShowsTheStateOfTheBatch) {
     EXPECT_EQ(find<QLabel>("folderCount")->text(), "2 folders waiting");
     controller().setFButton1Busy(true);
     controller().setFProgressString1("Processing App Package: A.app...");
-    EXPECT_FALSE(start->isEnabled());
+    EXPECT_TRUE(start->isEnabled()) << "the way out when the loop has stalled";
     EXPECT_EQ(find<ElidedLabel>("progressLine")->fullText(), "Processing App Package: A.app...");
     EXPECT_FALSE(find<QLabel>("busyState")->isVisible());
     controller().setFButton1Busy(false);

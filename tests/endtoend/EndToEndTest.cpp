@@ -216,3 +216,29 @@ TEST_F(EndToEnd, QuitsInTheMiddleOfAScriptWithoutHalfAnArchive) {
         << "and ends its work on its own";
     expectPacked("big/Big");
 }
+
+TEST_F(EndToEnd, IsTheFirstAgainAsSoonAsTheOldOneQuits) {
+    tools.makeExecutable("open", "#!/bin/sh\n");
+    launch({text(folder.path("more"))});
+    answer("ctrl+q");
+    const auto old = std::move(program);
+    launch({text(folder.path("three"))});
+    answer("alt+s");
+    expectEnd();
+    ASSERT_TRUE(old->waitForFinished(30'000));
+    EXPECT_EQ(old->exitCode(), 0);
+    EXPECT_FALSE(exists("three/One.zip"));
+}
+
+TEST(CommandLine, IsAnsweredWithoutADisplay) {
+    QProcess program;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.remove("DISPLAY");
+    program.setProcessEnvironment(environment);
+    for (const char* option : {"--version", "--help"}) {
+        program.start(KELPMORAY_BIN_DIR "/kelpmoray", {option});
+        ASSERT_TRUE(program.waitForFinished());
+        EXPECT_EQ(program.exitCode(), 0);
+        EXPECT_THAT(program.readAllStandardOutput().toStdString(), HasSubstr("kelpmoray"));
+    }
+}

@@ -3,18 +3,19 @@
 #include "core/Log.h"
 
 #include <algorithm>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
-/// Gathers what is logged during its life.
+/// Gathers what is logged during its life, on any thread.
 class LogCapture {
 public:
     LogCapture() {
-        Log::capture([this](std::string_view message) {
-            const std::lock_guard lock(mutex_);
-            messages_.emplace_back(message);
+        Log::capture([state = state_](std::string_view message) {
+            const std::lock_guard lock(state->mutex);
+            state->messages.emplace_back(message);
         });
     }
     ~LogCapture() { Log::capture({}); }
@@ -22,19 +23,23 @@ public:
     LogCapture& operator=(const LogCapture&) = delete;
 
     [[nodiscard]] std::vector<std::string> messages() const {
-        const std::lock_guard lock(mutex_);
-        return messages_;
+        const std::lock_guard lock(state_->mutex);
+        return state_->messages;
     }
     [[nodiscard]] long count(std::string_view message) const {
         return std::ranges::count(messages(), message);
     }
     [[nodiscard]] bool contains(std::string_view message) const { return count(message) > 0; }
     void clear() {
-        const std::lock_guard lock(mutex_);
-        messages_.clear();
+        const std::lock_guard lock(state_->mutex);
+        state_->messages.clear();
     }
 
 private:
-    mutable std::mutex mutex_;
-    std::vector<std::string> messages_;
+    /// Outlives the capture where a thread is just logging at its end.
+    struct State {
+        std::mutex mutex;
+        std::vector<std::string> messages;
+    };
+    std::shared_ptr<State> state_ = std::make_shared<State>();
 };
