@@ -9,7 +9,6 @@
 #include "core/Path.h"
 #include "ui_MainWindow.h"
 
-#include <QApplication>
 #include <QEvent>
 #include <QFontInfo>
 #include <QPainter>
@@ -49,7 +48,6 @@ MainWindow::MainWindow(const ViewController::Surroundings& surroundings, AppDele
     connectActions();
     drawIcons();
     showProperties();
-    qApp->installEventFilter(this); // sees the windows that are resized
 }
 
 MainWindow::~MainWindow() = default;
@@ -160,11 +158,9 @@ void MainWindow::paintEvent(QPaintEvent* event) {
     }
 }
 
-bool MainWindow::eventFilter(QObject* object, QEvent* event) {
-    if (event->type() == QEvent::Resize && object->isWidgetType() &&
-        static_cast<QWidget*>(object)->isWindow())
-        surroundings_.notifications.post("NSWindowDidResizeNotification");
-    return QMainWindow::eventFilter(object, event);
+void MainWindow::resizeEvent(QResizeEvent* event) {
+    QMainWindow::resizeEvent(event);
+    surroundings_.notifications.post("NSWindowDidResizeNotification");
 }
 
 void MainWindow::changeEvent(QEvent* event) {

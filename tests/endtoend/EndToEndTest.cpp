@@ -81,7 +81,7 @@ struct EndToEnd : testing::Test {
     void expectEnd() {
         ASSERT_TRUE(program->waitForFinished(30'000)) << log();
         EXPECT_EQ(program->exitStatus(), QProcess::NormalExit);
-        EXPECT_EQ(program->exitCode(), 0);
+        EXPECT_EQ(program->exitCode(), 0) << log();
     }
     /// The archive extracts to the tree of its package.
     void expectPacked(const std::string& name) const {
