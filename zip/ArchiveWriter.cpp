@@ -16,7 +16,7 @@ ArchiveWriter::ArchiveWriter(int descriptor, std::string path, const PackageTree
       position_(start), writtenBack_(start), records_(tree.entries.size()) {}
 
 Outcome ArchiveWriter::write(EncodedJob& encoded) {
-    if (encoded.job.isPiece())
+    if (encoded.job.isPiece)
         return writePiece(encoded);
     for (std::size_t index = 0; index < encoded.records.size(); ++index) {
         encoded.records[index].localHeaderOffset += position_;
@@ -33,7 +33,7 @@ Outcome ArchiveWriter::writePiece(const EncodedJob& encoded) {
         whole = piece;
         whole.localHeaderOffset = position_;
     } else {
-        whole.crc32 = crc32OfJoined(whole.crc32, piece.crc32, job.length);
+        whole.crc32 = crc32OfJoined(whole.crc32, piece.crc32, job.size);
         whole.compressedSize += piece.compressedSize;
     }
     if (auto appended = append(encoded.bytes.bytes()); !appended)

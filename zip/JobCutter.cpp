@@ -6,7 +6,7 @@ namespace zip {
 namespace {
 
 // Small enough that the threads finish together even on a small package.
-constexpr std::uint64_t runSize = std::uint64_t{128} << 10;
+constexpr std::size_t runSize = std::size_t{128} << 10;
 constexpr std::size_t longestRun = 256;
 
 std::uint64_t pieceSizeFor(std::uint64_t packageSize) {
@@ -27,11 +27,11 @@ std::optional<Job> JobCutter::next() {
 
 Job JobCutter::nextRun() {
     Job job{.firstEntry = entry_};
-    std::uint64_t size = 0;
     while (entry_ < entries_.size() && job.entryCount < longestRun) {
-        size += entries_[entry_].contentSize();
-        if (job.entryCount > 0 && size > runSize)
+        const auto size = static_cast<std::size_t>(entries_[entry_].contentSize());
+        if (job.entryCount > 0 && size > runSize - std::min(job.size, runSize))
             break;
+        job.size += size;
         ++job.entryCount;
         ++entry_;
     }
@@ -43,7 +43,12 @@ Job JobCutter::nextPiece() {
     const std::uint64_t pieceCount = (size + pieceSize_ - 1) / pieceSize_;
     const std::uint64_t left = size - offset_;
     const std::uint64_t length = std::min(left, (size + pieceCount - 1) / pieceCount);
-    const Job job{entry_, 1, offset_, static_cast<std::size_t>(length), length == left};
+    const Job job{.firstEntry = entry_,
+                  .entryCount = 1,
+                  .size = static_cast<std::size_t>(length),
+                  .isPiece = true,
+                  .offset = offset_,
+                  .isLastPiece = length == left};
     offset_ = job.isLastPiece ? 0 : offset_ + length;
     entry_ += job.isLastPiece ? 1 : 0;
     return job;

@@ -21,13 +21,14 @@ constexpr std::size_t shortestPiece = std::size_t{256} << 10;
 struct Job {
     std::size_t firstEntry = 0;
     std::size_t entryCount = 0;
-    /// For a piece: where in the file, and how many bytes. Otherwise both are 0.
+    /// Bytes of content.
+    std::size_t size = 0;
+    bool isPiece = false;
+    /// Where in the file the piece starts.
     std::uint64_t offset = 0;
-    std::size_t length = 0;
     bool isLastPiece = false;
 
-    [[nodiscard]] bool isPiece() const { return length != 0; }
-    [[nodiscard]] bool isFirstPiece() const { return isPiece() && offset == 0; }
+    [[nodiscard]] bool isFirstPiece() const { return isPiece && offset == 0; }
 };
 
 /// Cuts the entries into jobs, in archive order.

@@ -23,7 +23,7 @@ HeaderFields headerFields(const Entry& entry, const EntryRecord& record,
 Outcome JobEncoder::encode(EncodedJob& encoded) {
     encoded.bytes.clear();
     encoded.records.clear();
-    if (encoded.job.isPiece())
+    if (encoded.job.isPiece)
         return encodePiece(encoded);
     const std::span entries(tree_.entries);
     for (const Entry& entry : entries.subspan(encoded.job.firstEntry, encoded.job.entryCount))
@@ -35,7 +35,7 @@ Outcome JobEncoder::encode(EncodedJob& encoded) {
 Outcome JobEncoder::encodePiece(EncodedJob& encoded) {
     const Job& job = encoded.job;
     const Entry& file = tree_.entries[job.firstEntry];
-    if (auto done = readContent(file, job.offset, job.length); !done)
+    if (auto done = readContent(file, job.offset, job.size); !done)
         return done;
     EntryRecord record{.method = Method::Deflated};
     if (job.isFirstPiece())

@@ -4,17 +4,25 @@
 
 namespace zip {
 
-JobRing::JobRing(std::size_t slots, JobCutter cutter, std::function<Outcome(EncodedJob&)> write)
-    : slots_(slots), isDone_(slots), cutter_(cutter), write_(std::move(write)) {}
+JobRing::JobRing(std::size_t slots, std::size_t bytes, JobCutter cutter,
+                 std::function<Outcome(EncodedJob&)> write)
+    : slots_(slots), isDone_(slots), cutter_(cutter), write_(std::move(write)),
+      next_(cutter_.next()), bytesAtMost_(bytes) {}
+
+bool JobRing::hasRoom() const {
+    const std::size_t underWay = taken_ - written_;
+    return underWay == 0 || (underWay < slots_.size() && bytes_ + next_->size <= bytesAtMost_);
+}
 
 EncodedJob* JobRing::take() {
     std::unique_lock lock(mutex_);
-    slotFreed_.wait(lock, [&] { return isStopped_ || taken_ < written_ + slots_.size(); });
-    const auto job = isStopped_ ? std::nullopt : cutter_.next();
-    if (!job)
+    roomMade_.wait(lock, [&] { return isStopped_ || !next_ || hasRoom(); });
+    if (isStopped_ || !next_)
         return nullptr;
     EncodedJob& encoded = slots_[taken_++ % slots_.size()];
-    encoded.job = *job;
+    encoded.job = *next_;
+    bytes_ += next_->size;
+    next_ = cutter_.next();
     return &encoded;
 }
 
@@ -31,10 +39,14 @@ Outcome JobRing::writeReady(std::unique_lock<std::mutex>& lock) {
         const std::size_t slot = written_ % slots_.size();
         lock.unlock();
         outcome = write_(slots_[slot]);
+        // Or each slot would keep as much memory as the longest job has ever needed.
+        if (slots_[slot].job.size > shortestPiece)
+            slots_[slot].bytes = ByteBuffer();
         lock.lock();
+        bytes_ -= slots_[slot].job.size;
         isDone_[slot] = false;
         ++written_;
-        slotFreed_.notify_all();
+        roomMade_.notify_all();
     }
     isWriting_ = false;
     return outcome;
@@ -43,7 +55,7 @@ Outcome JobRing::writeReady(std::unique_lock<std::mutex>& lock) {
 void JobRing::stop() {
     const std::lock_guard lock(mutex_);
     isStopped_ = true;
-    slotFreed_.notify_all();
+    roomMade_.notify_all();
 }
 
 } // namespace zip

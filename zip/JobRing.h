@@ -10,14 +10,16 @@
 namespace zip {
 
 /// Gives out jobs in archive order and takes them back done in any order; whoever brings the job
-/// that is next in the archive writes it, and those behind it that wait. Its slots bound the memory
-/// in use. Any thread may call it.
+/// that is next in the archive writes it, and those behind it that wait. What is given out and not
+/// written yet is bounded, and so is the memory in use. Any thread may call it.
 class JobRing {
 public:
-    /// `write` is called for one job at a time, in archive order, while no lock is held.
-    JobRing(std::size_t slots, JobCutter cutter, std::function<Outcome(EncodedJob&)> write);
+    /// At most `slots` jobs are under way, with `bytes` bytes of content together unless it is one
+    /// alone. `write` is called for one job at a time, in archive order, while no lock is held.
+    JobRing(std::size_t slots, std::size_t bytes, JobCutter cutter,
+            std::function<Outcome(EncodedJob&)> write);
 
-    /// The next job to do, once a slot is free; null when there is none left or after stop().
+    /// The next job to do, once there is room; null when there is none left or after stop().
     [[nodiscard]] EncodedJob* take();
     /// Hands in what take() gave. Fails if what this thread then wrote could not be written.
     [[nodiscard]] Outcome finish(const EncodedJob& done);
@@ -25,6 +27,7 @@ public:
     void stop();
 
 private:
+    [[nodiscard]] bool hasRoom() const;
     [[nodiscard]] Outcome writeReady(std::unique_lock<std::mutex>& lock);
 
     std::vector<EncodedJob> slots_;
@@ -33,7 +36,10 @@ private:
     std::function<Outcome(EncodedJob&)> write_;
 
     std::mutex mutex_;
-    std::condition_variable slotFreed_;
+    std::condition_variable roomMade_;
+    std::optional<Job> next_;
+    const std::size_t bytesAtMost_;
+    std::size_t bytes_ = 0;
     std::size_t taken_ = 0;
     std::size_t written_ = 0;
     bool isWriting_ = false;

@@ -16,8 +16,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Two more than the threads, so that those who are ahead need not wait for the one who writes.
-constexpr std::size_t spareSlots = 2;
+/// So many that a thread with short jobs need not wait for one with a long job.
+constexpr std::size_t slotsPerThread = 16;
+/// For each thread, and this many besides, a job of the longest kind may be under way.
+constexpr std::size_t sparePieces = 2;
 
 /// Fails if the output would lie inside the package or take the place of something else than a
 /// file.
@@ -68,20 +70,15 @@ private:
     std::uint64_t done_ = 0;
 };
 
-std::uint64_t contentSize(const PackageTree& tree, const Job& job) {
-    if (job.isPiece())
-        return job.length;
-    return contentSize(std::span(tree.entries).subspan(job.firstEntry, job.entryCount));
-}
-
 Outcome writeArchive(const TemporaryFile& file, const PackageTree& tree, const PackOptions& options,
                      ProgressCount& progress) {
     ArchiveWriter writer(file.descriptor(), file.path(), tree, options.fixedTime);
-    JobRing ring(options.threads + spareSlots, JobCutter(tree.entries), [&](EncodedJob& encoded) {
-        auto written = writer.write(encoded);
-        progress.add(contentSize(tree, encoded.job));
-        return written;
-    });
+    JobRing ring(options.threads * slotsPerThread, (options.threads + sparePieces) * longestPiece,
+                 JobCutter(tree.entries), [&](EncodedJob& encoded) {
+                     auto written = writer.write(encoded);
+                     progress.add(encoded.job.size);
+                     return written;
+                 });
     const auto work = [&]() -> Outcome {
         JobEncoder encoder(tree, options.level, options.fixedTime);
         while (EncodedJob* encoded = ring.take()) {

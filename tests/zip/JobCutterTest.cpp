@@ -23,10 +23,10 @@ std::vector<zip::Job> cut(const std::vector<std::uint64_t>& sizes) {
     while (const auto job = cutter.next()) {
         EXPECT_EQ(job->firstEntry, entry);
         EXPECT_EQ(job->offset, offset);
-        EXPECT_EQ(job->isFirstPiece(), job->isPiece() && offset == 0);
-        EXPECT_LE(job->length, zip::longestPiece);
-        if (job->isPiece()) {
-            offset += job->length;
+        EXPECT_EQ(job->isFirstPiece(), job->isPiece && offset == 0);
+        EXPECT_LE(job->size, zip::longestPiece);
+        if (job->isPiece) {
+            offset += job->size;
             EXPECT_EQ(job->isLastPiece, offset == sizes[entry]);
             offset = job->isLastPiece ? 0 : offset;
             entry += job->isLastPiece ? 1 : 0;
@@ -45,10 +45,10 @@ TEST(JobCutter, gives_out_nothing_when_there_is_nothing) {
 
 TEST(JobCutter, cuts_only_files_longer_than_a_piece_and_into_equal_ones) {
     constexpr std::uint64_t much = 100 * zip::longestPiece;
-    EXPECT_FALSE(cut({zip::longestPiece, much}).at(0).isPiece());
+    EXPECT_FALSE(cut({zip::longestPiece, much}).at(0).isPiece);
     const auto two = cut({zip::longestPiece + 2, much});
     ASSERT_EQ(two.size(), 102U);
-    EXPECT_EQ(two[0].length, two[1].length);
+    EXPECT_EQ(two[0].size, two[1].size);
     EXPECT_EQ(cut({0, 10 * zip::usualPiece, 5}).size(), 12U);
     EXPECT_EQ(cut({std::uint64_t{5} << 30}).size(), (std::size_t{5} << 30) / zip::longestPiece + 1);
 }
