@@ -15,7 +15,7 @@ namespace zip {
 /// match that reaches back over it. Each thread needs one of its own.
 class DeflateReader {
 public:
-    static constexpr std::size_t longestPiece = std::size_t{3} << 20;
+    static constexpr std::size_t longestPiece = std::size_t{4} << 20;
 
     /// Throws std::bad_alloc.
     DeflateReader();

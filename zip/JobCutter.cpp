@@ -9,20 +9,22 @@ namespace {
 constexpr std::size_t runSize = std::size_t{128} << 10;
 constexpr std::size_t longestRun = 256;
 
-std::uint64_t pieceSizeFor(std::uint64_t packageSize) {
-    const auto least = std::clamp<std::uint64_t>(packageSize / 4, shortestPiece, usualPiece);
-    return std::clamp<std::uint64_t>(packageSize / 32, least, longestPiece);
+std::uint64_t pieceSizeFor(std::uint64_t left) {
+    return std::clamp<std::uint64_t>(left / 8, shortestPiece, longestPiece);
 }
 
 } // namespace
 
 JobCutter::JobCutter(std::span<const Entry> entries)
-    : entries_(entries), pieceSize_(pieceSizeFor(contentSize(entries))) {}
+    : entries_(entries), left_(contentSize(entries)) {}
 
 std::optional<Job> JobCutter::next() {
     if (entry_ == entries_.size())
         return std::nullopt;
-    return entries_[entry_].contentSize() > pieceSize_ ? nextPiece() : nextRun();
+    const bool isCut = offset_ > 0 || entries_[entry_].contentSize() > pieceSizeFor(left_);
+    const Job job = isCut ? nextPiece() : nextRun();
+    left_ -= job.size;
+    return job;
 }
 
 Job JobCutter::nextRun() {
@@ -39,16 +41,16 @@ Job JobCutter::nextRun() {
 }
 
 Job JobCutter::nextPiece() {
-    const std::uint64_t size = entries_[entry_].contentSize();
-    const std::uint64_t pieceCount = (size + pieceSize_ - 1) / pieceSize_;
-    const std::uint64_t left = size - offset_;
-    const std::uint64_t length = std::min(left, (size + pieceCount - 1) / pieceCount);
+    const std::uint64_t rest = entries_[entry_].contentSize() - offset_;
+    const std::uint64_t pieceSize = pieceSizeFor(left_);
+    const std::uint64_t pieceCount = (rest + pieceSize - 1) / pieceSize;
+    const std::uint64_t length = (rest + pieceCount - 1) / pieceCount;
     const Job job{.firstEntry = entry_,
                   .entryCount = 1,
                   .size = static_cast<std::size_t>(length),
                   .isPiece = true,
                   .offset = offset_,
-                  .isLastPiece = length == left};
+                  .isLastPiece = length == rest};
     offset_ = job.isLastPiece ? 0 : offset_ + length;
     entry_ += job.isLastPiece ? 1 : 0;
     return job;

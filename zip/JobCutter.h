@@ -9,12 +9,11 @@
 
 namespace zip {
 
-/// Files are cut into equal pieces of at most this many bytes. Each piece starts without knowledge
-/// of the one before, so shorter ones make the archive larger.
-constexpr std::size_t longestPiece = std::size_t{3} << 20;
-/// In smaller packages the pieces are shorter, so that the threads finish together: a 32nd of the
-/// package, but not less than this, or in one so small that this were most of it, a quarter.
-constexpr std::size_t usualPiece = std::size_t{1} << 20;
+/// Files are cut into pieces of at most this many bytes. Each piece starts without knowledge of the
+/// one before, so shorter ones make the archive larger.
+constexpr std::size_t longestPiece = std::size_t{4} << 20;
+/// Towards the end of the package pieces become shorter, down to this, so that the threads finish
+/// together.
 constexpr std::size_t shortestPiece = std::size_t{256} << 10;
 
 /// A part of the work that one thread does at a time: a run of whole entries, or a piece of a file.
@@ -45,7 +44,8 @@ private:
     Job nextPiece();
 
     std::span<const Entry> entries_;
-    std::uint64_t pieceSize_;
+    /// Bytes of content that are not given out yet.
+    std::uint64_t left_;
     std::size_t entry_ = 0;
     std::uint64_t offset_ = 0;
 };
