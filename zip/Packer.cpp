@@ -26,9 +26,11 @@ constexpr std::size_t sparePieces = 2;
 Outcome checkOutput(const std::string& output, const PackageTree& tree) {
     std::error_code code;
     const fs::file_type type = fs::symlink_status(output, code).type();
+    if (type == fs::file_type::none)
+        return systemError("write", output, code.value());
     if (type == fs::file_type::directory || !fs::path(output).has_filename())
         return Error{"Cannot write " + output + ": it is a folder. Give the path of an archive."};
-    if (fs::exists(fs::file_status(type)) && type != fs::file_type::regular &&
+    if (type != fs::file_type::not_found && type != fs::file_type::regular &&
         type != fs::file_type::symlink)
         return Error{"Cannot write " + output + ": it is not a file. Give another path."};
 

@@ -8,11 +8,11 @@
 namespace zip {
 
 /// The file that becomes `output` once it is whole: until then it is a hidden one beside it, named
-/// after the output and this process, which goes away with this object and when SIGINT, SIGTERM or
-/// SIGHUP ends the process. One at a time in a process.
+/// after this process, which goes away with this object and when SIGINT, SIGTERM or SIGHUP ends the
+/// process. One at a time in a process.
 class TemporaryFile {
 public:
-    /// Also removes those for the same output whose process has ended without doing so.
+    /// Also removes those in the same folder whose process has ended without doing so.
     [[nodiscard]] static Result<TemporaryFile> createFor(const std::string& output);
 
     TemporaryFile(TemporaryFile&& other) noexcept = default;

@@ -17,6 +17,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::MatchesRegex;
+using testing::UnorderedElementsAre;
 namespace fs = std::filesystem;
 
 /// The program at work on a package that keeps it busy for long.
@@ -72,6 +73,10 @@ protected:
         return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
     }
 
+    static std::string temporaryOf(pid_t process) {
+        return ".kelpmoray-" + std::to_string(process) + ".zip.tmp";
+    }
+
     TemporaryFolder folder_;
     mutable int progress_ = -1;
 };
@@ -83,6 +88,16 @@ TEST_F(Program, packs_and_says_nothing) {
     EXPECT_EQ(result.output, "");
     EXPECT_EQ(runInShell("unzip -Z1 " + shellQuoted(folder_ / "A.zip")).output,
               "A.app/\nA.app/file\n");
+}
+
+TEST_F(Program, packs_under_the_longest_name_that_a_file_can_have) {
+    const std::string name = std::string(251, 'n') + ".zip";
+    writeFile(folder_ / (std::string(251, 'n') + ".app/" + name), "1");
+    EXPECT_EQ(run("--verify " + name + " " + std::string(251, 'n') + ".app").status, 0);
+    EXPECT_THAT(namesIn(folder_.path()), testing::Contains(name));
+    const ShellResult tooLong = run("x" + name + " " + std::string(251, 'n') + ".app");
+    EXPECT_EQ(tooLong.status, 1);
+    EXPECT_THAT(tooLong.output, HasSubstr("Shorten the path"));
 }
 
 TEST_F(Program, explains_itself) {
@@ -156,17 +171,19 @@ TEST_F(Program, leaves_nothing_behind_when_a_signal_ends_it) {
 TEST_F(Program, removes_what_a_killed_run_has_left_but_not_what_a_running_one_needs) {
     const pid_t killed = startLongRun();
     EXPECT_EQ(endBy(killed, SIGKILL), SIGKILL);
-    const std::string left = ".Long.zip.kelpmoray-" + std::to_string(killed);
-    EXPECT_THAT(namesIn(folder_.path()), ElementsAre(left, "Long.app"));
+    const std::string left = temporaryOf(killed);
+    EXPECT_THAT(namesIn(folder_.path()), UnorderedElementsAre(left, "Long.app"));
 
     const pid_t running = startLongRun();
-    const std::string needed = ".Long.zip.kelpmoray-" + std::to_string(running);
-    EXPECT_THAT(namesIn(folder_.path()), ElementsAre(needed, "Long.app"));
+    const std::string needed = temporaryOf(running);
+    EXPECT_THAT(namesIn(folder_.path()), UnorderedElementsAre(needed, "Long.app"));
     writeFile(folder_ / "Short.app/file", "1");
-    writeFile(folder_ / ".Long.zip.kelpmoray-notes", "not ours");
+    for (const char* name : {".kelpmoray-notes.zip.tmp", ".kelpmoray-.zip.tmp", ".kelpmoray-1.tmp"})
+        writeFile(folder_ / name, "not ours");
     EXPECT_EQ(run("Long.zip Short.app").status, 0);
-    EXPECT_THAT(namesIn(folder_.path()), ElementsAre(needed, ".Long.zip.kelpmoray-notes",
-                                                     "Long.app", "Long.zip", "Short.app"));
+    EXPECT_THAT(namesIn(folder_.path()),
+                UnorderedElementsAre(needed, ".kelpmoray-notes.zip.tmp", ".kelpmoray-.zip.tmp",
+                                     ".kelpmoray-1.tmp", "Long.app", "Long.zip", "Short.app"));
     EXPECT_EQ(endBy(running, SIGTERM), SIGTERM);
 }
 
