@@ -8,9 +8,9 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <limits>
 #include <mutex>
-#include <numeric>
 #include <vector>
 
 #include <fcntl.h>
@@ -33,9 +33,12 @@ Error differs(const std::string& path, const char* what) {
 /// Compares entries; each thread has one of its own.
 class EntryVerifier {
 public:
+    /// `compared` is told the bytes of content that were compared since the last call.
     EntryVerifier(const ArchiveReader& archive, std::string parent,
-                  std::optional<std::int64_t> fixedTime)
-        : archive_(archive), parent_(std::move(parent)), fixedTime_(fixedTime) {}
+                  std::optional<std::int64_t> fixedTime,
+                  std::function<void(std::uint64_t)> compared)
+        : archive_(archive), parent_(std::move(parent)), fixedTime_(fixedTime),
+          compared_(std::move(compared)) {}
 
     Outcome verify(const ArchivedEntry& entry) {
         path_ = parent_ + entry.name;
@@ -76,6 +79,7 @@ private:
             return differs(path_, "its record");
         if (entry.size != 0 && fs::read_symlink(path_) != target)
             return differs(path_, "the target of the link");
+        compared_(entry.size);
         return {};
     }
 
@@ -121,12 +125,14 @@ private:
             return differs(path_, "content");
         offset_ += content.size();
         crc32_ = libdeflate_crc32(crc32_, content.data(), content.size());
+        compared_(content.size());
         return {};
     }
 
     const ArchiveReader& archive_;
     std::string parent_;
     std::optional<std::int64_t> fixedTime_;
+    std::function<void(std::uint64_t)> compared_;
     DeflateReader inflater_;
     ByteBuffer stored_;
     ByteBuffer onDisk_;
@@ -170,15 +176,16 @@ Outcome verifyEntries(const ArchiveReader& archive, const fs::path& package,
     const auto entries = byLength(archive.entries());
     std::atomic<std::size_t> next = 0;
     std::mutex progressMutex;
+    const auto tell = [&](std::uint64_t bytes) {
+        const std::lock_guard lock(progressMutex);
+        if (options.progress)
+            options.progress(bytes);
+    };
     const auto work = [&]() -> Outcome {
-        EntryVerifier verifier(archive, package.parent_path() / "", options.fixedTime);
-        for (std::size_t index = next++; index < entries.size(); index = next++) {
+        EntryVerifier verifier(archive, package.parent_path() / "", options.fixedTime, tell);
+        for (std::size_t index = next++; index < entries.size(); index = next++)
             if (auto verified = verifier.verify(*entries[index]); !verified)
                 return verified;
-            const std::lock_guard lock(progressMutex);
-            if (options.progress)
-                options.progress(entries[index]->size);
-        }
         return {};
     };
     return runOnThreads(options.threads, work, [&] { next = entries.size(); });

@@ -1,5 +1,175 @@
-#include "zip/CommandLine.h"
+#include "zip/Compressor.h"
+#include "zip/Packer.h"
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+#include <getopt.h>
+
+namespace zip {
+namespace {
+
+constexpr int done = 0;
+constexpr int failed = 1;
+constexpr int wrongUsage = 2;
+
+constexpr int mostThreads = 256;
+
+/// 1980-01-01 00:00:00 UTC, the earliest time that every field of an archive can hold.
+constexpr std::int64_t earliestZipTime = 315532800;
+
+constexpr const char* usage = R"(usage: kelpmoray-zip [OPTION]... OUTPUT.zip PACKAGE
+Packs the folder PACKAGE into OUTPUT.zip, replacing an archive that is already there.
+
+  -l LEVEL        from 1 (quick) to 9 (small), 5 if not given
+  -j THREADS      how many threads work, all processors if not given; the archive is the same
+  --reproducible  every time in the archive is SOURCE_DATE_EPOCH, or 1980-01-01 if that is not set
+  --verify        read the archive back and compare it with PACKAGE before it gets its name
+  --progress      a line a tenth of a second on standard error: percent of bytes
+  --help          show this text
+  --version       show the version
+
+Exit status: 0 done, 1 failed, 2 wrong usage.
+)";
+
+struct CommandLine {
+    PackOptions options;
+    bool showProgress = false;
+};
+
+/// One line, whatever bytes a path in it has.
+int report(std::string sentence, int status) {
+    std::replace_if(
+        sentence.begin(), sentence.end(),
+        [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }, '?');
+    std::fprintf(stderr, "kelpmoray-zip: %s\n", sentence.c_str());
+    return status;
+}
+
+template <typename Integer>
+std::optional<Integer> numberIn(std::string_view text, Integer least, Integer most) {
+    Integer number = 0;
+    const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (parsed.ec != std::errc() || parsed.ptr != text.data() + text.size() || number < least ||
+        number > most)
+        return std::nullopt;
+    return number;
+}
+
+/// An error is one of usage.
+Outcome useReproducibleTime(PackOptions& options) {
+    options.fixedTime = earliestZipTime;
+    const char* epoch = std::getenv("SOURCE_DATE_EPOCH");
+    if (epoch == nullptr)
+        return {};
+    const auto seconds =
+        numberIn<std::int64_t>(epoch, 0, std::numeric_limits<std::uint32_t>::max());
+    if (!seconds)
+        return Error{std::string("SOURCE_DATE_EPOCH is \"") + epoch +
+                     "\". Set it to seconds since 1970."};
+    options.fixedTime = *seconds;
+    return {};
+}
+
+enum LongOption : int { Reproducible = 256, Verify, Progress, Help, Version };
+
+/// Applies one option, `given` as the user wrote it; an error is one of usage.
+Outcome apply(int option, const char* value, const std::string& given, CommandLine& line) {
+    switch (option) {
+    case 'l':
+        if (const auto level = numberIn<int>(value, quickestLevel, smallestLevel)) {
+            line.options.level = *level;
+            return {};
+        }
+        return Error{std::string("The level is \"") + value + "\". Give a number from 1 to 9."};
+    case 'j':
+        if (const auto threads = numberIn<int>(value, 1, mostThreads)) {
+            line.options.threads = static_cast<unsigned>(*threads);
+            return {};
+        }
+        return Error{std::string("The number of threads is \"") + value +
+                     "\". Give a number from 1 to " + std::to_string(mostThreads) + "."};
+    case Reproducible:
+        return useReproducibleTime(line.options);
+    case Verify:
+        line.options.verify = true;
+        return {};
+    case Progress:
+        line.showProgress = true;
+        return {};
+    case ':':
+        return Error{"The option " + given + " needs a number. See kelpmoray-zip --help."};
+    default:
+        return Error{"There is no option " + given + ". See kelpmoray-zip --help."};
+    }
+}
+
+/// Prints at most one line in a tenth of a second, and one at the end.
+class ProgressPrinter {
+public:
+    void operator()(std::uint64_t bytes, std::uint64_t total) {
+        const auto now = std::chrono::steady_clock::now();
+        // What has no content may still follow the last byte.
+        const bool isNews = bytes == total ? !std::exchange(saidAll_, true) : now >= next_;
+        if (!isNews)
+            return;
+        next_ = now + std::chrono::milliseconds(100);
+        const double share =
+            total == 0 ? 1 : static_cast<double>(bytes) / static_cast<double>(total);
+        std::fprintf(stderr, "%d%%\n", static_cast<int>(100 * share));
+    }
+
+private:
+    std::chrono::steady_clock::time_point next_;
+    bool saidAll_ = false;
+};
+
+int run(int argumentCount, char** arguments) {
+    // Whoever reads the progress may go away, and a limit on the size of files is an error like a
+    // full disk: neither may end the process and leave the temporary file behind.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+    static const option longOptions[] = {{"reproducible", no_argument, nullptr, Reproducible},
+                                         {"verify", no_argument, nullptr, Verify},
+                                         {"progress", no_argument, nullptr, Progress},
+                                         {"help", no_argument, nullptr, Help},
+                                         {"version", no_argument, nullptr, Version},
+                                         {nullptr, 0, nullptr, 0}};
+    CommandLine line;
+    line.options.threads = std::max(1U, std::thread::hardware_concurrency());
+    int option = 0;
+    ::opterr = 0;
+    while ((option = ::getopt_long(argumentCount, arguments, ":l:j:", longOptions, nullptr)) !=
+           -1) {
+        if (option == Help || option == Version) {
+            std::fputs(option == Help ? usage : "kelpmoray-zip " KELPMORAY_VERSION "\n", stdout);
+            return done;
+        }
+        const bool isShort = optopt > 0 && optopt < Reproducible;
+        const std::string given =
+            isShort ? std::string{'-', static_cast<char>(optopt)} : arguments[optind - 1];
+        if (auto applied = apply(option, optarg, given, line); !applied)
+            return report(applied.error().sentence, wrongUsage);
+    }
+    if (argumentCount - optind != 2)
+        return report("Give an archive and a package. See kelpmoray-zip --help.", wrongUsage);
+    if (line.showProgress)
+        line.options.progress = ProgressPrinter();
+    auto packed = pack(arguments[optind], arguments[optind + 1], line.options);
+    return packed ? done : report(packed.error().sentence, failed);
+}
+
+} // namespace
+} // namespace zip
 
 int main(int argc, char** argv) {
-    return zip::runCommandLine(argc, argv);
+    return zip::run(argc, argv);
 }

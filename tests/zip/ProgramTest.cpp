@@ -155,9 +155,30 @@ TEST_F(Program, gives_the_archive_the_permissions_that_the_umask_leaves) {
     }
 }
 
-TEST_F(Program, prints_percents_as_it_goes_on_if_asked_to) {
+TEST_F(Program, prints_percents_that_end_in_one_line_for_all_of_it) {
     writeFile(folder_ / "A.app/file", "1");
-    EXPECT_THAT(run("--progress A.zip A.app").output, MatchesRegex("([0-9]+%\n)*100%\n"));
+    for (int index = 0; index < 1000; ++index)
+        writeFile(folder_ / ("A.app/later/" + std::to_string(index)), "");
+    for (const char* options : {"--progress", "--progress --verify"})
+        EXPECT_THAT(run(std::string(options) + " A.zip A.app").output,
+                    MatchesRegex("([0-9][0-9]?%\n)*100%\n"));
+}
+
+TEST_F(Program, goes_on_when_nobody_reads_its_progress) {
+    writeFile(folder_ / "A.app/file", "1");
+    // The reader's end of the pipe is opened, so that ours opens too, and closed at once.
+    const std::string withoutReader = "mkfifo pipe && { : < pipe & } && exec 2> pipe && wait &&";
+    EXPECT_EQ(run("--progress A.zip A.app", withoutReader).status, 0);
+    EXPECT_THAT(namesIn(folder_.path()), ElementsAre("A.app", "A.zip", "pipe"));
+}
+
+TEST_F(Program, leaves_nothing_behind_when_the_archive_would_be_too_long) {
+    std::mt19937 random(50);
+    writeFile(folder_ / "A.app/file", randomBytes(random, 100000));
+    const ShellResult result = run("A.zip A.app", "ulimit -f 20;");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.output, HasSubstr("File too large"));
+    EXPECT_THAT(namesIn(folder_.path()), ElementsAre("A.app"));
 }
 
 TEST_F(Program, leaves_nothing_behind_when_a_signal_ends_it) {
