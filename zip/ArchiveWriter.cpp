@@ -1,6 +1,5 @@
 #include "zip/ArchiveWriter.h"
 
-#include "zip/Crc32.h"
 #include "zip/SourceFile.h"
 
 #include <algorithm>

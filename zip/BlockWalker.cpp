@@ -1,7 +1,6 @@
 #include "zip/BlockWalker.h"
 
-#include "zip/BitReader.h"
-#include "zip/HuffmanTable.h"
+#include "zip/DeflateBits.h"
 
 #include <algorithm>
 #include <array>

@@ -2,6 +2,7 @@
 
 #include "zip/ByteBuffer.h"
 
+#include <cstdint>
 #include <memory>
 
 struct libdeflate_compressor;
@@ -31,5 +32,9 @@ private:
     };
     std::unique_ptr<libdeflate_compressor, Free> compressor_;
 };
+
+/// The CRC-32 of two pieces joined, from the CRC-32 of each and the length of the second in bytes.
+[[nodiscard]] std::uint32_t crc32OfJoined(std::uint32_t first, std::uint32_t second,
+                                          std::uint64_t secondLength);
 
 } // namespace zip

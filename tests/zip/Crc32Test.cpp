@@ -1,4 +1,4 @@
-#include "zip/Crc32.h"
+#include "zip/Compressor.h"
 
 #include "TestTree.h"
 

@@ -1,4 +1,4 @@
-#include "zip/HuffmanTable.h"
+#include "zip/DeflateBits.h"
 
 namespace zip {
 namespace {
