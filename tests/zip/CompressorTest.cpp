@@ -7,18 +7,6 @@
 
 namespace {
 
-std::string inflate(zip::Bytes stream, std::size_t size) {
-    auto* decompressor = libdeflate_alloc_decompressor();
-    std::string out(size, '\0');
-    std::size_t used = 0;
-    EXPECT_EQ(libdeflate_deflate_decompress_ex(decompressor, stream.data(), stream.size(),
-                                               out.data(), out.size(), &used, nullptr),
-              LIBDEFLATE_SUCCESS);
-    EXPECT_EQ(used, stream.size());
-    libdeflate_free_decompressor(decompressor);
-    return out;
-}
-
 TEST(Compressor, joins_pieces_of_any_kind_into_one_stream) {
     std::mt19937 random(2);
     for (int level = zip::quickestLevel; level <= zip::smallestLevel; ++level) {
@@ -61,16 +49,28 @@ TEST(Compressor, makes_a_whole_stream_only_if_it_is_shorter) {
     EXPECT_EQ(inflate(stream.bytes(), content.size()), content);
 }
 
-TEST(Compressor, gets_smaller_from_level_to_level) {
-    std::mt19937 random(5);
-    const std::string content = compressibleBytes(random, 1000000);
-    const auto sizeAt = [&](int level) {
-        zip::ByteBuffer stream;
-        EXPECT_TRUE(zip::Compressor(level).deflateWhole(bytesOf(content), stream));
-        return stream.size();
-    };
-    EXPECT_GT(sizeAt(zip::quickestLevel), sizeAt(5));
-    EXPECT_GT(sizeAt(5), sizeAt(zip::smallestLevel));
+std::uint32_t crc32Of(std::string_view text) {
+    return libdeflate_crc32(0, text.data(), text.size());
+}
+
+TEST(Crc32OfJoined, is_that_of_the_whole) {
+    std::mt19937 random(1);
+    const std::string content = randomBytes(random, 70000);
+    const std::string_view whole = content;
+    for (const std::size_t cut : {0U, 1U, 2U, 255U, 4096U, 69999U, 70000U})
+        EXPECT_EQ(zip::crc32OfJoined(crc32Of(whole.substr(0, cut)), crc32Of(whole.substr(cut)),
+                                     whole.size() - cut),
+                  crc32Of(whole))
+            << cut;
+}
+
+TEST(Crc32OfJoined, takes_lengths_beyond_four_gigabytes) {
+    // A run of 2^33 zeros, doubled up from one.
+    std::uint32_t zeros = crc32Of(std::string_view("\0", 1));
+    for (unsigned doubling = 0; doubling < 33; ++doubling)
+        zeros = zip::crc32OfJoined(zeros, zeros, std::uint64_t{1} << doubling);
+    // As another program found.
+    EXPECT_EQ(zeros, 0x41D912FFU);
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <libdeflate.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -104,6 +105,18 @@ std::string compressibleBytes(std::mt19937& random, std::size_t size) {
 
 zip::Bytes bytesOf(std::string_view text) {
     return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
+
+std::string inflate(zip::Bytes stream, std::size_t size) {
+    auto* decompressor = libdeflate_alloc_decompressor();
+    std::string out(size, '\0');
+    std::size_t used = 0;
+    EXPECT_EQ(libdeflate_deflate_decompress_ex(decompressor, stream.data(), stream.size(),
+                                               out.data(), out.size(), &used, nullptr),
+              LIBDEFLATE_SUCCESS);
+    EXPECT_EQ(used, stream.size());
+    libdeflate_free_decompressor(decompressor);
+    return out;
 }
 
 namespace {

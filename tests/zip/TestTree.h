@@ -61,6 +61,8 @@ void writeSparseFile(const std::string& path, std::uintmax_t size);
 [[nodiscard]] std::string compressibleBytes(std::mt19937& random, std::size_t size);
 
 [[nodiscard]] zip::Bytes bytesOf(std::string_view text);
+/// The content of a deflate stream that holds `size` bytes, as the library decompresses it.
+[[nodiscard]] std::string inflate(zip::Bytes stream, std::size_t size);
 
 /// Names, modes, times and links of every odd kind, below `package`.
 void writeOddPackage(const std::string& package);

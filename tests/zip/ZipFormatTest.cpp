@@ -51,59 +51,49 @@ TEST(Utf8, is_told_from_other_bytes) {
         EXPECT_FALSE(isUtf8(bytes)) << bytes;
 }
 
-TEST(LocalFileHeader, marks_names_as_utf8_only_if_they_are) {
+TEST(LocalFileHeader, marks_utf8_names_and_has_sizes_in_zip64_exactly_from_four_gigabytes_on) {
+    const auto header = [](const zip::HeaderFields& fields) {
+        zip::ByteBuffer bytes;
+        zip::appendLocalFileHeader(bytes, fields);
+        return bytes;
+    };
     constexpr std::size_t flags = 6;
-    zip::ByteBuffer valid;
-    zip::appendLocalFileHeader(valid, {.name = "ä"});
-    EXPECT_EQ(numberAt(valid, flags, 2), 0x0800U);
-    zip::ByteBuffer latin1;
-    zip::appendLocalFileHeader(latin1, {.name = "\xe4"});
-    EXPECT_EQ(numberAt(latin1, flags, 2), 0U);
-}
-
-TEST(LocalFileHeader, has_sizes_in_zip64_exactly_from_four_gigabytes_on) {
     constexpr std::size_t compressedSize = 18;
     constexpr std::size_t size = 22;
-    zip::ByteBuffer narrow;
-    zip::appendLocalFileHeader(narrow, {.name = "n", .compressedSize = 7, .size = 0xFFFFFFFE});
+    EXPECT_EQ(numberAt(header({.name = "ä"}), flags, 2), 0x0800U);
+    EXPECT_EQ(numberAt(header({.name = "\xe4"}), flags, 2), 0U);
+    const auto narrow = header({.name = "n", .compressedSize = 7, .size = 0xFFFFFFFE});
     EXPECT_EQ(numberAt(narrow, compressedSize, 4), 7U);
     EXPECT_EQ(numberAt(narrow, size, 4), 0xFFFFFFFE);
-    zip::ByteBuffer wide;
-    zip::appendLocalFileHeader(wide, {.name = "n", .compressedSize = 7, .size = 0xFFFFFFFF});
+    const auto wide = header({.name = "n", .compressedSize = 7, .size = 0xFFFFFFFF});
     EXPECT_EQ(numberAt(wide, compressedSize, 4), zip::inZip64);
     EXPECT_EQ(numberAt(wide, size, 4), zip::inZip64);
     EXPECT_EQ(wide.size(), narrow.size() + 20);
 }
 
-TEST(CentralDirectoryHeader, has_in_zip64_only_what_does_not_fit) {
-    constexpr std::size_t extraSize = 30;
+TEST(CentralDirectory, has_in_zip64_only_what_does_not_fit) {
     const auto sizeOfExtra = [](const zip::HeaderFields& fields) {
         zip::ByteBuffer header;
         zip::appendCentralDirectoryHeader(header, fields);
-        return numberAt(header, extraSize, 2);
+        return numberAt(header, 30, 2);
     };
     constexpr std::uint64_t wide = 0x100000000;
     const std::uint32_t none = sizeOfExtra({.name = "n", .localHeaderOffset = 0xFFFFFFFE});
     EXPECT_EQ(sizeOfExtra({.name = "n", .localHeaderOffset = wide}), none + 4 + 8);
     EXPECT_EQ(sizeOfExtra({.name = "n", .size = wide}), none + 4 + 8);
     EXPECT_EQ(sizeOfExtra({.name = "n", .compressedSize = wide, .size = wide}), none + 4 + 16);
-    EXPECT_EQ(
-        sizeOfExtra({.name = "n", .compressedSize = wide, .size = wide, .localHeaderOffset = wide}),
-        none + 4 + 24);
-}
 
-TEST(EndOfCentralDirectory, has_a_zip64_record_only_where_a_number_needs_it) {
-    constexpr std::size_t plainSize = 22;
-    constexpr std::size_t zip64Size = 56 + 20 + plainSize;
-    const auto sizeFor = [](std::uint64_t count, std::uint64_t offset, std::uint64_t size) {
+    const auto sizeOfEnd = [](std::uint64_t count, std::uint64_t offset, std::uint64_t size) {
         zip::ByteBuffer end;
         zip::appendEndOfCentralDirectory(end, count, offset, size);
         return end.size();
     };
-    EXPECT_EQ(sizeFor(65535, 0xFFFFFFFE, 100), plainSize);
-    EXPECT_EQ(sizeFor(65536, 0, 100), zip64Size);
-    EXPECT_EQ(sizeFor(1, 0xFFFFFFFF, 100), zip64Size);
-    EXPECT_EQ(sizeFor(1, 0, 0xFFFFFFFF), zip64Size);
+    constexpr std::size_t plainSize = 22;
+    constexpr std::size_t zip64Size = 56 + 20 + plainSize;
+    EXPECT_EQ(sizeOfEnd(65535, 0xFFFFFFFE, 100), plainSize);
+    EXPECT_EQ(sizeOfEnd(65536, 0, 100), zip64Size);
+    EXPECT_EQ(sizeOfEnd(1, 0xFFFFFFFF, 100), zip64Size);
+    EXPECT_EQ(sizeOfEnd(1, 0, 0xFFFFFFFF), zip64Size);
 }
 
 } // namespace
