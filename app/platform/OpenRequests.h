@@ -12,9 +12,9 @@
 #include <string>
 
 /// The desktop's way to hand locations to the one running application: the interface
-/// org.freedesktop.Application (Desktop Entry Specification, "D-Bus Activation") on the session
-/// bus, under the application's identifier. Without a session bus every start is the first. Main
-/// thread.
+/// org.freedesktop.Application (defined by freedesktop.org's Desktop Entry standard under "D-Bus
+/// Activation") on the session bus, under the application's identifier. Without a session bus every
+/// start is the first. Main thread.
 class OpenRequests : public QObject {
     Q_OBJECT
 public:
