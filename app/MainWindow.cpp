@@ -16,6 +16,7 @@
 namespace {
 
 constexpr const char* versionKey = "prefAppVersion";
+constexpr int applicationIconSize = 64;
 
 /// A ring that fades out along its way, in the colour of highlighted things.
 QIcon spinnerIcon(const QPalette& palette, int size, qreal pixelRatio) {
@@ -46,7 +47,10 @@ MainWindow::MainWindow(const ViewController::Surroundings& surroundings, AppDele
     connectOutlets(delegate);
     bindControls();
     connectActions();
-    drawIcons();
+    ui_->applicationIcon->setFixedHeight(applicationIconSize);
+    QFont larger = ui_->invitation->font();
+    larger.setPointSizeF(QFontInfo(larger).pointSizeF() * 1.25);
+    ui_->invitation->setFont(larger);
     showProperties();
 }
 
@@ -57,6 +61,8 @@ void MainWindow::load() {
         return;
     loaded_ = true;
     setWindowIcon(applicationIcon());
+    drawIcons();
+    repaint(); // the identity tool takes its time
     bindIdentities();
     controller_.viewDidLoad();
     ui_->dragDropView->awakeFromNib();
@@ -141,11 +147,7 @@ void MainWindow::showProperties() {
 void MainWindow::drawIcons() {
     ui_->progressview->setIcon(
         spinnerIcon(palette(), ui_->progressview->iconSize().width(), devicePixelRatioF()));
-    const int size = 64;
-    ui_->applicationIcon->setPixmap(applicationIcon().pixmap(size));
-    QFont font = ui_->invitation->font();
-    font.setPointSizeF(QFontInfo(QWidget::font()).pointSizeF() * 1.25);
-    ui_->invitation->setFont(font);
+    ui_->applicationIcon->setPixmap(applicationIcon().pixmap(applicationIconSize));
 }
 
 void MainWindow::paintEvent(QPaintEvent* event) {
@@ -165,6 +167,6 @@ void MainWindow::resizeEvent(QResizeEvent* event) {
 
 void MainWindow::changeEvent(QEvent* event) {
     QMainWindow::changeEvent(event);
-    if (event->type() == QEvent::PaletteChange || event->type() == QEvent::FontChange)
+    if (loaded_ && event->type() == QEvent::PaletteChange)
         drawIcons();
 }
