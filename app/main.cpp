@@ -1,6 +1,5 @@
 #include "app/Application.h"
 #include "app/platform/FileUris.h"
-#include "app/platform/FontPreload.h"
 #include "app/platform/ProcessEnd.h"
 
 #include <QApplication>
@@ -53,7 +52,6 @@ LocationList locationsIn(int argc, char** argv) {
 int main(int argc, char** argv) {
     if (const int status = answerInText(argc, argv); status >= 0)
         return status;
-    preloadFonts();
     const QApplication toolkit(argc, argv); // takes its own options out of the arguments
     QApplication::setApplicationName("kelpmoray");
     QApplication::setApplicationDisplayName("Kelpmoray");

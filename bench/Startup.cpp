@@ -1,7 +1,6 @@
 // From start to the first painted window: ours against a bare one, in turn.
 
 #include "app/Application.h"
-#include "app/platform/FontPreload.h"
 #include "core/Log.h"
 
 #include <QApplication>
@@ -67,8 +66,6 @@ double median(std::vector<double> values) {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc > 1 && argv[1] == std::string("ours"))
-        preloadFonts();
     QApplication toolkit(argc, argv);
     if (argc > 1)
         return showWindow(toolkit, argv[1] == std::string("bare"));
