@@ -83,7 +83,7 @@ void MainWindow::bindIdentities() {
     identities_.bind(*ui_->identities,
                      toolExists ? tr("No identities listed") : tr("No identity tool here"));
     const QString whyEmpty = toolExists
-                                 ? tr("%1 listed no identities, not even an empty list")
+                                 ? tr("%1 gave no list of identities")
                                  : tr("%1, which lists the identities, is not on this system");
     const auto explain = [this, tool, whyEmpty] {
         ui_->identities->setToolTip(identities_.content()

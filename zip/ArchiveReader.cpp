@@ -79,10 +79,8 @@ bool takeExtraFields(Bytes bytes, ArchivedEntry& entry) {
     return hasTimestamp && !extras.failed() && entry.versionNeeded == versionNeeded;
 }
 
-std::optional<ArchivedEntry> takeCentralDirectoryHeader(Fields& fields) {
-    ArchivedEntry entry;
-    if (fields.take32() != 0x02014b50 || fields.take16() != madeByUnix)
-        return std::nullopt;
+/// What the two headers of an entry have in common, in the same order.
+void takeSharedFields(Fields& fields, ArchivedEntry& entry) {
     entry.versionNeeded = fields.take16();
     entry.flags = fields.take16();
     entry.method = fields.take16();
@@ -90,6 +88,13 @@ std::optional<ArchivedEntry> takeCentralDirectoryHeader(Fields& fields) {
     entry.crc32 = fields.take32();
     entry.compressedSize = fields.take32();
     entry.size = fields.take32();
+}
+
+std::optional<ArchivedEntry> takeCentralDirectoryHeader(Fields& fields) {
+    ArchivedEntry entry;
+    if (fields.take32() != 0x02014b50 || fields.take16() != madeByUnix)
+        return std::nullopt;
+    takeSharedFields(fields, entry);
     const std::size_t nameSize = fields.take16();
     const std::size_t extraSize = fields.take16();
     const std::size_t commentSize = fields.take16();
@@ -216,13 +221,7 @@ Result<std::uint64_t> ArchiveReader::findData(const ArchivedEntry& entry) const 
     Fields fields(bytes.bytes());
     ArchivedEntry local;
     const bool isSigned = fields.take32() == 0x04034b50;
-    local.versionNeeded = fields.take16();
-    local.flags = fields.take16();
-    local.method = fields.take16();
-    local.dosModified = fields.take32();
-    local.crc32 = fields.take32();
-    local.compressedSize = fields.take32();
-    local.size = fields.take32();
+    takeSharedFields(fields, local);
     const std::size_t nameSize = fields.take16();
     const std::size_t extraSize = fields.take16();
     local.name = textOf(fields.takeBytes(nameSize));

@@ -3,7 +3,6 @@
 #include "app/platform/FileUris.h"
 
 #include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QFile>
 #include <QThread>
@@ -58,7 +57,8 @@ bool OpenRequests::handOver(const LocationList& locations) {
 }
 
 void OpenRequests::release() {
-    QDBusConnection::sessionBus().unregisterService(QString::fromStdString(identifier_));
+    if (sessionHasBus())
+        QDBusConnection::sessionBus().unregisterService(QString::fromStdString(identifier_));
 }
 
 QDBusMessage OpenRequests::request(const LocationList& locations) const {
