@@ -1,5 +1,6 @@
 #include "app/Application.h"
 #include "app/platform/FileUris.h"
+#include "app/platform/Preload.h"
 #include "app/platform/ProcessEnd.h"
 
 #include <QApplication>
@@ -52,7 +53,9 @@ LocationList locationsIn(int argc, char** argv) {
 int main(int argc, char** argv) {
     if (const int status = answerInText(argc, argv); status >= 0)
         return status;
+    Preload::fontConfiguration();
     const QApplication toolkit(argc, argv); // takes its own options out of the arguments
+    Preload::fontsAndStyle();
     QApplication::setApplicationName("kelpmoray");
     QApplication::setApplicationDisplayName("Kelpmoray");
     const LocationList locations = locationsIn(argc, argv);

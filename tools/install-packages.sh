@@ -2,7 +2,7 @@
 # Installs what building (and, with --test, testing) needs on Debian; elsewhere says what is needed.
 set -eu
 
-packages="g++ cmake ninja-build zip libdeflate-dev qt6-base-dev fonts-dejavu-core"
+packages="g++ cmake ninja-build zip libdeflate-dev qt6-base-dev libfontconfig-dev fonts-dejavu-core"
 if [ "${1:-}" = --test ]; then
     packages="$packages libgtest-dev libgmock-dev clang-format-14 shellcheck unzip python3 git"
     packages="$packages p7zip-full libarchive-tools xvfb openbox xdotool dbus-daemon"
