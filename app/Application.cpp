@@ -1,6 +1,7 @@
 #include "app/Application.h"
 
 #include "app/MainWindow.h"
+#include "app/platform/UserNotification.h"
 #include "app/platform/WindowLevel.h"
 
 #include <QApplication>
@@ -30,11 +31,15 @@ void Application::start(const LocationList& locations) {
     });
 
     settings_ = std::make_unique<SettingsStore>();
-    const ViewController::Surroundings surroundings = {.bundle = bundle_,
-                                                       .settings = *settings_,
-                                                       .notifications = notifications_,
-                                                       .tools = {},
-                                                       .terminate = &QApplication::quit};
+    const ViewController::Surroundings surroundings = {
+        .bundle = bundle_,
+        .settings = *settings_,
+        .notifications = notifications_,
+        .tools = {},
+        .terminate = &QApplication::quit,
+        .notifyUser = [this](const QString& summary, const QString& body) {
+            notifyUser(QString::fromStdString(bundle_.identifier), summary, body);
+        }};
     window_ = std::make_unique<MainWindow>(surroundings, delegate_);
     window_->show();
     delegate_.applicationDidFinishLaunching();

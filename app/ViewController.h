@@ -39,6 +39,8 @@ public:
         ToolPaths tools;
         /// Quits the application.
         std::function<void()> terminate;
+        /// Shows a summary and a body to a person who looks elsewhere.
+        std::function<void(const QString& summary, const QString& body)> notifyUser;
     };
 
     explicit ViewController(Surroundings surroundings);
@@ -137,11 +139,14 @@ private:
     void refreshNumberOfFolders();
     void finishItem(const std::string& item, const std::optional<LocationItem>& revealed,
                     std::chrono::microseconds pause);
+    void tellEndOfRun();
     void processSearchPath();
     void confirm(const std::string& entry);
     void answer(const std::string& entry, Confirmation::Answer answer);
 
     Surroundings surroundings_;
+    int packagesProcessed_ = 0; // processing queue only, as the next
+    int packagesWithErrors_ = 0;
     AtomicProperty<std::optional<std::string>> fSearchPath_;
     AtomicProperty<bool> fButton1Busy_;
     AtomicProperty<std::optional<std::string>> fProgressString1_;

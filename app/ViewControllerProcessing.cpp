@@ -5,8 +5,10 @@
 #include "app/platform/SettingsStore.h"
 #include "app/platform/WindowLevel.h"
 #include "core/Log.h"
+#include "core/ScriptOutcome.h"
 #include "core/ShellRunners.h"
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -43,12 +45,32 @@ void ViewController::finishItem(const std::string& item,
     onMainQueue([this] { refreshNumberOfFolders(); });
 }
 
+void ViewController::tellEndOfRun() {
+    const QString processed = tr("%1 processed").arg(packagesProcessed_);
+    const QString body =
+        packagesWithErrors_ == 0
+            ? processed
+            : tr("%1, %2 with an error that the log tells").arg(processed).arg(packagesWithErrors_);
+    onMainQueue([this, body] {
+        if (window() != nullptr && !window()->isActiveWindow())
+            surroundings_.notifyUser(tr("Packages are done"), body);
+    });
+}
+
 void ViewController::doProcessItemNew(const std::string& entry) {
     ProcessingOutside outside = processingOutside();
     outside.packageStarted = [this](const std::string& package) {
         onMainQueue([this, package] { setFProgressString1(progressText(package)); });
     };
+    outside.packageProcessed = [this](const std::string&, const std::vector<ScriptRun>& runs) {
+        ++packagesProcessed_;
+        packagesWithErrors_ += std::ranges::any_of(runs, [](const ScriptRun& run) {
+            return outcomeOf(run).kind == ScriptOutcome::Kind::Failed;
+        });
+    };
     processEntry(receiver(), surroundings_.bundle, outside, entry);
+    if (fSetOfFolders()->allObjects() == std::vector{entry})
+        tellEndOfRun();
     finishItem(entry, entry, 10ms);
 }
 

@@ -86,7 +86,8 @@ int main(int argc, char** argv) {
                            [&] {
                                inWindow = secondsSince(start);
                                QApplication::quit();
-                           }},
+                           },
+                       .notifyUser = [](const QString&, const QString&) {}},
                       delegate);
     int processed = 0;
     double atHundred = 0;

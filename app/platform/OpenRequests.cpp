@@ -1,10 +1,9 @@
 #include "app/platform/OpenRequests.h"
 
 #include "app/platform/FileUris.h"
+#include "app/platform/SessionBus.h"
 
-#include <QDBusConnection>
 #include <QDBusMessage>
-#include <QFile>
 #include <QThread>
 #include <QUrl>
 
@@ -18,15 +17,6 @@ QString objectPath(const std::string& identifier) {
     return '/' + QString::fromStdString(identifier).replace('.', '/');
 }
 
-/// Whether a session bus was started for this session. Without one the bus's library would start
-/// one now, which takes longer than all the rest of our start.
-bool sessionHasBus() {
-    if (qEnvironmentVariableIsSet("DBUS_SESSION_BUS_ADDRESS"))
-        return true;
-    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
-    return !runtime.isEmpty() && QFile::exists(runtime + "/bus");
-}
-
 } // namespace
 
 OpenRequests::OpenRequests(std::string identifier, std::function<void(const LocationList&)> opened,
@@ -37,18 +27,16 @@ OpenRequests::OpenRequests(std::string identifier, std::function<void(const Loca
 }
 
 bool OpenRequests::handOver(const LocationList& locations) {
-    if (!sessionHasBus())
-        return false;
-    QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected())
+    auto bus = sessionBus();
+    if (!bus)
         return false;
     // The object first: whoever sees the name may call at once.
-    bus.registerObject(objectPath(identifier_), this);
+    bus->registerObject(objectPath(identifier_), this);
     // The one that has the name may be about to end, and then does not answer.
     for (int attempt = 0; attempt < attempts; ++attempt) {
-        if (bus.registerService(QString::fromStdString(identifier_)))
+        if (bus->registerService(QString::fromStdString(identifier_)))
             return false;
-        if (bus.call(request(locations), QDBus::Block, patience).type() ==
+        if (bus->call(request(locations), QDBus::Block, patience).type() ==
             QDBusMessage::ReplyMessage)
             return true;
         QThread::msleep(retryPause);
@@ -57,8 +45,8 @@ bool OpenRequests::handOver(const LocationList& locations) {
 }
 
 void OpenRequests::release() {
-    if (sessionHasBus())
-        QDBusConnection::sessionBus().unregisterService(QString::fromStdString(identifier_));
+    if (auto bus = sessionBus())
+        bus->unregisterService(QString::fromStdString(identifier_));
 }
 
 QDBusMessage OpenRequests::request(const LocationList& locations) const {

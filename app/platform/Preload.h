@@ -1,16 +1,16 @@
 #pragma once
 
-/// Shortens the way to the first painted window: what it waits for longest is done beside other work.
-/// Nothing but speed depends on it.
+/// Shortens the way to the first painted window: what it waits for longest is done beside other
+/// work. Nothing but speed depends on it.
 namespace Preload {
 
-/// Reads the font configuration on a thread of its own, while the application connects to the display.
-/// The first call in main(). Does nothing where fonts are not configured by fontconfig.
+/// Reads the font configuration on a thread of its own, while the application connects to the
+/// display. The first call in main(). Does nothing where fonts are not configured by fontconfig.
 void fontConfiguration();
 
-/// Loads the desktop's font beside the building of the window, and spares its menu bar the icon of a
-/// button for menus that do not fit: the two menus always do. To be called when the QApplication is
-/// there, before any widget. Main thread.
+/// Loads the desktop's font beside the building of the window, and spares its menu bar the icon of
+/// a button for menus that do not fit: the two menus always do. To be called when the QApplication
+/// is there, before any widget. Main thread.
 void fontsAndStyle();
 
 } // namespace Preload

@@ -19,5 +19,7 @@ void beginSheet(QDialog* sheet, QWidget* parent) {
     auto* quit = new QShortcut(QKeySequence::Quit, sheet);
     QObject::connect(quit, &QShortcut::activated, qApp, &QCoreApplication::quit,
                      Qt::QueuedConnection);
+    // At once, not when the window manager has noticed: until then nothing would be in front.
+    QObject::connect(sheet, &QDialog::finished, parent, &QWidget::activateWindow);
     sheet->show();
 }

@@ -209,6 +209,34 @@ TEST_F(BatchLoop, StaysResponsiveWhileScriptsRun) {
     EXPECT_THAT(waiting(), ElementsAre(folder.path("A")));
 }
 
+TEST_F(BatchLoop, TellsTheEndOfARunToWhoLooksElsewhere) {
+    installScript("fenwoCodesignApps", "echo error: no identity: pick one");
+    installScript("fenwoJustZipApps",
+                  "while [ ! -e '" + folder.path("go on") + "' ]; do :; done; echo packed: Z.zip");
+    QWidget other;
+    start({"B", "A"});
+    QTest::mouseClick(sheet()->findChild<QPushButton*>("Process"), Qt::LeftButton);
+    other.show();
+    other.activateWindow();
+    ASSERT_TRUE(waitUntil([&] { return other.isActiveWindow(); }));
+    folder.makeFile("go on");
+    ASSERT_NE(sheet(), nullptr);
+    EXPECT_THAT(told, IsEmpty()) << "the run goes on";
+    QTest::mouseClick(sheet()->findChild<QPushButton*>("Process"), Qt::LeftButton);
+    ASSERT_TRUE(waitUntil([this] { return window->findChild<ConfirmationSheet*>() == nullptr; }));
+    other.activateWindow();
+    awaitTermination();
+    EXPECT_THAT(told, ElementsAre("Packages are done: 3 processed, 3 with an error that the log "
+                                  "tells"));
+}
+
+TEST_F(BatchLoop, TellsNothingToWhoSeesTheWindow) {
+    start({"B"});
+    press("Process");
+    awaitTermination();
+    EXPECT_THAT(told, IsEmpty());
+}
+
 TEST_F(BatchLoop, LosesNothingThatIsAddedWhileItWorks) {
     constexpr int folders = 20;
     constexpr int packagesInEach = 10;

@@ -72,7 +72,8 @@ TEST_F(Window, WakesOnceItHasBeenPainted) {
                                                                   .settings = settings,
                                                                   .notifications = notifications,
                                                                   .tools = tools,
-                                                                  .terminate = [] {}},
+                                                                  .terminate = [] {},
+                                                                  .notifyUser = {}},
                                      delegate);
     EXPECT_EQ(controller().fSetOfFolders(), nullptr);
     window->show();

@@ -52,7 +52,12 @@ struct WindowFixture : testing::Test {
                                          .settings = settings,
                                          .notifications = notifications,
                                          .tools = tools,
-                                         .terminate = [this] { ++terminations; }},
+                                         .terminate = [this] { ++terminations; },
+                                         .notifyUser =
+                                             [this](const QString& summary, const QString& body) {
+                                                 told.push_back(
+                                                     (summary + ": " + body).toStdString());
+                                             }},
             delegate);
         window->load();
         window->show();
@@ -99,5 +104,6 @@ struct WindowFixture : testing::Test {
     NotificationCenter notifications;
     AppDelegate delegate{notifications};
     std::atomic<int> terminations = 0;
+    std::vector<std::string> told; ///< to a person who looks elsewhere
     std::unique_ptr<MainWindow> window;
 };
