@@ -5,8 +5,6 @@
 #include <QLabel>
 #include <QTest>
 
-#include <thread>
-
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -235,31 +233,4 @@ TEST_F(BatchLoop, TellsNothingToWhoSeesTheWindow) {
     press("Process");
     awaitTermination();
     EXPECT_THAT(told, IsEmpty());
-}
-
-TEST_F(BatchLoop, LosesNothingThatIsAddedWhileItWorks) {
-    constexpr int folders = 20;
-    constexpr int packagesInEach = 10;
-    bin.makeExecutable("fenwoCodesignApps.sh", "#!/bin/sh\n");
-    bin.makeExecutable("fenwoJustZipApps.sh", "#!/bin/sh\necho >\"${1%.app}.zip\"\n");
-    for (int i = 0; i < folders; ++i) {
-        for (int j = 0; j < packagesInEach; ++j)
-            folder.makeFolder("many " + std::to_string(i) + "/" + std::to_string(j) + ".app");
-    }
-    start({"many 0"});
-    std::thread adder([this] {
-        for (int i = 0; i < folders; ++i)
-            controller().addItemsToBeProcessedSet({folder.path("many " + std::to_string(i))});
-    });
-    EXPECT_TRUE(waitUntil([this] {
-        if (auto* shown = window->findChild<ConfirmationSheet*>())
-            shown->findChild<QPushButton*>("Process")->click();
-        return terminations > 0;
-    }));
-    adder.join();
-    int archives = 0;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.path()))
-        archives += entry.path().extension() == ".zip" ? 1 : 0;
-    EXPECT_EQ(archives, folders * packagesInEach);
-    EXPECT_THAT(waiting(), IsEmpty());
 }
