@@ -53,6 +53,8 @@ QDBusMessage OpenRequests::request(const LocationList& locations) const {
     QDBusMessage call = QDBusMessage::createMethodCall(
         QString::fromStdString(identifier_), objectPath(identifier_), "org.freedesktop.Application",
         locations.empty() ? "Activate" : "Open");
+    // Where the one that has the name has just ended, this start comes up, not one of the bus's.
+    call.setAutoStartService(false);
     QStringList uris;
     for (const LocationItem& location : locations) {
         if (const auto path = pathOf(location))
