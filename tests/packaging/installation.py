@@ -100,6 +100,20 @@ class Batch(Installed):
         log = self.process()
         self.expect_packed()
         self.assertIn(f"cmdstring = {self.share}/kelpmoray/fenwoJustZipApps.sh", log)
+        self.assertNotIn("fenwoZipAppsDNP", log)
+
+    def test_packs_with_the_third_script_in_the_edition_that_never_signs(self):
+        edition = self.scratch / "edition"
+        run("cmake", "-G", "Ninja", "-S", SOURCE, "-B", edition, "-DKELPMORAY_DNP=ON",
+            "-DKELPMORAY_TESTS=OFF", "-DKELPMORAY_BENCH=OFF")
+        run("cmake", f"-DCMAKE_INSTALL_PREFIX={self.prefix}", "-P",
+            edition / "resources/cmake_install.cmake")
+        log = self.process()
+        self.expect_packed()
+        self.assertEqual(set(re.findall(r"cmdstring = (\S+)", log)),
+                         {f"{self.share}/kelpmoray/fenwoZipAppsDNP.sh"})
+        # It would go on deciding, so that the usual edition takes it away.
+        run("cmake", "--install", BUILD, "--prefix", self.prefix)
 
 
 class Desktop(Installed):
