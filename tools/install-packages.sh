@@ -7,6 +7,7 @@ if [ "${1:-}" = --test ]; then
     packages="$packages libgtest-dev libgmock-dev clang-format-14 shellcheck unzip python3 git"
     packages="$packages p7zip-full libarchive-tools xvfb openbox xdotool dbus-daemon"
     packages="$packages desktop-file-utils appstream groff-base libglib2.0-bin xdg-utils"
+    packages="$packages lintian dpkg-dev file"
 fi
 
 if ! command -v dpkg-query >/dev/null 2>&1; then

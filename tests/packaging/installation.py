@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Installs the build and looks at it as a desktop, a terminal and a package's reader would.
+"""Installs the build and looks at it as a desktop, a terminal and Debian do.
 
 usage: installation.py SOURCE_FOLDER BUILD_FOLDER
 """
@@ -197,6 +197,20 @@ class Desktop(Installed):
         default, *others = self.said("gio", "mime", "inode/directory").split("\n")
         self.assertIn("thunar.desktop", default)
         self.assertIn("zzz-kelpmoray-folders.desktop", "\n".join(others))
+
+
+class Package(unittest.TestCase):
+    def test_is_as_debian_wants_it(self):
+        scratch = Path(self.enterContext(tempfile.TemporaryDirectory()))
+        run("cpack", "--config", BUILD / "CPackConfig.cmake", "-G", "DEB", "-B", scratch)
+        package, = scratch.glob("*.deb")
+        run("lintian", "--fail-on", "error", package)
+        run("dpkg-deb", "--control", package, scratch / "control")
+        self.assertEqual({file.name for file in (scratch / "control").iterdir()},
+                         {"control", "md5sums"}, "no script of the package's own runs")
+        depends = run("dpkg-deb", "--field", package, "Depends")
+        for library in ("libqt6widgets6", "libdeflate0"):
+            self.assertIn(f"{library} (", depends)
 
 
 if __name__ == "__main__":
