@@ -222,6 +222,7 @@ TEST_F(EndToEnd, IsTheFirstAgainAsSoonAsTheOldOneQuits) {
     launch({text(folder.path("more"))});
     answer("ctrl+q");
     const auto old = std::move(program);
+    ASSERT_TRUE(awaitThat([this] { return !desktop.hasWindow("^Process this Folder"); }));
     launch({text(folder.path("three"))});
     answer("alt+s");
     expectEnd();
