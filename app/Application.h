@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/AppDelegate.h"
+#include "app/platform/FileOpenEvents.h"
 #include "app/platform/NotificationCenter.h"
 #include "app/platform/OpenRequests.h"
 #include "app/platform/SettingsStore.h"
@@ -29,6 +30,7 @@ private:
     NotificationCenter notifications_;
     AppDelegate delegate_{notifications_};
     OpenRequests requests_;
+    FileOpenEvents fileOpenEvents_{[this](const QStringList& uris) { requests_.open(uris); }};
     std::unique_ptr<SettingsStore> settings_;
     std::unique_ptr<MainWindow> window_;
 };
