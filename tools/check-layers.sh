@@ -16,6 +16,7 @@ forbid() {
     done
 }
 forbid '#include *[<"]Q' core zip batch tests/core tests/zip tests/batch
+forbid '#(include|import) *<(AppKit|Cocoa|Foundation)/' core zip batch
 forbid '#include *"(app|batch|zip)/' core tests/core
 forbid '#include *"(app|batch|core)/' zip tests/zip
 forbid '#include *"(app|zip)/' batch tests/batch

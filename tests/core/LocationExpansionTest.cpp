@@ -118,12 +118,16 @@ TEST_F(LocationExpansion, AdmitsExactlyFoldersAndWellFormedApplications) {
     EXPECT_TRUE(validUrlToAdd(url("A")));
     EXPECT_TRUE(validUrlToAdd(folder.makeApplication("Good.app")));
     EXPECT_TRUE(validUrlToAdd(folder.makeLink("link to A", "A")));
+#ifndef __APPLE__ // where the system decides what is well formed
     EXPECT_FALSE(validUrlToAdd(folder.path("A/X.app"))) << "nothing is in it";
+#endif
     EXPECT_FALSE(validUrlToAdd(folder.makeFile("File.app")));
     EXPECT_FALSE(validUrlToAdd(folder.makeFolder("P.framework")));
     EXPECT_FALSE(validUrlToAdd(folder.path("A/notes.txt")));
     EXPECT_FALSE(validUrlToAdd(folder.path("missing")));
     EXPECT_FALSE(validUrlToAdd("/"));
+#ifdef __linux__
     EXPECT_FALSE(validUrlToAdd("/proc")) << "a volume";
+#endif
     EXPECT_FALSE(validUrlToAdd(OtherItem{"7"}));
 }
