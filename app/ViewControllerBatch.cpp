@@ -53,7 +53,7 @@ void ViewController::doButton1Loop(QObject*) {
 void ViewController::confirm(const std::string& entry) {
     if (window() == nullptr)
         return;
-    if (attachedSheet(window()) != nullptr) {
+    if (hasAttachedSheet(window())) {
         logEvent("%@-%@...Already An Alert showing....", receiver(), loopMethod);
         playBeep();
         return;

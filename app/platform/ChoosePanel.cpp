@@ -1,6 +1,7 @@
 #include "app/platform/ChoosePanel.h"
 
 #include "app/platform/Beep.h"
+#include "app/platform/NativeWindow.h"
 #include "app/platform/Sheet.h"
 #include "core/platform/FileType.h"
 
@@ -28,11 +29,12 @@ QString& lastDirectory() {
 } // namespace
 
 void ChoosePanel::beginSheet(const Settings& settings, QWidget* window, Completion completion) {
-    if (window == nullptr || attachedSheet(window) != nullptr) {
+    if (window == nullptr || hasAttachedSheet(window)) {
         playBeep();
         return;
     }
-    ::beginSheet(new ChoosePanel(settings, std::move(completion)), window);
+    if (!beginNativeChoosePanel(settings, window, completion))
+        ::beginSheet(new ChoosePanel(settings, std::move(completion)), window);
 }
 
 ChoosePanel::ChoosePanel(const Settings& settings, Completion completion)

@@ -1,14 +1,19 @@
 #include "app/platform/Sheet.h"
 
+#include "app/platform/NativeWindow.h"
+
 #include <QApplication>
 #include <QShortcut>
 
-QDialog* attachedSheet(const QWidget* window) {
-    for (QDialog* dialog : window->findChildren<QDialog*>(Qt::FindDirectChildrenOnly)) {
-        if (dialog->isVisible() && dialog->windowModality() == Qt::WindowModal)
-            return dialog;
-    }
-    return nullptr;
+#include <algorithm>
+
+bool hasAttachedSheet(const QWidget* window) {
+    return hasNativeSheet(window) ||
+           std::ranges::any_of(window->findChildren<QDialog*>(Qt::FindDirectChildrenOnly),
+                               [](const QDialog* dialog) {
+                                   return dialog->isVisible() &&
+                                          dialog->windowModality() == Qt::WindowModal;
+                               });
 }
 
 void beginSheet(QDialog* sheet, QWidget* parent) {

@@ -2,8 +2,8 @@
 
 #include <QDialog>
 
-/// The dialog that lies on `window` and blocks it; null if there is none. Main thread.
-[[nodiscard]] QDialog* attachedSheet(const QWidget* window);
+/// Whether a sheet lies on `window` and blocks it. Main thread.
+[[nodiscard]] bool hasAttachedSheet(const QWidget* window);
 
 /// Shows `sheet` on `parent`, which it blocks, and returns at once. The sheet deletes itself when
 /// it is closed. Main thread.

@@ -1,9 +1,11 @@
 #include "app/platform/WindowLevel.h"
 
+#include "app/platform/NativeWindow.h"
+
 #include <QWindow>
 
 void setWindowLevel(QWidget* window, int level) {
-    if (window == nullptr)
+    if (window == nullptr || setNativeWindowLevel(window, level))
         return;
     if (!window->isVisible())
         window->setWindowFlag(Qt::WindowStaysOnTopHint, level > 0);

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "app/platform/ChoosePanel.h"
+
+#include <QWidget>
+
+/// What the system's own windows can do and Qt cannot. Where there is no such thing (which may also
+/// be a test without a display) each does nothing and gives false. Main thread.
+
+[[nodiscard]] bool setNativeWindowLevel(QWidget* window, int level);
+/// Whether a sheet of the system's own lies on `window`.
+[[nodiscard]] bool hasNativeSheet(const QWidget* window);
+/// Shows the system's panel, in which folders and packages can be picked together, on `window`.
+[[nodiscard]] bool beginNativeChoosePanel(const ChoosePanel::Settings& settings, QWidget* window,
+                                          const ChoosePanel::Completion& completion);
