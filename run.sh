@@ -16,7 +16,10 @@ mkdir -p "$here/build"
     exit 1
 }
 
-bin=$here/build/release/bin
+case "$(uname)" in
+Darwin) bin=$here/build/release/Kelpmoray.app/Contents/MacOS ;;
+*) bin=$here/build/release/bin ;;
+esac
 sample=$here/build/sample
 case "${1:-}" in
 -*) exec "$bin/kelpmoray-batch" "$@" ;;

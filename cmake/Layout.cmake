@@ -1,6 +1,19 @@
-# The build tree mirrors the installed tree, so that one rule relative to the executable finds the
-# resources and the packer in both.
-set(KELPMORAY_BIN_DIR ${PROJECT_BINARY_DIR}/bin)
-set(KELPMORAY_LIBEXEC_DIR ${PROJECT_BINARY_DIR}/libexec/kelpmoray)
-set(KELPMORAY_SHARE_DIR ${PROJECT_BINARY_DIR}/share/kelpmoray)
+# Where things are, in the build tree and in the installed one. Both have the same shape, so that one
+# rule relative to the executable finds the resources and the packer. On macOS it is a bundle's.
+if(APPLE)
+  set(KELPMORAY_BUNDLE_DIR Kelpmoray.app/Contents)
+  set(KELPMORAY_INSTALL_BINDIR ${KELPMORAY_BUNDLE_DIR}/MacOS)
+  set(KELPMORAY_INSTALL_LIBEXECDIR ${KELPMORAY_BUNDLE_DIR}/Helpers)
+  set(KELPMORAY_INSTALL_DATADIR ${KELPMORAY_BUNDLE_DIR}/Resources)
+  set(KELPMORAY_BIN_DIR ${PROJECT_BINARY_DIR}/${KELPMORAY_INSTALL_BINDIR})
+  set(KELPMORAY_LIBEXEC_DIR ${PROJECT_BINARY_DIR}/${KELPMORAY_INSTALL_LIBEXECDIR})
+  set(KELPMORAY_SHARE_DIR ${PROJECT_BINARY_DIR}/${KELPMORAY_INSTALL_DATADIR})
+else()
+  set(KELPMORAY_INSTALL_BINDIR ${CMAKE_INSTALL_BINDIR})
+  set(KELPMORAY_INSTALL_LIBEXECDIR ${CMAKE_INSTALL_LIBEXECDIR}/kelpmoray)
+  set(KELPMORAY_INSTALL_DATADIR ${CMAKE_INSTALL_DATADIR}/kelpmoray)
+  set(KELPMORAY_BIN_DIR ${PROJECT_BINARY_DIR}/bin)
+  set(KELPMORAY_LIBEXEC_DIR ${PROJECT_BINARY_DIR}/libexec/kelpmoray)
+  set(KELPMORAY_SHARE_DIR ${PROJECT_BINARY_DIR}/share/kelpmoray)
+endif()
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${KELPMORAY_BIN_DIR})

@@ -35,9 +35,9 @@ protected:
 
 TEST_F(Verify, notices_every_difference_in_the_folder) {
     const std::vector<std::string> changes{
-        "printf x >> text", "chmod 700 text", "touch -d 2001-01-01 text", "rm text", "echo > more",
-        "mkdir folder/more", "rmdir folder", "ln -sfn texT link", "touch -h -d 2001-01-01 link",
-        "rm text && mkdir text", "touch -d 2001-01-01 folder",
+        "printf x >> text", "chmod 700 text", "touch -t 200101010000 text", "rm text",
+        "echo > more", "mkdir folder/more", "rmdir folder", "ln -sfn texT link",
+        "touch -h -t 200101010000 link", "rm text && mkdir text", "touch -t 200101010000 folder",
         // The same length and time, one byte different.
         "touch -r text ../time && printf z | dd of=text bs=1 seek=7 conv=notrunc && touch -r "
         "../time text"};
