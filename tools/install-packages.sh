@@ -1,6 +1,20 @@
 #!/bin/sh
-# Installs what building (and, with --test, testing) needs on Debian; elsewhere says what is needed.
+# Installs what building (and, with --test, testing) needs on Debian, and on macOS where brew is there;
+# elsewhere says what is needed.
 set -eu
+
+if [ "$(uname)" = Darwin ] && command -v brew >/dev/null 2>&1; then
+    formulas="cmake ninja qt libdeflate"
+    [ "${1:-}" != --test ] || formulas="$formulas googletest p7zip"
+    missing=
+    for formula in $formulas; do
+        brew list --versions "$formula" >/dev/null 2>&1 || missing="$missing $formula"
+    done
+    [ -n "$missing" ] || exit 0
+    echo "Installing:$missing"
+    # shellcheck disable=SC2086 # a list of names, split on purpose
+    exec brew install $missing
+fi
 
 packages="g++ cmake ninja-build zip libdeflate-dev qt6-base-dev libfontconfig-dev fonts-dejavu-core"
 if [ "${1:-}" = --test ]; then
