@@ -57,14 +57,14 @@ std::optional<std::string> runShellCommand(const std::string& command) {
     const IgnoredChildSignal scope;
     char buffer[readLimit + 1];
     std::fill_n(buffer, sizeof buffer, '\0');
-    std::FILE* stream = popen(command.c_str(), "r");
-    if (stream == nullptr)
+    const ReadWriteProcess process = openRead(command);
+    if (process.stream == nullptr)
         return std::nullopt;
-    const auto count = static_cast<std::int32_t>(std::fread(buffer, 1, readLimit, stream));
+    const auto count = static_cast<std::int32_t>(std::fread(buffer, 1, readLimit, process.stream));
     std::optional<std::string> result;
     if (count >= 1 && isValidUtf8(buffer))
         result = buffer;
-    pclose(stream);
+    closeProcess(process);
     return result;
 }
 
@@ -90,7 +90,7 @@ VornNSStringAdditions::outputWhenRunAsShellCommand(const std::string& command) {
     std::optional<std::string> result = decoded(std::move(gathered));
     if (!result)
         logEvent("%s failed for command \"%@\"", method, command);
-    closeReadWrite(process);
+    closeProcess(process);
     return result;
 }
 

@@ -1,9 +1,27 @@
 #include "core/platform/ReadWriteProcess.h"
 
-ReadWriteProcess openReadWrite(const std::string& command) {
-    return {popen(command.c_str(), "r+"), -1};
+#include <csignal>
+
+namespace {
+
+ReadWriteProcess start(const std::string& command, const char* mode) {
+    // An ignored signal would stay ignored in the command.
+    void (*previous)(int) = std::signal(SIGPIPE, SIG_DFL);
+    std::FILE* stream = popen(command.c_str(), mode);
+    std::signal(SIGPIPE, previous);
+    return {stream, -1};
 }
 
-void closeReadWrite(const ReadWriteProcess& process) {
+} // namespace
+
+ReadWriteProcess openRead(const std::string& command) {
+    return start(command, "r");
+}
+
+ReadWriteProcess openReadWrite(const std::string& command) {
+    return start(command, "r+");
+}
+
+void closeProcess(const ReadWriteProcess& process) {
     pclose(process.stream);
 }

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,15 +16,12 @@ void waitFor(pid_t pid) {
     }
 }
 
-} // namespace
-
-ReadWriteProcess openReadWrite(const std::string& command) {
-    int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
-        return {};
-    const pid_t pid = spawnShell(command, ends[1], {STDIN_FILENO, STDOUT_FILENO});
+/// The command at the other end of two connected descriptors, of which ours is the first.
+ReadWriteProcess start(const std::string& command, const int (&ends)[2],
+                       std::initializer_list<int> targets, const char* mode) {
+    const pid_t pid = spawnShell(command, ends[1], targets);
     close(ends[1]);
-    std::FILE* stream = pid > 0 ? fdopen(ends[0], "r+") : nullptr;
+    std::FILE* stream = pid > 0 ? fdopen(ends[0], mode) : nullptr;
     if (stream == nullptr) {
         close(ends[0]);
         if (pid > 0)
@@ -32,7 +30,23 @@ ReadWriteProcess openReadWrite(const std::string& command) {
     return {stream, pid};
 }
 
-void closeReadWrite(const ReadWriteProcess& process) {
+} // namespace
+
+ReadWriteProcess openRead(const std::string& command) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return {};
+    return start(command, ends, {STDOUT_FILENO}, "r");
+}
+
+ReadWriteProcess openReadWrite(const std::string& command) {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+        return {};
+    return start(command, ends, {STDIN_FILENO, STDOUT_FILENO}, "r+");
+}
+
+void closeProcess(const ReadWriteProcess& process) {
     std::fclose(process.stream);
     waitFor(process.pid);
 }
