@@ -2,9 +2,11 @@
 #include "app/platform/FileUris.h"
 #include "app/platform/Preload.h"
 #include "app/platform/ProcessEnd.h"
+#include "core/platform/StandardStreams.h"
 
 #include <QApplication>
 
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <span>
@@ -51,8 +53,11 @@ LocationList locationsIn(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
+    occupyStandardStreams();
     if (const int status = answerInText(argc, argv); status >= 0)
         return status;
+    // Whoever reads our log may go away.
+    std::signal(SIGPIPE, SIG_IGN);
     Preload::fontConfiguration();
     const QApplication toolkit(argc, argv); // takes its own options out of the arguments
     Preload::fontsAndStyle();

@@ -1,11 +1,15 @@
 #include "batch/Batch.h"
 #include "core/Log.h"
+#include "core/platform/StandardStreams.h"
 
+#include <algorithm>
+#include <csignal>
 #include <iostream>
 
 #include <unistd.h>
 
 int main(int argc, char** argv) {
+    occupyStandardStreams();
     const auto parsed = parseOptions({argv + 1, argv + argc});
     if (const auto* error = std::get_if<UsageError>(&parsed)) {
         std::cerr << "kelpmoray-batch: " << error->sentence << "; see --help\n";
@@ -13,6 +17,8 @@ int main(int argc, char** argv) {
     }
     const auto& options = std::get<Options>(parsed);
     Log::setStandardErrorEnabled(options.verbose);
+    // Whoever reads the report may go away; the packages are still to be packed.
+    std::signal(SIGPIPE, SIG_IGN);
     Batch batch({.bundle = MainBundle::ofThisProcess(),
                  .tools = {},
                  .in = std::cin,
@@ -20,5 +26,10 @@ int main(int argc, char** argv) {
                  .err = std::cerr,
                  .outIsTerminal = isatty(STDOUT_FILENO) != 0},
                 options);
-    return static_cast<int>(batch.run());
+    const ExitStatus status = batch.run();
+    if (!std::cout.flush()) {
+        std::cerr << "kelpmoray-batch: what became of the packages could not be written down\n";
+        return static_cast<int>(std::max(status, ExitStatus::SomeFailed));
+    }
+    return static_cast<int>(status);
 }

@@ -12,7 +12,9 @@
 #include <thread>
 #include <utility>
 
+#include <fcntl.h>
 #include <getopt.h>
+#include <unistd.h>
 
 namespace zip {
 namespace {
@@ -132,7 +134,17 @@ private:
     bool saidAll_ = false;
 };
 
+/// Where a standard stream is missing the archive would take its place, and get what we print.
+void occupyStandardStreams() {
+    int lowest = 0;
+    while (lowest >= 0 && lowest <= STDERR_FILENO)
+        lowest = ::open("/dev/null", O_RDONLY);
+    if (lowest >= 0)
+        ::close(lowest);
+}
+
 int run(int argumentCount, char** arguments) {
+    occupyStandardStreams();
     // Whoever reads the progress may go away, and a limit on the size of files is an error like a
     // full disk: neither may end the process and leave the temporary file behind.
     std::signal(SIGPIPE, SIG_IGN);
