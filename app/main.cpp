@@ -2,6 +2,7 @@
 #include "app/platform/FileUris.h"
 #include "app/platform/Preload.h"
 #include "app/platform/ProcessEnd.h"
+#include "core/Path.h"
 #include "core/platform/StandardStreams.h"
 
 #include <QApplication>
@@ -11,6 +12,8 @@
 #include <filesystem>
 #include <span>
 #include <string_view>
+
+#include <stdlib.h>
 
 namespace {
 
@@ -50,6 +53,19 @@ LocationList locationsIn(int argc, char** argv) {
     return locations;
 }
 
+/// The toolkit would advise to install the program again, and abort.
+void sayThatThereIsNoDisplay(QtMsgType type, const QMessageLogContext& context,
+                             const QString& message) {
+    if (type != QtFatalMsg) {
+        std::fprintf(stderr, "%s\n", qPrintable(qFormatLogMessage(type, context, message)));
+        return;
+    }
+    std::fputs(
+        "kelpmoray: no display can be reached; kelpmoray-batch does the same on a terminal\n",
+        stderr);
+    _Exit(1);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -58,8 +74,12 @@ int main(int argc, char** argv) {
         return status;
     // Whoever reads our log may go away.
     std::signal(SIGPIPE, SIG_IGN);
+    // Where HOME is not set the toolkit would keep the settings in the root folder.
+    setenv("HOME", homeFolder().c_str(), 1);
     Preload::fontConfiguration();
+    qInstallMessageHandler(sayThatThereIsNoDisplay);
     const QApplication toolkit(argc, argv); // takes its own options out of the arguments
+    qInstallMessageHandler(nullptr);
     Preload::fontsAndStyle();
     QApplication::setApplicationName("kelpmoray");
     QApplication::setApplicationDisplayName("Kelpmoray");

@@ -1,5 +1,6 @@
 #include "zip/Compressor.h"
 #include "zip/Packer.h"
+#include "zip/ZipFormat.h"
 
 #include <algorithm>
 #include <charconv>
@@ -47,11 +48,16 @@ struct CommandLine {
     bool showProgress = false;
 };
 
-/// One line, whatever bytes a path in it has.
+/// One line, whatever bytes a path in it has, and UTF-8: whoever runs us may drop all that is not.
 int report(std::string sentence, int status) {
+    const bool keepsHighBytes = isUtf8(sentence);
     std::replace_if(
         sentence.begin(), sentence.end(),
-        [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }, '?');
+        [&](char c) {
+            const auto byte = static_cast<unsigned char>(c);
+            return byte < 0x20 || byte == 0x7F || (byte >= 0x80 && !keepsHighBytes);
+        },
+        '?');
     std::fprintf(stderr, "kelpmoray-zip: %s\n", sentence.c_str());
     return status;
 }
