@@ -1,0 +1,107 @@
+"""A desktop of a test's own: a virtual display, a window manager and a session bus, and keys."""
+import contextlib
+import os
+import signal
+import subprocess
+
+from support import PATIENCE, await_that
+
+SHEET = "^Process this Folder"
+
+
+class Desktop:
+    """`home` holds the settings of what runs here. All of it ends with close()."""
+
+    def __init__(self, home, with_bus=True):
+        os.makedirs(os.path.join(home, ".config"), exist_ok=True)
+        tools = os.path.join(home, "tools")
+        os.makedirs(tools, exist_ok=True)
+        with open(os.path.join(tools, "open"), "w", encoding="utf-8") as tool:
+            tool.write('#!/bin/sh\nprintf "%s\\n" "$1" >>"${0%/*}/opened"\n')
+        os.chmod(os.path.join(tools, "open"), 0o755)
+        self.opened = os.path.join(tools, "opened")
+        self.environment = {key: value for key, value in os.environ.items()
+                            if key not in ("DBUS_SESSION_BUS_ADDRESS", "DISPLAY", "WAYLAND_DISPLAY")}
+        self.environment.update(HOME=home, XDG_CONFIG_HOME=os.path.join(home, ".config"),
+                                XDG_RUNTIME_DIR=home, QT_QPA_PLATFORM="xcb",
+                                PATH=tools + ":" + os.environ["PATH"])
+        # Without -noreset the server starts afresh whenever its last client leaves.
+        self.display, number = self._serve(
+            ["Xvfb", "-displayfd", "1", "-screen", "0", "1024x768x24", "-nolisten", "tcp", "-noreset"])
+        self.environment["DISPLAY"] = ":" + number
+        self.bus = None
+        if with_bus:
+            self.bus, address = self._serve(["dbus-daemon", "--session", "--nofork", "--print-address"])
+            self.environment["DBUS_SESSION_BUS_ADDRESS"] = address
+        self.manager = subprocess.Popen(["openbox"], env=self.environment,
+                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        # What comes while it starts may be missed; once it obeys it misses nothing.
+        await_that(lambda: self.hands("set_num_desktops", "2") == "" and
+                   self.hands("get_num_desktops") == "2", "the window manager")
+
+    def _serve(self, command):
+        server = subprocess.Popen(command, env=self.environment, stdout=subprocess.PIPE,
+                                  stderr=subprocess.DEVNULL, text=True)
+        return server, server.stdout.readline().strip()
+
+    def close(self):
+        for server in (self.manager, self.bus, self.display):
+            if server is not None:
+                server.kill()
+                server.wait()
+                if server.stdout:
+                    server.stdout.close()
+
+    def hands(self, *arguments):
+        """What the person sees of it: the tool's answer, empty if it failed."""
+        done = subprocess.run(["timeout", str(PATIENCE), "xdotool", *arguments], check=False,
+                              env=self.environment, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        return done.stdout.decode().strip()
+
+    def visible_sheet(self):
+        """The number of its window, empty if there is none."""
+        return self.hands("search", "--onlyvisible", "--name", SHEET).split("\n")[0]
+
+    def await_sheet(self):
+        return await_that(self.visible_sheet, "the sheet")
+
+    def answer_sheet(self, sheet, *keys):
+        """Presses the keys in it, those for Process if none are given."""
+        self.hands("windowactivate", "--sync", sheet, "key", "--clearmodifiers", *(keys or ("alt+p",)))
+
+    def answer(self, *keys):
+        self.answer_sheet(self.await_sheet(), *keys)
+
+
+class Window:
+    """The running program; its log is in a file, since a pipe would hold it up when nobody reads."""
+
+    def __init__(self, desktop, command, log, environment=None, **how):
+        self.log_file = log
+        with open(log, "ab") as file:
+            self.process = subprocess.Popen(command, env=environment or desktop.environment,
+                                            stdin=subprocess.DEVNULL, stdout=file, stderr=file,
+                                            start_new_session=True, **how)
+
+    def kill(self):
+        """With all that it started, if any of it still runs."""
+        with contextlib.suppress(ProcessLookupError):
+            os.killpg(self.process.pid, signal.SIGKILL)
+        self.process.wait()
+
+    def log(self):
+        with open(self.log_file, "rb") as file:
+            return file.read().decode(errors="surrogateescape")
+
+    def await_log(self, text):
+        await_that(lambda: text in self.log() or self.process.poll() is not None, text)
+        if text not in self.log():
+            raise AssertionError(f"ended with {self.process.poll()} before {text!r}:\n{self.log()}")
+
+    def end(self):
+        """Waits for the end; the exit status."""
+        try:
+            return self.process.wait(PATIENCE)
+        except subprocess.TimeoutExpired:
+            self.kill()
+            raise
