@@ -8,6 +8,7 @@
 #include "core/SignatureCheck.h"
 #include "core/Text.h"
 
+#include <algorithm>
 #include <iostream>
 
 namespace {
@@ -44,7 +45,7 @@ ExitStatus Batch::run() {
     }
     const std::vector<std::string> objections = takeIn(receiver_, options_.paths, workSet_);
     for (const std::string& objection : objections)
-        surroundings_.err << "kelpmoray-batch: " << objection << '\n';
+        surroundings_.err << "kelpmoray-batch: " << shown(objection) << '\n';
     if (workSet_.count() == 0)
         return ExitStatus::NothingToDo;
     if (!options_.doNotCodesign)
@@ -92,7 +93,7 @@ bool Batch::processAll() {
     using Confirmation::Answer;
     for (const std::string& entry : workSet_.allObjects()) {
         const Answer answer = options_.processAll ? Answer::Process
-                                                  : ask(entry, options_.doNotCodesign,
+                                                  : ask(shown(entry), options_.doNotCodesign,
                                                         surroundings_.in, surroundings_.out);
         if (answer == Answer::Stop)
             return false;
@@ -107,14 +108,15 @@ bool Batch::processAll() {
 
 void Batch::process(const std::string& entry) {
     if (!isDirectory(entry)) {
-        surroundings_.err << "kelpmoray-batch: " << entry << ": it is no longer there\n";
+        surroundings_.err << "kelpmoray-batch: " << shown(entry) << ": it is no longer there\n";
         ++failed_;
         return;
     }
     const std::size_t before = packed_ + failed_;
     processEntry(receiver_, surroundings_.bundle, outside(), entry);
     if (packed_ + failed_ == before) {
-        surroundings_.err << "kelpmoray-batch: " << entry << ": its packages are no longer there\n";
+        surroundings_.err << "kelpmoray-batch: " << shown(entry)
+                          << ": its packages are no longer there\n";
         ++failed_;
     }
 }
@@ -138,7 +140,8 @@ ProcessingOutside Batch::outside() {
 
 bool Batch::isValid(const std::string& package) {
     if (const auto objection = objectionToName(package)) {
-        surroundings_.out << lastPathComponent(package) << ": FAILED: " << *objection << std::endl;
+        surroundings_.out << shown(lastPathComponent(package)) << ": FAILED: " << *objection
+                          << std::endl;
         ++failed_;
         return false;
     }
@@ -162,11 +165,11 @@ void Batch::report(const std::string& package, const std::vector<ScriptRun>& run
             quoteOutput(run);
         }
     }
-    surroundings_.out << lastPathComponent(package) << ": ";
+    surroundings_.out << shown(lastPathComponent(package)) << ": ";
     if (!failure.empty())
-        surroundings_.out << "FAILED: " << failure << (archive.empty() ? "" : "; ");
+        surroundings_.out << "FAILED: " << shown(failure) << (archive.empty() ? "" : "; ");
     if (!archive.empty())
-        surroundings_.out << "packed as " << archive << " (" << signature << ')';
+        surroundings_.out << "packed as " << shown(archive) << " (" << signature << ')';
     surroundings_.out << std::endl;
     ++(failure.empty() ? packed_ : failed_);
 }
@@ -176,12 +179,19 @@ void Batch::quoteOutput(const ScriptRun& run) {
     std::vector<std::string_view> lines = split(trimmed(output), "\n");
     lines.pop_back(); // tells the outcome, which is reported anyway
     for (std::string_view line : lines)
-        surroundings_.err << "    " << line << '\n';
+        surroundings_.err << "    " << shown(std::string(line)) << '\n';
 }
 
 void Batch::showProgress(const std::string& text) {
     if (surroundings_.outIsTerminal)
-        surroundings_.out << "\r\033[K" << text << std::flush;
+        surroundings_.out << "\r\033[K" << shown(text) << std::flush;
+}
+
+std::string Batch::shown(std::string text) const {
+    if (surroundings_.outIsTerminal)
+        std::ranges::replace_if(
+            text, [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }, '?');
+    return text;
 }
 
 void Batch::summarize() {

@@ -4,8 +4,11 @@
 The command lines in which names stand are not escaped, so the shell reads some names; the list below
 says exactly what comes of each. KELPMORAY_BUILD names the build (build/dev).
 """
+import contextlib
 import os
+import pty
 import re
+import subprocess
 import unittest
 
 from desktop import Desktop, Window
@@ -120,6 +123,31 @@ class Terminal(Names):
                         self.assertEqual(status, 1, said)
                         self.assertIn("FAILED: " + answer, said)
                         self.assertEqual(made, set())
+
+
+    def test_a_terminal_is_given_no_control_characters(self):
+        package = self.make(b"red\x1b[31m\rGood\x7f.app")
+        control, terminal = pty.openpty()
+        said = b""
+        with os.fdopen(control, "rb", buffering=0) as shown:
+            with os.fdopen(terminal, "wb") as seen:
+                status = subprocess.run([self.programs.batch, package], input=b"p\n", stdout=seen,
+                                        stderr=seen, check=False).returncode
+            # Once all is read there is an error instead of an end.
+            with contextlib.suppress(OSError):
+                while piece := shown.read(10_000):
+                    said += piece
+        self.assertEqual(status, 0, said)
+        self.assertIn(b"red?[31m?Good?.app: packed as ", said)
+        self.assertNotIn(b"\x1b[31m", said)
+        self.assert_packed(package)
+
+    def test_two_packages_with_one_archive(self):
+        self.make(b"X.APP")
+        last = make_package(os.path.join(self.here, b"X.app"), files={"last": "of both"})
+        status, said = run([self.programs.batch, "--process-all", self.here])
+        self.assertEqual((status, said.count("packed as ")), (0, 2), said)
+        self.assert_packed(last)
 
 
 class InTheWindow(Names):
