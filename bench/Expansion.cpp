@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include <stdlib.h>
+#include <unistd.h>
 
 namespace {
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include <stdlib.h>
+#include <unistd.h>
 
 /// A folder of a test's own, whose name has a blank unless another is asked for; gone with all that
 /// is in it at the end.
