@@ -45,8 +45,14 @@ bool OpenRequests::handOver(const LocationList& locations) {
 }
 
 void OpenRequests::release() {
-    if (auto bus = sessionBus())
-        bus->unregisterService(QString::fromStdString(identifier_));
+    const auto bus = sessionBus();
+    if (!bus)
+        return;
+    // unregisterService() would wait for a bus that has stopped for 25 seconds.
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "ReleaseName");
+    call << QString::fromStdString(identifier_);
+    bus->call(call, QDBus::Block, patience);
 }
 
 QDBusMessage OpenRequests::request(const LocationList& locations) const {

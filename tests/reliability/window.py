@@ -54,6 +54,21 @@ class Bus(Faults):
                 self.desktop.answer()
                 self.assert_packed(window, "A", "B")
 
+    def test_it_is_stopped(self):
+        """From the start, or while the sheet stands."""
+        self.desktop.bus.send_signal(signal.SIGSTOP)
+        window = self.start()
+        self.desktop.answer()
+        self.assert_packed(window, "A", "B")
+        self.assertIn("the session bus does not answer, this run goes on without it", window.log())
+        self.desktop.bus.send_signal(signal.SIGCONT)
+        window = self.start()
+        self.desktop.await_sheet()
+        self.desktop.bus.send_signal(signal.SIGSTOP)
+        self.desktop.answer()
+        self.assertEqual(window.process.wait(15), 0)
+        self.assert_packed(window, "A", "B")
+
     def test_it_dies(self):
         window = self.start()
         self.desktop.await_sheet()
