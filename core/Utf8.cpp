@@ -47,6 +47,8 @@ std::optional<std::u32string> decodedUtf8(std::string_view bytes) {
 
 void appendUtf8(std::string& bytes, char32_t character) {
     const auto append = [&](char32_t byte) { bytes += static_cast<char>(byte); };
+    if (character >= 0xD800 && character <= 0xDFFF)
+        character = 0xFFFD;
     if (character < 0x80) {
         append(character);
         return;

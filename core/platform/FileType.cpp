@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -38,7 +39,9 @@ bool isMountPoint(const std::string& path) {
 /// Whether the package laid out around `infoFile` is an application whose executable is there.
 bool isApplication(const std::string& infoFile, const std::string& executables,
                    const std::string& defaultName) {
-    if (!isRegularFile(infoFile))
+    constexpr std::uintmax_t longestInfo = 16U << 20U;
+    std::error_code error;
+    if (!isRegularFile(infoFile) || std::filesystem::file_size(infoFile, error) > longestInfo)
         return false;
     std::ifstream file(infoFile, std::ios::binary);
     const std::string bytes((std::istreambuf_iterator<char>(file)),

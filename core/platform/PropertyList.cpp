@@ -30,9 +30,11 @@ std::optional<char32_t> characterOfEntity(std::string_view entity) {
 }
 
 std::string withoutEntities(std::string_view text) {
+    constexpr std::size_t longestEntity = 16;
     std::string result;
     while (!text.empty()) {
-        const std::size_t end = text.front() == '&' ? text.find(';') : std::string_view::npos;
+        const std::size_t end =
+            text.front() == '&' ? text.substr(0, longestEntity).find(';') : std::string_view::npos;
         if (end != std::string_view::npos) {
             if (const auto character = characterOfEntity(text.substr(1, end - 1))) {
                 appendUtf8(result, *character);
@@ -103,13 +105,14 @@ public:
 
     [[nodiscard]] Strings strings() const {
         Strings result;
+        // Objects may overlap: without a limit the work would grow with the square of the size.
+        std::uint64_t charactersLeft = 16 * bytes_.size();
         const std::optional<Extent> top = extentOf(number(trailer() + 16, 8));
         if (!top || top->kind != dictionary)
             return result;
         for (std::uint64_t i = 0; i < top->count; ++i) {
-            const auto key = string(number(top->start + i * referenceSize(), referenceSize()));
-            const auto value =
-                string(number(top->start + (top->count + i) * referenceSize(), referenceSize()));
+            const auto key = string(element(*top, i), charactersLeft);
+            const auto value = string(element(*top, top->count + i), charactersLeft);
             if (key && value)
                 result[*key] = *value;
         }
@@ -160,18 +163,27 @@ private:
         return extent;
     }
 
-    [[nodiscard]] std::optional<std::string> string(std::uint64_t object) const {
+    [[nodiscard]] std::uint64_t element(const Extent& collection, std::uint64_t index) const {
+        return number(collection.start + index * referenceSize(), referenceSize());
+    }
+
+    [[nodiscard]] std::optional<std::string> string(std::uint64_t object,
+                                                    std::uint64_t& charactersLeft) const {
         const std::optional<Extent> extent = extentOf(object);
-        if (!extent || (extent->kind != asciiString && extent->kind != utf16String))
+        if (!extent || (extent->kind != asciiString && extent->kind != utf16String) ||
+            extent->count > charactersLeft)
             return std::nullopt;
+        charactersLeft -= extent->count;
         const std::uint64_t width = extent->kind == asciiString ? 1 : 2;
         std::string text;
         for (std::uint64_t i = 0; i < extent->count; ++i) {
             const std::uint64_t unit = number(extent->start + i * width, width);
             if (unit > 0xFFFF)
                 return std::nullopt;
-            const bool isPair = (unit & 0xFC00U) == 0xD800U && i + 1 < extent->count;
-            const std::uint64_t low = isPair ? number(extent->start + ++i * width, width) : 0;
+            const bool isHigh = (unit & 0xFC00U) == 0xD800U && i + 1 < extent->count;
+            const std::uint64_t low = isHigh ? number(extent->start + (i + 1) * width, width) : 0;
+            const bool isPair = (low & ~0x3FFULL) == 0xDC00U;
+            i += isPair ? 1 : 0;
             appendUtf8(text,
                        static_cast<char32_t>(
                            isPair ? 0x10000 + ((unit & 0x3FFU) << 10U) + (low & 0x3FFU) : unit));

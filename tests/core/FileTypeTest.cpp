@@ -77,6 +77,31 @@ TEST(PropertyList, SurvivesEveryBrokenByteOfTheBinaryForm) {
     EXPECT_GE(read, (whole.size() - 8) * 5) << "all but those whose first bytes are broken";
 }
 
+TEST(PropertyList, ReplacesHalvesOfCharacters) {
+    std::string bytes = binaryPropertyList();
+    bytes.replace(bytes.find("\xD8\x3D"), 4, std::string("\xD8\x3D\x00\x41", 4));
+    EXPECT_THAT(propertyListStrings(bytes), Optional(testing::Contains(Pair("U", "ü\uFFFDA"))));
+}
+
+/// Were the work more than a small multiple of the size, the test would not end in time.
+TEST(PropertyList, IsReadInTimeEvenIfMadeToTakeLong) {
+    // A dictionary whose keys and values are all the same long string.
+    constexpr std::size_t size = 1U << 16U;
+    const std::string length("\x12\x00\x01\x00\x00", 5);
+    std::string bytes = "bplist00\xDF" + length + std::string(2 * size, '\1') + "\x5F" + length +
+                        std::string(size, 'x');
+    const std::string offsets("\x00\x00\x00\x08\x00\x02\x00\x0E", 8);
+    const std::string tableOffset("\x00\x03\x00\x14", 4);
+    bytes += offsets + std::string(6, '\0') + "\4\1" + std::string(7, '\0') + '\2' +
+             std::string(12, '\0') + tableOffset;
+    EXPECT_THAT(
+        propertyListStrings(bytes),
+        Optional(UnorderedElementsAre(Pair(std::string(size, 'x'), testing::SizeIs(size)))));
+    const std::string signs(64 * size, '&');
+    EXPECT_THAT(propertyListStrings(plist("<key>A</key><string>" + signs + "</string>")),
+                Optional(UnorderedElementsAre(Pair("A", signs))));
+}
+
 #ifndef __APPLE__ // where the system decides what is well formed
 TEST(FileType, KnowsTheLayoutsOfAWellFormedApplication) {
     const TemporaryFolder folder;
@@ -93,6 +118,10 @@ TEST(FileType, KnowsTheLayoutsOfAWellFormedApplication) {
     folder.makeFile("Binary.app/Contents/Info.plist", binaryPropertyList());
     folder.makeFile("Binary.app/Contents/MacOS/run");
     EXPECT_EQ(type("Binary.app"), FileType::ApplicationBundle);
+
+    folder.makeApplication("Endless.app");
+    std::filesystem::resize_file(folder.path("Endless.app/Contents/Info.plist"), 1U << 25U);
+    EXPECT_EQ(type("Endless.app"), FileType::Package) << "no description is so long";
 
     folder.makeFolder("Pipe.app/Contents");
     mkfifo(folder.path("Pipe.app/Contents/Info.plist").c_str(), 0600);
