@@ -33,11 +33,12 @@ void BoundedText::newLine() {
 
 std::string BoundedText::take() {
     if (full_) {
-        std::size_t end = limit_ > cutMark.size() ? limit_ - cutMark.size() : 0;
+        const bool hasRoomForMark = limit_ >= cutMark.size();
+        std::size_t end = hasRoomForMark ? limit_ - cutMark.size() : 0;
         while (end > 0 && isContinuationByte(text_[end]))
             --end;
         text_.resize(end);
-        text_.append(cutMark.substr(0, limit_));
+        text_.append(hasRoomForMark ? cutMark : "");
     }
     return std::move(text_);
 }

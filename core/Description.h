@@ -27,7 +27,7 @@ public:
     /// True once something has been dropped.
     [[nodiscard]] bool full() const { return full_; }
     /// The text; when something was dropped it ends in a mark, still within the limit and never in
-    /// the middle of a character.
+    /// the middle of a character. Empty then, if the limit has no room for the mark.
     [[nodiscard]] std::string take();
 
 private:
