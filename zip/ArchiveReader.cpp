@@ -15,6 +15,7 @@ constexpr std::size_t zip64LocatorSize = 20;
 constexpr std::size_t zip64RecordSize = 56;
 constexpr std::size_t localHeaderSize = 30;
 constexpr std::uint16_t madeByUnix = 3 << 8 | 45;
+constexpr std::uint16_t nameIsUtf8 = 1 << 11;
 
 /// Takes numbers from bytes one after the other; past the end they are 0 and failed() is true.
 class Fields {
@@ -106,8 +107,10 @@ std::optional<ArchivedEntry> takeCentralDirectoryHeader(Fields& fields) {
     entry.name = textOf(fields.takeBytes(nameSize));
     const Bytes extra = fields.takeBytes(extraSize);
     const std::uint16_t dosExpected = entry.name.ends_with('/') ? 0x10 : 0;
-    if (fields.failed() || commentSize != 0 || disk != 0 || internalAttributes != 0 ||
-        dosAttributes != dosExpected || !takeExtraFields(extra, entry))
+    // Any other flag says that the data is encrypted or stands elsewhere.
+    const bool hasOddFlags = (entry.flags & ~nameIsUtf8) != 0;
+    if (fields.failed() || hasOddFlags || commentSize != 0 || disk != 0 ||
+        internalAttributes != 0 || dosAttributes != dosExpected || !takeExtraFields(extra, entry))
         return std::nullopt;
     return entry;
 }
