@@ -6,8 +6,6 @@
 #include "core/Text.h"
 
 #include <algorithm>
-#include <optional>
-#include <vector>
 
 namespace {
 
@@ -27,7 +25,7 @@ bool isInspected(const Receiver& receiver, const std::string& path) {
     return true;
 }
 
-/// Who signed the package, the leaf certificate first; none if it is not signed.
+/// None if the package is not signed.
 std::optional<std::vector<std::string>> signingAuthorities(const std::string& path) {
     const std::string command =
         format("/usr/bin/codesign -dv --verbose=4 \"%@\" 2>&1 |awk '/^Authority=/ "
@@ -35,15 +33,28 @@ std::optional<std::vector<std::string>> signingAuthorities(const std::string& pa
                standardizedPath(path));
     logEvent("cmd = %@", command);
     std::optional<std::vector<std::string>> lines;
-    if (const auto output = VornNSStringAdditions::outputWhenRunAsShellCommand(command)) {
-        const auto pieces = split(trimmed(*output), "\n");
-        lines.emplace(pieces.begin(), pieces.end());
-    }
+    if (const auto output = VornNSStringAdditions::outputWhenRunAsShellCommand(command))
+        lines = authoritiesIn(*output);
     logEvent("this item was signed with:\n%@", lines);
     return lines;
 }
 
 } // namespace
+
+std::vector<std::string> authoritiesIn(std::string_view output) {
+    const auto lines = split(trimmed(output), "\n");
+    return {lines.begin(), lines.end()};
+}
+
+std::optional<std::string> knownAuthority(const std::vector<std::string>& authorities,
+                                          const std::function<IdentityList()>& identities) {
+    for (const std::string& authority : authorities) {
+        const IdentityList list = identities();
+        if (std::ranges::find(list, authority, &IdentityRecord::displaystring) != list.end())
+            return authority;
+    }
+    return std::nullopt;
+}
 
 bool isValidItemToSign(const Receiver& receiver, const std::string& path, bool doNotCodesign,
                        const std::function<IdentityList()>& identities) {
@@ -56,12 +67,8 @@ bool isValidItemToSign(const Receiver& receiver, const std::string& path, bool d
     const auto authorities = signingAuthorities(path);
     if (!authorities)
         return true;
-    const auto found = std::ranges::find_if(*authorities, [&](const std::string& authority) {
-        const IdentityList list = identities();
-        return std::ranges::find(list, authority, &IdentityRecord::displaystring) != list.end();
-    });
-    const bool wasFound = found != authorities->end();
-    logEvent("%@-%@...%@ object = [%@]....", receiver, methodName,
-             wasFound ? "FOUND" : "DID NOT FIND", wasFound ? *found : "nothing");
+    const auto found = knownAuthority(*authorities, identities);
+    logEvent("%@-%@...%@ object = [%@]....", receiver, methodName, found ? "FOUND" : "DID NOT FIND",
+             found.value_or("nothing"));
     return true;
 }
