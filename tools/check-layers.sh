@@ -15,7 +15,7 @@ forbid() {
         fi
     done
 }
-forbid '#include *[<"]Q' core zip batch tests/core tests/zip tests/batch
+forbid '#include *[<"]Q' core zip batch tests/core tests/zip tests/batch tests/fuzz
 forbid '#(include|import) *<(AppKit|Cocoa|Foundation)/' core zip batch
 forbid '#include *"(app|batch|zip)/' core tests/core
 forbid '#include *"(app|batch|core)/' zip tests/zip
