@@ -7,14 +7,14 @@ set -eu
 here=$(CDPATH='' cd -- "$(dirname "$0")" && pwd)
 
 "$here/tools/install-packages.sh"
-echo "Building (the log is build/run.log)"
-log=$here/build/run.log
 mkdir -p "$here/build"
-(cd "$here" && cmake --preset release -DKELPMORAY_TESTS=OFF -DKELPMORAY_BENCH=OFF &&
-    cmake --build --preset release) >"$log" 2>&1 || {
+log=$here/build/run.log
+(cd "$here" && cmake --preset release -DKELPMORAY_TESTS=OFF -DKELPMORAY_BENCH=OFF) >"$log" 2>&1 || {
     cat "$log"
     exit 1
 }
+echo "Building; that takes a minute or two the first time"
+(cd "$here" && cmake --build --preset release) >&2
 
 case "$(uname)" in
 Darwin) bin=$here/build/release/Kelpmoray.app/Contents/MacOS ;;

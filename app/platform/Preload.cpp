@@ -1,15 +1,15 @@
 #include "app/platform/Preload.h"
 
+#ifdef KELPMORAY_FONTCONFIG
+
 #include <QApplication>
 #include <QFontMetrics>
 #include <QProxyStyle>
 #include <QThreadPool>
 
-#ifdef KELPMORAY_FONTCONFIG
 #include <thread>
 
 #include <fontconfig/fontconfig.h>
-#endif
 
 namespace {
 
@@ -27,9 +27,7 @@ public:
 } // namespace
 
 void Preload::fontConfiguration() {
-#ifdef KELPMORAY_FONTCONFIG
     std::thread([] { FcInit(); }).detach();
-#endif
 }
 
 void Preload::fontsAndStyle() {
@@ -37,3 +35,11 @@ void Preload::fontsAndStyle() {
         [font = QApplication::font()] { QFontMetrics(font).horizontalAdvance(QChar(u'x')); });
     QApplication::setStyle(new WithoutExtensionIcon);
 }
+
+#else
+
+void Preload::fontConfiguration() {}
+
+void Preload::fontsAndStyle() {}
+
+#endif

@@ -1,11 +1,12 @@
 #pragma once
 
 /// Shortens the way to the first painted window: what it waits for longest is done beside other
-/// work. Nothing but speed depends on it.
+/// work. Nothing but speed depends on it; where fonts are not configured by fontconfig it does
+/// nothing.
 namespace Preload {
 
 /// Reads the font configuration on a thread of its own, while the application connects to the
-/// display. The first call in main(). Does nothing where fonts are not configured by fontconfig.
+/// display. To be called in main() before the QApplication is made.
 void fontConfiguration();
 
 /// Loads the desktop's font beside the building of the window, and spares its menu bar the icon of
