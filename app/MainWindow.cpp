@@ -41,17 +41,11 @@ QIcon spinnerIcon(const QPalette& palette, int size, qreal pixelRatio) {
 } // namespace
 
 MainWindow::MainWindow(const ViewController::Surroundings& surroundings, AppDelegate& delegate)
-    : surroundings_(surroundings), ui_(std::make_unique<Ui::MainWindow>()),
+    : surroundings_(surroundings), delegate_(delegate), ui_(std::make_unique<Ui::MainWindow>()),
       controller_(surroundings), help_(surroundings.bundle) {
-    ui_->setupUi(this);
-    connectOutlets(delegate);
-    bindControls();
-    connectActions();
-    ui_->applicationIcon->setFixedHeight(applicationIconSize);
-    QFont larger = ui_->invitation->font();
-    larger.setPointSizeF(QFontInfo(larger).pointSizeF() * 1.25);
-    ui_->invitation->setFont(larger);
-    showProperties();
+    setWindowTitle(tr("Kelpmoray"));
+    setMinimumSize(420, 300);
+    resize(520, 400);
 }
 
 MainWindow::~MainWindow() = default;
@@ -60,8 +54,7 @@ void MainWindow::load() {
     if (loaded_)
         return;
     loaded_ = true;
-    setWindowIcon(applicationIcon());
-    drawIcons();
+    fill();
     repaint(); // the identity tool takes its time
     bindIdentities();
     controller_.viewDidLoad();
@@ -69,12 +62,28 @@ void MainWindow::load() {
     controller_.awakeFromNib();
 }
 
-void MainWindow::connectOutlets(AppDelegate& delegate) {
+void MainWindow::fill() {
+    ui_->setupUi(this);
+    connectOutlets();
+    bindControls();
+    connectActions();
+    setWindowIcon(applicationIcon());
+    drawIcons();
+    QFont larger = ui_->invitation->font();
+    larger.setPointSizeF(QFontInfo(larger).pointSizeF() * 1.25);
+    ui_->invitation->setFont(larger);
+    showProperties();
+    // What is added to a window that is seen would be shown one turn later only.
+    for (QWidget* part : {static_cast<QWidget*>(ui_->menus), ui_->view})
+        part->show();
+}
+
+void MainWindow::connectOutlets() {
     controller_.setView(ui_->view);
     controller_.setIbDragDropView(ui_->dragDropView);
     controller_.setIbListOfIdentities(&identities_);
-    ui_->dragDropView->setDelegate(&delegate);
-    delegate.setFMainViewController(&controller_);
+    ui_->dragDropView->setDelegate(&delegate_);
+    delegate_.setFMainViewController(&controller_);
 }
 
 void MainWindow::bindIdentities() {

@@ -17,15 +17,16 @@ class MainWindow;
 /// The one window: loads the interface description, connects its outlets and actions to the
 /// controllers, and shows their properties. Main thread.
 ///
-/// The controllers wake once the window has been painted, since they wait for the identity tool: a
-/// person sees the window before that.
+/// It stands empty at first. What is in it needs the desktop's fonts, which may take a while to
+/// load, and comes when the window has been painted; then the controllers wake, which wait for the
+/// identity tool.
 class MainWindow : public QMainWindow {
     Q_OBJECT
 public:
     MainWindow(const ViewController::Surroundings& surroundings, AppDelegate& delegate);
     ~MainWindow() override;
 
-    /// Wakes the controllers now, unless they are awake.
+    /// Fills the window and wakes the controllers now, unless that is done.
     void load();
     [[nodiscard]] ViewController& controller() { return controller_; }
 
@@ -35,7 +36,8 @@ protected:
     void changeEvent(QEvent* event) override;
 
 private:
-    void connectOutlets(AppDelegate& delegate);
+    void fill();
+    void connectOutlets();
     void connectActions();
     void bindControls();
     void bindIdentities();
@@ -43,6 +45,7 @@ private:
     void drawIcons();
 
     ViewController::Surroundings surroundings_;
+    AppDelegate& delegate_;
     std::unique_ptr<Ui::MainWindow> ui_;
     ArrayController identities_;
     ViewController controller_;

@@ -1,6 +1,5 @@
 #include "app/Application.h"
 #include "app/platform/FileUris.h"
-#include "app/platform/Preload.h"
 #include "app/platform/ProcessEnd.h"
 #include "core/Path.h"
 #include "core/platform/StandardStreams.h"
@@ -76,11 +75,9 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
     // Where HOME is not set the toolkit would keep the settings in the root folder.
     setenv("HOME", homeFolder().c_str(), 1);
-    Preload::fontConfiguration();
     qInstallMessageHandler(sayThatThereIsNoDisplay);
     const QApplication toolkit(argc, argv); // takes its own options out of the arguments
     qInstallMessageHandler(nullptr);
-    Preload::fontsAndStyle();
     QApplication::setApplicationName("kelpmoray");
     QApplication::setApplicationDisplayName("Kelpmoray");
     const LocationList locations = locationsIn(argc, argv);

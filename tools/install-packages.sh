@@ -16,7 +16,7 @@ if [ "$(uname)" = Darwin ] && command -v brew >/dev/null 2>&1; then
     exec brew install $missing
 fi
 
-packages="g++ cmake ninja-build zip libdeflate-dev qt6-base-dev libfontconfig-dev fonts-dejavu-core"
+packages="g++ cmake ninja-build zip libdeflate-dev qt6-base-dev fonts-dejavu-core"
 if [ "${1:-}" = --test ]; then
     packages="$packages libgtest-dev libgmock-dev clang-format-14 shellcheck unzip python3 git"
     packages="$packages p7zip-full libarchive-tools xvfb openbox xdotool dbus-daemon mount"
