@@ -1,4 +1,5 @@
-// A window from which the folders on its command line can be dragged.
+// A window from which the folders on its command line can be dragged; its log says when a drop
+// would be taken and what became of it.
 
 #include <QApplication>
 #include <QDrag>
@@ -19,7 +20,11 @@ protected:
         locations->setUrls(urls);
         auto* drag = new QDrag(this);
         drag->setMimeData(locations);
-        drag->exec(Qt::CopyAction | Qt::MoveAction);
+        connect(drag, &QDrag::actionChanged, drag, [](Qt::DropAction action) {
+            qInfo("%s", action == Qt::IgnoreAction ? "not here" : "would be taken");
+        });
+        const Qt::DropAction action = drag->exec(Qt::CopyAction | Qt::MoveAction);
+        qInfo("%s", action == Qt::CopyAction ? "copied" : "not copied");
     }
 };
 

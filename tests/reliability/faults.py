@@ -9,12 +9,16 @@ import os
 import shutil
 import signal
 import subprocess
+import sys
 import unittest
 
-from support import (Reliability, SmallDisk, await_that, give, ignoring, ordinary_user, run, write)
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
+
+from programs import (ProgramTest, SmallDisk, give, ignoring, ordinary_user,  # noqa: E402
+                      run, write)
 
 
-class DisksAndPermissions(Reliability):
+class DisksAndPermissions(ProgramTest):
     """A.app meets the fault, B.app comes after it in the same folder."""
 
     def test_full_disk(self):
@@ -84,7 +88,7 @@ class DisksAndPermissions(Reliability):
                 self.assert_names(folder, "A.app", "B.app", "B.zip")
 
 
-class PackagesThatChange(Reliability):
+class PackagesThatChange(ProgramTest):
     """The packer is held in the middle of its work while something else takes place."""
 
     def packed_while(self, change):
@@ -93,10 +97,7 @@ class PackagesThatChange(Reliability):
         write(self.path("A.zip"), "older archive")
         script = subprocess.Popen([self.programs.script, self.path("A.app")], text=True,
                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-        unfinished = await_that(lambda: glob.glob(self.path(".kelpmoray-*.zip.tmp")), "the packer")[0]
-        packer = int(unfinished.split("-")[-1].split(".")[0])
-        os.kill(packer, signal.SIGSTOP)
-        self.assertTrue(os.path.exists(unfinished), "it was too quick")
+        packer = self.hold_packer(self.folder)
         change(packer)
         os.kill(packer, signal.SIGCONT)
         said, _ = script.communicate()
@@ -162,7 +163,7 @@ class PackagesThatChange(Reliability):
         self.assert_names(self.folder, "A.app", "A.zip", "C.app", "C.zip")
 
 
-class ScriptsThatMisbehave(Reliability):
+class ScriptsThatMisbehave(ProgramTest):
     def test_each_kind_leaves_the_next_package_alone(self):
         """Z.app comes last and is packed whatever the scripts of the others do."""
         kinds = {
@@ -206,7 +207,7 @@ class ScriptsThatMisbehave(Reliability):
         self.assert_names(self.folder, "A.app")
 
 
-class Surroundings(Reliability):
+class Surroundings(ProgramTest):
     """What whoever starts the program has left missing or broken."""
 
     def setUp(self):

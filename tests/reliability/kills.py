@@ -10,9 +10,12 @@ import random
 import signal
 import subprocess
 import time
+import sys
 import unittest
 
-from support import PATIENCE, Reliability, adopt_orphans, in_archive, make_package, on_disk
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
+
+from programs import PATIENCE, ProgramTest, adopt_orphans, in_archive, make_package, on_disk  # noqa: E402
 
 MOMENTS = int(os.environ.get("KELPMORAY_KILLS", "200"))
 SEED = int(os.environ.get("KELPMORAY_SEED", str(time.time_ns() % 1_000_000)))
@@ -23,7 +26,7 @@ def children(process):
         return [int(child) for child in file.read().split()]
 
 
-class Kills(Reliability):
+class Kills(ProgramTest):
     """A package of which an archive already stands; its content is another one in each run."""
 
     def setUp(self):

@@ -9,10 +9,13 @@ import os
 import pty
 import re
 import subprocess
+import sys
 import unittest
 
-from desktop import Desktop, Window
-from support import Reliability, await_that, make_package, on_disk, in_archive, run
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
+
+from desktop import Desktop, Window  # noqa: E402
+from programs import ProgramTest, await_that, make_package, on_disk, in_archive, run  # noqa: E402
 
 PACKED = "packed"
 SHELL = "its path holds a quote, a dollar sign, a back quote, a backslash or a line break"
@@ -62,7 +65,7 @@ def in_bytes(text):
     return os.fsencode(text)
 
 
-class Names(Reliability):
+class Names(ProgramTest):
     def setUp(self):
         super().setUp()
         self.here = in_bytes(self.path("here"))

@@ -6,16 +6,19 @@ Needs Xvfb, openbox, xdotool and dbus-daemon. KELPMORAY_BUILD names the build (b
 import os
 import signal
 import subprocess
+import sys
 import unittest
 
-from desktop import Desktop, Window
-from support import (Reliability, SmallDisk, await_that, give, ignoring, ordinary_user, write)
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
+
+from desktop import Desktop, Window  # noqa: E402
+from programs import (ProgramTest, SmallDisk, await_that, give, ignoring, ordinary_user, write)  # noqa: E402
 
 SETTINGS = ".config/com.quenbark.kelpmoray.ini"
 TICK_THE_BOX = ("Tab", "space", "alt+p")
 
 
-class Faults(Reliability):
+class Faults(ProgramTest):
     """Two packages in a folder; whatever happens, both are packed unless the test says otherwise."""
 
     def setUp(self):

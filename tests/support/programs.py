@@ -1,10 +1,12 @@
-"""What these tests share: a copy of the built programs, packages, archives, other users, a small disk."""
+"""What tests of whole programs share: a copy of the programs, packages, archives, users, a small disk."""
 import contextlib
 import ctypes
+import glob
 import os
 import shutil
 import signal
 import stat
+import struct
 import subprocess
 import tempfile
 import time
@@ -82,17 +84,12 @@ class Installation:
             os.rename(real, self.script)
 
 
-class Reliability(unittest.TestCase):
-    """A folder of the test's own, with a blank in its name, and the programs."""
+class FolderTest(unittest.TestCase):
+    """A folder of the test's own, with a blank in its name."""
     maxDiff = None
 
-    @classmethod
-    def setUpClass(cls):
-        cls.programs = Installation()
-        cls.addClassCleanup(cls.programs.remove)
-
     def setUp(self):
-        self.folder = tempfile.mkdtemp(prefix="kelpmoray faults ", dir=SCRATCH)
+        self.folder = os.path.realpath(tempfile.mkdtemp(prefix="kelpmoray test ", dir=SCRATCH))
         os.chmod(self.folder, 0o755)
         self.addCleanup(self.remove_folder)
 
@@ -107,6 +104,21 @@ class Reliability(unittest.TestCase):
     def package(self, name, **contents):
         return make_package(self.path(name), **contents)
 
+    def assert_whole(self, archive, package):
+        self.assertEqual(in_archive(archive), on_disk(package))
+
+    def assert_names(self, folder, *names):
+        self.assertEqual(sorted(os.listdir(folder)), sorted(names))
+
+
+class ProgramTest(FolderTest):
+    """The folder, and the programs."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.programs = Installation()
+        cls.addClassCleanup(cls.programs.remove)
+
     def pack(self, package, **how):
         """What the packing script says about the package, and its exit status."""
         return run([self.programs.script, package], **how)
@@ -114,11 +126,14 @@ class Reliability(unittest.TestCase):
     def batch(self, *paths, options=("--process-all", "--do-not-codesign"), **how):
         return run([self.programs.batch, *options, *paths], **how)
 
-    def assert_whole(self, archive, package):
-        self.assertEqual(in_archive(archive), on_disk(package))
-
-    def assert_names(self, folder, *names):
-        self.assertEqual(sorted(os.listdir(folder)), sorted(names))
+    def hold_packer(self, folder):
+        """Stops the packer in the middle of its work in the folder; its number."""
+        pattern = os.path.join(folder, ".kelpmoray-*.zip.tmp")
+        unfinished = await_that(lambda: glob.glob(pattern), "the packer")[0]
+        packer = int(unfinished.split("-")[-1].split(".")[0])
+        os.kill(packer, signal.SIGSTOP)
+        self.assertTrue(os.path.exists(unfinished), "it was too quick")
+        return packer
 
 
 def run(command, **how):
@@ -159,27 +174,39 @@ def make_package(path, size=0, files=()):
 
 
 def on_disk(package):
-    """Modes and contents of every entry by its name in the archive, in bytes."""
+    """Mode, time of change and content of every entry by its name in the archive, in bytes."""
     package = os.fsencode(package)
     found = {}
     for folder, folders, files in os.walk(package):
         for path in [folder] + [os.path.join(folder, name) for name in folders + files]:
-            mode = os.lstat(path).st_mode
+            status = os.lstat(path)
+            mode = status.st_mode
             content = b""
             if stat.S_ISLNK(mode):
                 content = os.readlink(path)
             elif stat.S_ISREG(mode):
                 with open(path, "rb") as file:
                     content = file.read()
-            found[os.path.relpath(path, os.path.dirname(package))] = (mode, content)
+            found[os.path.relpath(path, os.path.dirname(package))] = (mode, int(status.st_mtime), content)
     return found
+
+
+def time_of_change(entry):
+    """From the field that has it in seconds."""
+    fields = entry.extra
+    while len(fields) >= 4:
+        kind, size = struct.unpack_from("<HH", fields)
+        if kind == 0x5455:
+            return struct.unpack_from("<i", fields, 5)[0]
+        fields = fields[4 + size:]
+    return None
 
 
 def in_archive(archive):
     """The same as an independent reader finds it; it checks every sum on the way."""
     with zipfile.ZipFile(archive) as zipped:
         return {info.filename.encode("utf-8" if info.flag_bits & 0x800 else "cp437").rstrip(b"/"):
-                (info.external_attr >> 16, zipped.read(info)) for info in zipped.infolist()}
+                (info.external_attr >> 16, time_of_change(info), zipped.read(info)) for info in zipped.infolist()}
 
 
 class SmallDisk:

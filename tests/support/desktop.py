@@ -1,10 +1,10 @@
-"""A desktop of a test's own: a virtual display, a window manager and a session bus, and keys."""
+"""A desktop of a test's own: a virtual display, a window manager, a session bus, and a person's hands."""
 import contextlib
 import os
 import signal
 import subprocess
 
-from support import PATIENCE, await_that
+from programs import PATIENCE, await_that
 
 SHEET = "^Process this Folder"
 
@@ -58,19 +58,40 @@ class Desktop:
                               env=self.environment, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         return done.stdout.decode().strip()
 
+    def visible_window(self, title):
+        """The number of a window with that title, empty if there is none."""
+        return self.hands("search", "--onlyvisible", "--name", title).split("\n")[0]
+
+    def await_window(self, title):
+        return await_that(lambda: self.visible_window(title), title)
+
     def visible_sheet(self):
-        """The number of its window, empty if there is none."""
-        return self.hands("search", "--onlyvisible", "--name", SHEET).split("\n")[0]
+        return self.visible_window(SHEET)
 
     def await_sheet(self):
-        return await_that(self.visible_sheet, "the sheet")
+        return self.await_window(SHEET)
+
+    def press(self, window, *keys):
+        """Presses the keys in a window that nothing blocks."""
+        self.hands("windowactivate", "--sync", window, "key", "--clearmodifiers", *keys)
 
     def answer_sheet(self, sheet, *keys):
         """Presses the keys in it, those for Process if none are given."""
-        self.hands("windowactivate", "--sync", sheet, "key", "--clearmodifiers", *(keys or ("alt+p",)))
+        self.press(sheet, *(keys or ("alt+p",)))
 
     def answer(self, *keys):
         self.answer_sheet(self.await_sheet(), *keys)
+
+    def drag(self, source, target, taken):
+        """Drags with the left button from the middle of one window to that of another, and lets go once
+        `taken` says that a drop would be taken."""
+        self.hands("windowactivate", "--sync", source, "mousemove", "--window", source,
+                   "--polar", "0", "0", "mousedown", "1")
+        # To and fro: what happens before the drag has begun, its target does not see.
+        await_that(lambda: self.hands("mousemove", "--window", target, "--polar", "0", "20",
+                                      "mousemove", "--window", target, "--polar", "0", "0") or taken(),
+                   "the target")
+        self.hands("mouseup", "1")
 
 
 class Window:

@@ -1,0 +1,184 @@
+#!/usr/bin/env python3
+"""The real window as a person uses it: opened, asked, answered with the keyboard, dropped on, quit.
+
+Needs Xvfb, openbox, xdotool, dbus-daemon and gdbus. KELPMORAY_BUILD names the build (build/dev).
+"""
+import os
+import pathlib
+import signal
+import sys
+import unittest
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
+
+from desktop import Desktop, Window  # noqa: E402
+from programs import BUILD, ProgramTest, await_that, run  # noqa: E402
+
+FRAMEWORK = "Contents/Frameworks/K.framework/Versions"
+TITLE = "^Kelpmoray$"
+
+
+class EndToEnd(ProgramTest):
+    """Two folders of packages, and a desktop of the test's own."""
+
+    def setUp(self):
+        super().setUp()
+        for name in ("three/One.app", "three/Two ü.app", "three/-Three.app", "more/Four.app"):
+            package = self.package(name, files={FRAMEWORK + "/A/K": "k"})
+            os.symlink("A", os.path.join(package, FRAMEWORK, "Current"))
+        self.desktop = Desktop(self.path("home"))
+        self.addCleanup(self.desktop.close)
+
+    def start(self, *folders, log="log"):
+        window = Window(self.desktop, [self.programs.window, *map(self.path, folders)], self.path(log))
+        self.addCleanup(window.kill)
+        return window
+
+    def launch(self, *folders):
+        """Starts the program and awaits its window."""
+        self.program = self.start(*folders)
+        self.window = self.desktop.await_window(TITLE)
+
+    def await_no_sheet(self):
+        await_that(lambda: not self.desktop.visible_sheet(), "the end of the sheet")
+
+    def assert_ends(self):
+        self.assertEqual(self.program.end(), 0, self.program.log())
+
+    def assert_packed(self, *names):
+        for name in names:
+            self.assert_whole(self.path(name + ".zip"), self.path(name + ".app"))
+
+    def assert_untouched(self, folder):
+        self.assertEqual([name for name in os.listdir(self.path(folder)) if not name.endswith(".app")], [])
+
+    def opened(self):
+        """The folders that were shown."""
+        if not os.path.exists(self.desktop.opened):
+            return []
+        with open(self.desktop.opened, encoding="utf-8") as opened:
+            return opened.read().splitlines()
+
+    def await_opened(self, *folders):
+        """A folder is shown by a command that goes on when the program ends."""
+        await_that(lambda: len(self.opened()) >= len(folders), "the folders to be shown")
+        self.assertEqual(self.opened(), [self.path(folder) for folder in folders])
+
+
+class Asked(EndToEnd):
+    def test_processes_by_tab_and_blank_too(self):
+        self.launch("more")
+        self.desktop.answer("Tab", "Tab", "space")  # from Stop to the box, and on to Process
+        self.assert_ends()
+        self.assert_packed("more/Four")
+
+    def test_only_packs_when_the_box_is_ticked(self):
+        self.launch("more")
+        self.desktop.answer("Tab", "space", "alt+p")
+        self.assert_ends()
+        self.assert_packed("more/Four")
+        self.assertNotIn('fenwoCodesignApps.sh "', self.program.log())
+        with open(self.path("home/.config/com.quenbark.kelpmoray.ini"), encoding="utf-8") as settings:
+            self.assertIn("prefDoNotCodesign=true\n", settings.read())
+
+    def test_skips_and_quits(self):
+        self.launch("three")
+        self.desktop.answer("alt+s")
+        self.assert_ends()
+        self.assert_untouched("three")
+        self.assertEqual(self.opened(), [])
+
+    def test_stops_on_return_and_goes_on_later(self):
+        self.launch("three")
+        for key in ("Return", "Escape"):
+            self.desktop.answer(key)
+            self.await_no_sheet()
+            self.assertIsNone(self.program.process.poll())
+            self.assert_untouched("three")
+            self.desktop.press(self.window, "alt+s")
+        self.desktop.answer("alt+p")
+        self.assert_ends()
+        self.assert_packed("three/One", "three/Two ü", "three/-Three")
+
+
+class Opened(EndToEnd):
+    def test_packs_what_the_desktop_opens_and_quits(self):
+        self.launch()
+        uri = pathlib.Path(self.path("three")).as_uri()
+        status, said = run(
+            ["gdbus", "call", "--session", "--dest", "com.quenbark.kelpmoray", "--object-path",
+             "/com/quenbark/kelpmoray", "--method", "org.freedesktop.Application.Open",
+             f"['{uri}']", "{}"], env=self.desktop.environment)
+        self.assertEqual(status, 0, said)
+        self.desktop.answer("alt+p")
+        self.assert_ends()
+        self.assert_packed("three/One", "three/Two ü", "three/-Three")
+        self.await_opened("three")
+        self.assertIn('fenwoCodesignApps.sh "', self.program.log())
+
+    def test_hands_a_second_start_to_the_first(self):
+        self.launch("more")
+        self.desktop.await_sheet()
+        second = self.start("three", log="second log")
+        self.assertEqual(second.end(), 0, second.log())
+        self.desktop.answer("alt+p")
+        self.program.await_log("doRevealItem:")
+        self.assert_packed("more/Four")
+        self.desktop.answer("alt+p")
+        self.assert_ends()
+        self.assert_packed("three/One", "three/Two ü", "three/-Three")
+        self.await_opened("more", "three")
+
+    def test_takes_a_drop(self):
+        self.launch()
+        source = Window(self.desktop, [os.path.join(BUILD, "tests/endtoend/drag_source"),
+                                       self.path("more")], self.path("source log"))
+        self.addCleanup(source.kill)
+        self.desktop.drag(self.desktop.await_window("^Drag source$"), self.window,
+                          lambda: "would be taken" in source.log())
+        self.desktop.answer("alt+p")
+        self.assert_ends()
+        self.assert_packed("more/Four")
+        self.assertTrue(source.log().endswith("\ncopied\n"), source.log())
+
+
+class Quit(EndToEnd):
+    def test_leaves_the_script_its_work_and_no_half_an_archive(self):
+        self.package("big/Big.app", size=40_000_000)
+        self.package("big/Next.app")
+        self.launch("big")
+        self.desktop.answer("alt+p")
+        packer = self.hold_packer(self.path("big"))
+        self.await_no_sheet()
+        self.desktop.press(self.window, "alt+F4")
+        self.assert_ends()
+        self.assertFalse(os.path.exists(self.path("big/Big.zip")), "the packer was still at work")
+        os.kill(packer, signal.SIGCONT)
+        await_that(lambda: os.path.exists(self.path("big/Big.zip")), "the archive")
+        self.assert_packed("big/Big")
+        self.assert_names(self.path("big"), "Big.app", "Big.zip", "Next.app")
+
+    def test_makes_room_for_the_next_start_at_once(self):
+        self.launch("more")
+        self.desktop.answer("ctrl+q")
+        old = self.program
+        self.await_no_sheet()
+        self.launch("three")
+        self.desktop.answer("alt+s")
+        self.assert_ends()
+        self.assertEqual(old.end(), 0, old.log())
+        self.assert_untouched("three")
+
+
+class CommandLine(ProgramTest):
+    def test_is_answered_without_a_display(self):
+        environment = {name: value for name, value in os.environ.items()
+                       if name not in ("DISPLAY", "WAYLAND_DISPLAY")}
+        for option in ("--version", "--help"):
+            status, said = run([self.programs.window, option], env=environment)
+            self.assertEqual(status, 0, said)
+            self.assertIn("kelpmoray", said)
+
+
+if __name__ == "__main__":
+    unittest.main()
