@@ -56,6 +56,10 @@ struct Choose : WindowFixture {
     }
     void confirm() const {
         QTest::mouseClick(panel->findChild<QPushButton*>("confirm"), Qt::LeftButton);
+        closeSheet();
+    }
+    /// Stops the batch that what was chosen has started.
+    void closeSheet() const {
         settle();
         if (auto* shown = window->findChild<ConfirmationSheet*>())
             shown->close();
@@ -108,10 +112,8 @@ TEST_F(Choose, TakesAPackageAsAnItemAndAFolderAsAPlace) {
     emit list->activated(index("A"));
     ASSERT_TRUE(waitUntil([this] { return list->model()->rowCount(list->rootIndex()) == 2; }));
     emit list->activated(index("A/X.app"));
-    settle();
+    closeSheet();
     EXPECT_THAT(waiting(), ElementsAre(folder.path("A/X.app"))) << "not entered but chosen";
-    if (auto* shown = window->findChild<ConfirmationSheet*>())
-        shown->close();
 }
 
 TEST_F(Choose, TakesTheShownFolderWhenNothingIsPicked) {
@@ -130,15 +132,13 @@ TEST_F(Choose, TakesWhatTheKeyboardSelectsOnceEachInTheOrderShown) {
     list->setFocus();
     QTest::keyClick(list, Qt::Key_A, Qt::ControlModifier);
     QTest::keyClick(list, Qt::Key_Return);
-    settle();
+    closeSheet();
     std::string expected = "selected (";
     for (const char* name : {"A", "B", "c"})
         expected += "\n    \"" + FileUrl(folder.path(name), true).absoluteString() + "\",";
     EXPECT_EQ(log.count(expected + "\n    \"" +
                         FileUrl(folder.path("File.app"), false).absoluteString() + "\"\n)"),
               1);
-    if (auto* shown = window->findChild<ConfirmationSheet*>())
-        shown->close();
 }
 
 TEST_F(Choose, EntersOneFolderOnReturnAndConfirmsOnItsButton) {
@@ -148,8 +148,6 @@ TEST_F(Choose, EntersOneFolderOnReturnAndConfirmsOnItsButton) {
     auto* button = panel->findChild<QPushButton*>("confirm");
     button->setFocus();
     QTest::keyClick(button, Qt::Key_Return);
-    settle();
+    closeSheet();
     EXPECT_THAT(waiting(), ElementsAre(folder.path("A")));
-    if (auto* shown = window->findChild<ConfirmationSheet*>())
-        shown->close();
 }

@@ -10,12 +10,13 @@ import shutil
 import signal
 import subprocess
 import sys
+import tempfile
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
 
-from programs import (ProgramTest, SmallDisk, give, ignoring, ordinary_user,  # noqa: E402
-                      run, write)
+from programs import (ProgramTest, SmallDisk, give, ignoring, make_package,  # noqa: E402
+                      ordinary_user, run, write)
 
 
 class DisksAndPermissions(ProgramTest):
@@ -63,21 +64,25 @@ class DisksAndPermissions(ProgramTest):
         os.chmod(self.path("closed"), 0o555)
         status, said = self.batch(self.path("closed"), self.path("open"), **ordinary_user())
         self.assertEqual(status, 1, said)
+        self.assertIn(f"Cannot create {self.path('closed')}/.kelpmoray-", said)
         self.assertIn("Permission denied. Check the permissions or choose another folder.", said)
         self.assertIn("A.app: FAILED: ", said)
         self.assert_names(self.path("closed"), "A.app")
         self.assert_whole(self.path("open/B.zip"), self.path("open/B.app"))
 
     def test_file_that_may_not_be_read(self):
-        for packer, sentence in (("ours", "A.app/Contents/s??cret: Permission denied."),
-                                 ("zip", "zip could not pack")):
-            with self.subTest(packer=packer):
-                folder = self.path(packer)
+        for packer, closed, sentence in (
+                ("ours", "", "A.app/Contents/s??cret: Permission denied."),
+                ("ours", "/in", "A.app/Contents/s??cret/: Permission denied."),
+                ("zip", "", "zip could not pack")):
+            with self.subTest(packer=packer, closed=closed):
+                folder = tempfile.mkdtemp(dir=self.folder)
                 secret = os.path.join(folder, "A.app/Contents", os.fsdecode(b"s\xff\xfecret"))
-                self.package(packer + "/A.app")
-                self.package(packer + "/B.app")
-                os.chmod(write(secret, "secret"), 0)
+                make_package(folder + "/A.app")
+                make_package(folder + "/B.app")
+                write(secret + closed, "secret")
                 give(self.folder)
+                os.chmod(secret, 0)
                 if packer == "zip":
                     os.rename(self.programs.packer, self.programs.packer + ".away")
                     self.addCleanup(os.rename, self.programs.packer + ".away", self.programs.packer)

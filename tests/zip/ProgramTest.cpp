@@ -128,7 +128,7 @@ TEST_F(Program, makes_reproducible_archives_of_the_same_content) {
         fs::remove_all(folder_ / "A.app");
         writeFile(folder_ / "A.app/file", "1");
         EXPECT_EQ(run("--verify --reproducible A.zip A.app", before).status, 0);
-        return readFile(folder_ / "A.zip");
+        return contentOf(folder_ / "A.zip");
     };
     const std::string first = archiveOf("TZ=XYZ-5");
     EXPECT_TRUE(archiveOf("TZ=XYZ+7") == first);

@@ -3,7 +3,6 @@
 #include <array>
 #include <cstdio>
 #include <fstream>
-#include <iterator>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -13,29 +12,6 @@
 #include <unistd.h>
 
 namespace fs = std::filesystem;
-
-TemporaryFolder::TemporaryFolder() {
-    std::string pattern = fs::temp_directory_path() / "kelpmoray zip.XXXXXX";
-    EXPECT_NE(::mkdtemp(pattern.data()), nullptr);
-    path_ = pattern;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-    std::error_code code;
-    fs::remove_all(path_, code);
-    EXPECT_FALSE(code) << code.message();
-}
-
-WithoutPrivileges::WithoutPrivileges() : user_(::geteuid()) {
-    constexpr uid_t nobody = 65534;
-    if (user_ == 0) {
-        EXPECT_EQ(::seteuid(nobody), 0);
-    }
-}
-
-WithoutPrivileges::~WithoutPrivileges() {
-    EXPECT_EQ(::seteuid(user_), 0);
-}
 
 ShellResult runInShell(const std::string& command) {
     ShellResult result;
@@ -67,12 +43,7 @@ void writeSparseFile(const std::string& path, std::uintmax_t size) {
     fs::resize_file(path, size);
 }
 
-std::string readFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-std::vector<std::string> namesIn(const fs::path& folder) {
+std::vector<std::string> namesIn(const std::string& folder) {
     std::vector<std::string> names;
     for (const auto& entry : fs::directory_iterator(folder))
         names.push_back(entry.path().filename());

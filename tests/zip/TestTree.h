@@ -1,41 +1,16 @@
 #pragma once
 
+#include "tests/support/TemporaryFolder.h"
 #include "zip/ByteBuffer.h"
 
-#include <filesystem>
 #include <random>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include <sys/types.h>
-
-/// A folder of its own for a test; goes away with it.
-class TemporaryFolder {
-public:
-    TemporaryFolder();
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder();
-
-    [[nodiscard]] const std::filesystem::path& path() const { return path_; }
-    [[nodiscard]] std::string operator/(std::string_view name) const { return path_ / name; }
-
-private:
-    std::filesystem::path path_;
-};
-
-/// While it lives, this process has no more rights than anyone, even if root runs the tests.
-class WithoutPrivileges {
-public:
-    WithoutPrivileges();
-    WithoutPrivileges(const WithoutPrivileges&) = delete;
-    WithoutPrivileges& operator=(const WithoutPrivileges&) = delete;
-    ~WithoutPrivileges();
-
-private:
-    uid_t user_;
-};
+[[nodiscard]] inline std::string operator/(const TemporaryFolder& folder, const std::string& name) {
+    return folder.path(name);
+}
 
 struct ShellResult {
     /// Exit status, or 128 and the signal's number.
@@ -52,8 +27,7 @@ struct ShellResult {
 void writeFile(const std::string& path, std::string_view content);
 /// A file of `size` zero bytes that takes no room on the disk.
 void writeSparseFile(const std::string& path, std::uintmax_t size);
-[[nodiscard]] std::string readFile(const std::string& path);
-[[nodiscard]] std::vector<std::string> namesIn(const std::filesystem::path& folder);
+[[nodiscard]] std::vector<std::string> namesIn(const std::string& folder);
 
 /// Bytes that do not compress.
 [[nodiscard]] std::string randomBytes(std::mt19937& random, std::size_t size);

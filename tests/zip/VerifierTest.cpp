@@ -53,7 +53,7 @@ TEST_F(Verify, notices_every_difference_in_the_folder) {
 
 TEST_F(Verify, notices_a_change_in_any_byte_of_the_archive) {
     pack();
-    const std::string whole = readFile(archive_);
+    const std::string whole = contentOf(archive_);
     std::vector<std::size_t> unnoticed;
     for (std::size_t index = 0; index < whole.size(); ++index) {
         std::string damaged = whole;
@@ -67,7 +67,7 @@ TEST_F(Verify, notices_a_change_in_any_byte_of_the_archive) {
 
 TEST_F(Verify, notices_an_archive_that_is_cut_or_continued) {
     pack();
-    const std::string whole = readFile(archive_);
+    const std::string whole = contentOf(archive_);
     for (std::size_t size = 0; size < whole.size(); size += 7) {
         writeFile(archive_, whole.substr(0, size));
         EXPECT_FALSE(verify()) << size;
@@ -85,7 +85,7 @@ TEST_F(Verify, notices_a_change_in_each_piece_of_a_long_file) {
     writeFile(package_ + "/long", compressibleBytes(random, 3 * zip::longestPiece));
     pack();
     ASSERT_TRUE(verify());
-    const std::string whole = readFile(archive_);
+    const std::string whole = contentOf(archive_);
     for (const std::size_t share : {1U, 3U, 5U}) {
         std::string damaged = whole;
         char& byte = damaged[damaged.size() * share / 6];

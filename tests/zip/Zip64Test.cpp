@@ -43,7 +43,7 @@ TEST(Zip64, holds_more_entries_than_the_plain_record_can_count) {
     fs::create_directory(folder / "A.app");
     constexpr std::size_t plainLimit = 65535;
     const auto hasZip64Record = [&] {
-        return readFile(folder / "A.zip").find("PK\x06\x06") != std::string::npos;
+        return contentOf(folder / "A.zip").find("PK\x06\x06") != std::string::npos;
     };
     for (std::size_t index = 1; index < plainLimit; ++index)
         fs::create_symlink("target", folder / ("A.app/" + std::to_string(index)));
