@@ -13,7 +13,7 @@ cmake --preset coverage >build/coverage.log 2>&1 || {
 cmake --build --preset coverage
 find build/coverage -name '*.gcda' -delete
 # One limits the size of files, that of the counters too, and cuts those of others.
-ctest --preset coverage -E would_be_too_long
+ctest --preset coverage -E LimitedFiles
 (
     cd build/coverage
     gcovr --root ../.. --filter '../../(core|zip|batch|app)/' \

@@ -6,11 +6,9 @@
 #include <algorithm>
 
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 
 namespace {
 
-using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 namespace fs = std::filesystem;
@@ -65,18 +63,6 @@ TEST(Pack, stores_what_does_not_shrink) {
     EXPECT_EQ(runInShell("unzip -tqq " + shellQuoted(folder / "A.zip")).status, 0);
 }
 
-TEST(Pack, replaces_an_archive_instead_of_updating_it) {
-    const TemporaryFolder folder;
-    writeFile(folder / "A.app/deleted later", "1");
-    ASSERT_TRUE(zip::pack(folder / "A.zip", folder / "A.app", verified));
-    fs::remove(folder / "A.app/deleted later");
-    writeFile(folder / "A.app/new", "2");
-    ASSERT_TRUE(zip::pack(folder / "A.zip", folder / "A.app", verified));
-    EXPECT_EQ(runInShell("unzip -Z1 " + shellQuoted(folder / "A.zip")).output,
-              "A.app/\nA.app/new\n");
-    EXPECT_THAT(namesIn(folder.path()), ElementsAre("A.app", "A.zip"));
-}
-
 TEST(Pack, fails_when_a_file_or_link_changes_after_the_listing) {
     const std::vector<std::pair<const char*, std::string>> exchanges{
         {"rewritten", "printf 12 > victim"},
@@ -110,28 +96,6 @@ TEST(Pack, fails_when_a_file_or_link_changes_after_the_listing) {
     }
 }
 
-TEST(Pack, refuses_an_output_that_cannot_become_an_archive) {
-    const TemporaryFolder folder;
-    fs::create_directories(folder / "A.app/sub");
-    fs::create_directory_symlink("A.app/sub", folder / "detour");
-    fs::create_directory(folder / "folder");
-    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
-    for (const auto& [output, reason] : {std::pair{"A.app/A.zip", "inside"},
-                                         {"A.app/sub/A.zip", "inside"},
-                                         {"detour/A.zip", "inside"},
-                                         {"folder", "a folder"},
-                                         {"folder/", "a folder"},
-                                         {"A.app", "a folder"},
-                                         {"pipe", "not a file"},
-                                         {"missing/A.zip", "No such file"}}) {
-        auto packed = zip::pack(folder / output, folder / "A.app", verified);
-        ASSERT_FALSE(packed) << output;
-        EXPECT_THAT(packed.error().sentence, AllOf(HasSubstr(folder / output), HasSubstr(reason)));
-    }
-    EXPECT_THAT(namesIn(folder.path()), ElementsAre("A.app", "detour", "folder", "pipe"));
-    EXPECT_TRUE(fs::is_empty(folder / "A.app/sub"));
-}
-
 TEST(Pack, tells_its_progress_up_to_the_end) {
     const TemporaryFolder folder;
     writeSparseFile(folder / "A.app/big", 5 * zip::longestPiece);
@@ -146,21 +110,6 @@ TEST(Pack, tells_its_progress_up_to_the_end) {
     EXPECT_GT(told.size(), 5U);
     EXPECT_TRUE(std::is_sorted(told.begin(), told.end()));
     EXPECT_EQ(told.back(), 2 * (5 * zip::longestPiece + 1));
-}
-
-TEST(Pack, gives_four_independent_readers_what_is_in_the_folder) {
-    const TemporaryFolder folder;
-    writeOddPackage(folder / "Ödd Nämes.app");
-    std::mt19937 random(40);
-    writeRandomPackage(folder / "Random.app", random);
-    writeFile(folder / "Random.app/big", compressibleBytes(random, 7000000));
-    std::string command = READERS;
-    for (const char* argument : {KELPMORAY_ZIP, "Ödd Nämes.app", "Random.app"})
-        command += " " + shellQuoted(argument);
-    const ShellResult result = runInShell("cd " + shellQuoted(folder / "") + " && " + command);
-    EXPECT_EQ(result.status, 0) << result.output;
-    EXPECT_NE(result.output.find("Random.app: "), std::string::npos) << result.output;
-    EXPECT_EQ(runInShell("chmod -R u+w " + shellQuoted(folder / "")).status, 0);
 }
 
 } // namespace

@@ -100,44 +100,6 @@ void setTime(const std::string& path, std::time_t seconds) {
 
 } // namespace
 
-void writeOddPackage(const std::string& package) {
-    const std::string contents = package + "/Contents";
-    const std::string resources = contents + "/Resources/";
-    const std::string framework = contents + "/Frameworks/K.framework/";
-    for (const char* name :
-         {"de.lproj/日本語 ファイル.strings", "u\xcc\x88 decomposed.txt", "emoji 😀.txt", "-dash",
-          "star*[q]?.txt", "back\\slash.txt", "new\nline.txt", "mode600", "mode444", "mode4755",
-          "m1975", "m2001odd", "m2045", ".hidden", "it's \"quoted\" $HOME"})
-        writeFile(resources + name, "x");
-    writeFile(resources + "empty", "");
-    std::mt19937 random(1);
-    writeFile(resources + "random.bin", randomBytes(random, 300000));
-    writeFile(contents + "/MacOS/Ödd", compressibleBytes(random, 40000));
-    fs::create_directories(resources + "empty folder");
-    fs::create_directories(framework + "Versions/A");
-    const std::array<std::pair<const char*, std::string>, 6> links{
-        {{"A", framework + "Versions/Current"},
-         {"Versions/Current", framework + "Latest"},
-         {"nowhere", resources + "dangling"},
-         {"/etc/hosts", resources + "absolute"},
-         {"de.lproj/日本語 ファイル.strings", resources + "utf8 link"},
-         {".", resources + "loop"}}};
-    for (const auto& [target, link] : links)
-        fs::create_symlink(target, link);
-    const std::array<std::pair<mode_t, std::string>, 5> modes{{{0755, contents + "/MacOS/Ödd"},
-                                                               {0600, resources + "mode600"},
-                                                               {0444, resources + "mode444"},
-                                                               {04755, resources + "mode4755"},
-                                                               {0700, resources + "empty folder"}}};
-    for (const auto& [mode, path] : modes)
-        EXPECT_EQ(::chmod(path.c_str(), mode), 0);
-    setTime(resources + "m1975", 170856000);
-    setTime(resources + "m2001odd", 981173107);
-    setTime(resources + "m2045", 2379931201);
-    setTime(resources + "dangling", 1000000001);
-    setTime(package, 1234567891);
-}
-
 void writeRandomPackage(const std::string& package, std::mt19937& random) {
     std::vector<std::string> folders{package};
     fs::create_directories(package);

@@ -38,7 +38,5 @@ void writeSparseFile(const std::string& path, std::uintmax_t size);
 /// The content of a deflate stream that holds `size` bytes, as the library decompresses it.
 [[nodiscard]] std::string inflate(zip::Bytes stream, std::size_t size);
 
-/// Names, modes, times and links of every odd kind, below `package`.
-void writeOddPackage(const std::string& package);
 /// Folders, links and files of many sizes and kinds of content, drawn by `random`.
 void writeRandomPackage(const std::string& package, std::mt19937& random);
