@@ -138,7 +138,8 @@ TEST(ShellRunners, LeaveNoDescriptorAndNoZombieBehind) {
     EXPECT_EQ(errno, ECHILD);
     EXPECT_EQ(runAsShellCmd("echo x"), "x\n");
     EXPECT_EQ(descriptors(), before);
-    while (waitid(P_ALL, 0, nullptr, WEXITED | WNOWAIT | WNOHANG) == 0) {
+    siginfo_t info = {};
+    while (waitid(P_ALL, 0, &info, WEXITED | WNOWAIT | WNOHANG) == 0) {
         std::this_thread::yield();
     }
 }
