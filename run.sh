@@ -25,7 +25,7 @@ case "${1:-}" in
 -*) exec "$bin/kelpmoray-batch" "$@" ;;
 "") "$here/tools/make-sample.sh" "$sample" ;;
 esac
-if [ -n "${DISPLAY:-}" ] || [ "$(uname)" = Darwin ]; then
+if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ] || [ "$(uname)" = Darwin ]; then
     exec "$bin/kelpmoray" "${@:-$sample}"
 elif [ $# -gt 0 ] && [ -t 0 ]; then
     exec "$bin/kelpmoray-batch" "$@"

@@ -130,6 +130,13 @@ signals:
     void propertyChanged();
 
 private:
+    /// What became of the packages of a run.
+    struct RunTally {
+        int packed = 0;
+        int notPacked = 0;
+        int notSigned = 0; ///< though they were to be
+    };
+
     [[nodiscard]] Receiver receiver() const;
     /// Runs `job` in a later turn of the main queue, unless this is gone by then. Any thread.
     void onMainQueue(std::function<void()> job);
@@ -139,14 +146,14 @@ private:
     void refreshNumberOfFolders();
     void finishItem(const std::string& item, const std::optional<LocationItem>& revealed,
                     std::chrono::microseconds pause);
+    void count(const std::vector<ScriptRun>& runs);
     void tellEndOfRun();
     void processSearchPath();
     void confirm(const std::string& entry);
     void answer(const std::string& entry, Confirmation::Answer answer);
 
     Surroundings surroundings_;
-    int packagesProcessed_ = 0; // processing queue only, as the next
-    int packagesWithErrors_ = 0;
+    RunTally tally_; // processing queue only
     AtomicProperty<std::optional<std::string>> fSearchPath_;
     AtomicProperty<bool> fButton1Busy_;
     AtomicProperty<std::optional<std::string>> fProgressString1_;

@@ -82,6 +82,7 @@ void ViewController::answer(const std::string& entry, Confirmation::Answer given
         });
         break;
     case Confirmation::Answer::Stop:
+        processQueue().async([this] { tally_ = {}; });
         onMainQueue([this] { setFButton1Busy(false); });
         break;
     }

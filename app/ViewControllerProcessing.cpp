@@ -8,7 +8,8 @@
 #include "core/ScriptOutcome.h"
 #include "core/ShellRunners.h"
 
-#include <algorithm>
+#include <QApplication>
+
 #include <chrono>
 #include <thread>
 
@@ -45,14 +46,26 @@ void ViewController::finishItem(const std::string& item,
     onMainQueue([this] { refreshNumberOfFolders(); });
 }
 
+void ViewController::count(const std::vector<ScriptRun>& runs) {
+    using Kind = ScriptOutcome::Kind;
+    // The script that packs comes last.
+    const bool packed = !runs.empty() && outcomeOf(runs.back()).kind == Kind::Packed;
+    ++(packed ? tally_.packed : tally_.notPacked);
+    if (runs.size() > 1 && outcomeOf(runs.front()).kind == Kind::Failed)
+        ++tally_.notSigned;
+}
+
 void ViewController::tellEndOfRun() {
-    const QString processed = tr("%1 processed").arg(packagesProcessed_);
-    const QString body =
-        packagesWithErrors_ == 0
-            ? processed
-            : tr("%1, %2 with an error that the log tells").arg(processed).arg(packagesWithErrors_);
+    QString body = tr("%1 packed").arg(tally_.packed);
+    if (tally_.notPacked > 0)
+        body += tr(", %1 not packed").arg(tally_.notPacked);
+    if (tally_.notSigned > 0)
+        body += tr(", %1 not signed").arg(tally_.notSigned);
+    if (tally_.notPacked + tally_.notSigned > 0)
+        body += tr("; the log tells why");
+    tally_ = {};
     onMainQueue([this, body] {
-        if (window() != nullptr && !window()->isActiveWindow())
+        if (QApplication::activeWindow() == nullptr)
             surroundings_.notifyUser(tr("Packages are done"), body);
     });
 }
@@ -63,10 +76,7 @@ void ViewController::doProcessItemNew(const std::string& entry) {
         onMainQueue([this, package] { setFProgressString1(progressText(package)); });
     };
     outside.packageProcessed = [this](const std::string&, const std::vector<ScriptRun>& runs) {
-        ++packagesProcessed_;
-        packagesWithErrors_ += std::ranges::any_of(runs, [](const ScriptRun& run) {
-            return outcomeOf(run).kind == ScriptOutcome::Kind::Failed;
-        });
+        count(runs);
     };
     processEntry(receiver(), surroundings_.bundle, outside, entry);
     if (fSetOfFolders()->allObjects() == std::vector{entry})

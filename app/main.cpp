@@ -59,9 +59,10 @@ void sayThatThereIsNoDisplay(QtMsgType type, const QMessageLogContext& context,
         std::fprintf(stderr, "%s\n", qPrintable(qFormatLogMessage(type, context, message)));
         return;
     }
-    std::fputs(
-        "kelpmoray: no display can be reached; kelpmoray-batch does the same on a terminal\n",
-        stderr);
+    std::fprintf(stderr,
+                 "%s\nkelpmoray: no display can be reached; kelpmoray-batch does the same on a "
+                 "terminal\n",
+                 qPrintable(message.section(". ", 0, 0)));
     _Exit(1);
 }
 

@@ -43,6 +43,11 @@ ExitStatus Batch::run() {
         surroundings_.err << "kelpmoray-batch: " << *objection << '\n';
         return ExitStatus::NothingToDo;
     }
+    if (const auto objection = objectionToArgument(options_.identity.value_or(""))) {
+        surroundings_.err << "kelpmoray-batch: the text behind --identity " << *objection
+                          << "; --list-identities prints those there are\n";
+        return ExitStatus::NothingToDo;
+    }
     const std::vector<std::string> objections = takeIn(receiver_, options_.paths, workSet_);
     for (const std::string& objection : objections)
         surroundings_.err << "kelpmoray-batch: " << shown(objection) << '\n';
@@ -139,9 +144,9 @@ ProcessingOutside Batch::outside() {
 }
 
 bool Batch::isValid(const std::string& package) {
-    if (const auto objection = objectionToName(package)) {
-        surroundings_.out << shown(lastPathComponent(package)) << ": FAILED: " << *objection
-                          << std::endl;
+    if (const auto objection = objectionToArgument(package)) {
+        surroundings_.out << shown(lastPathComponent(package)) << ": FAILED: its path "
+                          << *objection << ": rename it" << std::endl;
         ++failed_;
         return false;
     }

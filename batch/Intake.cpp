@@ -64,12 +64,11 @@ std::vector<std::string> takeIn(const Receiver& receiver, const std::vector<std:
     return objections;
 }
 
-std::optional<std::string> objectionToName(const std::string& package) {
-    if (package.find_first_of("\"$`\\\n") != std::string::npos)
-        return "its path holds a quote, a dollar sign, a back quote, a backslash or a line break, "
-               "which "
-               "the shell would take for its own: rename it";
-    if (!isValidUtf8(package))
-        return "its path is not UTF-8: rename it";
+std::optional<std::string> objectionToArgument(const std::string& text) {
+    if (text.find_first_of("\"$`\\\n") != std::string::npos)
+        return "holds a quote, a dollar sign, a back quote, a backslash or a line break, which the "
+               "shell would take for its own";
+    if (!isValidUtf8(text))
+        return "is not UTF-8";
     return std::nullopt;
 }

@@ -12,6 +12,6 @@
 [[nodiscard]] std::vector<std::string>
 takeIn(const Receiver& receiver, const std::vector<std::string>& paths, WorkSet& workSet);
 
-/// Why a package of that path cannot be handed to a script: the command line does not escape it.
-/// None if it can.
-[[nodiscard]] std::optional<std::string> objectionToName(const std::string& package);
+/// Why `text` cannot be an argument of a script, to be put behind what it is: the command line does
+/// not escape it. None if it can.
+[[nodiscard]] std::optional<std::string> objectionToArgument(const std::string& text);

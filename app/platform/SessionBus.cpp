@@ -6,6 +6,7 @@
 #include <QFile>
 
 #include <algorithm>
+#include <cstddef>
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -28,7 +29,7 @@ bool answers(const sockaddr_un& name, socklen_t size) {
     return answered;
 }
 
-/// The same for the bus at the address; true if it is on no socket of this machine.
+/// The same for the bus at one address; true if it is on no socket of this machine.
 bool answers(const QByteArray& address) {
     const QByteArray value = address.mid(address.indexOf('=') + 1);
     const QByteArray path = QByteArray::fromPercentEncoding(value.left(value.indexOf(',')));
@@ -52,7 +53,8 @@ bool isThere() {
         address = "unix:path=" + QFile::encodeName(runtime) + "/bus";
     if (address.isEmpty())
         return false;
-    if (answers(address))
+    // Several are tried in turn, here as there.
+    if (std::ranges::any_of(address.split(';'), [](const QByteArray& one) { return answers(one); }))
         return true;
     logEvent("the session bus does not answer, this run goes on without it");
     // The toolkit asks for the bus in places of its own.

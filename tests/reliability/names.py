@@ -128,6 +128,16 @@ class Terminal(Names):
                         self.assertEqual(made, set())
 
 
+    def test_the_holder_of_an_identity(self):
+        package = self.make(b"A.app")
+        before = self.everything()
+        for holder in (b"$(echo >owned)", b"`echo >owned`", b'";echo >owned;"', b"\xff"):
+            status, said = run([self.programs.batch, "--process-all", "--identity", holder, package],
+                               cwd=self.here)
+            self.assertEqual(status, 2, said)
+            self.assertIn("kelpmoray-batch: the text behind --identity ", said)
+            self.assertEqual(self.everything(), before)
+
     def test_a_terminal_is_given_no_control_characters(self):
         package = self.make(b"red\x1b[31m\rGood\x7f.app")
         control, terminal = pty.openpty()

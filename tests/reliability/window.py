@@ -57,6 +57,13 @@ class Bus(Faults):
                 self.desktop.answer()
                 self.assert_packed(window, "A", "B")
 
+    def test_it_is_the_second_of_several(self):
+        address = "unix:path=/nowhere;" + self.desktop.environment["DBUS_SESSION_BUS_ADDRESS"]
+        window = self.start(DBUS_SESSION_BUS_ADDRESS=address)
+        self.desktop.answer()
+        self.assert_packed(window, "A", "B")
+        self.assertNotIn("the session bus does not answer", window.log())
+
     def test_it_is_stopped(self):
         """From the start, or while the sheet stands."""
         self.desktop.bus.send_signal(signal.SIGSTOP)
