@@ -6,6 +6,7 @@ Needs Xvfb, openbox, xdotool, dbus-daemon and gdbus. KELPMORAY_BUILD names the b
 import os
 import pathlib
 import signal
+import subprocess
 import sys
 import unittest
 
@@ -140,6 +141,36 @@ class Opened(EndToEnd):
         self.assert_ends()
         self.assert_packed("more/Four")
         self.assertTrue(source.log().endswith("\ncopied\n"), source.log())
+
+
+class Told(EndToEnd):
+    def test_who_looks_elsewhere_is_told_before_the_program_ends(self):
+        self.package("big/Big.app", size=40_000_000)
+        heard = self.path("heard")
+        with open(heard, "wb") as file:
+            monitor = subprocess.Popen(
+                ["dbus-monitor", "--address", self.desktop.environment["DBUS_SESSION_BUS_ADDRESS"],
+                 "interface='org.freedesktop.Notifications'"], stdout=file)
+        self.addCleanup(monitor.wait)
+        self.addCleanup(monitor.kill)
+        await_that(lambda: os.path.getsize(heard) > 0, "the monitor")
+        self.launch("big")
+        source = Window(self.desktop, [os.path.join(BUILD, "tests/endtoend/drag_source"), heard],
+                        self.path("source log"))
+        self.addCleanup(source.kill)
+        elsewhere = self.desktop.await_window("^Drag source$")
+        self.desktop.answer("alt+p")
+        packer = self.hold_packer(self.path("big"))
+        self.await_no_sheet()
+        self.desktop.hands("windowactivate", "--sync", elsewhere)
+        os.kill(packer, signal.SIGCONT)
+        self.assert_ends()
+
+        def said():
+            with open(heard, encoding="utf-8") as file:
+                return file.read()
+        await_that(lambda: "Packages are done" in said(), "the notification")
+        self.assertIn('"1 packed, 1 not signed; the log tells why"', said())
 
 
 class Quit(EndToEnd):
