@@ -169,8 +169,15 @@ class Told(EndToEnd):
         def said():
             with open(heard, encoding="utf-8") as file:
                 return file.read()
-        await_that(lambda: "Packages are done" in said(), "the notification")
-        self.assertIn('"1 packed, 1 not signed; the log tells why"', said())
+        await_that(lambda: "int32 -1" in said(), "the notification")
+        call = [" ".join(line.split()) for line in said().partition("member=Notify")[2].splitlines()[1:]]
+        self.assertEqual(call[:14], [
+            'string "Kelpmoray"', "uint32 0", 'string "com.quenbark.kelpmoray"',
+            'string "Packages are done"', 'string "1 packed, 1 not signed; the log tells why"',
+            "array [", "]",
+            "array [", "dict entry(", 'string "desktop-entry"',
+            'variant string "com.quenbark.kelpmoray"', ")", "]",
+            "int32 -1"])  # the service decides how long
 
 
 class Quit(EndToEnd):
