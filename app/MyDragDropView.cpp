@@ -53,7 +53,7 @@ LocationList validUrls(const LocationList& urls) {
         else if (type == FileType::ApplicationBundle)
             logEvent("OK to process application bundle...%@", path);
         else {
-            logIgnored(lastPathComponent(path ? *path : format("%@", url)));
+            logIgnored(lastPathComponent(path ? *path : formatted("%@", url)));
             continue;
         }
         valid.emplace_back(FileUrl::fileURLWithPath(*path));

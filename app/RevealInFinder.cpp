@@ -25,7 +25,7 @@ void revealItemInFinder(const std::optional<std::string>& path) {
     }
     if (isFilePackage(folder))
         folder = deletingLastPathComponent(folder);
-    const std::string command = format("open \"%@\"", folder);
+    const std::string command = formatted("open \"%@\"", folder);
     logEvent("runCommand will execute: %@", command);
     logEvent("shellcommand returned = %@", runShellCommand(command));
 }

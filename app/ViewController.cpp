@@ -23,7 +23,7 @@ ViewController::ViewController(Surroundings surroundings)
 ViewController::~ViewController() = default;
 
 Receiver ViewController::receiver() const {
-    return {"ViewController", format("%@", this)};
+    return {"ViewController", formatted("%@", this)};
 }
 
 void ViewController::onMainQueue(std::function<void()> job) {

@@ -18,7 +18,7 @@ inline constexpr const char* stop = "Stop";
 inline constexpr const char* doNotCodesign = "do not codesign";
 
 [[nodiscard]] inline std::string informativeText(const std::optional<std::string>& folder) {
-    return format("Click 'Process' to begin processing items in folder:\n%@", folder);
+    return formatted("Click 'Process' to begin processing items in folder:\n%@", folder);
 }
 
 } // namespace Confirmation

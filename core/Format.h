@@ -32,7 +32,7 @@ void appendFormat(BoundedText& out, std::string_view format,
 
 /// The whole text of `format` with its directives replaced (see appendFormat).
 template <typename... Args>
-[[nodiscard]] std::string format(std::string_view format, const Args&... args) {
+[[nodiscard]] std::string formatted(std::string_view format, const Args&... args) {
     BoundedText out;
     appendFormat(out, format, std::array<FormatArgument, sizeof...(Args)>{FormatArgument(args)...});
     return out.take();

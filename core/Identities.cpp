@@ -23,7 +23,7 @@ std::optional<IdentityRecord> identityFromLine(std::string_view line) {
     const std::string holder(trimmed(pieces.back()));
     if (title.empty() || lowercased(title).starts_with("iphone"))
         return std::nullopt;
-    return IdentityRecord{title, holder, format("%@: %@", title, holder)};
+    return IdentityRecord{title, holder, formatted("%@: %@", title, holder)};
 }
 
 } // namespace

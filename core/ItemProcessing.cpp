@@ -23,15 +23,15 @@ std::string processQueueLabel(const std::string& bundleIdentifier) {
 }
 
 std::string progressText(const std::string& package) {
-    return format("Processing App Package: %@...", lastPathComponent(package));
+    return formatted("Processing App Package: %@...", lastPathComponent(package));
 }
 
 std::string scriptCommandLine(const std::optional<std::string>& script,
                               const std::optional<std::string>& package,
                               const std::optional<std::string>& identity) {
-    std::string command = format("%@ \"%@\"", script, package);
+    std::string command = formatted("%@ \"%@\"", script, package);
     if (identity)
-        command += format(" \"%@\"", identity);
+        command += formatted(" \"%@\"", identity);
     return command;
 }
 

@@ -60,7 +60,7 @@ std::string appVersionText(const std::map<std::string, std::string>& infoDiction
         return entry->second;
     };
     const auto displayName = value("CFBundleDisplayName");
-    return format("%@ - v%@ [XC-%@ sdk-%@]", displayName ? displayName : value("CFBundleName"),
-                  value("CFBundleShortVersionString"), value("DTXcode").value_or("??"),
-                  value("DTSDKName").value_or("??"));
+    return formatted("%@ - v%@ [XC-%@ sdk-%@]", displayName ? displayName : value("CFBundleName"),
+                     value("CFBundleShortVersionString"), value("DTXcode").value_or("??"),
+                     value("DTSDKName").value_or("??"));
 }

@@ -37,5 +37,5 @@ std::string VornNSStringAdditions::getPathToScript(const std::string& scriptName
     }
     if (!path)
         logEvent("\n\nrunShellScript FAILED => UNABLE to find script named: [%@]!\n\n", scriptName);
-    return format("%@", path);
+    return formatted("%@", path);
 }

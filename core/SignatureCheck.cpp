@@ -28,9 +28,9 @@ bool isInspected(const Receiver& receiver, const std::string& path) {
 /// None if the package is not signed.
 std::optional<std::vector<std::string>> signingAuthorities(const std::string& path) {
     const std::string command =
-        format("/usr/bin/codesign -dv --verbose=4 \"%@\" 2>&1 |awk '/^Authority=/ "
-               "{sub(\"^Authority=\",\"\");print $0;}'",
-               standardizedPath(path));
+        formatted("/usr/bin/codesign -dv --verbose=4 \"%@\" 2>&1 |awk '/^Authority=/ "
+                  "{sub(\"^Authority=\",\"\");print $0;}'",
+                  standardizedPath(path));
     logEvent("cmd = %@", command);
     std::optional<std::vector<std::string>> lines;
     if (const auto output = VornNSStringAdditions::outputWhenRunAsShellCommand(command))

@@ -111,7 +111,7 @@ TEST_F(Effects, OneTurnEndsInALogLineOnly) {
     settle();
     EXPECT_THAT(layerOf(&button)->animationKeys(), ElementsAre("transform"));
     EXPECT_EQ(layerOf(&button)->position(), QPointF(100, 40)); // so the view has shifted
-    const std::string line = format("%@-animationDidStop:finished:-> ...", &button);
+    const std::string line = formatted("%@-animationDidStop:finished:-> ...", &button);
     ASSERT_TRUE(waitUntil([&] { return log.contains(line); }));
     EXPECT_GE(clock.elapsed(), 990);
     EXPECT_TRUE(layerOf(&button)->animationKeys().empty());
@@ -198,7 +198,7 @@ TEST_F(Effects, FlashingBlinksFiveTimes) {
 
 TEST_F(Effects, ALoopWhoseEffectNeverCompletesRunsItOnce) {
     rotateImage(&button, 3);
-    const std::string line = format("%@-animationDidStop:finished:-> ...", &button);
+    const std::string line = formatted("%@-animationDidStop:finished:-> ...", &button);
     ASSERT_TRUE(waitUntil([&] { return log.contains(line); }));
     letLoopsGoOn();
     EXPECT_TRUE(layerOf(&button)->animationKeys().empty());

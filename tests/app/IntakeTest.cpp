@@ -45,7 +45,7 @@ TEST_F(Intake, TakesLocationsOnceAndBeepsForTheRest) {
         1);
     controller().addItemsToBeProcessedSet({});
     EXPECT_EQ(log.count(logged(method, " = nil or empty array list....")), 1);
-    EXPECT_EQ(log.count(format("%@-%@...", &controller(), "doButton1Loop:")), 0)
+    EXPECT_EQ(log.count(formatted("%@-%@...", &controller(), "doButton1Loop:")), 0)
         << "starts no batch";
 }
 
@@ -58,7 +58,7 @@ TEST_F(Intake, StartsTheLoopForTheFirstSingleItemOnly) {
     controller().addItemToBeProcessedSet(folder.path("B"));
     settle();
     EXPECT_EQ(beepsPlayed(), beeps + 1);
-    EXPECT_EQ(log.count(format("%@-%@...", &controller(), "doButton1Loop:")), 1);
+    EXPECT_EQ(log.count(formatted("%@-%@...", &controller(), "doButton1Loop:")), 1);
     stop();
 }
 

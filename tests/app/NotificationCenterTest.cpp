@@ -12,7 +12,7 @@ TEST(NotificationCenter, CallsTheObserversOfTheNameInOrderOnThePostersThread) {
     std::vector<std::string> calls;
     std::thread::id caller;
     center.addObserver("newsearchpath", [&](const Notification& notification) {
-        calls.push_back(format("first %@", notification));
+        calls.push_back(formatted("first %@", notification));
         caller = std::this_thread::get_id();
         center.addObserver("newsearchpath", [&](const Notification&) { calls.push_back("late"); });
     });
@@ -36,8 +36,9 @@ TEST(NotificationCenter, CallsTheObserversOfTheNameInOrderOnThePostersThread) {
 TEST(NotificationCenter, CarriesNothingOrOneItemToo) {
     NotificationCenter center;
     std::vector<std::string> seen;
-    center.addObserver(
-        "n", [&](const Notification& notification) { seen.push_back(format("%@", notification)); });
+    center.addObserver("n", [&](const Notification& notification) {
+        seen.push_back(formatted("%@", notification));
+    });
     center.post("n");
     center.post("n", LocationItem(std::string("/a b")));
     EXPECT_THAT(seen, testing::ElementsAre("{name = n}", "{name = n; object = /a b}"));
@@ -47,9 +48,9 @@ TEST(QtDescription, PrintsAsThePlatformDoes) {
     QObject object;
     const QObject* const none = nullptr;
     const std::string text =
-        format("%@ %@ %@ %@", QRect(-1, 2, 30, 40), QString(), QStringLiteral("é"), none);
+        formatted("%@ %@ %@ %@", QRect(-1, 2, 30, 40), QString(), QStringLiteral("é"), none);
     EXPECT_EQ(text, "{{-1, 2}, {30, 40}} (null) é (null)");
-    EXPECT_THAT(format("%@", &object), testing::MatchesRegex("<QObject: 0x[0-9a-f]+>"));
-    EXPECT_EQ(format("%@", std::vector<QObject*>{&object}),
-              "(\n    \"" + format("%@", &object) + "\"\n)");
+    EXPECT_THAT(formatted("%@", &object), testing::MatchesRegex("<QObject: 0x[0-9a-f]+>"));
+    EXPECT_EQ(formatted("%@", std::vector<QObject*>{&object}),
+              "(\n    \"" + formatted("%@", &object) + "\"\n)");
 }

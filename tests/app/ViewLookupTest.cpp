@@ -71,9 +71,9 @@ TEST_F(ViewLookup, NeitherAMissingNameNorAnotherWindowMatches) {
 TEST_F(ViewLookup, LogsEachViewItVisits) {
     auto* plain = add<QWidget>(&window, "");
     auto* button = add<QPushButton>(plain, "b");
-    const std::string windowText = format("%@", &window);
-    const std::string plainText = format("%@", plain);
-    const std::string buttonText = format("%@", button);
+    const std::string windowText = formatted("%@", &window);
+    const std::string plainText = formatted("%@", plain);
+    const std::string buttonText = formatted("%@", button);
     const std::string name = "-findViewWithIdentifier:viewType:-> ";
 
     EXPECT_EQ(findButton(&window, "x"), nullptr);

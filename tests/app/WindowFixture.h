@@ -91,7 +91,7 @@ struct WindowFixture : testing::Test {
     }
     [[nodiscard]] std::string calls() const { return contentOf(folder.path("calls")); }
     [[nodiscard]] std::string logged(const std::string& method, const std::string& rest) const {
-        return format("%@", &controller()) + '-' + method + rest;
+        return formatted("%@", &controller()) + '-' + method + rest;
     }
 
     TemporaryFolder folder;

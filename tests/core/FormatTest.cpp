@@ -24,28 +24,28 @@ void describe(BoundedText& out, const Visited& visited) {
 } // namespace
 
 TEST(Format, ReplacesEachDirectiveByItsArgument) {
-    EXPECT_EQ(format("%@-%@ %i[%lu] %s", "a", std::string("b"), -3, std::size_t{7}, "c"),
+    EXPECT_EQ(formatted("%@-%@ %i[%lu] %s", "a", std::string("b"), -3, std::size_t{7}, "c"),
               "a-b -3[7] c");
-    EXPECT_EQ(format("%@ %@", std::optional<std::string>(), std::optional<std::string>("x")),
+    EXPECT_EQ(formatted("%@ %@", std::optional<std::string>(), std::optional<std::string>("x")),
               "(null) x");
-    EXPECT_EQ(format("100%% of %d and %", 1), "100% of %d and %");
-    EXPECT_EQ(format("%@ and %@", "one"), "one and (null)");
-    EXPECT_EQ(format("%i", true), "1");
+    EXPECT_EQ(formatted("100%% of %d and %", 1), "100% of %d and %");
+    EXPECT_EQ(formatted("%@ and %@", "one"), "one and (null)");
+    EXPECT_EQ(formatted("%i", true), "1");
 }
 
 TEST(Format, DescribesListsSetsAndRecordsInTheirForms) {
-    EXPECT_EQ(format("%@", std::vector<std::string>{"/a/b.app", "two words", "q\"\\\n", ""}),
+    EXPECT_EQ(formatted("%@", std::vector<std::string>{"/a/b.app", "two words", "q\"\\\n", ""}),
               "(\n    /a/b.app,\n    \"two words\",\n    \"q\\\"\\\\\\n\",\n    \"\"\n)");
-    EXPECT_EQ(format("%@", std::vector<std::string>{}), "(\n)");
+    EXPECT_EQ(formatted("%@", std::vector<std::string>{}), "(\n)");
     OrderedSet<std::string> set;
     set.insert("b");
     set.insert("a");
     set.insert("b");
-    EXPECT_EQ(format("%@", set), "{(\n    b,\n    a\n)}");
-    EXPECT_EQ(format("%@", IdentityList{{"K", "Two Words", "K: Two Words"}}),
+    EXPECT_EQ(formatted("%@", set), "{(\n    b,\n    a\n)}");
+    EXPECT_EQ(formatted("%@", IdentityList{{"K", "Two Words", "K: Two Words"}}),
               "(\n    {\n        displaystring = \"K: Two Words\";\n"
               "        identitystring = \"Two Words\";\n        title = K;\n    }\n)");
-    EXPECT_EQ(format("%@", LocationList{"/p", FileUrl("/a b", true), OtherItem{"seven"}}),
+    EXPECT_EQ(formatted("%@", LocationList{"/p", FileUrl("/a b", true), OtherItem{"seven"}}),
               "(\n    /p,\n    \"file:///a%20b/\",\n    seven\n)");
 }
 

@@ -20,7 +20,7 @@ namespace {
 constexpr const char* bytesCommand = "head -c %i /dev/zero | tr '\\0' ";
 
 std::string letters(int count) {
-    return format(bytesCommand, count) + "a";
+    return formatted(bytesCommand, count) + "a";
 }
 
 void handler(int) {}

@@ -16,7 +16,7 @@ TEST(WorkSet, HoldsEachPathOnceInOrderOfArrival) {
     EXPECT_FALSE(set.add("/b"));
     EXPECT_TRUE(set.add("/b/")) << "spelled differently";
     EXPECT_THAT(set.allObjects(), ElementsAre("/b", "/a", "/b/"));
-    EXPECT_EQ(format("%@", set), "{(\n    /b,\n    /a,\n    /b/\n)}");
+    EXPECT_EQ(formatted("%@", set), "{(\n    /b,\n    /a,\n    /b/\n)}");
     EXPECT_TRUE(set.remove("/b"));
     EXPECT_FALSE(set.remove("/b"));
     EXPECT_TRUE(set.add("/b"));
