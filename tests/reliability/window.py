@@ -11,11 +11,10 @@ import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
 
-from desktop import Desktop, Window  # noqa: E402
+from desktop import TICK_AND_PROCESS, Desktop, Window  # noqa: E402
 from programs import (ProgramTest, SmallDisk, await_that, give, ignoring, ordinary_user, write)  # noqa: E402
 
 SETTINGS = ".config/com.quenbark.kelpmoray.ini"
-TICK_THE_BOX = ("Tab", "space", "alt+p")
 
 
 class Faults(ProgramTest):
@@ -120,7 +119,7 @@ class Display(Faults):
 class Settings(Faults):
     def run_and_tick(self, **how):
         window = self.start(**how)
-        self.desktop.answer(*TICK_THE_BOX)
+        self.desktop.answer(*TICK_AND_PROCESS)
         self.assert_packed(window, "A", "B")
         return window.log()
 
