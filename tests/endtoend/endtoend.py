@@ -83,7 +83,7 @@ class Asked(EndToEnd):
             self.assertIn("prefDoNotCodesign=true\n", settings.read())
 
     def test_skips_and_quits(self):
-        self.launch("three")
+        self.launch("three", "more/../three", "three/.")  # one folder, asked about once
         self.desktop.answer(*SKIP)
         self.assert_ends()
         self.assert_untouched("three")
@@ -154,11 +154,11 @@ class Told(EndToEnd):
         self.addCleanup(monitor.wait)
         self.addCleanup(monitor.kill)
         await_that(lambda: os.path.getsize(heard) > 0, "the monitor")
-        self.launch("big")
         source = Window(self.desktop, [os.path.join(BUILD, "tests/endtoend/drag_source"), heard],
                         self.path("source log"))
         self.addCleanup(source.kill)
         elsewhere = self.desktop.await_window("^Drag source$")
+        self.launch("big")
         self.desktop.answer()
         packer = self.hold_packer(self.path("big"))
         self.await_no_sheet()
@@ -178,6 +178,15 @@ class Told(EndToEnd):
             "array [", "dict entry(", 'string "desktop-entry"',
             'variant string "com.quenbark.kelpmoray"', ")", "]",
             "int32 -1"])  # the service decides how long
+
+
+class Helped(EndToEnd):
+    def test_shows_the_help_page_under_its_own_name(self):
+        self.launch()
+        self.desktop.press(self.window, "F1")
+        self.desktop.press(self.desktop.await_window("^Kelpmoray Help$"), "Escape")
+        self.desktop.press(self.window, "ctrl+q")
+        self.assert_ends()
 
 
 class Quit(EndToEnd):

@@ -78,6 +78,31 @@ class Bus(Faults):
         self.assertEqual(window.process.wait(15), 0)
         self.assert_packed(window, "A", "B")
 
+    def test_the_window_that_has_the_name_is_stopped(self):
+        """It is asked once however long it is stopped, and opens the folder when it goes on."""
+        window = self.start()
+        self.desktop.await_sheet()
+        heard = self.path("heard")
+        with open(heard, "wb") as file:
+            monitor = subprocess.Popen(
+                ["dbus-monitor", "--address", self.desktop.environment["DBUS_SESSION_BUS_ADDRESS"],
+                 "member='Open'"], stdout=file)
+        self.addCleanup(monitor.wait)
+        self.addCleanup(monitor.kill)
+        await_that(lambda: os.path.getsize(heard) > 0, "the monitor")
+        window.process.send_signal(signal.SIGSTOP)
+        second = self.start(DESKTOP_STARTUP_ID="start_TIME1", XDG_ACTIVATION_TOKEN="token")
+        self.assertEqual(second.end(), 0, second.log())
+        window.process.send_signal(signal.SIGCONT)
+        window.await_log("ALREADY in Progress")
+        self.desktop.answer()
+        self.assert_packed(window, "A", "B")
+        with open(heard, encoding="utf-8") as file:
+            said = file.read()
+        self.assertEqual(said.count("member=Open"), 1)
+        for value in ('"desktop-startup-id"', '"start_TIME1"', '"activation-token"', '"token"'):
+            self.assertIn(value, said)
+
     def test_it_dies(self):
         window = self.start()
         self.desktop.await_sheet()
