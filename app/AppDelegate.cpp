@@ -1,14 +1,16 @@
 #include "app/AppDelegate.h"
 
+#include "app/Names.h"
 #include "app/ViewController.h"
-#include "app/platform/MainQueue.h"
-#include "app/platform/NotificationCenter.h"
+#include "app/toolkit/NotificationCenter.h"
+#include "app/toolkit/Queues.h"
 #include "core/Log.h"
 
 void AppDelegate::applicationOpenURLs(const LocationList& urls) {
     logEvent("urls to open: %@", urls);
-    MainQueue::async(
-        [&notifications = notifications_, urls] { notifications.post("newsearchpath", urls); });
+    MainQueue::async([&notifications = notifications_, urls] {
+        notifications.post(Names::newSearchPath, urls);
+    });
 }
 
 ViewController* AppDelegate::fMainViewController() const {

@@ -1,8 +1,8 @@
 #include "app/Application.h"
 
 #include "app/MainWindow.h"
-#include "app/platform/UserNotification.h"
-#include "app/platform/WindowLevel.h"
+#include "app/toolkit/UserNotification.h"
+#include "app/toolkit/WindowLevel.h"
 
 #include <QApplication>
 

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "app/AppDelegate.h"
-#include "app/platform/FileOpenEvents.h"
-#include "app/platform/NotificationCenter.h"
-#include "app/platform/OpenRequests.h"
-#include "app/platform/SettingsStore.h"
+#include "app/toolkit/FileOpenEvents.h"
+#include "app/toolkit/NotificationCenter.h"
+#include "app/toolkit/OpenRequests.h"
+#include "app/toolkit/SettingsStore.h"
 #include "core/MainBundle.h"
 
 #include <memory>

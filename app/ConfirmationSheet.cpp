@@ -1,6 +1,7 @@
 #include "app/ConfirmationSheet.h"
 
-#include "app/platform/SettingsStore.h"
+#include "app/Names.h"
+#include "app/toolkit/SettingsStore.h"
 
 #include <QApplication>
 #include <QCheckBox>
@@ -79,7 +80,7 @@ ConfirmationSheet::ConfirmationSheet(const std::optional<std::string>& folder,
 
     auto* doNotCodesign = new QCheckBox(Confirmation::doNotCodesign);
     doNotCodesign->setObjectName("doNotCodesign");
-    settings.bind(*doNotCodesign, "prefDoNotCodesign");
+    settings.bind(*doNotCodesign, Names::doNotCodesign);
 
     buttons_->addStretch();
     addButton(Confirmation::process, Answer::Process);

@@ -1,12 +1,13 @@
 #include "app/MainWindow.h"
 
 #include "app/AppDelegate.h"
-#include "app/platform/Beep.h"
-#include "app/platform/MainQueue.h"
-#include "app/platform/NamedImage.h"
-#include "app/platform/NotificationCenter.h"
-#include "app/platform/SettingsStore.h"
-#include "app/platform/WindowLevel.h"
+#include "app/Names.h"
+#include "app/toolkit/Beep.h"
+#include "app/toolkit/NamedImage.h"
+#include "app/toolkit/NotificationCenter.h"
+#include "app/toolkit/Queues.h"
+#include "app/toolkit/SettingsStore.h"
+#include "app/toolkit/WindowLevel.h"
 #include "core/Log.h"
 #include "core/Path.h"
 #include "ui_MainWindow.h"
@@ -18,8 +19,6 @@
 
 namespace {
 
-constexpr const char* versionKey = "prefAppVersion";
-constexpr const char* selectedIdentityKey = "prefSelectedIdentityInfoDictionary";
 constexpr int applicationIconSize = 64;
 
 /// A ring that fades out along its way, in the colour of highlighted things.
@@ -111,22 +110,22 @@ void MainWindow::explainIdentities() {
                    .arg(tool);
     ui_->identities->setToolTip(text);
     // Shown while nothing is selected.
-    if (const auto remembered = surroundings_.settings.recordForKey(selectedIdentityKey))
+    if (const auto remembered = surroundings_.settings.recordForKey(Names::selectedIdentity))
         ui_->identities->setPlaceholderText(
             tr("%1 is gone: pick another").arg(QString::fromStdString(remembered->displaystring)));
 }
 
 void MainWindow::bindControls() {
-    surroundings_.settings.bind(*ui_->doNotCodesign, "prefDoNotCodesign");
+    surroundings_.settings.bind(*ui_->doNotCodesign, Names::doNotCodesign);
 
     const auto showVersion = [this] {
-        ui_->version->setFullText(
-            QString::fromStdString(surroundings_.settings.stringForKey(versionKey).value_or("")));
+        ui_->version->setFullText(QString::fromStdString(
+            surroundings_.settings.stringForKey(Names::version).value_or("")));
     };
     showVersion();
     connect(&surroundings_.settings, &SettingsStore::changed, this,
             [showVersion](const QString& key) {
-                if (key == versionKey)
+                if (key == Names::version)
                     showVersion();
             });
     connect(&controller_, &ViewController::propertyChanged, this, &MainWindow::showProperties);
@@ -185,12 +184,8 @@ void MainWindow::drawIcons() {
 
 void MainWindow::paintEvent(QPaintEvent* event) {
     QMainWindow::paintEvent(event);
-    if (!loaded_) {
-        MainQueue::async([self = QPointer<MainWindow>(this)] {
-            if (self)
-                self->load();
-        });
-    }
+    if (!loaded_)
+        MainQueue::async(this, [this] { load(); });
 }
 
 bool MainWindow::eventFilter(QObject* object, QEvent* event) {
@@ -199,7 +194,7 @@ bool MainWindow::eventFilter(QObject* object, QEvent* event) {
         const auto* widget = static_cast<QWidget*>(object);
         if (widget->isWindow() && widget->windowType() != Qt::ToolTip &&
             widget->windowType() != Qt::Popup)
-            surroundings_.notifications.post("NSWindowDidResizeNotification");
+            surroundings_.notifications.post(Names::windowDidResize);
     }
     return event->type() == QEvent::Wheel && object == ui_->identities &&
            !ui_->identities->hasFocus();

@@ -2,7 +2,7 @@
 
 #include "app/MyWebViewController.h"
 #include "app/ViewController.h"
-#include "app/platform/ArrayController.h"
+#include "app/toolkit/ArrayController.h"
 
 #include <QMainWindow>
 

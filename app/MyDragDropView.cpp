@@ -1,8 +1,8 @@
 #include "app/MyDragDropView.h"
 
 #include "app/AppDelegate.h"
-#include "app/platform/DraggingPasteboard.h"
-#include "app/platform/MainQueue.h"
+#include "app/toolkit/DraggingPasteboard.h"
+#include "app/toolkit/Queues.h"
 #include "core/Log.h"
 #include "core/Path.h"
 #include "core/platform/FileType.h"
@@ -87,12 +87,10 @@ void MyDragDropView::logStep(const char* methodName) const {
 }
 
 void MyDragDropView::highlightLater(bool highlighted, bool redraw) {
-    MainQueue::async([self = QPointer<MyDragDropView>(this), highlighted, redraw] {
-        if (!self)
-            return;
-        self->setIsHighlighted(highlighted);
+    MainQueue::async(this, [this, highlighted, redraw] {
+        setIsHighlighted(highlighted);
         if (redraw)
-            self->update();
+            update();
     });
 }
 

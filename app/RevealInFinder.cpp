@@ -1,6 +1,6 @@
 #include "app/RevealInFinder.h"
 
-#include "app/platform/Beep.h"
+#include "app/toolkit/Beep.h"
 #include "core/Log.h"
 #include "core/Path.h"
 #include "core/ShellRunners.h"

@@ -1,10 +1,10 @@
 #include "app/ConfirmationSheet.h"
 #include "app/ViewController.h"
-#include "app/platform/Beep.h"
-#include "app/platform/QtDescription.h"
-#include "app/platform/SerialQueue.h"
-#include "app/platform/Sheet.h"
-#include "app/platform/WindowLevel.h"
+#include "app/toolkit/Beep.h"
+#include "app/toolkit/QtDescription.h"
+#include "app/toolkit/Queues.h"
+#include "app/toolkit/Sheet.h"
+#include "app/toolkit/WindowLevel.h"
 #include "core/Log.h"
 #include "core/Path.h"
 
@@ -35,7 +35,7 @@ void ViewController::terminateUnlessAsking() {
 
 void ViewController::doButton1Loop(QObject*) {
     logEvent("%@-%@...", receiver(), loopMethod);
-    onMainQueue([this] {
+    MainQueue::async(this, [this] {
         // Only logs: a second loop stops at the sheet of the first.
         if (fButton1Busy())
             logEvent("%@-%@... ALREADY in Progress...", receiver(), loopMethod);
@@ -45,20 +45,20 @@ void ViewController::doButton1Loop(QObject*) {
     const std::vector<std::string> entries = fSetOfFolders()->allObjects();
     if (entries.empty()) {
         tellEndOfRun();
-        onMainQueue([this] {
+        MainQueue::async(this, [this] {
             setFButton1Busy(false);
             terminateUnlessAsking();
         });
         return;
     }
     const std::string& entry = entries.front();
-    onMainQueue([this, entry] {
+    MainQueue::async(this, [this, entry] {
         setFButton1Busy(true);
         setFSearchPath(entry);
         setFProgressString1("Processing.....");
     });
     if (isDirectory(entry)) {
-        onMainQueue([this, entry] { confirm(entry); });
+        MainQueue::async(this, [this, entry] { confirm(entry); });
         return;
     }
     // The loop stops here; the next start is not to stop at the same entry again.
@@ -75,26 +75,26 @@ void ViewController::confirm(const std::string& entry) {
         looksAgain_ = true;
         return;
     }
-    auto* sheet =
-        new ConfirmationSheet(fSearchPath(), surroundings_.settings,
-                              [this, entry](Confirmation::Answer given) { answer(entry, given); });
+    auto* sheet = new ConfirmationSheet(
+        fSearchPath(), surroundings_.settings,
+        [this, entry](Confirmation::Answer given) { confirmed(entry, given); });
     activateIgnoringOtherApps(window());
     beginSheet(sheet, window());
 }
 
-void ViewController::answer(const std::string& entry, Confirmation::Answer given) {
+void ViewController::confirmed(const std::string& entry, Confirmation::Answer answer) {
     looksAgain_ = false; // the loop goes on, or is to stop
-    switch (given) {
+    switch (answer) {
     case Confirmation::Answer::Process:
         setProcessing(true);
         processQueue().async([this, entry] {
             doProcessItemNew(entry);
-            onMainQueue([this] { setProcessing(false); });
+            MainQueue::async(this, [this] { setProcessing(false); });
             doButton1Loop(nullptr);
         });
         break;
     case Confirmation::Answer::Skip:
-        onMainQueue([this, entry] {
+        MainQueue::async(this, [this, entry] {
             setFButton1Busy(false);
             fSetOfFolders()->remove(entry);
             refreshNumberOfFolders();
@@ -103,7 +103,7 @@ void ViewController::answer(const std::string& entry, Confirmation::Answer given
         break;
     case Confirmation::Answer::Stop:
         processQueue().async([this] { tellEndOfRun(); });
-        onMainQueue([this] { setFButton1Busy(false); });
+        MainQueue::async(this, [this] { setFButton1Busy(false); });
         break;
     }
 }

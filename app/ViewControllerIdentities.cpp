@@ -1,15 +1,14 @@
+#include "app/Names.h"
 #include "app/ViewController.h"
-#include "app/platform/ArrayController.h"
-#include "app/platform/QtDescription.h"
-#include "app/platform/SettingsStore.h"
+#include "app/toolkit/ArrayController.h"
+#include "app/toolkit/QtDescription.h"
+#include "app/toolkit/Queues.h"
+#include "app/toolkit/SettingsStore.h"
 #include "core/Log.h"
 #include "core/SignatureCheck.h"
 #include "core/Text.h"
 
 namespace {
-
-constexpr const char* selectedIdentityKey = "prefSelectedIdentityInfoDictionary";
-constexpr const char* doNotCodesignKey = "prefDoNotCodesign";
 
 bool isDoNotCodesign(const std::optional<IdentityRecord>& record) {
     return record && equalsIgnoringCase(record->identitystring, doNotCodesignIdentity);
@@ -23,35 +22,39 @@ int loggedIndex(const ArrayController* list) {
 
 } // namespace
 
+IdentityList ViewController::identities() const {
+    const auto content = ibListOfIdentities() ? ibListOfIdentities()->content() : std::nullopt;
+    return content.value_or(IdentityList{});
+}
+
 std::optional<IdentityRecord> ViewController::selectedIdentity() const {
-    if (!ibListOfIdentities_)
+    if (!ibListOfIdentities())
         return std::nullopt;
-    const std::vector<IdentityRecord> selected = ibListOfIdentities_->selectedObjects();
+    const std::vector<IdentityRecord> selected = ibListOfIdentities()->selectedObjects();
     return selected.empty() ? std::nullopt : std::optional(selected.front());
 }
 
 void ViewController::getCodesigningIdentities() {
     const auto list = codesigningIdentities(receiver(), surroundings_.tools);
-    if (list && ibListOfIdentities_)
-        ibListOfIdentities_->setContent(list);
+    if (list && ibListOfIdentities())
+        ibListOfIdentities()->setContent(list);
 }
 
 void ViewController::setupCodesigningPopupStuff() {
     static constexpr const char* methodName = "setupCodesigningPopupStuff";
     logEvent("%@-%@...", receiver(), methodName);
-    const auto remembered = surroundings_.settings.recordForKey(selectedIdentityKey);
+    const auto remembered = surroundings_.settings.recordForKey(Names::selectedIdentity);
     const std::size_t index =
         remembered ? getSelectionIndexFromIdentityString(remembered->identitystring) : 0;
-    if (ibListOfIdentities_ && ibListOfIdentities_->content())
-        ibListOfIdentities_->setSelectionIndex(index);
+    if (ibListOfIdentities() && ibListOfIdentities()->content())
+        ibListOfIdentities()->setSelectionIndex(index);
     else
         logEvent("%@-%@...NO LIST to set selectionIndex????????", receiver(), methodName);
 }
 
 std::size_t ViewController::getSelectionIndexFromIdentityString(
     const std::optional<std::string>& identityString) const {
-    const auto content = ibListOfIdentities_ ? ibListOfIdentities_->content() : std::nullopt;
-    return selectionIndex(content.value_or(IdentityList{}), identityString);
+    return selectionIndex(identities(), identityString);
 }
 
 std::optional<std::string> ViewController::getCodesigningIdentity() const {
@@ -66,8 +69,8 @@ std::optional<std::string> ViewController::getCodesigningIdentity() const {
 }
 
 void ViewController::updateDoNotCodesignFromSelectedIdentity() {
-    onMainQueue([this] {
-        surroundings_.settings.setBool(doNotCodesignKey, isDoNotCodesign(selectedIdentity()));
+    MainQueue::async(this, [this] {
+        surroundings_.settings.setBool(Names::doNotCodesign, isDoNotCodesign(selectedIdentity()));
         surroundings_.settings.synchronize();
     });
 }
@@ -76,7 +79,7 @@ void ViewController::ibClickedOnIdentityPopup(QObject*) {
     static constexpr const char* methodName = "ibClickedOnIdentityPopup:";
     // There is no managed object context here, and never was one.
     const std::optional<std::string> noContext;
-    const ArrayController* list = ibListOfIdentities_;
+    const ArrayController* list = ibListOfIdentities();
     const std::optional<IdentityRecord> record = selectedIdentity();
     logEvent("Inside %@-%@...", receiver(), methodName);
     logEvent("Inside %@-%@...self.ibListOfIdentities.selectionIndex = %i...", receiver(),
@@ -91,8 +94,8 @@ void ViewController::ibClickedOnIdentityPopup(QObject*) {
              record);
     updateDoNotCodesignFromSelectedIdentity();
     if (record && !isDoNotCodesign(record)) {
-        onMainQueue([this, record] {
-            surroundings_.settings.setRecord(selectedIdentityKey, *record);
+        MainQueue::async(this, [this, record] {
+            surroundings_.settings.setRecord(Names::selectedIdentity, *record);
             surroundings_.settings.synchronize();
         });
     }
@@ -100,7 +103,7 @@ void ViewController::ibClickedOnIdentityPopup(QObject*) {
 
 void ViewController::ibClickedOnCheckButton(QObject*) {
     static constexpr const char* methodName = "ibClickedOnCheckButton:";
-    const ArrayController* list = ibListOfIdentities_;
+    const ArrayController* list = ibListOfIdentities();
     logEvent("%@-%@...", receiver(), methodName);
     logEvent("%@-%@...user selected index = %i", receiver(), methodName, loggedIndex(list));
     logEvent("%@-%@...user selected object = %@", receiver(), methodName,
@@ -108,10 +111,7 @@ void ViewController::ibClickedOnCheckButton(QObject*) {
 }
 
 bool ViewController::isValidItemToSign(const std::string& path) {
-    return ::isValidItemToSign(
-        receiver(), path, surroundings_.settings.boolForKey(doNotCodesignKey), [this] {
-            const auto content =
-                ibListOfIdentities_ ? ibListOfIdentities_->content() : std::nullopt;
-            return content.value_or(IdentityList{});
-        });
+    return ::isValidItemToSign(receiver(), path,
+                               surroundings_.settings.boolForKey(Names::doNotCodesign),
+                               [this] { return identities(); });
 }

@@ -1,9 +1,8 @@
 #include "app/ViewController.h"
-#include "app/platform/Beep.h"
-#include "app/platform/ChoosePanel.h"
-#include "app/platform/GlobalQueue.h"
-#include "app/platform/QtDescription.h"
-#include "app/platform/SerialQueue.h"
+#include "app/toolkit/Beep.h"
+#include "app/toolkit/ChoosePanel.h"
+#include "app/toolkit/QtDescription.h"
+#include "app/toolkit/Queues.h"
 #include "core/LocationExpansion.h"
 #include "core/Log.h"
 
@@ -37,7 +36,7 @@ void ViewController::addItemsToBeProcessedSet(const LocationList& items) {
         logEvent("%@-%@ = nil or empty array list....", receiver(), methodName);
         return;
     }
-    onMainQueue([this, items] {
+    MainQueue::async(this, [this, items] {
         logEvent("%@-%@ = items(%lu) = %@", receiver(), methodName, items.size(), items);
         const std::shared_ptr<WorkSet> set = fSetOfFolders();
         for (const LocationItem& item : items) {
@@ -57,7 +56,7 @@ void ViewController::addItemsToBeProcessedSet(const LocationList& items) {
 
 void ViewController::addItemToBeProcessedSet(const std::string& item) {
     logEvent("%@-%@ = itemToAdd = %@", receiver(), "addItemToBeProcessedSet:", item);
-    onMainQueue([this, item] {
+    MainQueue::async(this, [this, item] {
         if (!fSetOfFolders()->add(item)) {
             playBeep();
             return;
@@ -85,7 +84,7 @@ void ViewController::handleNewSearchPath(const Notification& notification) {
     }
     validItemsFromUrls(receiver(), urls);
     addItemsToBeProcessedSet(urls);
-    onMainQueue([this] { doButton1(nullptr); });
+    MainQueue::async(this, [this] { doButton1(nullptr); });
 }
 
 void ViewController::handleNewSearchPathOLD(const Notification& notification) {
@@ -95,9 +94,9 @@ void ViewController::handleNewSearchPathOLD(const Notification& notification) {
     if (path == nullptr)
         return;
     GlobalQueue::async([this, path = *path] {
-        onMainQueue([this, path] { setFSearchPath(path); });
+        MainQueue::async(this, [this, path] { setFSearchPath(path); });
         usleep(100'000);
-        onMainQueue([this] { doButton1(nullptr); });
+        MainQueue::async(this, [this] { doButton1(nullptr); });
     });
 }
 
@@ -108,7 +107,7 @@ void ViewController::ibChangePath(QObject*) {
                                             .prompt = "Choose",
                                             .nameFieldLabel = "Select",
                                             .allowedFileType = "app"};
-    onMainQueue([this, settings] {
+    MainQueue::async(this, [this, settings] {
         ChoosePanel::beginSheet(settings, window(), [this](int code, const LocationList& chosen) {
             panelClosed(code, chosen);
         });
@@ -125,7 +124,7 @@ void ViewController::panelClosed(int code, const LocationList& chosen) {
         LocationList urls = chosen;
         validItemsFromUrls(receiver(), urls);
         addItemsToBeProcessedSet(urls);
-        onMainQueue([this] { doButton1(nullptr); });
+        MainQueue::async(this, [this] { doButton1(nullptr); });
     } else if (looksAgain) {
         startLoop();
     }

@@ -1,9 +1,9 @@
+#include "app/Names.h"
 #include "app/ViewController.h"
-#include "app/platform/GlobalQueue.h"
-#include "app/platform/QtDescription.h"
-#include "app/platform/SerialQueue.h"
-#include "app/platform/SettingsStore.h"
-#include "app/platform/WindowLevel.h"
+#include "app/toolkit/QtDescription.h"
+#include "app/toolkit/Queues.h"
+#include "app/toolkit/SettingsStore.h"
+#include "app/toolkit/WindowLevel.h"
 #include "core/Log.h"
 #include "core/ScriptOutcome.h"
 #include "core/ShellRunners.h"
@@ -24,7 +24,7 @@ SerialQueue& ViewController::processQueue() {
 
 ProcessingOutside ViewController::processingOutside() {
     return {
-        .doNotCodesign = [this] { return surroundings_.settings.boolForKey("prefDoNotCodesign"); },
+        .doNotCodesign = [this] { return surroundings_.settings.boolForKey(Names::doNotCodesign); },
         .codesigningIdentity = [this] { return getCodesigningIdentity(); },
         .isValidItemToSign =
             [this](const std::string& package) { return isValidItemToSign(package); },
@@ -38,15 +38,15 @@ void ViewController::refreshNumberOfFolders() {
 void ViewController::finishItem(const std::string& item,
                                 const std::optional<LocationItem>& revealed,
                                 std::chrono::microseconds pause) {
-    onMainQueue([this] { activateIgnoringOtherApps(window()); });
+    MainQueue::async(this, [this] { activateIgnoringOtherApps(window()); });
     // So that the application is likely in front before the file browser comes.
     std::this_thread::sleep_for(pause);
-    onMainQueue([this, revealed] { doRevealItem(revealed); });
+    MainQueue::async(this, [this, revealed] { doRevealItem(revealed); });
     fSetOfFolders()->remove(item);
-    onMainQueue([this] { refreshNumberOfFolders(); });
+    MainQueue::async(this, [this] { refreshNumberOfFolders(); });
 }
 
-void ViewController::count(const std::vector<ScriptRun>& runs) {
+void ViewController::addToTally(const std::vector<ScriptRun>& runs) {
     using Kind = ScriptOutcome::Kind;
     // The script that packs comes last.
     const bool packed = !runs.empty() && outcomeOf(runs.back()).kind == Kind::Packed;
@@ -67,7 +67,7 @@ void ViewController::tellEndOfRun() {
     if (failed)
         body += tr("; the log tells why");
     tally_ = {};
-    onMainQueue([this, body, failed] {
+    MainQueue::async(this, [this, body, failed] {
         // Who looks at the window sees that all is done, but not what failed.
         if (failed || QApplication::activeWindow() == nullptr)
             surroundings_.notifyUser(tr("Packages are done"), body);
@@ -77,10 +77,10 @@ void ViewController::tellEndOfRun() {
 void ViewController::doProcessItemNew(const std::string& entry) {
     ProcessingOutside outside = processingOutside();
     outside.packageStarted = [this](const std::string& package) {
-        onMainQueue([this, package] { setFProgressString1(progressText(package)); });
+        MainQueue::async(this, [this, package] { setFProgressString1(progressText(package)); });
     };
     outside.packageProcessed = [this](const std::string&, const std::vector<ScriptRun>& runs) {
-        count(runs);
+        addToTally(runs);
     };
     processEntry(receiver(), surroundings_.bundle, outside, entry);
     finishItem(entry, entry, 10ms);
@@ -101,18 +101,18 @@ void ViewController::doProcessItemOnly(const std::string& package) {
 
 void ViewController::processSearchPath() {
     runScripts(surroundings_.bundle, processingOutside(), fSearchPath(), std::nullopt);
-    onMainQueue([this] { activateIgnoringOtherApps(window()); });
+    MainQueue::async(this, [this] { activateIgnoringOtherApps(window()); });
     std::this_thread::sleep_for(100ms);
-    onMainQueue([this] {
+    MainQueue::async(this, [this] {
         setFButton1Busy(false);
         doRevealItem(std::nullopt);
     });
     std::this_thread::sleep_for(100ms);
-    onMainQueue([this] { terminateUnlessAsking(); });
+    MainQueue::async(this, [this] { terminateUnlessAsking(); });
 }
 
 void ViewController::doProcess() {
-    onMainQueue([this] {
+    MainQueue::async(this, [this] {
         if (fButton1Busy()) {
             logEvent("%@-%@...Already in Process...", receiver(), "doProcess");
             return;

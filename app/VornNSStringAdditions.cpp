@@ -1,10 +1,11 @@
 #include "app/VornNSStringAdditions.h"
 
-#include "app/platform/SettingsStore.h"
+#include "app/Names.h"
+#include "app/toolkit/SettingsStore.h"
 
 std::string VornNSStringAdditions::getAppVersionString(const MainBundle& bundle,
                                                        SettingsStore& settings) {
     std::string text = appVersionText(bundle.infoDictionary);
-    settings.setString("prefAppVersion", text);
+    settings.setString(Names::version, text);
     return text;
 }

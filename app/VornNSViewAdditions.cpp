@@ -1,32 +1,18 @@
 #include "app/VornNSViewAdditions.h"
 
-#include "app/platform/Layer.h"
-#include "app/platform/MainQueue.h"
-#include "app/platform/QtDescription.h"
+#include "app/toolkit/Layer.h"
+#include "app/toolkit/QtDescription.h"
+#include "app/toolkit/Queues.h"
 #include "core/Log.h"
-
-#include <QPointer>
 
 #include <limits>
 #include <numbers>
 #include <utility>
 
-namespace {
-
-/// Runs `work` on the main queue if the view is still there then.
-void onMainQueue(QWidget* view, std::function<void(QWidget*)> work) {
-    MainQueue::async([view = QPointer<QWidget>(view), work = std::move(work)] {
-        if (view)
-            work(view);
-    });
-}
-
-} // namespace
-
 void VornNSViewAdditions::clearAnimationKeys(QWidget* view) {
-    onMainQueue(view, [](QWidget* self) {
-        setWantsLayer(self, true);
-        Layer* layer = layerOf(self);
+    MainQueue::async(view, [view] {
+        setWantsLayer(view, true);
+        Layer* layer = layerOf(view);
         if (layer->animationKeys().empty())
             layer->removeAllAnimations();
     });
@@ -46,10 +32,10 @@ void VornNSViewAdditions::setAnchorPoint(QWidget* view, QPointF point) {
 }
 
 void VornNSViewAdditions::rotateViewWithCompletionBlock(QWidget* view, Completion completion) {
-    onMainQueue(view, [completion = std::move(completion)](QWidget* self) {
-        setWantsLayer(self, true);
-        setAnchorPoint(self, {0.5, 0.5});
-        Layer* layer = layerOf(self);
+    MainQueue::async(view, [view, completion = std::move(completion)] {
+        setWantsLayer(view, true);
+        setAnchorPoint(view, {0.5, 0.5});
+        Layer* layer = layerOf(view);
         if (!layer->animationKeys().empty())
             return;
         layer->addAnimation({.from = 0.0,
@@ -62,9 +48,9 @@ void VornNSViewAdditions::rotateViewWithCompletionBlock(QWidget* view, Completio
 }
 
 void VornNSViewAdditions::rotateNSViewWithCompletionHandler(QWidget* view, const Completion&) {
-    onMainQueue(view, [](QWidget* self) {
-        setWantsLayer(self, true);
-        Layer* layer = layerOf(self);
+    MainQueue::async(view, [view] {
+        setWantsLayer(view, true);
+        Layer* layer = layerOf(view);
         // The layer's own anchor, so the view may shift; only the method above keeps it in place.
         layer->setAnchorPoint({0.5, 1.0});
         layer->setAnchorPoint({0.5, 0.5});
@@ -73,8 +59,8 @@ void VornNSViewAdditions::rotateNSViewWithCompletionHandler(QWidget* view, const
              .to = 2.0F * std::numbers::pi_v<float>,
              .duration = std::chrono::seconds(1),
              .timing = QEasingCurve::Linear,
-             .didStop = [self](const BasicAnimation& animation,
-                               bool finished) { animationDidStop(self, animation, finished); }},
+             .didStop = [view](const BasicAnimation& animation,
+                               bool finished) { animationDidStop(view, animation, finished); }},
             "transform");
     });
 }

@@ -1,9 +1,8 @@
 #include "app/VornNSViewAdditions.h"
-#include "app/platform/Animator.h"
-#include "app/platform/BackgroundQueue.h"
-#include "app/platform/MainQueue.h"
-#include "app/platform/NamedImage.h"
-#include "app/platform/QtDescription.h"
+#include "app/toolkit/Animator.h"
+#include "app/toolkit/NamedImage.h"
+#include "app/toolkit/QtDescription.h"
+#include "app/toolkit/Queues.h"
 #include "core/Log.h"
 
 #include <QLabel>

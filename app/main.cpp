@@ -1,6 +1,6 @@
 #include "app/Application.h"
-#include "app/platform/FileUris.h"
-#include "app/platform/ProcessEnd.h"
+#include "app/toolkit/FileUris.h"
+#include "app/toolkit/Queues.h"
 #include "base/ProgramStart.h"
 #include "core/Path.h"
 

@@ -2,7 +2,7 @@
 // how long it takes until it has been painted with what is in it is told beside.
 
 #include "app/Application.h"
-#include "app/platform/MainQueue.h"
+#include "app/toolkit/Queues.h"
 #include "core/Log.h"
 
 #include <QApplication>

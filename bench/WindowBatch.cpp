@@ -4,9 +4,9 @@
 #include "app/AppDelegate.h"
 #include "app/ConfirmationSheet.h"
 #include "app/MainWindow.h"
-#include "app/platform/NotificationCenter.h"
-#include "app/platform/ProcessEnd.h"
-#include "app/platform/SettingsStore.h"
+#include "app/toolkit/NotificationCenter.h"
+#include "app/toolkit/Queues.h"
+#include "app/toolkit/SettingsStore.h"
 #include "core/Log.h"
 #include "core/Path.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/platform/ChoosePanel.h"
+#include "app/toolkit/ChoosePanel.h"
 
 #include <QWidget>
 

@@ -1,4 +1,4 @@
-#include "app/platform/Animator.h"
+#include "app/toolkit/Animator.h"
 
 #include "tests/app/Support.h"
 

@@ -1,4 +1,4 @@
-#include "app/platform/ArrayController.h"
+#include "app/toolkit/ArrayController.h"
 
 #include <QComboBox>
 #include <QTest>

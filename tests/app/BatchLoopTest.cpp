@@ -1,6 +1,6 @@
 #include "app/ElidedLabel.h"
-#include "app/platform/ChoosePanel.h"
-#include "app/platform/WindowLevel.h"
+#include "app/toolkit/ChoosePanel.h"
+#include "app/toolkit/WindowLevel.h"
 #include "tests/app/WindowFixture.h"
 
 #include <QCheckBox>

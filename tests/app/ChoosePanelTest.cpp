@@ -1,4 +1,4 @@
-#include "app/platform/ChoosePanel.h"
+#include "app/toolkit/ChoosePanel.h"
 
 #include "tests/app/WindowFixture.h"
 

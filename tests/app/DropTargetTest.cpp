@@ -1,5 +1,5 @@
-#include "app/platform/DraggingPasteboard.h"
-#include "app/platform/FileUris.h"
+#include "app/toolkit/DraggingPasteboard.h"
+#include "app/toolkit/FileUris.h"
 #include "tests/app/WindowFixture.h"
 
 #include <QDropEvent>

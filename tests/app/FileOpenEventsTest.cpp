@@ -1,6 +1,6 @@
-#include "app/platform/FileOpenEvents.h"
+#include "app/toolkit/FileOpenEvents.h"
 
-#include "app/platform/OpenRequests.h"
+#include "app/toolkit/OpenRequests.h"
 #include "tests/app/Support.h"
 
 #include <QCoreApplication>

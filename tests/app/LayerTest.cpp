@@ -1,4 +1,4 @@
-#include "app/platform/Layer.h"
+#include "app/toolkit/Layer.h"
 
 #include "tests/app/Support.h"
 
@@ -46,17 +46,6 @@ protected:
 constexpr float withoutEnd = std::numeric_limits<float>::infinity();
 
 } // namespace
-
-TEST_F(LayerTest, KeepsItsPositionWhenTheAnchorMovesAndGoesAlongWithTheWidget) {
-    EXPECT_EQ(layer->position(), QPointF(50, 40));
-    layer->setAnchorPoint({0.5, 0.5});
-    EXPECT_EQ(layer->position(), QPointF(50, 40));
-    EXPECT_EQ(layer->presentationTransform().map(QPointF(0, 0)), QPointF(-20, -10));
-    layer->setPosition({70, 50});
-    EXPECT_TRUE(layer->presentationTransform().isIdentity());
-    view.move(60, 40);
-    EXPECT_EQ(layer->position(), QPointF(80, 50));
-}
 
 TEST_F(LayerTest, DrawsTheWidgetTransformedAndFaded) {
     EXPECT_EQ(seenAt(55, 50), QColor(Qt::red));

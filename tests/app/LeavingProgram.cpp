@@ -1,8 +1,5 @@
 #include "app/VornNSViewAdditions.h"
-#include "app/platform/GlobalQueue.h"
-#include "app/platform/MainQueue.h"
-#include "app/platform/ProcessEnd.h"
-#include "app/platform/SerialQueue.h"
+#include "app/toolkit/Queues.h"
 #include "core/ShellRunners.h"
 
 #include <QApplication>

@@ -1,4 +1,4 @@
-#include "app/platform/ProcessEnd.h"
+#include "app/toolkit/Queues.h"
 
 #include <QApplication>
 

@@ -1,6 +1,6 @@
 #include "app/ElidedLabel.h"
 #include "app/VornNSViewAdditions.h"
-#include "app/platform/Layer.h"
+#include "app/toolkit/Layer.h"
 #include "tests/app/WindowFixture.h"
 
 #include <QAccessible>
@@ -254,17 +254,6 @@ TEST_F(Window, CanBeWorkedByKeyboardAndNamesItsControls) {
                         .contains(QRect(find(name)->mapTo(find("dragDropView"), QPoint(0, 0)),
                                         find(name)->size())))
             << name;
-}
-
-TEST_F(Window, LogsAnObservedValue) {
-    openWindow();
-    log.clear();
-    controller().observeValueForKeyPath("fSearchPath", nullptr, "new", "none");
-    const std::string method = "observeValueForKeyPath:ofObject:change:context:";
-    EXPECT_THAT(log.messages(), ElementsAre("Inside " + logged(method, "..."),
-                                            logged(method, " = keypath = fSearchPath"),
-                                            logged(method, " = change = new"),
-                                            logged(method, " = context = none")));
 }
 
 TEST(ElidedLabel, ShortensInTheMiddleAndKeepsTheWholeText) {

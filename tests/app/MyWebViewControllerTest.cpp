@@ -1,6 +1,6 @@
 #include "app/MyWebViewController.h"
 
-#include "app/platform/NamedImage.h"
+#include "app/toolkit/NamedImage.h"
 #include "tests/app/Support.h"
 
 #include <QFile>

@@ -1,6 +1,6 @@
-#include "app/platform/NotificationCenter.h"
+#include "app/toolkit/NotificationCenter.h"
 
-#include "app/platform/QtDescription.h"
+#include "app/toolkit/QtDescription.h"
 #include "core/Format.h"
 
 #include <thread>

@@ -1,5 +1,5 @@
 #include "app/RevealInFinder.h"
-#include "app/platform/ArrayController.h"
+#include "app/toolkit/ArrayController.h"
 #include "tests/app/WindowFixture.h"
 
 using testing::ElementsAre;

@@ -1,8 +1,5 @@
-#include "app/platform/BackgroundQueue.h"
-#include "app/platform/Beep.h"
-#include "app/platform/GlobalQueue.h"
-#include "app/platform/MainQueue.h"
-#include "app/platform/SerialQueue.h"
+#include "app/toolkit/Queues.h"
+
 #include "tests/app/Support.h"
 
 #include <QElapsedTimer>
@@ -10,11 +7,12 @@
 
 #include <atomic>
 #include <latch>
+#include <memory>
 #include <thread>
 
 #include <gmock/gmock.h>
 #include <pthread.h>
-#include <sys/resource.h>
+#include <sched.h>
 
 using testing::ElementsAre;
 using namespace std::chrono_literals;
@@ -29,6 +27,9 @@ TEST(MainQueue, RunsJobsOfAllThreadsInOrderAndNeverAtOnce) {
         MainQueue::async(
             [&] { order.push_back(QThread::currentThread() == qApp->thread() ? 2 : -1); });
     }).join();
+    auto gone = std::make_unique<QObject>();
+    MainQueue::async(gone.get(), [&] { order.push_back(-2); });
+    gone.reset();
     EXPECT_TRUE(order.empty());
     ASSERT_TRUE(waitUntil([&] { return order.size() == 3; }));
     EXPECT_THAT(order, ElementsAre(1, 2, 3));
@@ -41,8 +42,8 @@ TEST(MainQueue, DelaysFromTheMomentOfTheCall) {
     const auto note = [&](char which) {
         return [&, which] { order.emplace_back(which, clock.elapsed()); };
     };
-    std::thread([&] { MainQueue::after(60ms, note('b')); }).join();
-    MainQueue::after(20ms, note('a'));
+    std::thread([&] { MainQueue::after(60ms, qApp, note('b')); }).join();
+    MainQueue::after(20ms, qApp, note('a'));
     ASSERT_TRUE(waitUntil([&] { return order.size() == 2; }));
     EXPECT_EQ(order[0].first, 'a');
     EXPECT_GE(order[0].second, 20);
@@ -91,21 +92,13 @@ TEST(SharedQueues, RunJobsSideBySide) {
 
 #ifdef __linux__
 TEST(SharedQueues, OnlyTheBackgroundStepsBack) {
-    const auto niceness = [](void (*async)(std::function<void()>)) {
+    const auto policy = [](void (*async)(std::function<void()>)) {
         std::atomic<int> value = -100;
-        async([&] { value = getpriority(PRIO_PROCESS, 0); });
+        async([&] { value = sched_getscheduler(0); });
         EXPECT_TRUE(waitUntil([&] { return value != -100; }));
         return value.load();
     };
-    const int own = getpriority(PRIO_PROCESS, 0);
-    EXPECT_EQ(niceness(GlobalQueue::async), own);
-    EXPECT_EQ(niceness(BackgroundQueue::async), 19);
+    EXPECT_EQ(policy(GlobalQueue::async), sched_getscheduler(0));
+    EXPECT_EQ(policy(BackgroundQueue::async), SCHED_IDLE);
 }
 #endif
-
-TEST(Beep, CountsFromAnyThread) {
-    const std::size_t before = beepsPlayed();
-    playBeep();
-    std::thread(playBeep).join();
-    EXPECT_EQ(beepsPlayed(), before + 2);
-}

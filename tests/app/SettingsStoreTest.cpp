@@ -1,4 +1,4 @@
-#include "app/platform/SettingsStore.h"
+#include "app/toolkit/SettingsStore.h"
 
 #include "tests/app/Support.h"
 #include "tests/support/LogCapture.h"
@@ -50,15 +50,15 @@ TEST_F(SettingsStoreTest, KeepsReadableValuesFromRunToRun) {
     SettingsStore store(file);
     EXPECT_TRUE(store.boolForKey("flag"));
     EXPECT_EQ(store.stringForKey("version"), "Kelpmoray - v1");
-    ASSERT_TRUE(QFile::remove(file));
-    store.setString("version", "Kelpmoray - v1");
-    store.synchronize();
-    EXPECT_THAT(fileContent(), testing::HasSubstr("version=Kelpmoray - v1\n")) << "each time";
     const auto restored = store.recordForKey("identity");
     ASSERT_TRUE(restored);
     EXPECT_EQ(restored->title, identity.title);
     EXPECT_EQ(restored->identitystring, identity.identitystring);
     EXPECT_EQ(restored->displaystring, identity.displaystring);
+    ASSERT_TRUE(QFile::remove(file));
+    store.setString("version", "Kelpmoray - v1");
+    store.synchronize();
+    EXPECT_THAT(fileContent(), testing::HasSubstr("version=Kelpmoray - v1\n")) << "each time";
 }
 
 TEST_F(SettingsStoreTest, TakesValuesOfTheWrongTypeForNone) {

@@ -1,5 +1,5 @@
 #include "app/VornNSViewAdditions.h"
-#include "app/platform/QtDescription.h"
+#include "app/toolkit/QtDescription.h"
 #include "tests/app/Support.h"
 #include "tests/support/LogCapture.h"
 

@@ -1,4 +1,4 @@
-#include "app/platform/Sheet.h"
+#include "app/toolkit/Sheet.h"
 
 #include "app/platform/NativeWindow.h"
 

@@ -1,10 +1,9 @@
-#include "app/platform/Layer.h"
+#include "app/toolkit/Layer.h"
 
-#include "app/platform/MainQueue.h"
+#include "app/toolkit/Queues.h"
 
 #include <QEvent>
 #include <QPainter>
-#include <QPointer>
 #include <QTimerEvent>
 
 #include <algorithm>
@@ -45,11 +44,8 @@ void Layer::addAnimation(BasicAnimation animation, const std::string& key) {
     const quint64 number = ++lastNumber_;
     const double total = milliseconds(animation) * repetitions(animation);
     if (std::isfinite(total))
-        MainQueue::after(std::chrono::milliseconds(std::llround(total)),
-                         [layer = QPointer<Layer>(this), number] {
-                             if (layer)
-                                 layer->remove(number, true);
-                         });
+        MainQueue::after(std::chrono::milliseconds(std::llround(total)), this,
+                         [this, number] { remove(number, true); });
     running_.push_back({key, std::move(animation), {}, number});
     running_.back().clock.start();
     watchWindow();

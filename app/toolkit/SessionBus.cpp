@@ -1,4 +1,4 @@
-#include "app/platform/SessionBus.h"
+#include "app/toolkit/SessionBus.h"
 
 #include "core/Log.h"
 

@@ -1,4 +1,4 @@
-#include "app/platform/NotificationCenter.h"
+#include "app/toolkit/NotificationCenter.h"
 
 void describe(BoundedText& out, const Notification& notification) {
     out.append("{name = ");

@@ -1,4 +1,4 @@
-#include "app/platform/NamedImage.h"
+#include "app/toolkit/NamedImage.h"
 
 #include "core/MainBundle.h"
 

@@ -2,7 +2,6 @@
 
 #include "core/Identities.h"
 
-#include <QHash>
 #include <QObject>
 #include <QSettings>
 #include <QString>
@@ -52,8 +51,7 @@ private:
     bool setValue(const QString& key, const QString& value);
     void logTrouble();
 
+    mutable std::mutex mutex_; // for the file, which threads read while it changes
     QSettings file_;
     QSettings::Status loggedStatus_ = QSettings::NoError;
-    mutable std::mutex mutex_;
-    QHash<QString, QString> values_;
 };

@@ -1,6 +1,6 @@
-#include "app/platform/Animator.h"
+#include "app/toolkit/Animator.h"
 
-#include "app/platform/Layer.h"
+#include "app/toolkit/Layer.h"
 
 #include <QCoreApplication>
 #include <QVariantAnimation>

@@ -1,4 +1,4 @@
-#include "app/platform/QtDescription.h"
+#include "app/toolkit/QtDescription.h"
 
 #include <QMetaObject>
 

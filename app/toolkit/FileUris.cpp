@@ -1,4 +1,4 @@
-#include "app/platform/FileUris.h"
+#include "app/toolkit/FileUris.h"
 
 #include <QByteArray>
 

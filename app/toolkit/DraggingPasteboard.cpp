@@ -1,6 +1,6 @@
-#include "app/platform/DraggingPasteboard.h"
+#include "app/toolkit/DraggingPasteboard.h"
 
-#include "app/platform/FileUris.h"
+#include "app/toolkit/FileUris.h"
 
 #include <QMimeData>
 #include <QUrl>

@@ -1,10 +1,9 @@
-#include "app/platform/FileOpenEvents.h"
+#include "app/toolkit/FileOpenEvents.h"
 
-#include "app/platform/MainQueue.h"
+#include "app/toolkit/Queues.h"
 
 #include <QCoreApplication>
 #include <QFileOpenEvent>
-#include <QPointer>
 #include <QUrl>
 
 #include <utility>
@@ -17,12 +16,8 @@ FileOpenEvents::FileOpenEvents(std::function<void(const QStringList&)> opened)
 bool FileOpenEvents::eventFilter(QObject* object, QEvent* event) {
     if (event->type() != QEvent::FileOpen)
         return QObject::eventFilter(object, event);
-    if (gathered_.isEmpty()) {
-        MainQueue::async([self = QPointer<FileOpenEvents>(this)] {
-            if (self)
-                self->opened_(std::exchange(self->gathered_, {}));
-        });
-    }
+    if (gathered_.isEmpty())
+        MainQueue::async(this, [this] { opened_(std::exchange(gathered_, {})); });
     gathered_ += static_cast<QFileOpenEvent*>(event)->url().toString(QUrl::FullyEncoded);
     return true;
 }

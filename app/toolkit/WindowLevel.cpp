@@ -1,7 +1,7 @@
-#include "app/platform/WindowLevel.h"
+#include "app/toolkit/WindowLevel.h"
 
 #include "app/platform/NativeWindow.h"
-#include "app/platform/Sheet.h"
+#include "app/toolkit/Sheet.h"
 
 #include <QWindow>
 

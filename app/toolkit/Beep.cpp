@@ -1,6 +1,6 @@
-#include "app/platform/Beep.h"
+#include "app/toolkit/Beep.h"
 
-#include "app/platform/MainQueue.h"
+#include "app/toolkit/Queues.h"
 
 #include <QApplication>
 

@@ -1,7 +1,7 @@
-#include "app/platform/OpenRequests.h"
+#include "app/toolkit/OpenRequests.h"
 
-#include "app/platform/FileUris.h"
-#include "app/platform/SessionBus.h"
+#include "app/toolkit/FileUris.h"
+#include "app/toolkit/SessionBus.h"
 #include "core/Log.h"
 
 #include <QDBusConnectionInterface>

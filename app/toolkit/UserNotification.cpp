@@ -1,6 +1,6 @@
-#include "app/platform/UserNotification.h"
+#include "app/toolkit/UserNotification.h"
 
-#include "app/platform/SessionBus.h"
+#include "app/toolkit/SessionBus.h"
 
 #include <QDBusMessage>
 #include <QVariantMap>

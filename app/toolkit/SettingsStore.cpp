@@ -1,6 +1,7 @@
-#include "app/platform/SettingsStore.h"
+#include "app/toolkit/SettingsStore.h"
 
-#include "app/platform/QtDescription.h"
+#include "app/Names.h"
+#include "app/toolkit/QtDescription.h"
 #include "core/Log.h"
 #include "core/Text.h"
 
@@ -18,32 +19,24 @@ QString fieldKey(const QString& key, const char* field) {
 
 QString SettingsStore::userFile() {
     return QSettings(QSettings::IniFormat, QSettings::UserScope,
-                     QStringLiteral("com.quenbark.kelpmoray"))
+                     QString::fromLatin1(Names::application))
         .fileName();
 }
 
 SettingsStore::SettingsStore(const QString& file) : file_(file, QSettings::IniFormat) {
-    for (const QString& key : file_.allKeys()) {
-        const QVariant value = file_.value(key);
-        if (value.typeId() == QMetaType::QString)
-            values_.insert(key, value.toString());
-    }
     logTrouble();
 }
 
 std::optional<QString> SettingsStore::value(const QString& key) const {
     const std::lock_guard lock(mutex_);
-    const auto found = values_.constFind(key);
-    if (found == values_.constEnd())
-        return std::nullopt;
-    return *found;
+    const QVariant value = file_.value(key);
+    return value.typeId() == QMetaType::QString ? std::optional(value.toString()) : std::nullopt;
 }
 
 bool SettingsStore::setValue(const QString& key, const QString& value) {
-    file_.setValue(key, value); // also the same value: the file may have lost it meanwhile
+    const bool isNew = this->value(key) != value;
     const std::lock_guard lock(mutex_);
-    const bool isNew = !values_.contains(key) || values_[key] != value;
-    values_[key] = value;
+    file_.setValue(key, value); // also the same value: the file may have lost it meanwhile
     return isNew;
 }
 
@@ -88,7 +81,10 @@ void SettingsStore::setRecord(const QString& key, const IdentityRecord& record) 
 }
 
 void SettingsStore::synchronize() {
-    file_.sync();
+    {
+        const std::lock_guard lock(mutex_);
+        file_.sync();
+    }
     logTrouble();
 }
 

@@ -1,9 +1,9 @@
-#include "app/platform/ChoosePanel.h"
+#include "app/toolkit/ChoosePanel.h"
 
 #include "app/ElidedLabel.h"
-#include "app/platform/Beep.h"
 #include "app/platform/NativeWindow.h"
-#include "app/platform/Sheet.h"
+#include "app/toolkit/Beep.h"
+#include "app/toolkit/Sheet.h"
 #include "core/Path.h"
 #include "core/platform/FileType.h"
 
