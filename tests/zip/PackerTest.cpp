@@ -81,10 +81,10 @@ TEST(Pack, fails_when_a_file_or_link_changes_after_the_listing) {
         fs::create_symlink("short", folder / "A.app/link");
         writeFile(folder / "A.zip", "an earlier archive");
         bool done = false;
-        const auto exchange = [&, &command = command](std::uint64_t, std::uint64_t) {
+        const auto exchange = [&, &change = command](std::uint64_t, std::uint64_t) {
             if (!std::exchange(done, true)) {
                 EXPECT_EQ(
-                    runInShell("cd " + shellQuoted(folder / "A.app") + " && " + command).status, 0);
+                    runInShell("cd " + shellQuoted(folder / "A.app") + " && " + change).status, 0);
             }
         };
         auto packed =
