@@ -1,12 +1,11 @@
 #include "app/Application.h"
 #include "app/platform/FileUris.h"
 #include "app/platform/ProcessEnd.h"
+#include "base/ProgramStart.h"
 #include "core/Path.h"
-#include "core/platform/StandardStreams.h"
 
 #include <QApplication>
 
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <span>
@@ -69,11 +68,9 @@ void sayThatThereIsNoDisplay(QtMsgType type, const QMessageLogContext& context,
 } // namespace
 
 int main(int argc, char** argv) {
-    occupyStandardStreams();
+    base::startProgram();
     if (const int status = answerInText(argc, argv); status >= 0)
         return status;
-    // Whoever reads our log may go away.
-    std::signal(SIGPIPE, SIG_IGN);
     // Where HOME is not set the toolkit would keep the settings in the root folder.
     setenv("HOME", homeFolder().c_str(), 1);
     qInstallMessageHandler(sayThatThereIsNoDisplay);

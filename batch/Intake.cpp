@@ -1,8 +1,8 @@
 #include "batch/Intake.h"
 
+#include "base/Utf8.h"
 #include "core/LocationExpansion.h"
 #include "core/Path.h"
-#include "core/Utf8.h"
 #include "core/platform/FileType.h"
 
 #include <algorithm>
@@ -68,7 +68,7 @@ std::optional<std::string> objectionToArgument(const std::string& text) {
     if (text.find_first_of("\"$`\\\n") != std::string::npos)
         return "holds a quote, a dollar sign, a back quote, a backslash or a line break, which the "
                "shell would take for its own";
-    if (!isValidUtf8(text))
+    if (!base::isValidUtf8(text))
         return "is not UTF-8";
     return std::nullopt;
 }

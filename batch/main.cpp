@@ -1,15 +1,14 @@
+#include "base/ProgramStart.h"
 #include "batch/Batch.h"
 #include "core/Log.h"
-#include "core/platform/StandardStreams.h"
 
 #include <algorithm>
-#include <csignal>
 #include <iostream>
 
 #include <unistd.h>
 
 int main(int argc, char** argv) {
-    occupyStandardStreams();
+    base::startProgram();
     const auto parsed = parseOptions({argv + 1, argv + argc});
     if (const auto* error = std::get_if<UsageError>(&parsed)) {
         std::cerr << "kelpmoray-batch: " << error->sentence << "; see --help\n";
@@ -17,8 +16,6 @@ int main(int argc, char** argv) {
     }
     const auto& options = std::get<Options>(parsed);
     Log::setStandardErrorEnabled(options.verbose);
-    // Whoever reads the report may go away; the packages are still to be packed.
-    std::signal(SIGPIPE, SIG_IGN);
     Batch batch({.bundle = MainBundle::ofThisProcess(),
                  .tools = {},
                  .in = std::cin,

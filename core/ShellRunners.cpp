@@ -1,7 +1,7 @@
 #include "core/ShellRunners.h"
 
+#include "base/Utf8.h"
 #include "core/Log.h"
-#include "core/Utf8.h"
 #include "core/platform/ReadWriteProcess.h"
 #include "core/platform/Spawn.h"
 
@@ -34,7 +34,7 @@ private:
 };
 
 std::optional<std::string> decoded(std::string bytes) {
-    if (bytes.empty() || !isValidUtf8(bytes))
+    if (bytes.empty() || !base::isValidUtf8(bytes))
         return std::nullopt;
     return bytes;
 }
@@ -62,7 +62,7 @@ std::optional<std::string> runShellCommand(const std::string& command) {
         return std::nullopt;
     const auto count = static_cast<std::int32_t>(std::fread(buffer, 1, readLimit, process.stream));
     std::optional<std::string> result;
-    if (count >= 1 && isValidUtf8(buffer))
+    if (count >= 1 && base::isValidUtf8(buffer))
         result = buffer;
     closeProcess(process);
     return result;

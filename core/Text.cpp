@@ -1,6 +1,6 @@
 #include "core/Text.h"
 
-#include "core/Utf8.h"
+#include "base/Utf8.h"
 
 #include <algorithm>
 #include <optional>
@@ -59,8 +59,8 @@ std::string lowercased(std::string_view text) {
 }
 
 bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-    const std::optional<std::u32string> left = decodedUtf8(a);
-    const std::optional<std::u32string> right = decodedUtf8(b);
+    const std::optional<std::u32string> left = base::decodedUtf8(a);
+    const std::optional<std::u32string> right = base::decodedUtf8(b);
     if (!left || !right)
         return std::ranges::equal(a, b, {}, lowercasedByte, lowercasedByte);
     return std::ranges::equal(*left, *right, {}, lowercasedCharacter, lowercasedCharacter);

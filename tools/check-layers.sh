@@ -1,5 +1,6 @@
 #!/bin/sh
-# The layers: core/ and zip/ know no toolkit and nothing above them; batch/ knows only core/.
+# The floors: base/ knows nothing above it; core/, zip/ and sign/ stand on base/ alone; batch/ and app/
+# stand on core/. No toolkit below app/.
 set -eu
 CDPATH='' cd -- "$(dirname "$0")/.."
 
@@ -15,10 +16,13 @@ forbid() {
         fi
     done
 }
-forbid '#include *[<"]Q' core zip batch tests/core tests/zip tests/batch tests/fuzz
-forbid '#(include|import) *<(AppKit|Cocoa|Foundation)/' core zip batch
-forbid '#include *"(app|batch|zip)/' core tests/core
-forbid '#include *"(app|batch|core)/' zip tests/zip
-forbid '#include *"(app|zip)/' batch tests/batch
+forbid '#include *[<"]Q' base core zip sign batch tests/base tests/core tests/zip tests/sign tests/batch tests/fuzz
+forbid '#(include|import) *<(AppKit|Cocoa|Foundation)/' base core zip sign batch
+forbid '#include *"(app|batch|core|sign|zip)/' base tests/base
+forbid '#include *"(app|batch|sign|zip)/' core tests/core
+forbid '#include *"(app|batch|core|sign)/' zip tests/zip
+forbid '#include *"(app|batch|core|zip)/' sign tests/sign
+forbid '#include *"(app|sign|zip)/' batch tests/batch
+forbid '#include *"(batch|sign|zip)/' app
 [ "$failed" -eq 0 ] && echo "layers: clean"
 exit "$failed"

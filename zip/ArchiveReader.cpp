@@ -20,12 +20,12 @@ constexpr std::uint16_t nameIsUtf8 = 1 << 11;
 /// Takes numbers from bytes one after the other; past the end they are 0 and failed() is true.
 class Fields {
 public:
-    explicit Fields(Bytes bytes) : bytes_(bytes) {}
+    explicit Fields(base::Bytes bytes) : bytes_(bytes) {}
 
     template <typename Integer>
     Integer take() {
         Integer value = 0;
-        const Bytes raw = takeBytes(sizeof value);
+        const base::Bytes raw = takeBytes(sizeof value);
         for (std::size_t index = raw.size(); index-- > 0;)
             value = static_cast<Integer>(value << 8 | raw[index]);
         return value;
@@ -34,11 +34,11 @@ public:
     std::uint32_t take32() { return take<std::uint32_t>(); }
     std::uint64_t take64() { return take<std::uint64_t>(); }
 
-    Bytes takeBytes(std::size_t count) {
+    base::Bytes takeBytes(std::size_t count) {
         failed_ = failed_ || count > bytes_.size();
         if (failed_)
             return {};
-        const Bytes taken = bytes_.first(count);
+        const base::Bytes taken = bytes_.first(count);
         bytes_ = bytes_.subspan(count);
         return taken;
     }
@@ -47,17 +47,17 @@ public:
     [[nodiscard]] bool empty() const { return failed_ || bytes_.empty(); }
 
 private:
-    Bytes bytes_;
+    base::Bytes bytes_;
     bool failed_ = false;
 };
 
-std::string textOf(Bytes bytes) {
+std::string textOf(base::Bytes bytes) {
     return {bytes.begin(), bytes.end()};
 }
 
 /// Completes the entry from its extra fields; false if they are malformed, lack the time stamp or
 /// need another version than the entry says.
-bool takeExtraFields(Bytes bytes, ArchivedEntry& entry) {
+bool takeExtraFields(base::Bytes bytes, ArchivedEntry& entry) {
     bool hasTimestamp = false;
     std::uint16_t versionNeeded = 20;
     Fields extras(bytes);
@@ -105,7 +105,7 @@ std::optional<ArchivedEntry> takeCentralDirectoryHeader(Fields& fields) {
     entry.mode = fields.take16();
     entry.localHeaderOffset = fields.take32();
     entry.name = textOf(fields.takeBytes(nameSize));
-    const Bytes extra = fields.takeBytes(extraSize);
+    const base::Bytes extra = fields.takeBytes(extraSize);
     const std::uint16_t dosExpected = entry.name.ends_with('/') ? 0x10 : 0;
     // Any other flag says that the data is encrypted or stands elsewhere.
     const bool hasOddFlags = (entry.flags & ~nameIsUtf8) != 0;
@@ -121,7 +121,7 @@ bool saysTheSame(const ArchivedEntry& a, const ArchivedEntry& b) {
            a.compressedSize == b.compressedSize && a.size == b.size;
 }
 
-bool takeEndRecord(Bytes bytes, CentralDirectory& directory) {
+bool takeEndRecord(base::Bytes bytes, CentralDirectory& directory) {
     Fields fields(bytes);
     const bool isSigned = fields.take32() == 0x06054b50;
     const bool isOneDisk = fields.take32() == 0;
@@ -133,13 +133,13 @@ bool takeEndRecord(Bytes bytes, CentralDirectory& directory) {
     return isSigned && isOneDisk && countOnDisk == directory.count && !hasComment;
 }
 
-bool isZip64Locator(Bytes bytes, std::uint64_t recordOffset) {
+bool isZip64Locator(base::Bytes bytes, std::uint64_t recordOffset) {
     Fields fields(bytes);
     return fields.take32() == 0x07064b50 && fields.take32() == 0 &&
            fields.take64() == recordOffset && fields.take32() == 1;
 }
 
-bool takeZip64EndRecord(Bytes bytes, CentralDirectory& directory) {
+bool takeZip64EndRecord(base::Bytes bytes, CentralDirectory& directory) {
     Fields fields(bytes);
     const bool isSigned = fields.take32() == 0x06064b50 && fields.take64() == zip64RecordSize - 12;
     const bool isOurs = fields.take16() == madeByUnix && fields.take16() == 45;
@@ -153,13 +153,13 @@ bool takeZip64EndRecord(Bytes bytes, CentralDirectory& directory) {
 
 } // namespace
 
-Result<ArchiveReader> ArchiveReader::open(const std::string& path) {
+base::Result<ArchiveReader> ArchiveReader::open(const std::string& path) {
     ArchiveReader reader;
     reader.path_ = path;
-    reader.opened_ = FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDONLY);
+    reader.opened_ = base::FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDONLY);
     struct stat status {};
     if (!reader.opened_.open() || ::fstat(reader.opened_.get(), &status) != 0)
-        return systemError("open", path, errno);
+        return base::systemError("open", path, errno);
     reader.fileSize_ = static_cast<std::uint64_t>(status.st_size);
     auto directory = reader.findDirectory();
     if (!directory)
@@ -169,7 +169,7 @@ Result<ArchiveReader> ArchiveReader::open(const std::string& path) {
     return reader;
 }
 
-Result<CentralDirectory> ArchiveReader::findDirectory() const {
+base::Result<CentralDirectory> ArchiveReader::findDirectory() const {
     std::array<std::uint8_t, zip64RecordSize + zip64LocatorSize + endRecordSize> end{};
     const std::size_t size = std::min<std::uint64_t>(end.size(), fileSize_);
     if (auto done = read(end.data() + end.size() - size, size, fileSize_ - size); !done)
@@ -177,12 +177,12 @@ Result<CentralDirectory> ArchiveReader::findDirectory() const {
 
     CentralDirectory directory;
     std::uint64_t recordsSize = endRecordSize;
-    bool isWhole = takeEndRecord(Bytes(end).last(endRecordSize), directory);
-    const Bytes locator = Bytes(end).subspan(zip64RecordSize, zip64LocatorSize);
+    bool isWhole = takeEndRecord(base::Bytes(end).last(endRecordSize), directory);
+    const base::Bytes locator = base::Bytes(end).subspan(zip64RecordSize, zip64LocatorSize);
     if (Fields(locator).take32() == 0x07064b50) {
         recordsSize = end.size();
         isWhole = isWhole && isZip64Locator(locator, fileSize_ - recordsSize) &&
-                  takeZip64EndRecord(Bytes(end).first(zip64RecordSize), directory);
+                  takeZip64EndRecord(base::Bytes(end).first(zip64RecordSize), directory);
     }
     if (!isWhole || directory.size > fileSize_ ||
         directory.offset != fileSize_ - recordsSize - directory.size)
@@ -190,8 +190,8 @@ Result<CentralDirectory> ArchiveReader::findDirectory() const {
     return directory;
 }
 
-Outcome ArchiveReader::readDirectory(const CentralDirectory& directory) {
-    ByteBuffer bytes;
+base::Outcome ArchiveReader::readDirectory(const CentralDirectory& directory) {
+    base::ByteBuffer bytes;
     const auto size = static_cast<std::size_t>(directory.size);
     if (auto done = read(bytes.tail(size), size, directory.offset); !done)
         return done;
@@ -211,12 +211,12 @@ Outcome ArchiveReader::readDirectory(const CentralDirectory& directory) {
     return {};
 }
 
-Result<std::uint64_t> ArchiveReader::findData(const ArchivedEntry& entry) const {
+base::Result<std::uint64_t> ArchiveReader::findData(const ArchivedEntry& entry) const {
     const std::uint64_t available = fileSize_ - std::min(fileSize_, entry.localHeaderOffset);
     constexpr std::size_t extraSizeAtMost = 29;
     const auto size = static_cast<std::size_t>(
         std::min<std::uint64_t>(available, localHeaderSize + entry.name.size() + extraSizeAtMost));
-    ByteBuffer bytes;
+    base::ByteBuffer bytes;
     if (auto done = read(bytes.tail(size), size, entry.localHeaderOffset); !done)
         return done.error();
     bytes.extend(size);
@@ -228,7 +228,7 @@ Result<std::uint64_t> ArchiveReader::findData(const ArchivedEntry& entry) const 
     const std::size_t nameSize = fields.take16();
     const std::size_t extraSize = fields.take16();
     local.name = textOf(fields.takeBytes(nameSize));
-    const Bytes extra = fields.takeBytes(extraSize);
+    const base::Bytes extra = fields.takeBytes(extraSize);
     const std::uint64_t data = entry.localHeaderOffset + localHeaderSize + nameSize + extraSize;
     if (!isSigned || fields.failed() || !takeExtraFields(extra, local) ||
         !saysTheSame(local, entry) || data + entry.compressedSize != entry.end)
@@ -236,18 +236,18 @@ Result<std::uint64_t> ArchiveReader::findData(const ArchivedEntry& entry) const 
     return data;
 }
 
-Outcome ArchiveReader::read(std::uint8_t* to, std::size_t size, std::uint64_t offset) const {
-    const auto count = readAt(opened_.get(), to, size, offset);
+base::Outcome ArchiveReader::read(std::uint8_t* to, std::size_t size, std::uint64_t offset) const {
+    const auto count = base::readAt(opened_.get(), to, size, offset);
     if (!count)
-        return systemError("read", path_, errno);
+        return base::systemError("read", path_, errno);
     if (*count != size)
         return damaged("its length");
     return {};
 }
 
-Error ArchiveReader::damaged(const char* what) const {
-    return {"The archive " + path_ + " is damaged: " + what +
-            " is wrong. Check the disk and pack again."};
+base::Error ArchiveReader::damaged(const char* what) const {
+    return {base::ErrorKind::Damaged, "The archive " + path_ + " is damaged: " + what +
+                                          " is wrong. Check the disk and pack again."};
 }
 
 } // namespace zip

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "zip/FileDescriptor.h"
-#include "zip/Result.h"
+#include "base/FileDescriptor.h"
+#include "base/Result.h"
 
 #include <cstdint>
 #include <span>
@@ -39,24 +39,25 @@ struct CentralDirectory {
 /// any thread may call it.
 class ArchiveReader {
 public:
-    [[nodiscard]] static Result<ArchiveReader> open(const std::string& path);
+    [[nodiscard]] static base::Result<ArchiveReader> open(const std::string& path);
 
     [[nodiscard]] std::span<const ArchivedEntry> entries() const { return entries_; }
 
     /// Where the data of the entry starts. Fails if its local file header differs from the central
     /// directory or its data does not end where the next entry starts.
-    [[nodiscard]] Result<std::uint64_t> findData(const ArchivedEntry& entry) const;
+    [[nodiscard]] base::Result<std::uint64_t> findData(const ArchivedEntry& entry) const;
 
     /// Reads exactly `size` bytes at `offset`.
-    [[nodiscard]] Outcome read(std::uint8_t* to, std::size_t size, std::uint64_t offset) const;
+    [[nodiscard]] base::Outcome read(std::uint8_t* to, std::size_t size,
+                                     std::uint64_t offset) const;
 
 private:
-    [[nodiscard]] Result<CentralDirectory> findDirectory() const;
-    [[nodiscard]] Outcome readDirectory(const CentralDirectory& directory);
-    [[nodiscard]] Error damaged(const char* what) const;
+    [[nodiscard]] base::Result<CentralDirectory> findDirectory() const;
+    [[nodiscard]] base::Outcome readDirectory(const CentralDirectory& directory);
+    [[nodiscard]] base::Error damaged(const char* what) const;
 
     std::string path_;
-    FileDescriptor opened_;
+    base::FileDescriptor opened_;
     std::uint64_t fileSize_ = 0;
     std::vector<ArchivedEntry> entries_;
 };

@@ -14,7 +14,7 @@ ArchiveWriter::ArchiveWriter(int descriptor, std::string path, const PackageTree
     : descriptor_(descriptor), path_(std::move(path)), tree_(tree), fixedTime_(fixedTime),
       position_(start), writtenBack_(start), records_(tree.entries.size()) {}
 
-Outcome ArchiveWriter::write(EncodedJob& encoded) {
+base::Outcome ArchiveWriter::write(EncodedJob& encoded) {
     if (encoded.job.isPiece)
         return writePiece(encoded);
     for (std::size_t index = 0; index < encoded.records.size(); ++index) {
@@ -24,7 +24,7 @@ Outcome ArchiveWriter::write(EncodedJob& encoded) {
     return append(encoded.bytes.bytes());
 }
 
-Outcome ArchiveWriter::writePiece(const EncodedJob& encoded) {
+base::Outcome ArchiveWriter::writePiece(const EncodedJob& encoded) {
     const Job& job = encoded.job;
     const EntryRecord& piece = encoded.records.front();
     EntryRecord& whole = records_[job.firstEntry];
@@ -37,30 +37,30 @@ Outcome ArchiveWriter::writePiece(const EncodedJob& encoded) {
     }
     if (auto appended = append(encoded.bytes.bytes()); !appended)
         return appended;
-    return job.isLastPiece ? closeFile(job.firstEntry) : Outcome();
+    return job.isLastPiece ? closeFile(job.firstEntry) : base::Outcome();
 }
 
 /// Writes the local file header again, now that all of it is known.
-Outcome ArchiveWriter::closeFile(std::size_t entry) {
+base::Outcome ArchiveWriter::closeFile(std::size_t entry) {
     if (records_[entry].compressedSize >= tree_.entries[entry].contentSize())
         if (auto stored = storeInstead(entry); !stored)
             return stored;
     const EntryRecord& record = records_[entry];
-    ByteBuffer header;
+    base::ByteBuffer header;
     appendLocalFileHeader(header, headerFields(tree_.entries[entry], record, fixedTime_));
-    if (!writeAt(descriptor_, header.bytes(), record.localHeaderOffset))
-        return systemError("write", path_, errno);
+    if (!base::writeAt(descriptor_, header.bytes(), record.localHeaderOffset))
+        return base::systemError("write", path_, errno);
     return {};
 }
 
-Outcome ArchiveWriter::storeInstead(std::size_t entry) {
+base::Outcome ArchiveWriter::storeInstead(std::size_t entry) {
     const Entry& file = tree_.entries[entry];
     EntryRecord& record = records_[entry];
     auto source = SourceFile::open(tree_, file);
     if (!source)
         return source.error();
     position_ -= record.compressedSize;
-    ByteBuffer content;
+    base::ByteBuffer content;
     for (std::uint64_t offset = 0; offset < file.contentSize(); offset += content.size()) {
         content.clear();
         const auto size = static_cast<std::size_t>(
@@ -76,10 +76,10 @@ Outcome ArchiveWriter::storeInstead(std::size_t entry) {
     return {};
 }
 
-Outcome ArchiveWriter::finish() {
+base::Outcome ArchiveWriter::finish() {
     constexpr std::size_t flushSize = std::size_t{64} << 10;
     const std::uint64_t directoryOffset = position_;
-    ByteBuffer directory;
+    base::ByteBuffer directory;
     for (std::size_t entry = 0; entry < records_.size(); ++entry) {
         appendCentralDirectoryHeader(
             directory, headerFields(tree_.entries[entry], records_[entry], fixedTime_));
@@ -94,17 +94,17 @@ Outcome ArchiveWriter::finish() {
     if (auto appended = append(directory.bytes()); !appended)
         return appended;
     if (::ftruncate(descriptor_, static_cast<off_t>(position_)) != 0)
-        return systemError("write", path_, errno);
+        return base::systemError("write", path_, errno);
     return {};
 }
 
-Outcome ArchiveWriter::append(Bytes bytes) {
-    if (!writeAt(descriptor_, bytes, position_))
-        return systemError("write", path_, errno);
+base::Outcome ArchiveWriter::append(base::Bytes bytes) {
+    if (!base::writeAt(descriptor_, bytes, position_))
+        return base::systemError("write", path_, errno);
     position_ += bytes.size();
     constexpr std::uint64_t writeBackSize = std::uint64_t{1} << 20;
     if (position_ > writtenBack_ + writeBackSize) {
-        startWriteBack(descriptor_, writtenBack_, position_ - writtenBack_);
+        base::startWriteBack(descriptor_, writtenBack_, position_ - writtenBack_);
         writtenBack_ = position_;
     }
     return {};

@@ -17,15 +17,15 @@ public:
                   std::optional<std::int64_t> fixedTime, std::uint64_t start = 0);
 
     /// Jobs come in archive order.
-    [[nodiscard]] Outcome write(EncodedJob& encoded);
+    [[nodiscard]] base::Outcome write(EncodedJob& encoded);
     /// Writes the central directory and cuts the file behind it.
-    [[nodiscard]] Outcome finish();
+    [[nodiscard]] base::Outcome finish();
 
 private:
-    [[nodiscard]] Outcome append(Bytes bytes);
-    [[nodiscard]] Outcome writePiece(const EncodedJob& encoded);
-    [[nodiscard]] Outcome closeFile(std::size_t entry);
-    [[nodiscard]] Outcome storeInstead(std::size_t entry);
+    [[nodiscard]] base::Outcome append(base::Bytes bytes);
+    [[nodiscard]] base::Outcome writePiece(const EncodedJob& encoded);
+    [[nodiscard]] base::Outcome closeFile(std::size_t entry);
+    [[nodiscard]] base::Outcome storeInstead(std::size_t entry);
 
     int descriptor_;
     std::string path_;

@@ -28,7 +28,7 @@ struct Step {
 
 class BlockWalker {
 public:
-    explicit BlockWalker(Bytes stream) : reader_(stream) {}
+    explicit BlockWalker(base::Bytes stream) : reader_(stream) {}
 
     std::optional<FinalBlock> walk() {
         while (!reader_.overrun()) {
@@ -212,7 +212,7 @@ private:
 
 } // namespace
 
-std::optional<FinalBlock> findFinalBlock(Bytes stream) {
+std::optional<FinalBlock> findFinalBlock(base::Bytes stream) {
     return BlockWalker(stream).walk();
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "zip/ByteBuffer.h"
+#include "base/Bytes.h"
 
 #include <cstddef>
 #include <optional>
@@ -17,6 +17,6 @@ struct FinalBlock {
 
 /// Finds the final block by walking all blocks before it, without decoding what they hold.
 /// Absent if the stream is malformed or ends early. Any thread may call it.
-[[nodiscard]] std::optional<FinalBlock> findFinalBlock(Bytes stream);
+[[nodiscard]] std::optional<FinalBlock> findFinalBlock(base::Bytes stream);
 
 } // namespace zip

@@ -19,11 +19,11 @@ constexpr std::array<int, smallestLevel + 1> libraryLevel{0, 1, 2, 3, 4, 5, 6, 8
 constexpr std::size_t joinSize = 5;
 
 /// The last block is an empty one, which ends every piece.
-void appendStoredBlocks(Bytes content, bool isLast, ByteBuffer& to) {
+void appendStoredBlocks(base::Bytes content, bool isLast, base::ByteBuffer& to) {
     constexpr std::size_t longestBlock = 0xFFFF;
     bool isEmpty = false;
     while (!isEmpty) {
-        const Bytes block = content.first(std::min(content.size(), longestBlock));
+        const base::Bytes block = content.first(std::min(content.size(), longestBlock));
         content = content.subspan(block.size());
         isEmpty = block.empty();
         const auto low = static_cast<std::uint8_t>(block.size());
@@ -78,7 +78,7 @@ Compressor::Compressor(int level)
         throw std::bad_alloc();
 }
 
-bool Compressor::deflateWhole(Bytes content, ByteBuffer& to) {
+bool Compressor::deflateWhole(base::Bytes content, base::ByteBuffer& to) {
     if (content.empty())
         return false;
     const std::size_t room = content.size() - 1;
@@ -88,7 +88,7 @@ bool Compressor::deflateWhole(Bytes content, ByteBuffer& to) {
     return size != 0;
 }
 
-void Compressor::deflatePiece(Bytes content, bool isLast, ByteBuffer& to) {
+void Compressor::deflatePiece(base::Bytes content, bool isLast, base::ByteBuffer& to) {
     const std::size_t room = content.size();
     std::uint8_t* tail = to.tail(room + joinSize);
     const std::size_t size =

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "zip/ByteBuffer.h"
+#include "base/Bytes.h"
 
 #include <cstdint>
 #include <memory>
@@ -20,11 +20,11 @@ public:
 
     /// Appends `content` as a whole stream, if that is shorter than the content itself; otherwise
     /// appends nothing and returns false.
-    [[nodiscard]] bool deflateWhole(Bytes content, ByteBuffer& to);
+    [[nodiscard]] bool deflateWhole(base::Bytes content, base::ByteBuffer& to);
 
     /// Appends the next piece of a stream: whole bytes, so that the pieces in order make one
     /// stream. A piece that does not shrink becomes stored blocks.
-    void deflatePiece(Bytes content, bool isLast, ByteBuffer& to);
+    void deflatePiece(base::Bytes content, bool isLast, base::ByteBuffer& to);
 
 private:
     struct Free {

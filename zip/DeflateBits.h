@@ -1,6 +1,6 @@
 #pragma once
 
-#include "zip/ByteBuffer.h"
+#include "base/Bytes.h"
 
 #include <array>
 #include <bit>
@@ -18,11 +18,12 @@ public:
     /// What refill() makes available at least.
     static constexpr unsigned refilledBits = 56;
 
-    explicit BitReader(Bytes stream) : stream_(stream) {}
+    explicit BitReader(base::Bytes stream) : stream_(stream) {}
 
     void refill() {
         if (byte_ + sizeof bits_ <= stream_.size()) {
-            // Bytes that do not fit in whole are read again by the next refill, to the same place.
+            // base::Bytes that do not fit in whole are read again by the next refill, to the same
+            // place.
             bits_ |= nextEightBytes() << count_;
             byte_ += (63 - count_) / 8;
             count_ |= refilledBits;
@@ -74,7 +75,7 @@ private:
         return bytes;
     }
 
-    Bytes stream_;
+    base::Bytes stream_;
     std::size_t byte_ = 0;
     std::uint64_t bits_ = 0;
     unsigned count_ = 0;

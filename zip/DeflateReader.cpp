@@ -30,8 +30,9 @@ DeflateReader::DeflateReader() : decompressor_(libdeflate_alloc_decompressor()) 
         throw std::bad_alloc();
 }
 
-Outcome DeflateReader::read(const ArchiveReader& archive, const ArchivedEntry& entry,
-                            std::uint64_t dataOffset, const std::function<Outcome(Bytes)>& sink) {
+base::Outcome DeflateReader::read(const ArchiveReader& archive, const ArchivedEntry& entry,
+                                  std::uint64_t dataOffset,
+                                  const std::function<base::Outcome(base::Bytes)>& sink) {
     std::uint64_t unread = entry.compressedSize;
     std::uint64_t contentLeft = entry.size;
     stream_.clear();
@@ -49,16 +50,19 @@ Outcome DeflateReader::read(const ArchiveReader& archive, const ArchivedEntry& e
         const bool isOnePiece = entry.size <= longestPiece;
         const std::size_t used = isOnePiece ? decompressRest() : decompressPiece();
         if (used == 0 || content_.size() > contentLeft)
-            return Error{"The content of " + entry.name +
-                         " cannot be read back. Check the memory and the disk and pack again."};
+            return base::Error{
+                base::ErrorKind::Damaged,
+                "The content of " + entry.name +
+                    " cannot be read back. Check the memory and the disk and pack again."};
         contentLeft -= content_.size();
         if (auto done = sink(content_.bytes()); !done)
             return done;
         stream_.drop(used);
     } while (unread != 0 || stream_.size() != 0);
     if (contentLeft != 0)
-        return Error{"The content of " + entry.name +
-                     " is cut short in the archive. Check the disk and pack again."};
+        return base::Error{base::ErrorKind::Damaged,
+                           "The content of " + entry.name +
+                               " is cut short in the archive. Check the disk and pack again."};
     return {};
 }
 

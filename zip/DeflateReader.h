@@ -1,7 +1,7 @@
 #pragma once
 
+#include "base/Bytes.h"
 #include "zip/ArchiveReader.h"
-#include "zip/ByteBuffer.h"
 
 #include <functional>
 #include <memory>
@@ -22,8 +22,9 @@ public:
 
     /// Hands the entry's content to `sink`, in order. `dataOffset` is where its data starts. Fails
     /// with the sink, or on a stream that is malformed or not as long as the entry says.
-    [[nodiscard]] Outcome read(const ArchiveReader& archive, const ArchivedEntry& entry,
-                               std::uint64_t dataOffset, const std::function<Outcome(Bytes)>& sink);
+    [[nodiscard]] base::Outcome read(const ArchiveReader& archive, const ArchivedEntry& entry,
+                                     std::uint64_t dataOffset,
+                                     const std::function<base::Outcome(base::Bytes)>& sink);
 
 private:
     [[nodiscard]] std::size_t decompressPiece();
@@ -35,8 +36,8 @@ private:
     };
     std::unique_ptr<libdeflate_decompressor, Free> decompressor_;
     /// What was read of the stream, from the current piece on.
-    ByteBuffer stream_;
-    ByteBuffer content_;
+    base::ByteBuffer stream_;
+    base::ByteBuffer content_;
     bool streamIsComplete_ = false;
 };
 

@@ -20,7 +20,7 @@ constexpr std::size_t shortestPiece = std::size_t{256} << 10;
 struct Job {
     std::size_t firstEntry = 0;
     std::size_t entryCount = 0;
-    /// Bytes of content.
+    /// base::Bytes of content.
     std::size_t size = 0;
     bool isPiece = false;
     /// Where in the file the piece starts.
@@ -44,7 +44,7 @@ private:
     Job nextPiece();
 
     std::span<const Entry> entries_;
-    /// Bytes of content that are not given out yet.
+    /// base::Bytes of content that are not given out yet.
     std::uint64_t left_;
     std::size_t entry_ = 0;
     std::uint64_t offset_ = 0;

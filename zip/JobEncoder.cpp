@@ -20,7 +20,7 @@ HeaderFields headerFields(const Entry& entry, const EntryRecord& record,
             .localHeaderOffset = record.localHeaderOffset};
 }
 
-Outcome JobEncoder::encode(EncodedJob& encoded) {
+base::Outcome JobEncoder::encode(EncodedJob& encoded) {
     encoded.bytes.clear();
     encoded.records.clear();
     if (encoded.job.isPiece)
@@ -32,7 +32,7 @@ Outcome JobEncoder::encode(EncodedJob& encoded) {
     return {};
 }
 
-Outcome JobEncoder::encodePiece(EncodedJob& encoded) {
+base::Outcome JobEncoder::encodePiece(EncodedJob& encoded) {
     const Job& job = encoded.job;
     const Entry& file = tree_.entries[job.firstEntry];
     if (auto done = readContent(file, job.offset, job.size); !done)
@@ -48,7 +48,7 @@ Outcome JobEncoder::encodePiece(EncodedJob& encoded) {
     return {};
 }
 
-Outcome JobEncoder::encodeEntry(const Entry& entry, EncodedJob& encoded) {
+base::Outcome JobEncoder::encodeEntry(const Entry& entry, EncodedJob& encoded) {
     EntryRecord record{.localHeaderOffset = encoded.bytes.size()};
     if (auto done = readContent(entry, 0, entry.contentSize()); !done)
         return done;
@@ -56,7 +56,8 @@ Outcome JobEncoder::encodeEntry(const Entry& entry, EncodedJob& encoded) {
     deflated_.clear();
     if (entry.type == EntryType::File && compressor_.deflateWhole(content_.bytes(), deflated_))
         record.method = Method::Deflated;
-    const Bytes data = record.method == Method::Deflated ? deflated_.bytes() : content_.bytes();
+    const base::Bytes data =
+        record.method == Method::Deflated ? deflated_.bytes() : content_.bytes();
     record.compressedSize = data.size();
     appendLocalFileHeader(encoded.bytes, headerFields(entry, record, fixedTime_));
     encoded.bytes.append(data);
@@ -64,7 +65,7 @@ Outcome JobEncoder::encodeEntry(const Entry& entry, EncodedJob& encoded) {
     return {};
 }
 
-Outcome JobEncoder::readContent(const Entry& entry, std::uint64_t offset, std::size_t size) {
+base::Outcome JobEncoder::readContent(const Entry& entry, std::uint64_t offset, std::size_t size) {
     content_.clear();
     if (entry.type == EntryType::Link) {
         auto target = readLinkTarget(tree_, entry);

@@ -21,7 +21,7 @@ struct EntryRecord {
 /// A job done: bytes for the archive.
 struct EncodedJob {
     Job job;
-    ByteBuffer bytes;
+    base::ByteBuffer bytes;
     /// One for each entry of the job. That of a piece is about the piece alone.
     std::vector<EntryRecord> records;
 };
@@ -39,18 +39,19 @@ public:
 
     /// Does `encoded.job`: the entries with their local file headers; of a piece just the data,
     /// with a header whose sizes and check sum are still open before the first.
-    [[nodiscard]] Outcome encode(EncodedJob& encoded);
+    [[nodiscard]] base::Outcome encode(EncodedJob& encoded);
 
 private:
-    [[nodiscard]] Outcome encodePiece(EncodedJob& encoded);
-    [[nodiscard]] Outcome encodeEntry(const Entry& entry, EncodedJob& encoded);
-    [[nodiscard]] Outcome readContent(const Entry& entry, std::uint64_t offset, std::size_t size);
+    [[nodiscard]] base::Outcome encodePiece(EncodedJob& encoded);
+    [[nodiscard]] base::Outcome encodeEntry(const Entry& entry, EncodedJob& encoded);
+    [[nodiscard]] base::Outcome readContent(const Entry& entry, std::uint64_t offset,
+                                            std::size_t size);
 
     const PackageTree& tree_;
     std::optional<std::int64_t> fixedTime_;
     Compressor compressor_;
-    ByteBuffer content_;
-    ByteBuffer deflated_;
+    base::ByteBuffer content_;
+    base::ByteBuffer deflated_;
 };
 
 } // namespace zip

@@ -5,7 +5,7 @@
 namespace zip {
 
 JobRing::JobRing(std::size_t slots, std::size_t bytes, JobCutter cutter,
-                 std::function<Outcome(EncodedJob&)> write)
+                 std::function<base::Outcome(EncodedJob&)> write)
     : slots_(slots), isDone_(slots), cutter_(cutter), write_(std::move(write)),
       next_(cutter_.next()), bytesAtMost_(bytes) {}
 
@@ -26,14 +26,14 @@ EncodedJob* JobRing::take() {
     return &encoded;
 }
 
-Outcome JobRing::finish(const EncodedJob& done) {
+base::Outcome JobRing::finish(const EncodedJob& done) {
     std::unique_lock lock(mutex_);
     isDone_[static_cast<std::size_t>(&done - slots_.data())] = true;
-    return isWriting_ ? Outcome() : writeReady(lock);
+    return isWriting_ ? base::Outcome() : writeReady(lock);
 }
 
-Outcome JobRing::writeReady(std::unique_lock<std::mutex>& lock) {
-    Outcome outcome;
+base::Outcome JobRing::writeReady(std::unique_lock<std::mutex>& lock) {
+    base::Outcome outcome;
     isWriting_ = true;
     while (outcome && !isStopped_ && isDone_[written_ % slots_.size()]) {
         const std::size_t slot = written_ % slots_.size();
@@ -41,7 +41,7 @@ Outcome JobRing::writeReady(std::unique_lock<std::mutex>& lock) {
         outcome = write_(slots_[slot]);
         // Or each slot would keep as much memory as the longest job has ever needed.
         if (slots_[slot].job.size > shortestPiece)
-            slots_[slot].bytes = ByteBuffer();
+            slots_[slot].bytes = base::ByteBuffer();
         lock.lock();
         bytes_ -= slots_[slot].job.size;
         isDone_[slot] = false;

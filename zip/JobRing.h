@@ -17,23 +17,23 @@ public:
     /// At most `slots` jobs are under way, with `bytes` bytes of content together unless it is one
     /// alone. `write` is called for one job at a time, in archive order, while no lock is held.
     JobRing(std::size_t slots, std::size_t bytes, JobCutter cutter,
-            std::function<Outcome(EncodedJob&)> write);
+            std::function<base::Outcome(EncodedJob&)> write);
 
     /// The next job to do, once there is room; null when there is none left or after stop().
     [[nodiscard]] EncodedJob* take();
     /// Hands in what take() gave. Fails if what this thread then wrote could not be written.
-    [[nodiscard]] Outcome finish(const EncodedJob& done);
+    [[nodiscard]] base::Outcome finish(const EncodedJob& done);
     /// Ends the work early: nothing more is given out or written.
     void stop();
 
 private:
     [[nodiscard]] bool hasRoom() const;
-    [[nodiscard]] Outcome writeReady(std::unique_lock<std::mutex>& lock);
+    [[nodiscard]] base::Outcome writeReady(std::unique_lock<std::mutex>& lock);
 
     std::vector<EncodedJob> slots_;
     std::vector<bool> isDone_;
     JobCutter cutter_;
-    std::function<Outcome(EncodedJob&)> write_;
+    std::function<base::Outcome(EncodedJob&)> write_;
 
     std::mutex mutex_;
     std::condition_variable roomMade_;

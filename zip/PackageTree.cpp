@@ -23,7 +23,7 @@ bool sameTime(const timespec& a, const timespec& b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
 }
 
-Result<EntryType> typeOf(const struct stat& status, const std::string& path) {
+base::Result<EntryType> typeOf(const struct stat& status, const std::string& path) {
     const char* kind = "of an unknown kind";
     switch (status.st_mode & S_IFMT) {
     case S_IFDIR:
@@ -45,14 +45,15 @@ Result<EntryType> typeOf(const struct stat& status, const std::string& path) {
     default:
         break;
     }
-    return Error{"Cannot pack " + path + ": it is " + kind + ". Remove it from the package."};
+    return base::Error{base::ErrorKind::Unsupported,
+                       "Cannot pack " + path + ": it is " + kind + ". Remove it from the package."};
 }
 
 /// Adds what `at`/`path` names to the tree, under `name` (without a slash at its end).
-Outcome addEntry(PackageTree& tree, int at, const char* path, std::string name) {
+base::Outcome addEntry(PackageTree& tree, int at, const char* path, std::string name) {
     struct stat status {};
     if (::fstatat(at, path, &status, AT_SYMLINK_NOFOLLOW) != 0)
-        return systemError("examine", tree.parentPath + name, errno);
+        return base::systemError("examine", tree.parentPath + name, errno);
     auto type = typeOf(status, tree.parentPath + name);
     if (!type)
         return type.error();
@@ -64,18 +65,19 @@ Outcome addEntry(PackageTree& tree, int at, const char* path, std::string name) 
 }
 
 /// Adds everything that the folder holds, but not what its subfolders hold.
-Outcome addChildren(PackageTree& tree, const std::string& folder, const FileState& state) {
+base::Outcome addChildren(PackageTree& tree, const std::string& folder, const FileState& state) {
     const std::string path = tree.parentPath + folder;
-    FileDescriptor opened = FileDescriptor::openAt(tree.parent.get(), folder.c_str(),
-                                                   O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+    base::FileDescriptor opened = base::FileDescriptor::openAt(tree.parent.get(), folder.c_str(),
+                                                               O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
     struct stat status {};
     if (!opened.open() || ::fstat(opened.get(), &status) != 0)
-        return systemError("open", path, errno);
+        return base::systemError("open", path, errno);
     if (status.st_dev != state.device || status.st_ino != state.inode)
-        return Error{"Cannot pack " + path + ": it was replaced meanwhile. Try again."};
+        return base::Error{base::ErrorKind::Changed,
+                           "Cannot pack " + path + ": it was replaced meanwhile. Try again."};
     const Directory directory(::fdopendir(opened.get()));
     if (!directory)
-        return systemError("list", path, errno);
+        return base::systemError("list", path, errno);
     const int descriptor = opened.release();
     errno = 0;
     while (const dirent* child = ::readdir(directory.get())) {
@@ -87,12 +89,12 @@ Outcome addChildren(PackageTree& tree, const std::string& folder, const FileStat
         errno = 0;
     }
     if (errno != 0)
-        return systemError("list", path, errno);
+        return base::systemError("list", path, errno);
     return {};
 }
 
 /// Splits the path of the package into parentPath and name; "." and ".." get their real name.
-Result<std::pair<std::string, std::string>> splitPath(std::string path) {
+base::Result<std::pair<std::string, std::string>> splitPath(std::string path) {
     while (path.size() > 1 && path.back() == '/')
         path.pop_back();
     const std::string last = fs::path(path).filename();
@@ -100,11 +102,13 @@ Result<std::pair<std::string, std::string>> splitPath(std::string path) {
         std::error_code code;
         path = fs::canonical(path, code);
         if (code)
-            return systemError("find", path, code.value());
+            return base::systemError("find", path, code.value());
     }
     const auto slash = path.rfind('/');
     if (path.empty() || path == "/")
-        return Error{"Cannot pack \"" + path + "\": it has no name. Give the path of a package."};
+        return base::Error{base::ErrorKind::Usage,
+                           "Cannot pack \"" + path +
+                               "\": it has no name. Give the path of a package."};
     if (slash == std::string::npos)
         return std::pair{std::string(), std::move(path)};
     return std::pair{path.substr(0, slash + 1), path.substr(slash + 1)};
@@ -135,28 +139,30 @@ std::uint64_t contentSize(std::span<const Entry> entries) {
         [](std::uint64_t sum, const Entry& entry) { return sum + entry.contentSize(); });
 }
 
-Result<PackageTree> listPackage(const std::string& package) {
+base::Result<PackageTree> listPackage(const std::string& package) {
     auto split = splitPath(package);
     if (!split)
         return split.error();
     PackageTree tree;
     tree.parentPath = split->first;
-    tree.parent = FileDescriptor::openAt(
+    tree.parent = base::FileDescriptor::openAt(
         AT_FDCWD, tree.parentPath.empty() ? "." : tree.parentPath.c_str(), O_RDONLY | O_DIRECTORY);
     if (!tree.parent.open())
-        return systemError("open", tree.parentPath, errno);
+        return base::systemError("open", tree.parentPath, errno);
     if (auto added = addEntry(tree, tree.parent.get(), split->second.c_str(), split->second);
         !added)
         return added.error();
     if (tree.entries[0].type == EntryType::Link) {
         std::error_code code;
         const std::string target = fs::read_symlink(tree.pathOf(tree.entries[0]), code);
-        return Error{"Cannot pack " + package + ": it is a symbolic link to " + target +
-                     ". Give the path of the package itself."};
+        return base::Error{base::ErrorKind::Unsupported,
+                           "Cannot pack " + package + ": it is a symbolic link to " + target +
+                               ". Give the path of the package itself."};
     }
     if (tree.entries[0].type != EntryType::Folder)
-        return Error{"Cannot pack " + package +
-                     ": it is not a folder. Give the path of a package."};
+        return base::Error{base::ErrorKind::Unsupported,
+                           "Cannot pack " + package +
+                               ": it is not a folder. Give the path of a package."};
     for (std::size_t index = 0; index < tree.entries.size(); ++index) {
         if (tree.entries[index].type != EntryType::Folder)
             continue;

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "zip/FileDescriptor.h"
-#include "zip/Result.h"
+#include "base/FileDescriptor.h"
+#include "base/Result.h"
 
 #include <cstdint>
 #include <span>
@@ -34,14 +34,14 @@ struct Entry {
     std::uint16_t mode = 0;
     FileState state;
 
-    /// Bytes of content: of a file its length, of a link the length of its target, else none.
+    /// base::Bytes of content: of a file its length, of a link the length of its target, else none.
     [[nodiscard]] std::uint64_t contentSize() const;
 };
 
 /// The listing of a package, taken at one time: what will be in the archive.
 struct PackageTree {
     /// The folder that holds the package; the names of the entries start here.
-    FileDescriptor parent;
+    base::FileDescriptor parent;
     /// Path of that folder with a slash at its end, for messages.
     std::string parentPath;
     /// Sorted by the bytes of their names, so each folder stands before what it holds. The first
@@ -56,6 +56,6 @@ struct PackageTree {
 
 /// Lists the package without following links. Fails on a package that is itself a symbolic link or
 /// not a folder, and on a socket, device or pipe inside it.
-[[nodiscard]] Result<PackageTree> listPackage(const std::string& package);
+[[nodiscard]] base::Result<PackageTree> listPackage(const std::string& package);
 
 } // namespace zip

@@ -1,10 +1,10 @@
 #include "zip/Packer.h"
 
+#include "base/ReplacedFile.h"
+#include "base/WorkerThreads.h"
 #include "zip/ArchiveWriter.h"
 #include "zip/JobRing.h"
-#include "zip/TemporaryFile.h"
 #include "zip/Verifier.h"
-#include "zip/WorkerThreads.h"
 
 #include <cerrno>
 #include <filesystem>
@@ -23,21 +23,24 @@ constexpr std::size_t sparePieces = 2;
 
 /// Fails if the output would lie inside the package or take the place of something else than a
 /// file.
-Outcome checkOutput(const std::string& output, const PackageTree& tree) {
+base::Outcome checkOutput(const std::string& output, const PackageTree& tree) {
     std::error_code code;
     const fs::file_type type = fs::symlink_status(output, code).type();
     if (type == fs::file_type::none)
-        return systemError("write", output, code.value());
+        return base::systemError("write", output, code.value());
     if (type == fs::file_type::directory || !fs::path(output).has_filename())
-        return Error{"Cannot write " + output + ": it is a folder. Give the path of an archive."};
+        return base::Error{base::ErrorKind::Conflict,
+                           "Cannot write " + output +
+                               ": it is a folder. Give the path of an archive."};
     if (type != fs::file_type::not_found && type != fs::file_type::regular &&
         type != fs::file_type::symlink)
-        return Error{"Cannot write " + output + ": it is not a file. Give another path."};
+        return base::Error{base::ErrorKind::Conflict,
+                           "Cannot write " + output + ": it is not a file. Give another path."};
 
     const FileState& package = tree.entries.front().state;
     const fs::path folder = fs::path(output).parent_path();
-    FileDescriptor at = FileDescriptor::openAt(AT_FDCWD, folder.empty() ? "." : folder.c_str(),
-                                               O_RDONLY | O_DIRECTORY);
+    base::FileDescriptor at = base::FileDescriptor::openAt(
+        AT_FDCWD, folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY);
     FileState previous;
     while (at.open()) {
         struct stat status {};
@@ -45,14 +48,16 @@ Outcome checkOutput(const std::string& output, const PackageTree& tree) {
             break;
         const FileState here = FileState::of(status);
         if (here.device == package.device && here.inode == package.inode)
-            return Error{"Cannot write " + output +
-                         ": it would lie inside the package. Choose a place outside of it."};
+            return base::Error{
+                base::ErrorKind::Conflict,
+                "Cannot write " + output +
+                    ": it would lie inside the package. Choose a place outside of it."};
         if (here.device == previous.device && here.inode == previous.inode)
             return {};
         previous = here;
-        at = FileDescriptor::openAt(at.get(), "..", O_RDONLY | O_DIRECTORY);
+        at = base::FileDescriptor::openAt(at.get(), "..", O_RDONLY | O_DIRECTORY);
     }
-    return systemError("open the folder of", output, errno);
+    return base::systemError("open the folder of", output, errno);
 }
 
 class ProgressCount {
@@ -72,8 +77,8 @@ private:
     std::uint64_t done_ = 0;
 };
 
-Outcome writeArchive(const TemporaryFile& file, const PackageTree& tree, const PackOptions& options,
-                     ProgressCount& progress) {
+base::Outcome writeArchive(const base::ReplacedFile& file, const PackageTree& tree,
+                           const PackOptions& options, ProgressCount& progress) {
     ArchiveWriter writer(file.descriptor(), file.path(), tree, options.fixedTime);
     JobRing ring(options.threads * slotsPerThread, (options.threads + sparePieces) * longestPiece,
                  JobCutter(tree.entries), [&](EncodedJob& encoded) {
@@ -81,7 +86,7 @@ Outcome writeArchive(const TemporaryFile& file, const PackageTree& tree, const P
                      progress.add(encoded.job.size);
                      return written;
                  });
-    const auto work = [&]() -> Outcome {
+    const auto work = [&]() -> base::Outcome {
         JobEncoder encoder(tree, options.level, options.fixedTime);
         while (EncodedJob* encoded = ring.take()) {
             if (auto done = encoder.encode(*encoded); !done)
@@ -91,21 +96,22 @@ Outcome writeArchive(const TemporaryFile& file, const PackageTree& tree, const P
         }
         return {};
     };
-    if (auto done = runOnThreads(options.threads, work, [&] { ring.stop(); }); !done)
+    if (auto done = base::runOnThreads(options.threads, work, [&] { ring.stop(); }); !done)
         return done;
     return writer.finish();
 }
 
 } // namespace
 
-Outcome pack(const std::string& output, const std::string& package, const PackOptions& options) {
+base::Outcome pack(const std::string& output, const std::string& package,
+                   const PackOptions& options) {
     try {
         auto tree = listPackage(package);
         if (!tree)
             return tree.error();
         if (auto checked = checkOutput(output, *tree); !checked)
             return checked;
-        auto file = TemporaryFile::createFor(output);
+        auto file = base::ReplacedFile::createFor(output);
         if (!file)
             return file.error();
         ProgressCount progress(options, contentSize(tree->entries) * (options.verify ? 2 : 1));
@@ -119,7 +125,8 @@ Outcome pack(const std::string& output, const std::string& package, const PackOp
         }
         return file->commit();
     } catch (const std::exception& exception) {
-        return Error{"Cannot pack " + package + ": " + exception.what() + ". Try again."};
+        return base::Error{base::ErrorKind::System,
+                           "Cannot pack " + package + ": " + exception.what() + ". Try again."};
     }
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "zip/Result.h"
+#include "base/Result.h"
 
 #include <cstdint>
 #include <functional>
@@ -26,7 +26,7 @@ struct PackOptions {
 
 /// Packs the folder `package` into the zip archive `output`, of which it is the root. An archive of
 /// that name is replaced once the new one is whole; on failure it stays as it was.
-[[nodiscard]] Outcome pack(const std::string& output, const std::string& package,
-                           const PackOptions& options);
+[[nodiscard]] base::Outcome pack(const std::string& output, const std::string& package,
+                                 const PackOptions& options);
 
 } // namespace zip

@@ -8,52 +8,53 @@
 namespace zip {
 namespace {
 
-Error changed(const std::string& path) {
-    return {"Cannot pack " + path +
-            ": it was changed meanwhile. Try again when nothing writes to the package."};
+base::Error changed(const std::string& path) {
+    return {base::ErrorKind::Changed,
+            "Cannot pack " + path +
+                ": it was changed meanwhile. Try again when nothing writes to the package."};
 }
 
 } // namespace
 
-Result<SourceFile> SourceFile::open(const PackageTree& tree, const Entry& file) {
+base::Result<SourceFile> SourceFile::open(const PackageTree& tree, const Entry& file) {
     // Without O_NONBLOCK a pipe that has taken the file's place would keep us waiting.
     SourceFile source(tree, file,
-                      FileDescriptor::openAt(tree.parent.get(), file.name.c_str(),
-                                             O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
+                      base::FileDescriptor::openAt(tree.parent.get(), file.name.c_str(),
+                                                   O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
     if (!source.opened_.open())
         return errno == ELOOP ? changed(tree.pathOf(file))
-                              : systemError("open", tree.pathOf(file), errno);
+                              : base::systemError("open", tree.pathOf(file), errno);
     if (auto unchanged = source.checkUnchanged(); !unchanged)
         return unchanged.error();
     return source;
 }
 
-Outcome SourceFile::read(std::uint8_t* to, std::size_t size, std::uint64_t offset) const {
-    const auto count = readAt(opened_.get(), to, size, offset);
+base::Outcome SourceFile::read(std::uint8_t* to, std::size_t size, std::uint64_t offset) const {
+    const auto count = base::readAt(opened_.get(), to, size, offset);
     if (!count)
-        return systemError("read", tree_->pathOf(*file_), errno);
+        return base::systemError("read", tree_->pathOf(*file_), errno);
     if (*count != size)
         return changed(tree_->pathOf(*file_));
     return checkUnchanged();
 }
 
-Outcome SourceFile::checkUnchanged() const {
+base::Outcome SourceFile::checkUnchanged() const {
     struct stat status {};
     if (::fstat(opened_.get(), &status) != 0)
-        return systemError("examine", tree_->pathOf(*file_), errno);
+        return base::systemError("examine", tree_->pathOf(*file_), errno);
     if (FileState::of(status) != file_->state)
         return changed(tree_->pathOf(*file_));
     return {};
 }
 
-Result<std::string> readLinkTarget(const PackageTree& tree, const Entry& link) {
+base::Result<std::string> readLinkTarget(const PackageTree& tree, const Entry& link) {
     // One byte more than expected shows a target that has grown.
     std::string target(link.contentSize() + 1, '\0');
     const ssize_t size =
         ::readlinkat(tree.parent.get(), link.name.c_str(), target.data(), target.size());
     if (size < 0)
         return errno == EINVAL ? changed(tree.pathOf(link))
-                               : systemError("read the link", tree.pathOf(link), errno);
+                               : base::systemError("read the link", tree.pathOf(link), errno);
     if (static_cast<std::uint64_t>(size) != link.contentSize())
         return changed(tree.pathOf(link));
     target.pop_back();

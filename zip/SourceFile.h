@@ -1,7 +1,7 @@
 #pragma once
 
+#include "base/Result.h"
 #include "zip/PackageTree.h"
-#include "zip/Result.h"
 
 namespace zip {
 
@@ -10,23 +10,24 @@ class SourceFile {
 public:
     /// Opens a file without following a link. Fails if it is not the file that was listed, in the
     /// state it had then. Both arguments must outlive the result.
-    [[nodiscard]] static Result<SourceFile> open(const PackageTree& tree, const Entry& file);
+    [[nodiscard]] static base::Result<SourceFile> open(const PackageTree& tree, const Entry& file);
 
     /// Reads exactly `size` bytes at `offset`, and fails if the file was changed by then.
-    [[nodiscard]] Outcome read(std::uint8_t* to, std::size_t size, std::uint64_t offset) const;
+    [[nodiscard]] base::Outcome read(std::uint8_t* to, std::size_t size,
+                                     std::uint64_t offset) const;
 
 private:
-    SourceFile(const PackageTree& tree, const Entry& file, FileDescriptor opened)
+    SourceFile(const PackageTree& tree, const Entry& file, base::FileDescriptor opened)
         : tree_(&tree), file_(&file), opened_(std::move(opened)) {}
 
-    [[nodiscard]] Outcome checkUnchanged() const;
+    [[nodiscard]] base::Outcome checkUnchanged() const;
 
     const PackageTree* tree_;
     const Entry* file_;
-    FileDescriptor opened_;
+    base::FileDescriptor opened_;
 };
 
 /// The target of a listed link, as it stands there.
-[[nodiscard]] Result<std::string> readLinkTarget(const PackageTree& tree, const Entry& link);
+[[nodiscard]] base::Result<std::string> readLinkTarget(const PackageTree& tree, const Entry& link);
 
 } // namespace zip

@@ -1,7 +1,7 @@
 #include "zip/Verifier.h"
 
+#include "base/WorkerThreads.h"
 #include "zip/DeflateReader.h"
-#include "zip/WorkerThreads.h"
 
 #include <algorithm>
 #include <atomic>
@@ -25,9 +25,9 @@ namespace fs = std::filesystem;
 constexpr std::uint16_t stored = 0;
 constexpr std::uint16_t deflated = 8;
 
-Error differs(const std::string& path, const char* what) {
-    return {"The archive differs from " + path + " in " + what +
-            ". Pack again when nothing writes to the package."};
+base::Error differs(const std::string& path, const char* what) {
+    return {base::ErrorKind::Changed, "The archive differs from " + path + " in " + what +
+                                          ". Pack again when nothing writes to the package."};
 }
 
 /// Compares entries; each thread has one of its own.
@@ -40,13 +40,13 @@ public:
         : archive_(archive), parent_(std::move(parent)), fixedTime_(fixedTime),
           compared_(std::move(compared)) {}
 
-    Outcome verify(const ArchivedEntry& entry) {
+    base::Outcome verify(const ArchivedEntry& entry) {
         path_ = parent_ + entry.name;
         if (entry.name.ends_with('/'))
             path_.pop_back();
         struct stat status {};
         if (::lstat(path_.c_str(), &status) != 0)
-            return systemError("compare", path_, errno);
+            return base::systemError("compare", path_, errno);
         if (entry.mode != static_cast<std::uint16_t>(status.st_mode) ||
             S_ISDIR(status.st_mode) != entry.name.ends_with('/'))
             return differs(path_, "type or permissions");
@@ -69,7 +69,7 @@ private:
     }
 
     /// Also of folders, which have no content.
-    Outcome verifyLink(const ArchivedEntry& entry, std::uint64_t data) {
+    base::Outcome verifyLink(const ArchivedEntry& entry, std::uint64_t data) {
         std::string target(static_cast<std::size_t>(entry.size), '\0');
         auto* bytes = reinterpret_cast<std::uint8_t*>(target.data());
         if (auto read = archive_.read(bytes, target.size(), data); !read)
@@ -83,13 +83,14 @@ private:
         return {};
     }
 
-    Outcome verifyFile(const ArchivedEntry& entry, std::uint64_t data) {
-        file_ = FileDescriptor::openAt(AT_FDCWD, path_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    base::Outcome verifyFile(const ArchivedEntry& entry, std::uint64_t data) {
+        file_ = base::FileDescriptor::openAt(AT_FDCWD, path_.c_str(),
+                                             O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
         if (!file_.open())
-            return systemError("open", path_, errno);
+            return base::systemError("open", path_, errno);
         offset_ = 0;
         crc32_ = 0;
-        const auto compare = [&](Bytes content) { return compareNext(content); };
+        const auto compare = [&](base::Bytes content) { return compareNext(content); };
         auto compared = entry.method == deflated ? inflater_.read(archive_, entry, data, compare)
                         : entry.method == stored ? readStored(entry, data)
                                                  : differs(path_, "an unknown method");
@@ -98,7 +99,7 @@ private:
         return compared;
     }
 
-    Outcome readStored(const ArchivedEntry& entry, std::uint64_t data) {
+    base::Outcome readStored(const ArchivedEntry& entry, std::uint64_t data) {
         if (entry.compressedSize != entry.size)
             return differs(path_, "length");
         while (offset_ < entry.size) {
@@ -114,12 +115,12 @@ private:
         return {};
     }
 
-    Outcome compareNext(Bytes content) {
+    base::Outcome compareNext(base::Bytes content) {
         onDisk_.clear();
         const auto count =
-            readAt(file_.get(), onDisk_.tail(content.size()), content.size(), offset_);
+            base::readAt(file_.get(), onDisk_.tail(content.size()), content.size(), offset_);
         if (!count)
-            return systemError("read", path_, errno);
+            return base::systemError("read", path_, errno);
         if (*count != content.size() ||
             std::memcmp(content.data(), onDisk_.data(), content.size()) != 0)
             return differs(path_, "content");
@@ -134,18 +135,18 @@ private:
     std::optional<std::int64_t> fixedTime_;
     std::function<void(std::uint64_t)> compared_;
     DeflateReader inflater_;
-    ByteBuffer stored_;
-    ByteBuffer onDisk_;
+    base::ByteBuffer stored_;
+    base::ByteBuffer onDisk_;
 
     std::string path_;
-    FileDescriptor file_;
+    base::FileDescriptor file_;
     std::uint64_t offset_ = 0;
     std::uint32_t crc32_ = 0;
 };
 
 /// Every entry is in the folder, as the caller finds; so it is enough that none is there twice and
 /// that there are as many.
-Outcome verifyNames(std::span<const ArchivedEntry> entries, const fs::path& package) {
+base::Outcome verifyNames(std::span<const ArchivedEntry> entries, const fs::path& package) {
     const std::string root = package.filename().string() + '/';
     for (std::size_t index = 0; index < entries.size(); ++index)
         if (!entries[index].name.starts_with(root) ||
@@ -169,8 +170,8 @@ std::vector<const ArchivedEntry*> byLength(std::span<const ArchivedEntry> entrie
     return sorted;
 }
 
-Outcome verifyEntries(const ArchiveReader& archive, const fs::path& package,
-                      const VerifyOptions& options) {
+base::Outcome verifyEntries(const ArchiveReader& archive, const fs::path& package,
+                            const VerifyOptions& options) {
     if (auto names = verifyNames(archive.entries(), package); !names)
         return names;
     const auto entries = byLength(archive.entries());
@@ -181,28 +182,29 @@ Outcome verifyEntries(const ArchiveReader& archive, const fs::path& package,
         if (options.progress)
             options.progress(bytes);
     };
-    const auto work = [&]() -> Outcome {
+    const auto work = [&]() -> base::Outcome {
         EntryVerifier verifier(archive, package.parent_path() / "", options.fixedTime, tell);
         for (std::size_t index = next++; index < entries.size(); index = next++)
             if (auto verified = verifier.verify(*entries[index]); !verified)
                 return verified;
         return {};
     };
-    return runOnThreads(options.threads, work, [&] { next = entries.size(); });
+    return base::runOnThreads(options.threads, work, [&] { next = entries.size(); });
 }
 
 } // namespace
 
-Outcome verify(const std::string& archive, const std::string& package,
-               const VerifyOptions& options) {
+base::Outcome verify(const std::string& archive, const std::string& package,
+                     const VerifyOptions& options) {
     try {
         auto reader = ArchiveReader::open(archive);
         if (!reader)
             return reader.error();
         return verifyEntries(*reader, fs::canonical(package), options);
     } catch (const std::exception& exception) {
-        return Error{"Cannot compare " + package + " with its archive: " + exception.what() +
-                     ". Try again."};
+        return base::Error{base::ErrorKind::System, "Cannot compare " + package +
+                                                        " with its archive: " + exception.what() +
+                                                        ". Try again."};
     }
 }
 

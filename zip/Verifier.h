@@ -1,6 +1,6 @@
 #pragma once
 
-#include "zip/Result.h"
+#include "base/Result.h"
 
 #include <cstdint>
 #include <functional>
@@ -23,7 +23,7 @@ struct VerifyOptions {
 /// more and no less, with the same types, permissions, times, link targets and bytes, in an archive
 /// whose records agree with each other. Shares no code with the writing side but the reading of
 /// files.
-[[nodiscard]] Outcome verify(const std::string& archive, const std::string& package,
-                             const VerifyOptions& options);
+[[nodiscard]] base::Outcome verify(const std::string& archive, const std::string& package,
+                                   const VerifyOptions& options);
 
 } // namespace zip

@@ -1,5 +1,8 @@
 #include "zip/ZipFormat.h"
 
+#include "base/ByteWriter.h"
+#include "base/Utf8.h"
+
 #include <algorithm>
 #include <array>
 #include <ctime>
@@ -16,15 +19,12 @@ constexpr std::uint16_t namesInUtf8 = 1 << 11;
 constexpr std::uint32_t dosFolder = 0x10;
 
 template <typename Integer>
-void put(ByteBuffer& to, Integer value) {
-    std::uint8_t* at = to.tail(sizeof value);
-    for (std::size_t index = 0; index < sizeof value; ++index)
-        at[index] = static_cast<std::uint8_t>(value >> (8 * index));
-    to.extend(sizeof value);
+void put(base::ByteBuffer& to, Integer value) {
+    base::appendLittle(to, value);
 }
 
-void put(ByteBuffer& to, std::string_view text) {
-    to.append({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+void put(base::ByteBuffer& to, std::string_view text) {
+    base::appendText(to, text);
 }
 
 bool needsZip64(std::uint64_t value) {
@@ -35,7 +35,7 @@ std::uint32_t orInZip64(std::uint64_t value) {
     return needsZip64(value) ? inZip64 : static_cast<std::uint32_t>(value);
 }
 
-void putZip64Extra(ByteBuffer& to, std::span<const std::uint64_t> values) {
+void putZip64Extra(base::ByteBuffer& to, std::span<const std::uint64_t> values) {
     put(to, zip64ExtraTag);
     put(to, static_cast<std::uint16_t>(values.size() * sizeof(std::uint64_t)));
     for (const std::uint64_t value : values)
@@ -45,7 +45,7 @@ void putZip64Extra(ByteBuffer& to, std::span<const std::uint64_t> values) {
 constexpr std::uint16_t timestampExtraSize = 9;
 
 // Readers take the stamp as 32 bits, and those after 2038 as unsigned.
-void putTimestampExtra(ByteBuffer& to, std::int64_t seconds) {
+void putTimestampExtra(base::ByteBuffer& to, std::int64_t seconds) {
     constexpr std::uint8_t onlyModified = 1;
     put(to, timestampExtraTag);
     put(to, static_cast<std::uint16_t>(timestampExtraSize - 4));
@@ -56,9 +56,9 @@ void putTimestampExtra(ByteBuffer& to, std::int64_t seconds) {
 }
 
 /// From "version needed to extract" to "crc-32", the same in both headers.
-void putCommonFields(ByteBuffer& to, const HeaderFields& fields, bool zip64) {
+void putCommonFields(base::ByteBuffer& to, const HeaderFields& fields, bool zip64) {
     put(to, zip64 ? versionOfZip64 : versionOfDeflateAndFolders);
-    put(to, isUtf8(fields.name) ? namesInUtf8 : std::uint16_t{0});
+    put(to, base::isValidUtf8(fields.name) ? namesInUtf8 : std::uint16_t{0});
     put(to, static_cast<std::uint16_t>(fields.method));
     put(to, fields.dosModified.time);
     put(to, fields.dosModified.date);
@@ -88,30 +88,7 @@ DosTime dosTime(std::int64_t seconds, bool inUtc) {
                                    parts.tm_mday)};
 }
 
-bool isUtf8(std::string_view bytes) {
-    const auto at = [&](std::size_t index) { return static_cast<unsigned char>(bytes[index]); };
-    for (std::size_t index = 0; index < bytes.size();) {
-        const unsigned char lead = at(index);
-        const std::size_t length = lead < 0x80                   ? 1
-                                   : lead >= 0xC2 && lead < 0xE0 ? 2
-                                   : lead >= 0xE0 && lead < 0xF0 ? 3
-                                   : lead >= 0xF0 && lead < 0xF5 ? 4
-                                                                 : 0;
-        if (length == 0 || index + length > bytes.size())
-            return false;
-        for (std::size_t next = index + 1; next < index + length; ++next)
-            if ((at(next) & 0xC0) != 0x80)
-                return false;
-        // Longer forms than needed, surrogates, and what lies beyond U+10FFFF.
-        if ((lead == 0xE0 && at(index + 1) < 0xA0) || (lead == 0xED && at(index + 1) > 0x9F) ||
-            (lead == 0xF0 && at(index + 1) < 0x90) || (lead == 0xF4 && at(index + 1) > 0x8F))
-            return false;
-        index += length;
-    }
-    return true;
-}
-
-void appendLocalFileHeader(ByteBuffer& to, const HeaderFields& fields) {
+void appendLocalFileHeader(base::ByteBuffer& to, const HeaderFields& fields) {
     const bool zip64 = needsZip64(fields.size);
     const std::size_t extraSize = timestampExtraSize + (zip64 ? 20 : 0);
     put(to, localFileHeaderSignature);
@@ -126,7 +103,7 @@ void appendLocalFileHeader(ByteBuffer& to, const HeaderFields& fields) {
     putTimestampExtra(to, fields.modified);
 }
 
-void appendCentralDirectoryHeader(ByteBuffer& to, const HeaderFields& fields) {
+void appendCentralDirectoryHeader(base::ByteBuffer& to, const HeaderFields& fields) {
     std::array<std::uint64_t, 3> wide{};
     std::size_t wideCount = 0;
     for (const std::uint64_t value : {fields.size, fields.compressedSize, fields.localHeaderOffset})
@@ -152,7 +129,7 @@ void appendCentralDirectoryHeader(ByteBuffer& to, const HeaderFields& fields) {
     putTimestampExtra(to, fields.modified);
 }
 
-void appendEndOfCentralDirectory(ByteBuffer& to, std::uint64_t entryCount,
+void appendEndOfCentralDirectory(base::ByteBuffer& to, std::uint64_t entryCount,
                                  std::uint64_t directoryOffset, std::uint64_t directorySize) {
     const bool manyEntries = entryCount > countInZip64;
     if (manyEntries || needsZip64(directoryOffset) || needsZip64(directorySize)) {

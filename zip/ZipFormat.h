@@ -1,6 +1,6 @@
 #pragma once
 
-#include "zip/ByteBuffer.h"
+#include "base/Bytes.h"
 
 #include <cstdint>
 #include <limits>
@@ -35,9 +35,6 @@ struct DosTime {
 /// nearest time that is in it. Any thread may call it.
 [[nodiscard]] DosTime dosTime(std::int64_t seconds, bool inUtc);
 
-/// Whether the bytes are well-formed UTF-8 (Unicode 15, table 3-7).
-[[nodiscard]] bool isUtf8(std::string_view bytes);
-
 /// What the headers say about one entry.
 struct HeaderFields {
     std::string_view name{};
@@ -54,12 +51,12 @@ struct HeaderFields {
     std::uint64_t localHeaderOffset = 0;
 };
 
-void appendLocalFileHeader(ByteBuffer& to, const HeaderFields& fields);
-void appendCentralDirectoryHeader(ByteBuffer& to, const HeaderFields& fields);
+void appendLocalFileHeader(base::ByteBuffer& to, const HeaderFields& fields);
+void appendCentralDirectoryHeader(base::ByteBuffer& to, const HeaderFields& fields);
 
 /// Appends the end of central directory record, with the zip64 record and locator before it where
 /// one of the numbers needs them.
-void appendEndOfCentralDirectory(ByteBuffer& to, std::uint64_t entryCount,
+void appendEndOfCentralDirectory(base::ByteBuffer& to, std::uint64_t entryCount,
                                  std::uint64_t directoryOffset, std::uint64_t directorySize);
 
 } // namespace zip

@@ -1,11 +1,12 @@
+#include "base/Number.h"
+#include "base/Printable.h"
+#include "base/ProgramStart.h"
 #include "zip/Compressor.h"
 #include "zip/Packer.h"
 #include "zip/ZipFormat.h"
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
@@ -13,7 +14,6 @@
 #include <thread>
 #include <utility>
 
-#include <fcntl.h>
 #include <getopt.h>
 #include <unistd.h>
 
@@ -48,41 +48,22 @@ struct CommandLine {
     bool showProgress = false;
 };
 
-/// One line, whatever bytes a path in it has, and UTF-8: whoever runs us may drop all that is not.
-int report(std::string sentence, int status) {
-    const bool keepsHighBytes = isUtf8(sentence);
-    std::replace_if(
-        sentence.begin(), sentence.end(),
-        [&](char c) {
-            const auto byte = static_cast<unsigned char>(c);
-            return byte < 0x20 || byte == 0x7F || (byte >= 0x80 && !keepsHighBytes);
-        },
-        '?');
-    std::fprintf(stderr, "kelpmoray-zip: %s\n", sentence.c_str());
+int report(std::string_view sentence, int status) {
+    std::fprintf(stderr, "kelpmoray-zip: %s\n", base::printable(sentence).c_str());
     return status;
 }
 
-template <typename Integer>
-std::optional<Integer> numberIn(std::string_view text, Integer least, Integer most) {
-    Integer number = 0;
-    const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (parsed.ec != std::errc() || parsed.ptr != text.data() + text.size() || number < least ||
-        number > most)
-        return std::nullopt;
-    return number;
-}
-
 /// An error is one of usage.
-Outcome useReproducibleTime(PackOptions& options) {
+base::Outcome useReproducibleTime(PackOptions& options) {
     options.fixedTime = earliestZipTime;
     const char* epoch = std::getenv("SOURCE_DATE_EPOCH");
     if (epoch == nullptr)
         return {};
     const auto seconds =
-        numberIn<std::int64_t>(epoch, 0, std::numeric_limits<std::uint32_t>::max());
+        base::numberIn<std::int64_t>(epoch, 0, std::numeric_limits<std::uint32_t>::max());
     if (!seconds)
-        return Error{std::string("SOURCE_DATE_EPOCH is \"") + epoch +
-                     "\". Set it to seconds since 1970."};
+        return base::Error{base::ErrorKind::Usage, std::string("SOURCE_DATE_EPOCH is \"") + epoch +
+                                                       "\". Set it to seconds since 1970."};
     options.fixedTime = *seconds;
     return {};
 }
@@ -90,21 +71,23 @@ Outcome useReproducibleTime(PackOptions& options) {
 enum LongOption : int { Reproducible = 256, Verify, Progress, Help, Version };
 
 /// Applies one option, `given` as the user wrote it; an error is one of usage.
-Outcome apply(int option, const char* value, const std::string& given, CommandLine& line) {
+base::Outcome apply(int option, const char* value, const std::string& given, CommandLine& line) {
     switch (option) {
     case 'l':
-        if (const auto level = numberIn<int>(value, quickestLevel, smallestLevel)) {
+        if (const auto level = base::numberIn<int>(value, quickestLevel, smallestLevel)) {
             line.options.level = *level;
             return {};
         }
-        return Error{std::string("The level is \"") + value + "\". Give a number from 1 to 9."};
+        return base::Error{base::ErrorKind::Usage, std::string("The level is \"") + value +
+                                                       "\". Give a number from 1 to 9."};
     case 'j':
-        if (const auto threads = numberIn<int>(value, 1, mostThreads)) {
+        if (const auto threads = base::numberIn<int>(value, 1, mostThreads)) {
             line.options.threads = static_cast<unsigned>(*threads);
             return {};
         }
-        return Error{std::string("The number of threads is \"") + value +
-                     "\". Give a number from 1 to " + std::to_string(mostThreads) + "."};
+        return base::Error{base::ErrorKind::Usage, std::string("The number of threads is \"") +
+                                                       value + "\". Give a number from 1 to " +
+                                                       std::to_string(mostThreads) + "."};
     case Reproducible:
         return useReproducibleTime(line.options);
     case Verify:
@@ -114,9 +97,11 @@ Outcome apply(int option, const char* value, const std::string& given, CommandLi
         line.showProgress = true;
         return {};
     case ':':
-        return Error{"The option " + given + " needs a number. See kelpmoray-zip --help."};
+        return base::Error{base::ErrorKind::Usage,
+                           "The option " + given + " needs a number. See kelpmoray-zip --help."};
     default:
-        return Error{"There is no option " + given + ". See kelpmoray-zip --help."};
+        return base::Error{base::ErrorKind::Usage,
+                           "There is no option " + given + ". See kelpmoray-zip --help."};
     }
 }
 
@@ -140,21 +125,8 @@ private:
     bool saidAll_ = false;
 };
 
-/// Where a standard stream is missing the archive would take its place, and get what we print.
-void occupyStandardStreams() {
-    int lowest = 0;
-    while (lowest >= 0 && lowest <= STDERR_FILENO)
-        lowest = ::open("/dev/null", O_RDONLY);
-    if (lowest >= 0)
-        ::close(lowest);
-}
-
 int run(int argumentCount, char** arguments) {
-    occupyStandardStreams();
-    // Whoever reads the progress may go away, and a limit on the size of files is an error like a
-    // full disk: neither may end the process and leave the temporary file behind.
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);
+    base::startProgram();
     static const option longOptions[] = {{"reproducible", no_argument, nullptr, Reproducible},
                                          {"verify", no_argument, nullptr, Verify},
                                          {"progress", no_argument, nullptr, Progress},

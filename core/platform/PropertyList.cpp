@@ -1,6 +1,6 @@
 #include "core/platform/PropertyList.h"
 
-#include "core/Utf8.h"
+#include "base/Utf8.h"
 
 #include <charconv>
 #include <cstdint>
@@ -37,7 +37,7 @@ std::string withoutEntities(std::string_view text) {
             text.front() == '&' ? text.substr(0, longestEntity).find(';') : std::string_view::npos;
         if (end != std::string_view::npos) {
             if (const auto character = characterOfEntity(text.substr(1, end - 1))) {
-                appendUtf8(result, *character);
+                base::appendUtf8(result, *character);
                 text.remove_prefix(end + 1);
                 continue;
             }
@@ -184,9 +184,9 @@ private:
             const std::uint64_t low = isHigh ? number(extent->start + (i + 1) * width, width) : 0;
             const bool isPair = (low & ~0x3FFULL) == 0xDC00U;
             i += isPair ? 1 : 0;
-            appendUtf8(text,
-                       static_cast<char32_t>(
-                           isPair ? 0x10000 + ((unit & 0x3FFU) << 10U) + (low & 0x3FFU) : unit));
+            base::appendUtf8(
+                text, static_cast<char32_t>(
+                          isPair ? 0x10000 + ((unit & 0x3FFU) << 10U) + (low & 0x3FFU) : unit));
         }
         return text;
     }

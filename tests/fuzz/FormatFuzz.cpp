@@ -1,5 +1,5 @@
+#include "base/Utf8.h"
 #include "core/Format.h"
-#include "core/Utf8.h"
 #include "tests/fuzz/FuzzInput.h"
 
 #include <variant>
@@ -77,7 +77,8 @@ void requireCut(std::string_view cut, const std::string& whole, std::size_t limi
     require(cut.ends_with(mark), "a cut text has a mark at its end");
     require(whole.starts_with(cut.substr(0, cut.size() - mark.size())),
             "the rest is its beginning");
-    require(!isValidUtf8(whole) || cut.size() + 3 >= limit, "no more is lost than one character");
+    require(!base::isValidUtf8(whole) || cut.size() + 3 >= limit,
+            "no more is lost than one character");
 }
 
 } // namespace
@@ -103,7 +104,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     appendFormat(limited, format, arguments);
     require(limited.full() == (whole.size() > limit), "full means that something was dropped");
     const std::string cut = limited.take();
-    require(!isValidUtf8(whole) || isValidUtf8(cut), "no character is cut in two");
+    require(!base::isValidUtf8(whole) || base::isValidUtf8(cut), "no character is cut in two");
     if (whole.size() <= limit)
         require(cut == whole, "what fits is not changed");
     else

@@ -1,4 +1,4 @@
-#include "core/Utf8.h"
+#include "base/Utf8.h"
 #include "core/platform/PropertyList.h"
 #include "tests/fuzz/FuzzInput.h"
 
@@ -21,7 +21,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (const auto strings = propertyListStrings(bytes)) {
         for (const auto& [key, value] : *strings) {
             require(std::max(key.size(), value.size()) <= 2 * size, "no string out of nothing");
-            require((isValidUtf8(key) && isValidUtf8(value)) || (!isBinary && !isValidUtf8(bytes)),
+            require((base::isValidUtf8(key) && base::isValidUtf8(value)) ||
+                        (!isBinary && !base::isValidUtf8(bytes)),
                     "strings are UTF-8");
         }
     } else {

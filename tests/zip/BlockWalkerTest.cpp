@@ -7,7 +7,7 @@
 
 namespace {
 
-using zip::Bytes;
+using base::Bytes;
 using zip::findFinalBlock;
 
 /// Writes bits in the order of a deflate stream.

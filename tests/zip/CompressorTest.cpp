@@ -13,7 +13,7 @@ TEST(Compressor, joins_pieces_of_any_kind_into_one_stream) {
         zip::Compressor compressor(level);
         for (int round = 0; round < 20; ++round) {
             std::string content;
-            zip::ByteBuffer stream;
+            base::ByteBuffer stream;
             const std::size_t pieces = 1 + random() % 5;
             for (std::size_t piece = 1; piece <= pieces; ++piece) {
                 const std::size_t size = 1 + random() % (1U << random() % 18);
@@ -30,7 +30,7 @@ TEST(Compressor, joins_pieces_of_any_kind_into_one_stream) {
 TEST(Compressor, keeps_a_piece_that_does_not_shrink_close_to_its_size) {
     std::mt19937 random(3);
     const std::string content = randomBytes(random, 500000);
-    zip::ByteBuffer stream;
+    base::ByteBuffer stream;
     zip::Compressor(5).deflatePiece(bytesOf(content), true, stream);
     EXPECT_EQ(inflate(stream.bytes(), content.size()), content);
     EXPECT_LE(stream.size(), content.size() + 5 * 9);
@@ -39,7 +39,7 @@ TEST(Compressor, keeps_a_piece_that_does_not_shrink_close_to_its_size) {
 TEST(Compressor, makes_a_whole_stream_only_if_it_is_shorter) {
     std::mt19937 random(4);
     zip::Compressor compressor(5);
-    zip::ByteBuffer stream;
+    base::ByteBuffer stream;
     for (const std::string& content : {std::string(), std::string("x"), randomBytes(random, 5000)})
         EXPECT_FALSE(compressor.deflateWhole(bytesOf(content), stream));
     EXPECT_EQ(stream.size(), 0U);

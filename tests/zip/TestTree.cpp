@@ -74,11 +74,11 @@ std::string compressibleBytes(std::mt19937& random, std::size_t size) {
     return bytes;
 }
 
-zip::Bytes bytesOf(std::string_view text) {
+base::Bytes bytesOf(std::string_view text) {
     return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
 
-std::string inflate(zip::Bytes stream, std::size_t size) {
+std::string inflate(base::Bytes stream, std::size_t size) {
     auto* decompressor = libdeflate_alloc_decompressor();
     std::string out(size, '\0');
     std::size_t used = 0;

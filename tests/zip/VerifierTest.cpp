@@ -25,7 +25,7 @@ protected:
         ASSERT_TRUE(packed) << packed.error().sentence;
     }
 
-    zip::Outcome verify() { return zip::verify(archive_, package_, {2, fixedTime_}); }
+    base::Outcome verify() { return zip::verify(archive_, package_, {2, fixedTime_}); }
 
     TemporaryFolder folder_;
     std::string package_ = folder_ / "A.app";

@@ -17,7 +17,7 @@ TEST(Zip64, holds_entries_that_start_beyond_four_gigabytes) {
     auto tree = zip::listPackage(folder / "A.app");
     ASSERT_TRUE(tree);
     const auto opened =
-        zip::FileDescriptor::openAt(AT_FDCWD, archive.c_str(), O_RDWR | O_CREAT, 0666);
+        base::FileDescriptor::openAt(AT_FDCWD, archive.c_str(), O_RDWR | O_CREAT, 0666);
     // A hole in front, as of a program that unpacks itself.
     zip::ArchiveWriter writer(opened.get(), archive, *tree, std::nullopt, 5 * gigabyte);
     zip::JobCutter cutter(tree->entries);

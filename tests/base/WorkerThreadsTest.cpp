@@ -1,7 +1,7 @@
-#include "zip/WorkerThreads.h"
+#include "base/WorkerThreads.h"
 
 #include <atomic>
-#include <stdexcept>
+#include <new>
 
 #include <gtest/gtest.h>
 
@@ -10,9 +10,9 @@ namespace {
 TEST(WorkerThreads, stop_at_the_first_error_and_return_it) {
     std::atomic<bool> stopped = false;
     std::atomic<int> started = 0;
-    const auto work = [&]() -> zip::Outcome {
+    const auto work = [&]() -> base::Outcome {
         if (++started == 3)
-            return zip::Error{"It broke."};
+            return base::Error{base::ErrorKind::System, "It broke."};
         // Comes to an end only if all three work at once.
         stopped.wait(false);
         return {};
@@ -21,16 +21,16 @@ TEST(WorkerThreads, stop_at_the_first_error_and_return_it) {
         stopped = true;
         stopped.notify_all();
     };
-    auto outcome = zip::runOnThreads(3, work, stop);
+    auto outcome = base::runOnThreads(3, work, stop);
     ASSERT_FALSE(outcome);
     EXPECT_EQ(outcome.error().sentence, "It broke.");
 }
 
-TEST(WorkerThreads, turn_what_is_thrown_into_an_error) {
-    const auto work = []() -> zip::Outcome { throw std::runtime_error("no room"); };
-    auto outcome = zip::runOnThreads(2, work, [] {});
+TEST(WorkerThreads, turn_a_lack_of_memory_into_an_error) {
+    const auto work = []() -> base::Outcome { throw std::bad_alloc(); };
+    auto outcome = base::runOnThreads(2, work, [] {});
     ASSERT_FALSE(outcome);
-    EXPECT_NE(outcome.error().sentence.find("no room"), std::string::npos);
+    EXPECT_NE(outcome.error().sentence.find("memory"), std::string::npos);
 }
 
 } // namespace

@@ -1,11 +1,10 @@
-#include "core/Utf8.h"
+#include "base/Utf8.h"
 
-#include <cstddef>
+namespace base {
 
-namespace {
-
-/// The length of the character that `bytes` begins with, 0 if it is not well-formed.
-std::size_t characterLength(std::string_view bytes) {
+std::size_t utf8Length(std::string_view bytes) {
+    if (bytes.empty())
+        return 0;
     const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
     const unsigned char lead = byte(0);
     if (lead < 0x80)
@@ -26,12 +25,10 @@ std::size_t characterLength(std::string_view bytes) {
     return overlong || surrogate || beyondLast ? 0 : length;
 }
 
-} // namespace
-
 std::optional<std::u32string> decodedUtf8(std::string_view bytes) {
     std::u32string characters;
     while (!bytes.empty()) {
-        const std::size_t length = characterLength(bytes);
+        const std::size_t length = utf8Length(bytes);
         if (length == 0)
             return std::nullopt;
         // The lead byte's upper bits tell the length, the rest belongs to the character.
@@ -61,10 +58,12 @@ void appendUtf8(std::string& bytes, char32_t character) {
 
 bool isValidUtf8(std::string_view bytes) {
     while (!bytes.empty()) {
-        const std::size_t length = characterLength(bytes);
+        const std::size_t length = utf8Length(bytes);
         if (length == 0)
             return false;
         bytes.remove_prefix(length);
     }
     return true;
 }
+
+} // namespace base

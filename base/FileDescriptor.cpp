@@ -1,11 +1,11 @@
-#include "zip/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 
 #include <cerrno>
 
 #include <fcntl.h>
 #include <unistd.h>
 
-namespace zip {
+namespace base {
 
 FileDescriptor::~FileDescriptor() {
     if (open())
@@ -58,4 +58,4 @@ void startWriteBack([[maybe_unused]] int descriptor, [[maybe_unused]] std::uint6
 #endif
 }
 
-} // namespace zip
+} // namespace base

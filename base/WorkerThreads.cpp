@@ -1,19 +1,20 @@
-#include "zip/WorkerThreads.h"
+#include "base/WorkerThreads.h"
 
-#include <exception>
 #include <mutex>
+#include <new>
 #include <optional>
+#include <system_error>
 #include <thread>
 #include <vector>
 
-namespace zip {
+namespace base {
 namespace {
 
-Outcome withoutThrowing(const std::function<Outcome()>& work) {
+Outcome withoutBadAlloc(const std::function<Outcome()>& work) {
     try {
         return work();
-    } catch (const std::exception& exception) {
-        return Error{std::string("Cannot go on: ") + exception.what() + ". Use fewer threads."};
+    } catch (const std::bad_alloc&) {
+        return Error{ErrorKind::System, "There is not enough memory. Use fewer threads."};
     }
 }
 
@@ -24,7 +25,7 @@ Outcome runOnThreads(unsigned count, const std::function<Outcome()>& work,
     std::mutex mutex;
     std::optional<Error> first;
     const auto guarded = [&] {
-        if (auto done = withoutThrowing(work); !done) {
+        if (auto done = withoutBadAlloc(work); !done) {
             const std::lock_guard lock(mutex);
             if (!first)
                 first = done.error();
@@ -36,7 +37,7 @@ Outcome runOnThreads(unsigned count, const std::function<Outcome()>& work,
     try {
         while (others.size() + 1 < count)
             others.emplace_back(guarded);
-    } catch (const std::exception&) {
+    } catch (const std::system_error&) {
         // Fewer threads than asked for do the work as well.
     }
     guarded();
@@ -47,4 +48,4 @@ Outcome runOnThreads(unsigned count, const std::function<Outcome()>& work,
     return {};
 }
 
-} // namespace zip
+} // namespace base

@@ -6,7 +6,7 @@
 #include <memory>
 #include <span>
 
-namespace zip {
+namespace base {
 
 using Bytes = std::span<const std::uint8_t>;
 
@@ -51,4 +51,4 @@ private:
     std::size_t capacity_ = 0;
 };
 
-} // namespace zip
+} // namespace base

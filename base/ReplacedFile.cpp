@@ -1,4 +1,4 @@
-#include "zip/TemporaryFile.h"
+#include "base/ReplacedFile.h"
 
 #include <array>
 #include <cerrno>
@@ -11,7 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace zip {
+namespace base {
 namespace {
 
 namespace fs = std::filesystem;
@@ -85,14 +85,14 @@ bool removeOnSignal(const std::string& path) {
 
 } // namespace
 
-Result<TemporaryFile> TemporaryFile::createFor(const std::string& output) {
+Result<ReplacedFile> ReplacedFile::createFor(const std::string& output) {
     const fs::path path(output);
     const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
     removeLeftovers(folder);
 
     std::string name(prefix);
     name.append(std::to_string(::getpid())).append(suffix);
-    TemporaryFile file(output, folder / name);
+    ReplacedFile file(output, folder / name);
     if (!removeOnSignal(file.path_))
         return systemError("create", file.path_, ENAMETOOLONG);
     file.opened_ = FileDescriptor::openAt(AT_FDCWD, file.path_.c_str(),
@@ -102,12 +102,12 @@ Result<TemporaryFile> TemporaryFile::createFor(const std::string& output) {
     return file;
 }
 
-TemporaryFile::~TemporaryFile() {
+ReplacedFile::~ReplacedFile() {
     if (opened_.open())
         ::unlink(path_.c_str());
 }
 
-Outcome TemporaryFile::commit() {
+Outcome ReplacedFile::commit() {
     if (::fsync(opened_.get()) != 0)
         return systemError("write", path_, errno);
     // A process of another machine in the same folder may have taken it for a leftover.
@@ -116,12 +116,13 @@ Outcome TemporaryFile::commit() {
     if (::fstat(opened_.get(), &ours) != 0 || ::lstat(path_.c_str(), &named) != 0)
         return systemError("find", path_, errno);
     if (!isSameFile(ours, named))
-        return Error{"Cannot write " + output_ +
-                     ": another process has replaced the unfinished archive. Try again."};
+        return Error{ErrorKind::Conflict,
+                     "Cannot write " + output_ +
+                         ": another process has replaced the unfinished archive. Try again."};
     if (std::rename(path_.c_str(), output_.c_str()) != 0)
         return systemError("replace", output_, errno);
     opened_ = FileDescriptor();
     return {};
 }
 
-} // namespace zip
+} // namespace base

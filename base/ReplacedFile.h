@@ -1,23 +1,23 @@
 #pragma once
 
-#include "zip/FileDescriptor.h"
-#include "zip/Result.h"
+#include "base/FileDescriptor.h"
+#include "base/Result.h"
 
 #include <string>
 
-namespace zip {
+namespace base {
 
 /// The file that becomes `output` once it is whole: until then it is a hidden one beside it, named
 /// after this process, which goes away with this object and when SIGINT, SIGTERM or SIGHUP ends the
 /// process. One at a time in a process.
-class TemporaryFile {
+class ReplacedFile {
 public:
     /// Also removes those in the same folder whose process has ended without doing so.
-    [[nodiscard]] static Result<TemporaryFile> createFor(const std::string& output);
+    [[nodiscard]] static Result<ReplacedFile> createFor(const std::string& output);
 
-    TemporaryFile(TemporaryFile&& other) noexcept = default;
-    TemporaryFile& operator=(TemporaryFile&& other) = delete;
-    ~TemporaryFile();
+    ReplacedFile(ReplacedFile&& other) noexcept = default;
+    ReplacedFile& operator=(ReplacedFile&& other) = delete;
+    ~ReplacedFile();
 
     [[nodiscard]] int descriptor() const { return opened_.get(); }
     [[nodiscard]] const std::string& path() const { return path_; }
@@ -26,7 +26,7 @@ public:
     [[nodiscard]] Outcome commit();
 
 private:
-    TemporaryFile(std::string output, std::string path)
+    ReplacedFile(std::string output, std::string path)
         : output_(std::move(output)), path_(std::move(path)) {}
 
     std::string output_;
@@ -34,4 +34,4 @@ private:
     FileDescriptor opened_;
 };
 
-} // namespace zip
+} // namespace base

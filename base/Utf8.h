@@ -1,8 +1,15 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
+
+namespace base {
+
+/// How many bytes the first character of `bytes` takes; 0 if it is not well-formed, or there is
+/// none.
+[[nodiscard]] std::size_t utf8Length(std::string_view bytes);
 
 /// The characters that `bytes` encode; none if they are not well-formed (as for isValidUtf8).
 [[nodiscard]] std::optional<std::u32string> decodedUtf8(std::string_view bytes);
@@ -13,3 +20,5 @@ void appendUtf8(std::string& bytes, char32_t character);
 
 /// Whether `bytes` are well-formed UTF-8 (RFC 3629: no overlong forms, no surrogates).
 [[nodiscard]] bool isValidUtf8(std::string_view bytes);
+
+} // namespace base

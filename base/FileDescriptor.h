@@ -1,13 +1,13 @@
 #pragma once
 
-#include "zip/ByteBuffer.h"
+#include "base/Bytes.h"
 
 #include <optional>
 #include <utility>
 
 #include <sys/types.h>
 
-namespace zip {
+namespace base {
 
 /// Owns one open file descriptor; closes it without a report, so who writes syncs before.
 class FileDescriptor {
@@ -48,4 +48,4 @@ private:
 /// A hint: does nothing where the system knows no such call.
 void startWriteBack(int descriptor, std::uint64_t offset, std::uint64_t size);
 
-} // namespace zip
+} // namespace base
