@@ -3,6 +3,7 @@
 #include "core/LocationExpansion.h"
 #include "core/Log.h"
 #include "core/Path.h"
+#include "core/ScriptOutcome.h"
 
 namespace {
 
@@ -12,7 +13,9 @@ ScriptRun runScript(const ProcessingOutside& outside, const std::optional<std::s
     const std::string command = scriptCommandLine(script, package, identity);
     logEvent("cmdstring = %@", command);
     ScriptRun run{script ? lastPathComponent(*script) : "(null)", outside.runShellCommand(command)};
-    logEvent("result of %@ = %@", run.scriptFileName, run.output);
+    const bool failed = outcomeOf(run).kind == ScriptOutcome::Kind::Failed;
+    Log::writeFormatted(failed ? Log::Severity::Error : Log::Severity::Info, "result of %@ = %@",
+                        run.scriptFileName, run.output);
     return run;
 }
 

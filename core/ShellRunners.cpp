@@ -24,7 +24,7 @@ public:
     IgnoredChildSignal() : previous_(std::signal(SIGCHLD, SIG_IGN)) {}
     ~IgnoredChildSignal() {
         if (std::signal(SIGCHLD, previous_) == SIG_ERR)
-            logEvent("error reseting SIGCHLD");
+            logFailure("error reseting SIGCHLD");
     }
     IgnoredChildSignal(const IgnoredChildSignal&) = delete;
     IgnoredChildSignal& operator=(const IgnoredChildSignal&) = delete;
@@ -76,7 +76,7 @@ VornNSStringAdditions::outputWhenRunAsShellCommand(const std::string& command) {
     const IgnoredChildSignal scope;
     const ReadWriteProcess process = openReadWrite(command);
     if (process.stream == nullptr) {
-        logEvent("%s failed to run  \"%@\"", method, command);
+        logFailure("%s failed to run  \"%@\"", method, command);
         return std::nullopt;
     }
     // Decoded once when all is there: a character that two chunks share must not be lost.

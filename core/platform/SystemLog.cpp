@@ -5,8 +5,9 @@
 
 #include <syslog.h>
 
-void writeToSystemLog(std::string_view message) {
-    syslog(LOG_USER | LOG_INFO, "%.*s", static_cast<int>(message.size()), message.data());
+void writeToSystemLog(Log::Severity severity, std::string_view message) {
+    const int priority = severity == Log::Severity::Error ? LOG_ERR : LOG_INFO;
+    syslog(LOG_USER | priority, "%.*s", static_cast<int>(message.size()), message.data());
 }
 
 std::string processName() {

@@ -54,6 +54,7 @@ TEST_F(BatchFace, PacksAllWithoutAsking) {
                              " (not signed)\n" +
                              "3 packages done, 0 failed, 0 folders skipped, 0 left\n");
     EXPECT_EQ(err.str(), "");
+    EXPECT_THAT(log.failures(), testing::IsEmpty());
     EXPECT_TRUE(zipped("apps/Bß 2.zip"));
 }
 

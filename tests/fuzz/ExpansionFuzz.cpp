@@ -91,7 +91,7 @@ struct Expected {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    Log::capture([](std::string_view message) {
+    Log::capture([](Log::Severity, std::string_view message) {
         require(message.size() <= Log::messageLimit, "no message is longer than the limit");
     });
     FuzzInput input(data, size);

@@ -74,11 +74,13 @@ void requireCut(std::string_view cut, const std::string& whole, std::size_t limi
         require(cut.empty(), "no mark where there is no room for it");
         return;
     }
-    require(cut.ends_with(mark), "a cut text has a mark at its end");
-    require(whole.starts_with(cut.substr(0, cut.size() - mark.size())),
-            "the rest is its beginning");
-    require(!base::isValidUtf8(whole) || cut.size() + 3 >= limit,
-            "no more is lost than one character");
+    bool isCutAtAMark = false;
+    for (std::size_t at = cut.find(mark); at != std::string_view::npos; at = cut.find(mark, at + 1))
+        isCutAtAMark = isCutAtAMark || (whole.starts_with(cut.substr(0, at)) &&
+                                        whole.ends_with(cut.substr(at + mark.size())));
+    require(isCutAtAMark, "around a mark is its beginning, and its end or nothing");
+    require(!base::isValidUtf8(whole) || cut.size() + 6 >= limit,
+            "no more is lost than a character on each side");
 }
 
 } // namespace
