@@ -1,5 +1,6 @@
 #include "batch/Batch.h"
 
+#include "base/Printable.h"
 #include "batch/Intake.h"
 #include "batch/Question.h"
 #include "core/Path.h"
@@ -40,7 +41,7 @@ ExitStatus Batch::run() {
     }
 
     if (const auto objection = objectionToInstallation()) {
-        surroundings_.err << "kelpmoray-batch: " << *objection << '\n';
+        surroundings_.err << "kelpmoray-batch: " << base::printable(*objection) << '\n';
         return ExitStatus::NothingToDo;
     }
     if (const auto objection = objectionToArgument(options_.identity.value_or(""))) {
@@ -50,7 +51,7 @@ ExitStatus Batch::run() {
     }
     const std::vector<std::string> objections = takeIn(receiver_, options_.paths, workSet_);
     for (const std::string& objection : objections)
-        surroundings_.err << "kelpmoray-batch: " << shown(objection) << '\n';
+        surroundings_.err << "kelpmoray-batch: " << base::printable(objection) << '\n';
     if (workSet_.count() == 0)
         return ExitStatus::NothingToDo;
     if (!options_.doNotCodesign)
@@ -90,16 +91,17 @@ ExitStatus Batch::listIdentities() {
         return ExitStatus::NothingToDo;
     }
     for (const IdentityRecord& identity : *identities)
-        surroundings_.out << identity.displaystring << '\n';
+        surroundings_.out << base::printable(identity.displaystring) << '\n';
     return ExitStatus::AllDone;
 }
 
 bool Batch::processAll() {
     using Confirmation::Answer;
     for (const std::string& entry : workSet_.allObjects()) {
-        const Answer answer = options_.processAll ? Answer::Process
-                                                  : ask(shown(entry), options_.doNotCodesign,
-                                                        surroundings_.in, surroundings_.out);
+        const Answer answer = options_.processAll
+                                  ? Answer::Process
+                                  : ask(base::printable(entry), options_.doNotCodesign,
+                                        surroundings_.in, surroundings_.out);
         if (answer == Answer::Stop)
             return false;
         if (answer == Answer::Process)
@@ -113,14 +115,15 @@ bool Batch::processAll() {
 
 void Batch::process(const std::string& entry) {
     if (!isDirectory(entry)) {
-        surroundings_.err << "kelpmoray-batch: " << shown(entry) << ": it is no longer there\n";
+        surroundings_.err << "kelpmoray-batch: " << base::printable(entry)
+                          << ": it is no longer there\n";
         ++failed_;
         return;
     }
     const std::size_t before = packed_ + failed_;
     processEntry(receiver_, surroundings_.bundle, outside(), entry);
     if (packed_ + failed_ == before) {
-        surroundings_.err << "kelpmoray-batch: " << shown(entry)
+        surroundings_.err << "kelpmoray-batch: " << base::printable(entry)
                           << ": its packages are no longer there\n";
         ++failed_;
     }
@@ -145,7 +148,7 @@ ProcessingOutside Batch::outside() {
 
 bool Batch::isValid(const std::string& package) {
     if (const auto objection = objectionToArgument(package)) {
-        surroundings_.out << shown(lastPathComponent(package)) << ": FAILED: its path "
+        surroundings_.out << base::printable(lastPathComponent(package)) << ": FAILED: its path "
                           << *objection << ": rename it" << std::endl;
         ++failed_;
         return false;
@@ -170,11 +173,12 @@ void Batch::report(const std::string& package, const std::vector<ScriptRun>& run
             quoteOutput(run);
         }
     }
-    surroundings_.out << shown(lastPathComponent(package)) << ": ";
+    surroundings_.out << base::printable(lastPathComponent(package)) << ": ";
     if (!failure.empty())
-        surroundings_.out << "FAILED: " << shown(failure) << (archive.empty() ? "" : "; ");
+        surroundings_.out << "FAILED: " << base::printable(failure)
+                          << (archive.empty() ? "" : "; ");
     if (!archive.empty())
-        surroundings_.out << "packed as " << shown(archive) << " (" << signature << ')';
+        surroundings_.out << "packed as " << base::printable(archive) << " (" << signature << ')';
     surroundings_.out << std::endl;
     ++(failure.empty() ? packed_ : failed_);
 }
@@ -184,19 +188,12 @@ void Batch::quoteOutput(const ScriptRun& run) {
     std::vector<std::string_view> lines = split(trimmed(output), "\n");
     lines.pop_back(); // tells the outcome, which is reported anyway
     for (std::string_view line : lines)
-        surroundings_.err << "    " << shown(std::string(line)) << '\n';
+        surroundings_.err << "    " << base::printable(line) << '\n';
 }
 
 void Batch::showProgress(const std::string& text) {
     if (surroundings_.outIsTerminal)
-        surroundings_.out << "\r\033[K" << shown(text) << std::flush;
-}
-
-std::string Batch::shown(std::string text) const {
-    if (surroundings_.outIsTerminal)
-        std::ranges::replace_if(
-            text, [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }, '?');
-    return text;
+        surroundings_.out << "\r\033[K" << base::printable(text) << std::flush;
 }
 
 void Batch::summarize() {

@@ -47,8 +47,6 @@ private:
     void quoteOutput(const ScriptRun& run);
     void report(const std::string& package, const std::vector<ScriptRun>& runs);
     void showProgress(const std::string& text);
-    /// What a terminal may be given of a text with names in it: it would obey control characters.
-    [[nodiscard]] std::string shown(std::string text) const;
     void summarize();
     [[nodiscard]] ProcessingOutside outside();
 

@@ -54,6 +54,8 @@ packages; Name.zip is written beside each. Every folder is asked about first: Pr
 Without --identity and --do-not-codesign packages are packed as they are, like with the window's
 "Do NOT Codesign".
 
+To read the log, with what each script said: journalctl -t kelpmoray-batch
+
 Exit status: 0 all done, 1 some package or PATH failed, 2 wrong usage or nothing to do, 3 stopped.
 )help";
 }

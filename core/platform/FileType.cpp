@@ -6,9 +6,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <string_view>
+#include <vector>
 
 #include <sys/stat.h>
 #ifdef __linux__
@@ -22,18 +25,35 @@ constexpr std::array packageExtensions = {
     "mpkg",  "pkg",    "plugin",    "prefpane", "rtfd",        "saver",     "service",
     "vst",   "vst3",   "wdgt",      "workflow", "xcworkspace", "xcodeproj", "xpc"};
 
-bool isMountPoint(const std::string& path) {
-#ifdef STATX_ATTR_MOUNT_ROOT
-    // Two file systems of one mount (btrfs subvolumes) differ in device; only the kernel knows.
-    struct statx status {};
-    if (statx(AT_FDCWD, path.c_str(), 0, STATX_TYPE, &status) == 0 &&
-        (status.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) != 0)
-        return (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
-#endif
+/// Whether the mount of that number shows the root of its file system, rather than a folder in it
+/// that is bound to another place, as containers do (proc_pid_mountinfo(5)).
+bool showsRootOfFileSystem(std::uint64_t mount) {
+    std::ifstream mounts("/proc/self/mountinfo");
+    for (std::string line; std::getline(mounts, line);) {
+        const std::vector<std::string_view> fields = split(line, " ");
+        if (fields.front() == std::to_string(mount))
+            return fields.size() > 3 && fields[3] == "/";
+    }
+    return true;
+}
+
+bool isVolume(const std::string& path) {
     struct stat own {};
     struct stat above {};
-    return stat(path.c_str(), &own) == 0 && stat((path + "/..").c_str(), &above) == 0 &&
-           (own.st_dev != above.st_dev || own.st_ino == above.st_ino);
+    if (stat(path.c_str(), &own) != 0 || stat((path + "/..").c_str(), &above) != 0)
+        return false;
+    if (own.st_dev == above.st_dev && own.st_ino == above.st_ino)
+        return true; // "/"
+#ifdef STATX_MNT_ID
+    // Two file systems of one mount (btrfs subvolumes) differ in device, and a folder that is bound
+    // to another place does not: only the kernel knows.
+    struct statx status {};
+    if (statx(AT_FDCWD, path.c_str(), 0, STATX_TYPE | STATX_MNT_ID, &status) == 0 &&
+        (status.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) != 0)
+        return (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0 &&
+               showsRootOfFileSystem(status.stx_mnt_id);
+#endif
+    return own.st_dev != above.st_dev;
 }
 
 /// Whether the package laid out around `infoFile` is an application whose executable is there.
@@ -73,7 +93,7 @@ std::optional<FileType> typeOfFile(const std::string& path) {
         return std::nullopt;
     if (!isDirectory(path))
         return FileType::Data;
-    if (isMountPoint(path))
+    if (isVolume(path))
         return FileType::Volume;
     if (hasAppExtension(path))
         return isWellFormedApplication(path) ? FileType::ApplicationBundle : FileType::Package;

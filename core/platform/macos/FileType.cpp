@@ -49,5 +49,7 @@ std::optional<FileType> typeOfFile(const std::string& path) {
         return FileType::ApplicationBundle;
     if (isPackage(url.get()))
         return FileType::Package;
-    return CFEqual(type.get(), CFSTR("public.volume")) ? FileType::Volume : FileType::Folder;
+    if (CFEqual(type.get(), CFSTR("public.volume")))
+        return FileType::Volume;
+    return CFEqual(type.get(), CFSTR("public.folder")) ? FileType::Folder : FileType::Data;
 }
