@@ -19,7 +19,7 @@ fi
 packages="g++ cmake ninja-build libdeflate-dev qt6-base-dev fonts-dejavu-core"
 if [ "${1:-}" = --test ]; then
     packages="$packages libgtest-dev libgmock-dev clang-format-14 shellcheck unzip python3 git"
-    packages="$packages p7zip-full libarchive-tools xvfb xauth openbox xdotool dbus-daemon mount"
+    packages="$packages zip p7zip-full libarchive-tools xvfb xauth openbox xdotool dbus-daemon mount"
     packages="$packages desktop-file-utils appstream groff-base libglib2.0-bin xdg-utils"
     packages="$packages lintian dpkg-dev file"
     packages="$packages libarchive-dev clang-14 libclang-rt-14-dev gcovr"

@@ -89,7 +89,9 @@ class Terminal(Names):
         for byte in EVERY_BYTE:
             package = self.make(byte + b"a" + byte + b".app")
             status, said = run([self.programs.script, package])
-            self.assertEqual((status, said), (0, f"packed: {os.fsdecode(package[:-4])}.zip\n"), byte)
+            shown = "?" if byte < b" " or byte == b"\x7f" else os.fsdecode(byte)
+            archive = os.path.join(os.fsdecode(self.here), f"{shown}a{shown}.zip")
+            self.assertEqual((status, said), (0, f"packed: {archive}\n"), byte)
             self.assert_packed(package)
 
     def test_every_byte_in_the_name_of_a_folder(self):
@@ -139,20 +141,26 @@ class Terminal(Names):
             self.assertEqual(self.everything(), before)
 
     def test_a_terminal_is_given_no_control_characters(self):
-        package = self.make(b"red\x1b[31m\rGood\x7f.app")
+        package = self.make(b"red\x1b[31m\rGood\x7f\xc2\x9b1m.app")
+        missing = os.path.join(self.here, b"no\x1b[31m\xc2\x9b1m")
         control, terminal = pty.openpty()
         said = b""
         with os.fdopen(control, "rb", buffering=0) as shown:
             with os.fdopen(terminal, "wb") as seen:
-                status = subprocess.run([self.programs.batch, package], input=b"p\n", stdout=seen,
-                                        stderr=seen, check=False).returncode
+                program = subprocess.Popen([self.programs.batch, "--verbose", missing, package],
+                                           stdin=subprocess.PIPE, stdout=seen, stderr=seen)
+            program.stdin.write(b"p\n")
+            program.stdin.close()
             # Once all is read there is an error instead of an end.
             with contextlib.suppress(OSError):
                 while piece := shown.read(10_000):
                     said += piece
-        self.assertEqual(status, 0, said)
-        self.assertIn(b"red?[31m?Good?.app: packed as ", said)
-        self.assertNotIn(b"\x1b[31m", said)
+        self.assertEqual(program.wait(), 1, said)
+        self.assertIn(b"red?[31m?Good??1m.app: packed as ", said)
+        self.assertIn(b"no?[31m?1m: nothing is there", said)
+        self.assertIn(b"result of fenwoJustZipApps.sh = packed: ", said)
+        self.assertEqual(said.count(b"\x1b"), said.count(b"\r\x1b[K"), "but for our own progress line")
+        self.assertNotIn(b"\xc2\x9b", said)
         self.assert_packed(package)
 
     def test_two_packages_with_one_archive(self):
@@ -188,7 +196,8 @@ class InTheWindow(Names):
     def assert_as_listed(self, name, answer, package, folder, log):
         archive = package[:-4] + b".zip"
         if answer == PACKED:
-            self.assertIn(f"packed: {os.fsdecode(archive)}\n", log)
+            shown = re.sub("[\x01-\x1f\x7f]", "?", os.fsdecode(archive))
+            self.assertIn(f"packed: {shown}\n", log)
         else:
             line = f'fenwoJustZipApps.sh "{os.fsdecode(package)}"\n'
             after = log[log.index(line):]

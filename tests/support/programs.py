@@ -128,11 +128,18 @@ class ProgramTest(FolderTest):
 
     def hold_packer(self, folder):
         """Stops the packer in the middle of its work in the folder; its number."""
-        pattern = os.path.join(folder, ".kelpmoray-*.zip.tmp")
-        unfinished = await_that(lambda: glob.glob(pattern), "the packer")[0]
-        packer = int(unfinished.split("-")[-1].split(".")[0])
+        def at_work():
+            for process in glob.glob("/proc/[0-9]*"):
+                # It may end while it is looked at.
+                with contextlib.suppress(OSError):
+                    if (os.readlink(process + "/exe") == self.programs.packer and
+                            folder in read_text(process + "/cmdline") and
+                            int(read_text(process + "/io").split()[1]) > 1_000_000):
+                        return int(process.split("/")[-1])
+            return None
+        packer = await_that(at_work, "the packer")
         os.kill(packer, signal.SIGSTOP)
-        self.assertTrue(os.path.exists(unfinished), "it was too quick")
+        self.assertTrue(os.path.exists(f"/proc/{packer}/exe"), "it was too quick")
         return packer
 
 
@@ -148,6 +155,11 @@ def run(command, **how):
             os.killpg(process.pid, signal.SIGKILL)
             raise
     return process.returncode, (said or b"").decode(errors="surrogateescape")
+
+
+def read_text(path):
+    with open(path, encoding="utf-8", errors="surrogateescape") as file:
+        return file.read()
 
 
 def write(path, content, mode=0o644):
@@ -209,17 +221,14 @@ def in_archive(archive):
                 (info.external_attr >> 16, time_of_change(info), zipped.read(info)) for info in zipped.infolist()}
 
 
-class SmallDisk:
-    """A file system of a few bytes at `point`, which only what runs through it sees."""
+class OwnMounts:
+    """What shell commands mount, which only what runs through it sees; `arguments` are theirs."""
 
-    def __init__(self, point, size):
-        os.makedirs(point, exist_ok=True)
-        self.point = point
-        mount = f'mount -t tmpfs -o size={size},mode=1777 tmpfs "$1" && echo mounted && exec cat'
+    def __init__(self, commands, *arguments):
         for unshare, self.enter in ((["unshare", "-m"], []), (["unshare", "-rm"], ["-U"])):
             self.holder = subprocess.Popen(
-                unshare + ["sh", "-c", mount, "sh", point], stdin=subprocess.PIPE,
-                stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+                unshare + ["sh", "-c", f"set -e; {commands}; echo mounted; exec cat", "sh", *arguments],
+                stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
             if self.holder.stdout.readline():
                 return
             self.close()
@@ -229,9 +238,18 @@ class SmallDisk:
         self.holder.communicate()
 
     def command(self, command):
-        """The command as it has to be to see the disk."""
+        """The command as it has to be to see them."""
         return (["nsenter", "-t", str(self.holder.pid), "-m"] + self.enter +
                 (["--preserve-credentials"] if self.enter else []) + list(command))
+
+
+class SmallDisk(OwnMounts):
+    """A file system of a few bytes at `point`."""
+
+    def __init__(self, point, size):
+        os.makedirs(point, exist_ok=True)
+        self.point = point
+        super().__init__('mount -t tmpfs -o "size=$2,mode=1777" tmpfs "$1"', point, size)
 
     def path(self, *names):
         """Where we see what lies on it."""
