@@ -1,5 +1,6 @@
 #include "core/MainBundle.h"
 
+#include "base/Version.h"
 #include "core/Format.h"
 #include "core/Path.h"
 #include "core/platform/ExecutablePath.h"
@@ -19,7 +20,7 @@ MainBundle MainBundle::ofExecutable(const std::string& executable) {
     bundle.identifier = KELPMORAY_IDENTIFIER;
     bundle.infoDictionary = {{"CFBundleIdentifier", KELPMORAY_IDENTIFIER},
                              {"CFBundleName", KELPMORAY_NAME},
-                             {"CFBundleShortVersionString", KELPMORAY_VERSION},
+                             {"CFBundleShortVersionString", base::version()},
                              {"DTXcode", KELPMORAY_BUILD_TOOL},
                              {"DTSDKName", KELPMORAY_BUILD_KIT}};
     bundle.executablesFolder = deletingLastPathComponent(executable);

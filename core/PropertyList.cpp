@@ -1,4 +1,4 @@
-#include "core/platform/PropertyList.h"
+#include "core/PropertyList.h"
 
 #include "base/Utf8.h"
 

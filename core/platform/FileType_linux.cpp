@@ -1,8 +1,7 @@
-#include "core/platform/FileType.h"
-
 #include "core/Path.h"
+#include "core/PropertyList.h"
 #include "core/Text.h"
-#include "core/platform/PropertyList.h"
+#include "core/platform/FileType.h"
 
 #include <algorithm>
 #include <array>
