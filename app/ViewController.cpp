@@ -22,7 +22,7 @@ ViewController::ViewController(Surroundings surroundings)
 
 ViewController::~ViewController() = default;
 
-Receiver ViewController::receiver() const {
+Caller ViewController::receiver() const {
     return {"ViewController", formatted("%@", this)};
 }
 

@@ -4,11 +4,11 @@
 #include "app/platform/ArrayController.h"
 #include "app/platform/AtomicProperty.h"
 #include "app/platform/NotificationCenter.h"
+#include "core/Caller.h"
 #include "core/Confirmation.h"
 #include "core/Identities.h"
 #include "core/ItemProcessing.h"
 #include "core/MainBundle.h"
-#include "core/Receiver.h"
 #include "core/WorkSet.h"
 
 #include <QObject>
@@ -137,12 +137,12 @@ private:
         int notSigned = 0; ///< though they were to be
     };
 
-    [[nodiscard]] Receiver receiver() const;
+    [[nodiscard]] Caller receiver() const;
     /// Runs `job` in a later turn of the main queue, unless this is gone by then. Any thread.
     void onMainQueue(std::function<void()> job);
     [[nodiscard]] QWidget* window() const;
     [[nodiscard]] std::optional<IdentityRecord> selectedIdentity() const;
-    [[nodiscard]] ProcessingOutside processingOutside();
+    [[nodiscard]] ProcessingHooks processingOutside();
     void refreshNumberOfFolders();
     void finishItem(const std::string& item, const std::optional<LocationItem>& revealed,
                     std::chrono::microseconds pause);

@@ -22,7 +22,7 @@ SerialQueue& ViewController::processQueue() {
     return queue;
 }
 
-ProcessingOutside ViewController::processingOutside() {
+ProcessingHooks ViewController::processingOutside() {
     return {
         .doNotCodesign = [this] { return surroundings_.settings.boolForKey("prefDoNotCodesign"); },
         .codesigningIdentity = [this] { return getCodesigningIdentity(); },
@@ -71,7 +71,7 @@ void ViewController::tellEndOfRun() {
 }
 
 void ViewController::doProcessItemNew(const std::string& entry) {
-    ProcessingOutside outside = processingOutside();
+    ProcessingHooks outside = processingOutside();
     outside.packageStarted = [this](const std::string& package) {
         onMainQueue([this, package] { setFProgressString1(progressText(package)); });
     };
@@ -87,14 +87,15 @@ void ViewController::doProcessItemNew(const std::string& entry) {
 void ViewController::doProcessItem(const std::string& package) {
     static constexpr const char* methodName = "doProcessItem:";
     logEvent("%@-%@...", receiver(), methodName);
-    if (processPackage(receiver(), methodName, surroundings_.bundle, processingOutside(), package))
+    if (processPackage(receiver().in(methodName), surroundings_.bundle, processingOutside(),
+                       package))
         finishItem(package, std::nullopt, 100ms);
 }
 
 void ViewController::doProcessItemOnly(const std::string& package) {
     static constexpr const char* methodName = "doProcessItemOnly:";
     logEvent("%@-%@...", receiver(), methodName);
-    processPackage(receiver(), methodName, surroundings_.bundle, processingOutside(), package);
+    processPackage(receiver().in(methodName), surroundings_.bundle, processingOutside(), package);
 }
 
 void ViewController::processSearchPath() {

@@ -20,38 +20,33 @@ std::string counted(std::size_t count, const char* thing) {
 
 } // namespace
 
-Batch::Batch(Surroundings surroundings, Options options)
-    : surroundings_(std::move(surroundings)),
-      options_(std::move(options)), receiver_{"Batch", "<Batch>"} {}
+Batch::Batch(Environment environment, Options options)
+    : environment_(std::move(environment)),
+      options_(std::move(options)), caller_{"Batch", "<Batch>"} {}
 
 ExitStatus Batch::run() {
     if (options_.help) {
-        surroundings_.out << helpText();
+        environment_.out << helpText();
         return ExitStatus::AllDone;
     }
     if (options_.version) {
-        surroundings_.out << appVersionText(surroundings_.bundle.infoDictionary) << '\n';
+        environment_.out << appVersionText(environment_.bundle.infoDictionary) << '\n';
         return ExitStatus::AllDone;
     }
     if (options_.listIdentities)
         return listIdentities();
     if (options_.paths.empty()) {
-        surroundings_.err << "kelpmoray-batch: no PATH given; see --help\n";
+        tell({base::ErrorKind::Usage, "no PATH given; see --help"});
         return ExitStatus::NothingToDo;
     }
 
-    if (const auto objection = objectionToInstallation()) {
-        surroundings_.err << "kelpmoray-batch: " << base::printable(*objection) << '\n';
-        return ExitStatus::NothingToDo;
+    for (const base::Outcome& checked : {checkInstallation(), checkIdentity()}) {
+        if (!checked) {
+            tell(checked.error());
+            return ExitStatus::NothingToDo;
+        }
     }
-    if (const auto objection = objectionToArgument(options_.identity.value_or(""))) {
-        surroundings_.err << "kelpmoray-batch: the text behind --identity " << *objection
-                          << "; --list-identities prints those there are\n";
-        return ExitStatus::NothingToDo;
-    }
-    const std::vector<std::string> objections = takeIn(receiver_, options_.paths, workSet_);
-    for (const std::string& objection : objections)
-        surroundings_.err << "kelpmoray-batch: " << base::printable(objection) << '\n';
+    const bool tookAll = takePaths();
     if (workSet_.count() == 0)
         return ExitStatus::NothingToDo;
     if (!options_.doNotCodesign)
@@ -60,38 +55,71 @@ ExitStatus Batch::run() {
     summarize();
     if (!wentThrough)
         return ExitStatus::Stopped;
-    return failed_ == 0 && objections.empty() ? ExitStatus::AllDone : ExitStatus::SomeFailed;
+    return failed_ == 0 && tookAll ? ExitStatus::AllDone : ExitStatus::SomeFailed;
 }
 
-std::optional<std::string> Batch::objectionToInstallation() const {
-    const auto script = surroundings_.bundle.pathForResource("fenwoJustZipApps", "sh");
+void Batch::tell(const base::Error& error) {
+    environment_.err << "kelpmoray-batch: " << base::printable(error.sentence) << '\n';
+}
+
+bool Batch::takePaths() {
+    const std::vector<base::Error> errors = addToWorkSet(caller_, options_.paths, workSet_);
+    for (const base::Error& error : errors)
+        tell(error);
+    return errors.empty();
+}
+
+base::Outcome Batch::checkInstallation() const {
+    const auto script = environment_.bundle.pathForResource("fenwoJustZipApps", "sh");
     if (!script)
-        return "the scripts are missing from " + surroundings_.bundle.resourcesFolder +
-               "; install the program again";
+        return base::Error{base::ErrorKind::NotFound, "the scripts are missing from " +
+                                                          environment_.bundle.resourcesFolder +
+                                                          "; install the program again"};
     // The script's path stands unquoted in the command line.
     if (script->find_first_of(" \t\n\"'$`\\&;|<>()*?[]#~") != std::string::npos)
-        return "the scripts are in " + surroundings_.bundle.resourcesFolder +
-               ", whose name holds a blank or another character that the shell would take for its "
-               "own; move the program";
-    return std::nullopt;
+        return base::Error{
+            base::ErrorKind::Unsupported,
+            "the scripts are in " + environment_.bundle.resourcesFolder +
+                ", whose name holds a blank or another character that the shell would take for its "
+                "own; move the program"};
+    return {};
+}
+
+base::Outcome Batch::checkIdentity() const {
+    switch (faultOfArgument(options_.identity.value_or(""))) {
+    case ArgumentFault::ReadByShell:
+        return base::Error{
+            base::ErrorKind::Usage,
+            "the text behind --identity holds a quote, a dollar sign, a back quote, a backslash or "
+            "a line break, which the shell would take for its own; --list-identities prints those "
+            "there are"};
+    case ArgumentFault::NotUtf8:
+        return base::Error{
+            base::ErrorKind::Usage,
+            "the text behind --identity is not UTF-8; --list-identities prints those "
+            "there are"};
+    case ArgumentFault::None:
+        break;
+    }
+    return {};
 }
 
 std::optional<IdentityList> Batch::installedIdentities() const {
     // Without the tool the shell would complain to a person who may not even want to sign.
-    if (!fileExists(surroundings_.tools.security))
+    if (!fileExists(environment_.tools.security))
         return std::nullopt;
-    return codesigningIdentities(receiver_, surroundings_.tools);
+    return codesigningIdentities(caller_, environment_.tools);
 }
 
 ExitStatus Batch::listIdentities() {
     const auto identities = installedIdentities();
     if (!identities) {
-        surroundings_.err << "kelpmoray-batch: no identities, as " << surroundings_.tools.security
-                          << " is missing or silent; sign on a Mac\n";
+        tell({base::ErrorKind::Unavailable, "no identities, as " + environment_.tools.security +
+                                                " is missing or silent; sign on a Mac"});
         return ExitStatus::NothingToDo;
     }
     for (const IdentityRecord& identity : *identities)
-        surroundings_.out << base::printable(identity.displaystring) << '\n';
+        environment_.out << base::printable(identity.displaystring) << '\n';
     return ExitStatus::AllDone;
 }
 
@@ -101,7 +129,7 @@ bool Batch::processAll() {
         const Answer answer = options_.processAll
                                   ? Answer::Process
                                   : ask(base::printable(entry), options_.doNotCodesign,
-                                        surroundings_.in, surroundings_.out);
+                                        environment_.in, environment_.out);
         if (answer == Answer::Stop)
             return false;
         if (answer == Answer::Process)
@@ -115,21 +143,19 @@ bool Batch::processAll() {
 
 void Batch::process(const std::string& entry) {
     if (!isDirectory(entry)) {
-        surroundings_.err << "kelpmoray-batch: " << base::printable(entry)
-                          << ": it is no longer there\n";
+        tell({base::ErrorKind::NotFound, entry + ": it is no longer there"});
         ++failed_;
         return;
     }
     const std::size_t before = packed_ + failed_;
-    processEntry(receiver_, surroundings_.bundle, outside(), entry);
+    processEntry(caller_, environment_.bundle, processingHooks(), entry);
     if (packed_ + failed_ == before) {
-        surroundings_.err << "kelpmoray-batch: " << base::printable(entry)
-                          << ": its packages are no longer there\n";
+        tell({base::ErrorKind::NotFound, entry + ": its packages are no longer there"});
         ++failed_;
     }
 }
 
-ProcessingOutside Batch::outside() {
+ProcessingHooks Batch::processingHooks() {
     return {
         .doNotCodesign = [this] { return options_.doNotCodesign; },
         .codesigningIdentity =
@@ -147,13 +173,19 @@ ProcessingOutside Batch::outside() {
 }
 
 bool Batch::isValid(const std::string& package) {
-    if (const auto objection = objectionToArgument(package)) {
-        surroundings_.out << base::printable(lastPathComponent(package)) << ": FAILED: its path "
-                          << *objection << ": rename it" << std::endl;
+    const ArgumentFault fault = faultOfArgument(package);
+    if (fault != ArgumentFault::None) {
+        environment_.out << base::printable(lastPathComponent(package))
+                         << (fault == ArgumentFault::NotUtf8
+                                 ? ": FAILED: its path is not UTF-8: rename it"
+                                 : ": FAILED: its path holds a quote, a dollar sign, a back quote, "
+                                   "a backslash or a line break, which the shell would take for "
+                                   "its own: rename it")
+                         << std::endl;
         ++failed_;
         return false;
     }
-    return isValidItemToSign(receiver_, package, options_.doNotCodesign,
+    return isValidItemToSign(caller_, package, options_.doNotCodesign,
                              [this] { return identities_; });
 }
 
@@ -173,13 +205,12 @@ void Batch::report(const std::string& package, const std::vector<ScriptRun>& run
             quoteOutput(run);
         }
     }
-    surroundings_.out << base::printable(lastPathComponent(package)) << ": ";
+    environment_.out << base::printable(lastPathComponent(package)) << ": ";
     if (!failure.empty())
-        surroundings_.out << "FAILED: " << base::printable(failure)
-                          << (archive.empty() ? "" : "; ");
+        environment_.out << "FAILED: " << base::printable(failure) << (archive.empty() ? "" : "; ");
     if (!archive.empty())
-        surroundings_.out << "packed as " << base::printable(archive) << " (" << signature << ')';
-    surroundings_.out << std::endl;
+        environment_.out << "packed as " << base::printable(archive) << " (" << signature << ')';
+    environment_.out << std::endl;
     ++(failure.empty() ? packed_ : failed_);
 }
 
@@ -188,16 +219,16 @@ void Batch::quoteOutput(const ScriptRun& run) {
     std::vector<std::string_view> lines = split(trimmed(output), "\n");
     lines.pop_back(); // tells the outcome, which is reported anyway
     for (std::string_view line : lines)
-        surroundings_.err << "    " << base::printable(line) << '\n';
+        environment_.err << "    " << base::printable(line) << '\n';
 }
 
 void Batch::showProgress(const std::string& text) {
-    if (surroundings_.outIsTerminal)
-        surroundings_.out << "\r\033[K" << base::printable(text) << std::flush;
+    if (environment_.outIsTerminal)
+        environment_.out << "\r\033[K" << base::printable(text) << std::flush;
 }
 
 void Batch::summarize() {
-    surroundings_.out << counted(packed_, "package") << " done, " << failed_ << " failed, "
-                      << counted(skipped_, "folder") << " skipped, " << workSet_.count()
-                      << " left\n";
+    environment_.out << counted(packed_, "package") << " done, " << failed_ << " failed, "
+                     << counted(skipped_, "folder") << " skipped, " << workSet_.count()
+                     << " left\n";
 }

@@ -2,7 +2,15 @@
 
 #include <map>
 
-std::variant<Options, UsageError> parseOptions(const std::vector<std::string>& arguments) {
+namespace {
+
+base::Error usageError(std::string sentence) {
+    return {base::ErrorKind::Usage, std::move(sentence)};
+}
+
+} // namespace
+
+base::Result<Options> parseOptions(const std::vector<std::string>& arguments) {
     const std::map<std::string, bool Options::*> flags = {
         {"--process-all", &Options::processAll},
         {"--do-not-codesign", &Options::doNotCodesign},
@@ -25,15 +33,15 @@ std::variant<Options, UsageError> parseOptions(const std::vector<std::string>& a
         } else if (argument == "--identity" && i + 1 < arguments.size()) {
             options.identity = arguments[++i];
         } else if (argument == "--identity") {
-            return UsageError{"--identity needs the holder of an identity behind it"};
+            return usageError("--identity needs the holder of an identity behind it");
         } else {
-            return UsageError{"there is no option " + argument};
+            return usageError("there is no option " + argument);
         }
     }
     if (options.identity && options.doNotCodesign)
-        return UsageError{"--identity and --do-not-codesign exclude each other"};
+        return usageError("--identity and --do-not-codesign exclude each other");
     if (options.identity && options.identity->empty())
-        return UsageError{"--identity needs the holder of an identity, not an empty text"};
+        return usageError("--identity needs the holder of an identity, not an empty text");
     return options;
 }
 
@@ -54,7 +62,7 @@ packages; Name.zip is written beside each. Every folder is asked about first: Pr
 Without --identity and --do-not-codesign packages are packed as they are, like with the window's
 "Do NOT Codesign".
 
-To read the log, with what each script said: journalctl -t kelpmoray-batch
+To read the log, with what each script said: journalctl SYSLOG_IDENTIFIER=kelpmoray-batch
 
 Exit status: 0 all done, 1 some package or PATH failed, 2 wrong usage or nothing to do, 3 stopped.
 )help";

@@ -50,14 +50,14 @@ ExitStatus runBatch(const Options& options) {
 int main(int argc, char** argv) {
     base::startProgram();
     const auto parsed = parseOptions({argv + 1, argv + argc});
-    if (const auto* error = std::get_if<UsageError>(&parsed)) {
-        std::cerr << "kelpmoray-batch: " << base::printable(error->sentence) << "; see --help\n";
+    if (!parsed) {
+        std::cerr << "kelpmoray-batch: " << base::printable(parsed.error().sentence)
+                  << "; see --help\n";
         return static_cast<int>(ExitStatus::NothingToDo);
     }
-    const auto& options = std::get<Options>(parsed);
-    Log::setStandardErrorEnabled(options.verbose);
+    Log::setStandardErrorEnabled(parsed->verbose);
     ExitStatus status = ExitStatus::SomeFailed;
-    if (!runWithEnoughStack([&] { status = runBatch(options); }))
+    if (!runWithEnoughStack([&] { status = runBatch(*parsed); }))
         std::cerr << "kelpmoray-batch: there is not enough memory to begin; end other programs and "
                      "try again\n";
     return static_cast<int>(status);

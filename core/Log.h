@@ -44,7 +44,7 @@ void logEvent(std::string_view format, const Args&... args) {
     Log::writeFormatted(Log::Severity::Info, format, args...);
 }
 
-/// The same for something that failed: the system log has it among its errors.
+/// Same, for a failure: the system log has it among its errors.
 template <typename... Args>
 void logFailure(std::string_view format, const Args&... args) {
     Log::writeFormatted(Log::Severity::Error, format, args...);

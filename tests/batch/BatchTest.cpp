@@ -1,6 +1,7 @@
 #include "batch/Batch.h"
 
 #include "core/ShellRunners.h"
+#include "tests/support/ExpectFails.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/ScopedEnvironment.h"
 #include "tests/support/TemporaryFolder.h"
@@ -27,7 +28,7 @@ struct BatchFace : testing::Test {
         std::istringstream in(typed);
         out.str("");
         err.str("");
-        Options options = std::get<Options>(parseOptions(arguments));
+        Options options = *parseOptions(arguments);
         return Batch({.bundle = bundle, .tools = tools, .in = in, .out = out, .err = err}, options)
             .run();
     }
@@ -131,13 +132,19 @@ TEST_F(BatchFace, ListsTheIdentities) {
 
 TEST_F(BatchFace, SignsAsTheHolderGiven) {
     const std::string hash(40, 'A');
-    folder.makeExecutable("bin/security", "#!/bin/sh\necho '1) " + hash + " \"Kind: Jo (X1)\"'\n");
-    folder.makeExecutable("bin/codesign", "#!/bin/sh\n");
-    const ScopedEnvironment searchPath("PATH", pathWith(folder.path("bin")));
+    const TemporaryFolder bin(TemporaryFolder::withoutBlank);
+    tools.security =
+        bin.makeExecutable("security", "#!/bin/sh\necho '1) " + hash + " \"Kind: Jo (X1)\"'\n");
+    bin.makeExecutable("codesign", "#!/bin/sh\n");
+    // The inspector's path is fixed: what reads its output answers in its stead.
+    bin.makeExecutable("awk", "#!/bin/sh\ncase $1 in */^Authority*) cat >/dev/null; echo 'Kind: Jo "
+                              "(X1)';; *) exec /usr/bin/awk \"$@\";; esac\n");
+    const ScopedEnvironment searchPath("PATH", pathWith(bin.path()));
     EXPECT_EQ(run({"--process-all", "--identity=Jo (X1)", folder.path("more")}),
               ExitStatus::AllDone);
     EXPECT_THAT(out.str(),
                 HasSubstr("C.app: packed as " + folder.path("more/C.zip") + " (signed)\n"));
+    EXPECT_TRUE(log.contains("<Batch>-isValidItemToSign:...FOUND object = [Kind: Jo (X1)]...."));
 }
 
 TEST_F(BatchFace, SaysWhenItsScriptsCannotBeRun) {
@@ -168,7 +175,7 @@ TEST_F(BatchFace, NoticesWhenAFolderIsEmptiedBeforeItsTurn) {
         std::istream in(&person);
         err.str("");
         Batch batch({.bundle = bundle, .tools = tools, .in = in, .out = out, .err = err},
-                    std::get<Options>(parseOptions({folder.path("more")})));
+                    *parseOptions({folder.path("more")}));
         EXPECT_EQ(batch.run(), ExitStatus::SomeFailed);
         EXPECT_THAT(err.str(), HasSubstr("no longer there")) << gone;
     }
@@ -182,15 +189,15 @@ TEST_F(BatchFace, ShowsAProgressLineOnATerminalOnly) {
                  .out = out,
                  .err = err,
                  .outIsTerminal = true},
-                std::get<Options>(parseOptions({"--process-all", folder.path("more")})));
+                *parseOptions({"--process-all", folder.path("more")}));
     EXPECT_EQ(batch.run(), ExitStatus::AllDone);
     EXPECT_THAT(out.str(),
                 testing::StartsWith("\r\033[KProcessing App Package: C.app...\r\033[KC.app: "));
 }
 
 TEST(Options, AreReadUpToTheDoubleDash) {
-    const auto options = std::get<Options>(
-        parseOptions({"--process-all", "a", "--identity=Jo (X1)", "--", "--verbose"}));
+    const Options options =
+        *parseOptions({"--process-all", "a", "--identity=Jo (X1)", "--", "--verbose"});
     EXPECT_TRUE(options.processAll);
     EXPECT_FALSE(options.verbose);
     EXPECT_EQ(options.identity, "Jo (X1)");
@@ -199,7 +206,7 @@ TEST(Options, AreReadUpToTheDoubleDash) {
                                                   {"--identity"},
                                                   {"--identity="},
                                                   {"--identity=J", "--do-not-codesign"}})
-        EXPECT_TRUE(std::holds_alternative<UsageError>(parseOptions(wrong))) << wrong.front();
+        EXPECT_FAILS(parseOptions(wrong), Usage) << wrong.front();
 }
 
 TEST(Program, LogsOnStandardErrorOnlyWhenAsked) {

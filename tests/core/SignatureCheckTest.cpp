@@ -12,7 +12,7 @@ using testing::IsEmpty;
 
 namespace {
 
-const Receiver receiver{"Tester", "<Tester>"};
+const Caller caller{"Tester", "<Tester>"};
 const IdentityList identities = {{"donotcodesign", "donotcodesign", "Do NOT Codesign"},
                                  {"K", "Jo (X1)", "K: Jo (X1)"}};
 
@@ -20,7 +20,7 @@ const IdentityList identities = {{"donotcodesign", "donotcodesign", "Do NOT Code
 /// stand-in prints the authorities in its stead.
 struct SignatureCheck : testing::Test {
     bool check(const std::string& path, bool doNotCodesign = false) {
-        return isValidItemToSign(receiver, path, doNotCodesign, [this] {
+        return isValidItemToSign(caller, path, doNotCodesign, [this] {
             ++timesAsked;
             return identities;
         });
