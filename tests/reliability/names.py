@@ -15,7 +15,7 @@ import unittest
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
 
 from desktop import Desktop, Window  # noqa: E402
-from programs import ProgramTest, await_that, make_package, on_disk, in_archive, run  # noqa: E402
+from programs import ProgramTest, await_that, make_package, run  # noqa: E402
 
 PACKED = "packed"
 SHELL = "its path holds a quote, a dollar sign, a back quote, a backslash or a line break"
@@ -76,7 +76,7 @@ class Names(ProgramTest):
 
     def assert_packed(self, package):
         archive = package[:-len(b".app")] + b".zip"
-        self.assertEqual(in_archive(os.fsdecode(archive)), on_disk(package))
+        self.assert_whole(archive, package)
 
     def everything(self):
         """All that lies in the test's folder."""
