@@ -3,6 +3,7 @@
 #include "base/Printable.h"
 #include "batch/Intake.h"
 #include "batch/Question.h"
+#include "core/Format.h"
 #include "core/Path.h"
 #include "core/ScriptOutcome.h"
 #include "core/ShellRunners.h"
@@ -71,37 +72,32 @@ bool Batch::takePaths() {
 
 base::Outcome Batch::checkInstallation() const {
     const auto script = environment_.bundle.pathForResource("fenwoJustZipApps", "sh");
+    const std::string& folder = environment_.bundle.resourcesFolder;
     if (!script)
-        return base::Error{base::ErrorKind::NotFound, "the scripts are missing from " +
-                                                          environment_.bundle.resourcesFolder +
-                                                          "; install the program again"};
+        return base::Error{
+            base::ErrorKind::NotFound,
+            formatted("the scripts are missing from %@; install the program again", folder)};
     // The script's path stands unquoted in the command line.
     if (script->find_first_of(" \t\n\"'$`\\&;|<>()*?[]#~") != std::string::npos)
-        return base::Error{
-            base::ErrorKind::Unsupported,
-            "the scripts are in " + environment_.bundle.resourcesFolder +
-                ", whose name holds a blank or another character that the shell would take for its "
-                "own; move the program"};
+        return base::Error{base::ErrorKind::Unsupported,
+                           formatted("the scripts are in %@, whose name holds a blank or another "
+                                     "character that the shell would take for its own; move the "
+                                     "program",
+                                     folder)};
     return {};
 }
 
 base::Outcome Batch::checkIdentity() const {
-    switch (faultOfArgument(options_.identity.value_or(""))) {
-    case ArgumentFault::ReadByShell:
-        return base::Error{
-            base::ErrorKind::Usage,
-            "the text behind --identity holds a quote, a dollar sign, a back quote, a backslash or "
-            "a line break, which the shell would take for its own; --list-identities prints those "
-            "there are"};
-    case ArgumentFault::NotUtf8:
-        return base::Error{
-            base::ErrorKind::Usage,
-            "the text behind --identity is not UTF-8; --list-identities prints those "
-            "there are"};
-    case ArgumentFault::None:
-        break;
-    }
-    return {};
+    const ArgumentFault fault = faultOfArgument(options_.identity.value_or(""));
+    if (fault == ArgumentFault::None)
+        return {};
+    return base::Error{
+        base::ErrorKind::Usage,
+        fault == ArgumentFault::NotUtf8
+            ? "the text behind --identity is not UTF-8; --list-identities prints those there are"
+            : "the text behind --identity holds a quote, a dollar sign, a back quote, a backslash "
+              "or a line break, which the shell would take for its own; --list-identities prints "
+              "those there are"};
 }
 
 std::optional<IdentityList> Batch::installedIdentities() const {

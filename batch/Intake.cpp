@@ -1,6 +1,7 @@
 #include "batch/Intake.h"
 
 #include "base/Utf8.h"
+#include "core/Format.h"
 #include "core/LocationExpansion.h"
 #include "core/Path.h"
 #include "core/platform/FileType.h"
@@ -17,24 +18,25 @@ namespace {
 /// names it in the error.
 base::Outcome checkLocation(const std::string& path, const std::string& asGiven) {
     using enum base::ErrorKind;
-    if (access(path.c_str(), F_OK) != 0) {
-        if (errno == EACCES)
-            return base::Error{
-                Denied, asGiven + ": it cannot be reached; check the permissions on the way there"};
-        return base::Error{NotFound, asGiven + ": nothing is there"};
-    }
+    const auto refuse = [&](base::ErrorKind kind, const char* reason) {
+        return base::Error{kind, formatted(reason, asGiven)};
+    };
+    if (access(path.c_str(), F_OK) != 0)
+        return errno == EACCES
+                   ? refuse(Denied,
+                            "%@: it cannot be reached; check the permissions on the way there")
+                   : refuse(NotFound, "%@: nothing is there");
     const std::optional<FileType> type = typeOfFile(path);
     if (type == FileType::Data)
-        return base::Error{
-            Unsupported,
-            asGiven + ": a file is there; give a folder or an application package (Name.app)"};
+        return refuse(Unsupported, "%@: a file is there; give a folder or an application package "
+                                   "(Name.app)");
     if (access(path.c_str(), R_OK | X_OK) != 0)
-        return base::Error{Denied, asGiven + ": it cannot be read; check its permissions"};
+        return refuse(Denied, "%@: it cannot be read; check its permissions");
     if (type == FileType::Volume)
-        return base::Error{Unsupported, asGiven + ": this is a whole volume; give a folder in it"};
+        return refuse(Unsupported, "%@: this is a whole volume; give a folder in it");
     if (!validUrlToAdd(path))
-        return base::Error{Damaged, asGiven + ": this package is not a complete application (its "
-                                              "Info.plist or executable is missing)"};
+        return refuse(Damaged, "%@: this package is not a complete application (its Info.plist or "
+                               "executable is missing)");
     return {};
 }
 

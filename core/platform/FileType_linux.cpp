@@ -12,10 +12,8 @@
 #include <string_view>
 #include <vector>
 
-#include <sys/stat.h>
-#ifdef __linux__
 #include <fcntl.h>
-#endif
+#include <sys/stat.h>
 
 namespace {
 
@@ -37,22 +35,14 @@ bool showsRootOfFileSystem(std::uint64_t mount) {
 }
 
 bool isVolume(const std::string& path) {
-    struct stat own {};
-    struct stat above {};
-    if (stat(path.c_str(), &own) != 0 || stat((path + "/..").c_str(), &above) != 0)
-        return false;
-    if (own.st_dev == above.st_dev && own.st_ino == above.st_ino)
-        return true; // "/"
-#ifdef STATX_MNT_ID
-    // Two file systems of one mount (btrfs subvolumes) differ in device, and a folder that is bound
-    // to another place does not: only the kernel knows.
+    std::error_code error;
+    if (std::filesystem::equivalent(path, "/", error))
+        return true;
+    // Neither device nor inode tells a folder that is bound to another place; the kernel does.
     struct statx status {};
-    if (statx(AT_FDCWD, path.c_str(), 0, STATX_TYPE | STATX_MNT_ID, &status) == 0 &&
-        (status.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) != 0)
-        return (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0 &&
-               showsRootOfFileSystem(status.stx_mnt_id);
-#endif
-    return own.st_dev != above.st_dev;
+    return statx(AT_FDCWD, path.c_str(), 0, STATX_TYPE | STATX_MNT_ID, &status) == 0 &&
+           (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0 &&
+           showsRootOfFileSystem(status.stx_mnt_id);
 }
 
 /// Whether the package laid out around `infoFile` is an application whose executable is there.
