@@ -23,6 +23,11 @@ std::string letters(int count) {
     return formatted(bytesCommand, count) + "a";
 }
 
+/// Prints the mask of the signals that a process ignores, in hexadecimal.
+std::string ignoredBy(const std::string& process) {
+    return "sed -n 's/^SigIgn:[^0-9a-f]*//p' /proc/" + process + "/status";
+}
+
 void handler(int) {}
 
 } // namespace
@@ -68,14 +73,17 @@ TEST(ShellRunners, WaitForTheEndOfACommandThatClosesItsOutput) {
 
 TEST(ShellRunners, IgnoreTheChildSignalMeanwhileAndPutItBack) {
 #ifdef __linux__
-    // The mask of ignored signals, in hexadecimal; SIGCHLD is bit 16.
-    const std::string mask = "sed -n 's/^SigIgn:[^0-9a-f]*//p' /proc/$PPID/status";
-    const auto isIgnored = [](const std::optional<std::string>& answer) {
-        return answer && (std::stoull(*answer, nullptr, 16) >> (SIGCHLD - 1) & 1U) != 0;
+    const auto isIgnored = [](const std::optional<std::string>& answer, int signal) {
+        return (std::stoull(answer.value(), nullptr, 16) >> (signal - 1) & 1U) != 0;
     };
-    EXPECT_TRUE(isIgnored(runShellCommand(mask)));
-    EXPECT_TRUE(isIgnored(outputWhenRunAsShellCommand(mask)));
-    EXPECT_FALSE(isIgnored(runAsShellCmd(mask)));
+    EXPECT_TRUE(isIgnored(runShellCommand(ignoredBy("$PPID")), SIGCHLD));
+    EXPECT_TRUE(isIgnored(outputWhenRunAsShellCommand(ignoredBy("$PPID")), SIGCHLD));
+    EXPECT_FALSE(isIgnored(runAsShellCmd(ignoredBy("$PPID")), SIGCHLD));
+    for (const int signal : {SIGPIPE, SIGXFSZ}) {
+        std::signal(signal, SIG_IGN);
+        EXPECT_FALSE(isIgnored(runShellCommand(ignoredBy("self")), signal)) << "by the command";
+        std::signal(signal, SIG_DFL);
+    }
 #endif
     std::signal(SIGCHLD, handler);
     (void)runShellCommand("true");
@@ -150,6 +158,8 @@ TEST(ShellRunners, LeaveNoDescriptorAndNoZombieBehind) {
         (void)outputWhenRunAsShellCommand("echo x");
     }
     EXPECT_EQ(descriptors(), before);
+    EXPECT_EQ(outputWhenRunAsShellCommand("ls /dev/fd"), runShellCommand("ls /dev/fd"))
+        << "neither inherits the other end";
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
     EXPECT_EQ(errno, ECHILD);
     EXPECT_EQ(runAsShellCmd("echo x"), "x\n");
