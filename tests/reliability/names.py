@@ -94,22 +94,6 @@ class Terminal(Names):
             self.assertEqual((status, said), (0, f"packed: {archive}\n"), byte)
             self.assert_packed(package)
 
-    def test_every_byte_in_the_name_of_a_folder(self):
-        folders = [byte + b"f" + byte for byte in EVERY_BYTE]
-        for folder in folders:
-            self.make(folder, b"A.app")
-        status, said = run([self.programs.batch, "--process-all", "--do-not-codesign", "--", *folders],
-                           cwd=self.here)
-        self.assertEqual(status, 1)
-        for folder in folders:
-            package = os.path.join(self.here, folder, b"A.app")
-            if folder[0] >= 0x80 or folder[:1] in b'"$`\\\n':
-                self.assertFalse(os.path.exists(package[:-4] + b".zip"), folder)
-            else:
-                self.assert_packed(package)
-        self.assertEqual(said.count(SHELL), 5)
-        self.assertEqual(said.count(BYTES), 128)
-
     def test_names_in_the_list(self):
         for kind, path in (("package", lambda name: (name + b".app",)),
                            ("folder", lambda name: (name, b"A.app"))):
