@@ -7,6 +7,7 @@
 #include "core/MainBundle.h"
 #include "core/WorkSet.h"
 
+#include <cstddef>
 #include <iosfwd>
 #include <optional>
 #include <string>

@@ -49,8 +49,8 @@ const char* helpText() {
     return R"help(usage: kelpmoray-batch [OPTION...] PATH...
 
 Signs and packs application packages. Each PATH is a package (Name.app) or a folder that holds
-packages; Name.zip is written beside each. Every folder is asked about first: Process, Skip or Stop
-(which Return and the end of input mean too), and whether to codesign.
+packages; Name.zip is written beside each. The program asks about every folder first: Process, Skip or
+Stop, and whether to codesign. Return and the end of input mean Stop.
 
   --process-all        process everything without asking
   --do-not-codesign    pack without signing
@@ -59,8 +59,8 @@ packages; Name.zip is written beside each. Every folder is asked about first: Pr
   --verbose            log on standard error too
   --help, --version    print this, or the version, and end
 
-Without --identity and --do-not-codesign packages are packed as they are, like with the window's
-"Do NOT Codesign".
+Without --identity and --do-not-codesign packages are packed as they are, as with "Do NOT Codesign" in
+the window.
 
 To read the log, with what each script said: journalctl SYSLOG_IDENTIFIER=kelpmoray-batch
 

@@ -2,7 +2,9 @@
 
 #include "core/Log.h"
 
+#include <array>
 #include <string>
+#include <string_view>
 
 /// The object on whose behalf the core works, and its method: what log lines name.
 struct Caller {

@@ -2,6 +2,7 @@
 
 #include "core/Description.h"
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <string_view>

@@ -22,7 +22,7 @@ ScriptRun runScript(const ProcessingHooks& hooks, const std::optional<std::strin
 } // namespace
 
 std::string processQueueLabel(const std::string& bundleIdentifier) {
-    return (bundleIdentifier.empty() ? "com.quenbark.kelpmoray" : bundleIdentifier) + ".process";
+    return (bundleIdentifier.empty() ? applicationIdentifier : bundleIdentifier) + ".process";
 }
 
 std::string progressText(const std::string& package) {

@@ -23,7 +23,7 @@ std::shared_ptr<const Log::Sink> currentCapture() {
     return captureSink;
 }
 
-/// "2026-11-24 19:51:38.123 kelpmoray[4711] ": when and by whom.
+/// "2026-11-24 19:51:38.123 kelpmoray[4711] ": the time and the process.
 std::string prefix() {
     using namespace std::chrono;
     const auto now = system_clock::now();

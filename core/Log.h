@@ -2,6 +2,8 @@
 
 #include "core/Format.h"
 
+#include <array>
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <string_view>

@@ -15,10 +15,12 @@ std::optional<std::string> ifExists(std::string path) {
 
 } // namespace
 
+const char* const applicationIdentifier = KELPMORAY_IDENTIFIER;
+
 MainBundle MainBundle::ofExecutable(const std::string& executable) {
     MainBundle bundle;
-    bundle.identifier = KELPMORAY_IDENTIFIER;
-    bundle.infoDictionary = {{"CFBundleIdentifier", KELPMORAY_IDENTIFIER},
+    bundle.identifier = applicationIdentifier;
+    bundle.infoDictionary = {{"CFBundleIdentifier", applicationIdentifier},
                              {"CFBundleName", KELPMORAY_NAME},
                              {"CFBundleShortVersionString", base::version()},
                              {"DTXcode", KELPMORAY_BUILD_TOOL},

@@ -1,8 +1,8 @@
 #include "core/PropertyList.h"
 
+#include "base/Number.h"
 #include "base/Utf8.h"
 
-#include <charconv>
 #include <cstdint>
 
 namespace {
@@ -21,12 +21,7 @@ std::optional<char32_t> characterOfEntity(std::string_view entity) {
         return std::nullopt;
     const bool hexadecimal = entity.substr(1).starts_with('x');
     entity.remove_prefix(hexadecimal ? 2 : 1);
-    std::uint32_t value = 0;
-    const auto [end, error] =
-        std::from_chars(entity.data(), entity.data() + entity.size(), value, hexadecimal ? 16 : 10);
-    if (error != std::errc() || end != entity.data() + entity.size() || value > 0x10FFFF)
-        return std::nullopt;
-    return value;
+    return base::numberIn<std::uint32_t>(entity, 0, 0x10FFFF, hexadecimal ? 16 : 10);
 }
 
 std::string withoutEntities(std::string_view text) {
@@ -134,7 +129,7 @@ private:
     [[nodiscard]] std::uint64_t offsetSize() const { return number(trailer() + 6, 1); }
     [[nodiscard]] std::uint64_t referenceSize() const { return number(trailer() + 7, 1); }
 
-    /// The big-endian number of `size` bytes; all ones where the bytes do not reach.
+    /// The big-endian number of `size` bytes; all ones if the bytes do not reach.
     [[nodiscard]] std::uint64_t number(std::uint64_t position, std::uint64_t size) const {
         if (size == 0 || size > 8 || position > bytes_.size() || bytes_.size() - position < size)
             return UINT64_MAX;

@@ -51,14 +51,14 @@ public:
         sigaddset(&restored, SIGPIPE);
         sigaddset(&restored, SIGXFSZ);
         posix_spawnattr_setsigdefault(&attributes, &restored);
-        short flags = POSIX_SPAWN_SETSIGDEF;
+        int flags = POSIX_SPAWN_SETSIGDEF;
 #ifdef __APPLE__
         // Another thread may start a command before a descriptor is marked as not inherited.
         flags |= POSIX_SPAWN_CLOEXEC_DEFAULT;
         for (const int inherited : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
             posix_spawn_file_actions_addinherit_np(&actions, inherited);
 #endif
-        posix_spawnattr_setflags(&attributes, flags);
+        posix_spawnattr_setflags(&attributes, static_cast<short>(flags));
         posix_spawn_file_actions_adddup2(&actions, stream, STDOUT_FILENO);
         if (connection == ShellProcess::Connection::InputAndOutput)
             posix_spawn_file_actions_adddup2(&actions, stream, STDIN_FILENO);

@@ -3,7 +3,9 @@
 #include "base/FileDescriptor.h"
 #include "base/Result.h"
 
+#include <cstddef>
 #include <string>
+#include <utility>
 
 #include <sys/types.h>
 

@@ -6,8 +6,8 @@
 #include <functional>
 #include <string>
 
-/// Looks who signed the package at `path` and logs whether it was one of the identities that
-/// `identities` gives (asked anew for every authority of the signature). A diagnostic step: the
-/// answer is always true. Blocks while the inspector runs; any thread.
+/// Reads the authorities in the signature of the package at `path` and logs whether one of them is
+/// among `identities` (asked anew for every authority). A diagnostic step: the answer is always
+/// true. Blocks while the inspector runs; any thread.
 bool isValidItemToSign(const Caller& caller, const std::string& path, bool doNotCodesign,
                        const std::function<IdentityList()>& identities);

@@ -56,7 +56,7 @@ find_packer() {
 
 # Packs with the system's archiver, and keeps what the packer promises: a source that stays as it is,
 # an archive that is read back and on the disk before it gets its name, nothing overwritten but an
-# older archive. After SIGKILL the hidden folder stays, as nobody can know whose it is.
+# older archive. After SIGKILL the hidden folder stays: no later run can know that it is ours.
 pack_with_ditto() {
     work=$(mktemp -d "$folder/.kelpmoray-packing-XXXXXXXXXX" 2>/dev/null) ||
         fail "cannot write in $folder" "make the folder writable and try again"

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Installs what building (and, with --test, testing) needs on Debian, and on macOS where brew is there;
-# elsewhere says what is needed.
+# Installs what building (and, with --test, testing) needs on Debian, and on macOS if brew is there;
+# says what is needed on other systems.
 set -eu
 
 if [ "$(uname)" = Darwin ] && command -v brew >/dev/null 2>&1; then

@@ -105,7 +105,7 @@ TEST_F(BatchFace, SaysWhatIsWrongWithEachPathAndDoesTheRest) {
     EXPECT_EQ(run({}), ExitStatus::NothingToDo);
 }
 
-#ifndef __APPLE__ // where signing is to be had
+#ifndef __APPLE__ // which has signing
 TEST_F(BatchFace, ReportsAFailedPackageAndGoesOn) {
     folder.makeFolder("apps/A.zip");
     EXPECT_EQ(run({"--process-all", "--identity", "Jo (X1)", folder.path("apps")}),

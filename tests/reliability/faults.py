@@ -202,7 +202,7 @@ class ScriptsThatMisbehave(ProgramTest):
 
 
 class Surroundings(ProgramTest):
-    """What whoever starts the program has left missing or broken."""
+    """What is missing or broken when the program starts."""
 
     def setUp(self):
         super().setUp()

@@ -44,7 +44,7 @@ public:
     }
 
 private:
-    /// Outlives the capture where a thread is just logging at its end.
+    /// Outlives the capture if a thread is just logging at its end.
     struct State {
         std::mutex mutex;
         std::vector<std::string> messages;

@@ -32,7 +32,7 @@ def give(path):
 
 
 def ignoring(*signals):
-    """For subprocess: the program finds these signals ignored by whoever started it."""
+    """For subprocess: the program finds these signals ignored from the start."""
     def ignore():
         for number in signals:
             signal.signal(number, signal.SIG_IGN)
