@@ -10,7 +10,7 @@ import tempfile
 import time
 import unittest
 
-from trees import in_archive, on_disk
+from archives import in_archive, on_disk
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 BUILD = os.environ.get("KELPMORAY_BUILD", os.path.join(ROOT, "build/dev"))

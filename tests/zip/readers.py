@@ -6,17 +6,59 @@ usage: readers.py PACKER PACKAGE...
 The readers are unzip, bsdtar, 7z and Python's zipfile; `zip -T` and `7z t` check the structure. What
 a reader cannot restore by itself is left out of its comparison alone, and named there.
 """
+import hashlib
 import os
 import re
 import stat
+import struct
 import subprocess
 import sys
 import tempfile
+import time
 import unicodedata
+import zipfile
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
 
-from trees import in_archive, on_disk  # noqa: E402
+def entry(mode, modified, content):
+    kept = content if stat.S_ISLNK(mode) else hashlib.sha256(content).hexdigest()
+    return {"mode": mode, "time": modified, "content": kept}
+
+
+def on_disk(package):
+    """Every entry from the package on, by its name in the archive, in bytes."""
+    parent = os.path.dirname(package)
+    found = {}
+    for folder, folders, files in os.walk(package):
+        for path in [folder] + [os.path.join(folder, name) for name in folders + files]:
+            status = os.lstat(path)
+            content = b""
+            if stat.S_ISLNK(status.st_mode):
+                content = os.readlink(path)
+            elif stat.S_ISREG(status.st_mode):
+                with open(path, "rb") as file:
+                    content = file.read()
+            found[os.path.relpath(path, parent)] = entry(
+                status.st_mode, status.st_mtime_ns // 10**9, content)
+    return found
+
+
+def dos_time(seconds):
+    local = time.localtime(seconds)[:6]
+    return min(max(local[:5] + (local[5] // 2 * 2,), (1980, 1, 1, 0, 0, 0)),
+               (2107, 12, 31, 23, 59, 58))
+
+
+def in_archive(archive):
+    """The same as zipfile sees it."""
+    found = {}
+    with zipfile.ZipFile(archive) as zipped:
+        for info in zipped.infolist():
+            name = info.filename.encode("utf-8" if info.flag_bits & 0x800 else "cp437")
+            stamp = struct.unpack("<I", info.extra[-4:])[0]
+            if info.date_time != dos_time(stamp):
+                sys.exit(f"zipfile: {name}: {info.date_time} is not {stamp} in local time")
+            found[name.rstrip(b"/")] = entry(info.external_attr >> 16, stamp, zipped.read(info))
+    return found
 
 
 def run(command, may_fail=False):
