@@ -33,15 +33,16 @@ base::Result<Options> parseOptions(const std::vector<std::string>& arguments) {
         } else if (argument == "--identity" && i + 1 < arguments.size()) {
             options.identity = arguments[++i];
         } else if (argument == "--identity") {
-            return usageError("--identity needs the holder of an identity behind it");
+            return usageError("--identity needs the holder of an identity behind it. See --help.");
         } else {
-            return usageError("there is no option " + argument);
+            return usageError("There is no option " + argument + ". See --help.");
         }
     }
     if (options.identity && options.doNotCodesign)
-        return usageError("--identity and --do-not-codesign exclude each other");
+        return usageError("--identity and --do-not-codesign exclude each other. See --help.");
     if (options.identity && options.identity->empty())
-        return usageError("--identity needs the holder of an identity, not an empty text");
+        return usageError(
+            "--identity needs the holder of an identity, not an empty text. See --help.");
     return options;
 }
 

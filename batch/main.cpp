@@ -51,8 +51,7 @@ int main(int argc, char** argv) {
     base::startProgram();
     const auto parsed = parseOptions({argv + 1, argv + argc});
     if (!parsed) {
-        std::cerr << "kelpmoray-batch: " << base::printable(parsed.error().sentence)
-                  << "; see --help\n";
+        std::cerr << "kelpmoray-batch: " << base::printable(parsed.error().sentence) << '\n';
         return static_cast<int>(ExitStatus::NothingToDo);
     }
     Log::setStandardErrorEnabled(parsed->verbose);

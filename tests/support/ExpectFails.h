@@ -4,17 +4,17 @@
 
 #include <gtest/gtest.h>
 
-/// Whether `result` is an error of that kind; what it is instead if not.
+/// Expects that the call gives an error of this base::ErrorKind, in a whole sentence.
+#define EXPECT_FAILS(call, kind) EXPECT_PRED_FORMAT2(fails, call, base::ErrorKind::kind)
+
 template <typename T>
-[[nodiscard]] testing::AssertionResult failsWith(const base::Result<T>& result,
-                                                 base::ErrorKind kind) {
+testing::AssertionResult fails(const char* call, const char* kindName,
+                               const base::Result<T>& result, base::ErrorKind kind) {
     if (result)
-        return testing::AssertionFailure() << "it succeeds";
-    if (result.error().kind != kind)
-        return testing::AssertionFailure()
-               << "it fails in another way: " << result.error().sentence;
+        return testing::AssertionFailure() << call << " succeeds";
+    const base::Error& error = result.error();
+    if (error.kind != kind || !error.sentence.ends_with('.'))
+        return testing::AssertionFailure() << call << " says \"" << error.sentence << "\", kind "
+                                           << static_cast<int>(error.kind) << ", not " << kindName;
     return testing::AssertionSuccess();
 }
-
-/// EXPECT_FAILS(call, NotFound): the call gives an error of that kind, not just some failure.
-#define EXPECT_FAILS(call, kind) EXPECT_TRUE(failsWith((call), base::ErrorKind::kind))
