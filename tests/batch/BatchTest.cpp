@@ -194,7 +194,7 @@ TEST(Options, AreReadUpToTheDoubleDash) {
                                                   {"--identity"},
                                                   {"--identity="},
                                                   {"--identity=J", "--do-not-codesign"}})
-        EXPECT_FAILS(parseOptions(wrong), Usage);
+        EXPECT_FAILS(parseOptions(wrong), Usage) << wrong.front();
 }
 
 TEST(Program, LogsOnStandardErrorOnlyWhenAsked) {

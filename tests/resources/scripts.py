@@ -87,9 +87,11 @@ class Packing(Scripts):
                          f"--verify|{self.path('X.zip')}|{self.path('X.app')}|")
         os.remove(self.path("calls"))
         self.with_attributes_to_keep('kelpmoray-zip "$last" X.app')
+        self.stand_in("sync", f"[ ! -e '{self.path('X.zip')}' ] && echo synced >>'{self.path('calls')}'")
         self.assert_packs("X.app", "X.zip")
         self.assertTrue(read(self.path("calls")).startswith(
             f"-c|-k|--sequesterRsrc|--keepParent|--noqtn|./X.app|{self.folder}/.kelpmoray-packing-"))
+        self.assertTrue(read(self.path("calls")).endswith("synced\n"))
         self.assert_names(self.folder, "X.app", "X.zip", "bin", "calls", "in")
 
     def test_the_systems_archiver_keeps_what_ours_promises(self):
@@ -264,7 +266,8 @@ class Signing(Scripts):
         said = self.assert_fails("/a?signed: x/tool: see the lines above\n", SIGNING, "X.app", self.HOLDER)
         self.assertTrue(said.splitlines()[-1].startswith("error: codesign could not sign "), said)
         # What finds the code is killed on the way, or cannot be started.
-        for body in ("/usr/bin/find \"$@\" | head -n 1; kill -9 $$", "exit 127"):
+        for body in ("/usr/bin/find \"$@\" | head -n 1; kill -9 $$", "exit 127",
+                     "/usr/bin/find \"$@\"; exit 1"):
             self.stand_in("find", body)
             said = self.assert_fails("could not be listed: make all of it readable", SIGNING, "X.app",
                                      self.HOLDER)
