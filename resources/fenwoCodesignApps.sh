@@ -18,7 +18,12 @@ USAGE
 # look like a line of ours, nor a terminal obey it. The second also keeps line ends.
 control_sign=$(printf '\302[\200-\237]')
 printable() {
-    printf '%s' "$1" | LC_ALL=C tr '\001-\037\177' '[?*]' | LC_ALL=C sed "s/$control_sign/?/g"
+    case "$1" in
+    *[[:cntrl:]]* | *"${control_sign%%"["*}"*)
+        printf '%s' "$1" | LC_ALL=C tr '\001-\037\177' '[?*]' | LC_ALL=C sed "s/$control_sign/?/g"
+        ;;
+    *) printf '%s' "$1" ;;
+    esac
 }
 printable_lines() {
     LC_ALL=C tr '\001-\010\013-\037\177' '[?*]' | LC_ALL=C sed "s/$control_sign/?/g"

@@ -104,7 +104,7 @@ class FolderTest(unittest.TestCase):
         return make_package(self.path(name), **contents)
 
     def assert_whole(self, archive, package):
-        self.assertEqual(in_archive(archive), on_disk(package))
+        self.assertEqual(in_archive(os.fsdecode(archive)), on_disk(package))
 
     def assert_names(self, folder, *names):
         self.assertEqual(sorted(os.listdir(folder)), sorted(names))
