@@ -8,7 +8,6 @@
 #include <gmock/gmock.h>
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -125,12 +124,6 @@ TEST_F(ItemProcessing, WalksTheValidPackagesOfAnEntryInOrder) {
                         "\",\n    \"" + folder.path("E/Invalid.app") + "\"\n)"),
               1);
     EXPECT_EQ(log.count("<Tester>-doProcessItemNew:...item NOT VALID To sign...."), 1);
-}
-
-TEST_F(ItemProcessing, FindsNothingToDoInAnEmptyEntry) {
-    processEntry(caller, bundle, hooks, folder.makeFolder("Empty"));
-    EXPECT_THAT(events, IsEmpty());
-    EXPECT_EQ(log.count("<Tester>-doProcessItemNew:...appsToSign(0) = (\n)"), 1);
 }
 
 TEST(ScriptOutcome, IsReadFromTheLastLine) {
