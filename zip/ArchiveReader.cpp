@@ -153,13 +153,13 @@ bool takeZip64EndRecord(base::Bytes bytes, CentralDirectory& directory) {
 
 } // namespace
 
-base::Result<ArchiveReader> ArchiveReader::open(const std::string& path) {
+base::Result<ArchiveReader> ArchiveReader::read(base::FileDescriptor archive, std::string path) {
     ArchiveReader reader;
-    reader.path_ = path;
-    reader.opened_ = base::FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDONLY);
+    reader.path_ = std::move(path);
+    reader.opened_ = std::move(archive);
     struct stat status {};
-    if (!reader.opened_.open() || ::fstat(reader.opened_.get(), &status) != 0)
-        return base::systemError("open", path, errno);
+    if (::fstat(reader.opened_.get(), &status) != 0)
+        return base::systemError("examine", reader.path_, errno);
     reader.fileSize_ = static_cast<std::uint64_t>(status.st_size);
     auto directory = reader.findDirectory();
     if (!directory)

@@ -35,11 +35,13 @@ struct CentralDirectory {
     std::uint64_t count = 0;
 };
 
-/// Reads archives that this packer has written, sharing no code with the writing side. After open()
-/// any thread may call it.
+/// Reads archives that this packer has written, sharing no code with the writing side. Any
+/// thread may use one.
 class ArchiveReader {
 public:
-    [[nodiscard]] static base::Result<ArchiveReader> open(const std::string& path);
+    /// Takes over an archive that is open for reading; `path` is for messages.
+    [[nodiscard]] static base::Result<ArchiveReader> read(base::FileDescriptor archive,
+                                                          std::string path);
 
     [[nodiscard]] std::span<const ArchivedEntry> entries() const { return entries_; }
 

@@ -77,9 +77,9 @@ private:
     std::uint64_t done_ = 0;
 };
 
-base::Outcome writeArchive(const base::ReplacedFile& file, const PackageTree& tree,
+base::Outcome writeArchive(int descriptor, const std::string& output, const PackageTree& tree,
                            const PackOptions& options, ProgressCount& progress) {
-    ArchiveWriter writer(file.descriptor(), file.path(), tree, options.fixedTime);
+    ArchiveWriter writer(descriptor, output, tree, options.fixedTime);
     JobRing ring(options.threads * slotsPerThread, (options.threads + sparePieces) * longestPiece,
                  JobCutter(tree.entries), [&](EncodedJob& encoded) {
                      auto written = writer.write(encoded);
@@ -115,12 +115,17 @@ base::Outcome pack(const std::string& output, const std::string& package,
         if (!file)
             return file.error();
         ProgressCount progress(options, contentSize(tree->entries) * (options.verify ? 2 : 1));
-        if (auto written = writeArchive(*file, *tree, options, progress); !written)
+        if (auto written = writeArchive(file->descriptor(), output, *tree, options, progress);
+            !written)
             return written;
         if (options.verify) {
             const VerifyOptions verifyOptions{options.threads, options.fixedTime,
                                               [&](std::uint64_t bytes) { progress.add(bytes); }};
-            if (auto verified = verify(file->path(), package, verifyOptions); !verified)
+            base::FileDescriptor written(::fcntl(file->descriptor(), F_DUPFD_CLOEXEC, 0));
+            if (!written.open())
+                return base::systemError("read back", output, errno);
+            if (auto verified = verify(std::move(written), output, package, verifyOptions);
+                !verified)
                 return verified;
         }
         return file->commit();

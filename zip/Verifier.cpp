@@ -196,8 +196,16 @@ base::Outcome verifyEntries(const ArchiveReader& archive, const fs::path& packag
 
 base::Outcome verify(const std::string& archive, const std::string& package,
                      const VerifyOptions& options) {
+    auto opened = base::FileDescriptor::openAt(AT_FDCWD, archive.c_str(), O_RDONLY);
+    if (!opened.open())
+        return base::systemError("open", archive, errno);
+    return verify(std::move(opened), archive, package, options);
+}
+
+base::Outcome verify(base::FileDescriptor archive, const std::string& path,
+                     const std::string& package, const VerifyOptions& options) {
     try {
-        auto reader = ArchiveReader::open(archive);
+        auto reader = ArchiveReader::read(std::move(archive), path);
         if (!reader)
             return reader.error();
         return verifyEntries(*reader, fs::canonical(package), options);

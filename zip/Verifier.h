@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/FileDescriptor.h"
 #include "base/Result.h"
 
 #include <cstdint>
@@ -25,5 +26,9 @@ struct VerifyOptions {
 /// files.
 [[nodiscard]] base::Outcome verify(const std::string& archive, const std::string& package,
                                    const VerifyOptions& options);
+
+/// The same for an archive that is open for reading; `path` is for messages.
+[[nodiscard]] base::Outcome verify(base::FileDescriptor archive, const std::string& path,
+                                   const std::string& package, const VerifyOptions& options);
 
 } // namespace zip

@@ -277,45 +277,20 @@ class LimitedFiles(Packer):
 
 
 class Leftovers(Packer):
-    def start_long_run(self):
-        """It works on a file of a terabyte, and has written some of the archive."""
+    def test_there_are_none_when_it_is_ended(self):
         make_sparse(self.path("Long.app/file"), 2**40)
 
         def heed_signals():
             # Whoever runs the tests in the background may ignore SIGINT.
             for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
                 signal.signal(number, signal.SIG_DFL)
-        process = subprocess.Popen([PACKER, "--progress", self.path("Long.zip"), self.path("Long.app")],
-                                   stderr=subprocess.PIPE, preexec_fn=heed_signals)
-        self.addCleanup(process.stderr.close)
-        self.addCleanup(process.wait)
-        self.addCleanup(process.kill)
-        self.assertEqual(len(process.stderr.read(1)), 1)
-        return process, f".kelpmoray-{process.pid}.zip.tmp"
-
-    def end_by(self, process, number):
-        process.send_signal(number)
-        self.assertEqual(process.wait(), -number)
-
-    def test_there_are_none_when_a_signal_ends_it(self):
-        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
-            process, _ = self.start_long_run()
-            self.end_by(process, number)
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGKILL):
+            with subprocess.Popen([PACKER, "--progress", self.path("Long.zip"), self.path("Long.app")],
+                                  stderr=subprocess.PIPE, preexec_fn=heed_signals) as process:
+                self.assertEqual(len(process.stderr.read(1)), 1)
+                process.send_signal(number)
+                self.assertEqual(process.wait(), -number)
             self.assert_names(self.folder, "Long.app")
-
-    def test_of_a_killed_run_are_removed_but_not_what_a_running_one_needs(self):
-        killed, left = self.start_long_run()
-        self.end_by(killed, signal.SIGKILL)
-        self.assert_names(self.folder, left, "Long.app")
-        running, needed = self.start_long_run()
-        self.assert_names(self.folder, needed, "Long.app")
-        self.file("Short.app/file")
-        others = (".kelpmoray-notes.zip.tmp", ".kelpmoray-.zip.tmp", ".kelpmoray-1.tmp")
-        for name in others:
-            self.file(name, "not ours")
-        self.assert_packs("Long.zip", "Short.app")
-        self.assert_names(self.folder, needed, *others, "Long.app", "Long.zip", "Short.app")
-        self.end_by(running, signal.SIGTERM)
 
 
 if __name__ == "__main__":
