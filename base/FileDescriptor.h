@@ -2,6 +2,9 @@
 
 #include "base/Bytes.h"
 
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <utility>
 
@@ -36,6 +39,15 @@ private:
     int descriptor_ = -1;
 };
 
+/// Makes the system call again as long as a signal interrupts it.
+template <typename Call>
+[[nodiscard]] auto retried(const Call& call) {
+    auto result = call();
+    while (result < 0 && errno == EINTR)
+        result = call();
+    return result;
+}
+
 /// Reads `size` bytes at `offset`; fewer only where the file ends. Absent on failure, with errno
 /// set.
 [[nodiscard]] std::optional<std::size_t> readAt(int descriptor, std::uint8_t* to, std::size_t size,
@@ -43,6 +55,9 @@ private:
 
 /// Writes all bytes at `offset`; false on failure, with errno set.
 [[nodiscard]] bool writeAt(int descriptor, Bytes bytes, std::uint64_t offset);
+
+/// Cuts the file behind `size` bytes; false on failure, with errno set.
+[[nodiscard]] bool truncateTo(int descriptor, std::uint64_t size);
 
 /// Lets the system start to bring the bytes to the disk, so that syncing waits for less at the end.
 /// A hint: does nothing where the system knows no such call.

@@ -29,15 +29,6 @@ constexpr std::size_t randomDigits = 32;
 
 constexpr std::array endingSignals{SIGINT, SIGTERM, SIGHUP};
 
-template <typename Call>
-int retried(const Call& call) {
-    int result = 0;
-    do
-        result = call();
-    while (result != 0 && errno == EINTR);
-    return result;
-}
-
 std::string folderOf(const std::string& target) {
     const fs::path folder = fs::path(target).parent_path();
     return folder.empty() ? "." : folder.string();

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <csignal>
 #include <functional>
+#include <future>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -18,6 +20,8 @@
 #include <fcntl.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #endif
@@ -40,6 +44,45 @@ void forgoUnnamedFiles() {
     ASSERT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
     ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0);
 }
+#ifdef SYS_rename
+constexpr auto renameCall = SYS_rename;
+#else
+constexpr auto renameCall = SYS_renameat;
+#endif
+
+/// Runs `body` in a thread in which a signal seems to interrupt each of some calls once. Returns
+/// how many calls those were.
+std::size_t withInterruptions(const std::function<void()>& body) {
+    std::promise<int> listenerPromise;
+    std::thread thread([&] {
+        sock_filter steps[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                               BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_fsync, 3, 0),
+                               BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_ftruncate, 2, 0),
+                               BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_linkat, 1, 0),
+                               BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, renameCall, 0, 1),
+                               BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF),
+                               BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+        const sock_fprog program{std::size(steps), steps};
+        prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+        listenerPromise.set_value(static_cast<int>(syscall(
+            SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program)));
+        body();
+    });
+    const base::FileDescriptor listener(listenerPromise.get_future().get());
+    std::set<int> interrupted;
+    pollfd events{listener.get(), POLLIN, 0};
+    while (poll(&events, 1, -1) == 1 && (events.revents & POLLIN) != 0) {
+        seccomp_notif call{};
+        EXPECT_EQ(ioctl(listener.get(), SECCOMP_IOCTL_NOTIF_RECV, &call), 0);
+        seccomp_notif_resp answer{call.id, 0, 0, SECCOMP_USER_NOTIF_FLAG_CONTINUE};
+        if (interrupted.insert(call.data.nr).second)
+            answer = {call.id, 0, -EINTR, 0};
+        EXPECT_EQ(ioctl(listener.get(), SECCOMP_IOCTL_NOTIF_SEND, &answer), 0);
+    }
+    thread.join();
+    return interrupted.size();
+}
+
 constexpr bool mayBeUnnamed[] = {false, true};
 #else
 void forgoUnnamedFiles() {}
@@ -130,6 +173,22 @@ TEST_P(ReplacedFile, takes_the_place_only_when_committed) {
         }
     });
 }
+
+#ifdef __linux__
+TEST_P(ReplacedFile, tries_again_what_a_signal_interrupts) {
+    folder_.makeFile("target", "older");
+    const std::size_t interrupted = withInterruptions([&] {
+        if (!GetParam())
+            forgoUnnamedFiles();
+        auto file = create();
+        writeTo(file, "whole and more");
+        EXPECT_TRUE(base::truncateTo(file.descriptor(), 5));
+        EXPECT_TRUE(file.commit());
+    });
+    EXPECT_EQ(interrupted, GetParam() ? 4 : 3);
+    EXPECT_EQ(contentOf(target_), "whole");
+}
+#endif
 
 TEST_P(ReplacedFile, keeps_what_it_cannot_replace) {
     inThread([&] {
