@@ -1,8 +1,9 @@
 #pragma once
 
-#include "base/FileDescriptor.h"
+#include "base/Bytes.h"
 #include "base/Result.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -33,15 +34,16 @@ struct CentralDirectory {
     std::uint64_t offset = 0;
     std::uint64_t size = 0;
     std::uint64_t count = 0;
+
+    bool operator==(const CentralDirectory&) const = default;
 };
 
 /// Reads archives that this packer has written, sharing no code with the writing side. Any
 /// thread may use one.
 class ArchiveReader {
 public:
-    /// Takes over an archive that is open for reading; `path` is for messages.
-    [[nodiscard]] static base::Result<ArchiveReader> read(base::FileDescriptor archive,
-                                                          std::string path);
+    /// `descriptor` is open for reading as long as the reader lives; `path` is for messages.
+    [[nodiscard]] static base::Result<ArchiveReader> open(int descriptor, std::string path);
 
     [[nodiscard]] std::span<const ArchivedEntry> entries() const { return entries_; }
 
@@ -59,7 +61,7 @@ private:
     [[nodiscard]] base::Error damaged(const char* what) const;
 
     std::string path_;
-    base::FileDescriptor opened_;
+    int descriptor_ = -1;
     std::uint64_t fileSize_ = 0;
     std::vector<ArchivedEntry> entries_;
 };

@@ -2,6 +2,9 @@
 
 #include "zip/JobEncoder.h"
 
+#include <cstdint>
+#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -21,6 +24,10 @@ public:
     /// Writes the central directory and cuts the file behind it.
     [[nodiscard]] base::Outcome finish();
 
+    /// The positions in the archive, ascending, where a piece of a deflated file ends and the next
+    /// one starts.
+    [[nodiscard]] std::span<const std::uint64_t> pieceEnds() const { return pieceEnds_; }
+
 private:
     [[nodiscard]] base::Outcome append(base::Bytes bytes);
     [[nodiscard]] base::Outcome writePiece(const EncodedJob& encoded);
@@ -34,6 +41,7 @@ private:
     std::uint64_t position_;
     std::uint64_t writtenBack_;
     std::vector<EntryRecord> records_;
+    std::vector<std::uint64_t> pieceEnds_;
 };
 
 } // namespace zip

@@ -1,5 +1,7 @@
 #include "zip/PackageTree.h"
 
+#include "zip/ExtendedAttributes.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
@@ -13,6 +15,15 @@ namespace zip {
 namespace {
 
 namespace fs = std::filesystem;
+
+/// Opens a folder that may be passed but not listed.
+#if defined(O_PATH)
+constexpr int toPassThrough = O_PATH;
+#elif defined(O_SEARCH)
+constexpr int toPassThrough = O_SEARCH;
+#else
+constexpr int toPassThrough = O_RDONLY;
+#endif
 
 struct CloseDirectory {
     void operator()(DIR* directory) const { ::closedir(directory); }
@@ -57,6 +68,7 @@ base::Outcome addEntry(PackageTree& tree, int at, const char* path, std::string 
     auto type = typeOf(status, tree.parentPath + name);
     if (!type)
         return type.error();
+    addExtendedAttributes(tree.parentPath + name, tree.attributes);
     if (*type == EntryType::Folder)
         name += '/';
     tree.entries.push_back({std::move(name), *type, static_cast<std::uint16_t>(status.st_mode),
@@ -145,10 +157,11 @@ base::Result<PackageTree> listPackage(const std::string& package) {
         return split.error();
     PackageTree tree;
     tree.parentPath = split->first;
-    tree.parent = base::FileDescriptor::openAt(
-        AT_FDCWD, tree.parentPath.empty() ? "." : tree.parentPath.c_str(), O_RDONLY | O_DIRECTORY);
+    const std::string parent = tree.parentPath.empty() ? "." : tree.parentPath;
+    tree.parent =
+        base::FileDescriptor::openAt(AT_FDCWD, parent.c_str(), toPassThrough | O_DIRECTORY);
     if (!tree.parent.open())
-        return base::systemError("open", tree.parentPath, errno);
+        return base::systemError("open", parent, errno);
     if (auto added = addEntry(tree, tree.parent.get(), split->second.c_str(), split->second);
         !added)
         return added.error();

@@ -4,6 +4,7 @@
 #include "base/Result.h"
 
 #include <cstdint>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -47,6 +48,8 @@ struct PackageTree {
     /// Sorted by the bytes of their names, so each folder stands before what it holds. The first
     /// one is the package itself.
     std::vector<Entry> entries;
+    /// The names of all extended attributes and access control lists in the package.
+    std::set<std::string> attributes;
 
     [[nodiscard]] std::string pathOf(const Entry& entry) const { return parentPath + entry.name; }
 };

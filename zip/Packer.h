@@ -20,6 +20,8 @@ struct PackOptions {
     std::optional<std::int64_t> fixedTime{};
     /// Reads the archive back and compares it with the package before it gets its name.
     bool verify = false;
+    /// If set, told in a whole sentence what of the package the archive does not keep, once.
+    std::function<void(const std::string& sentence)> notice{};
     /// If set, told now and then how many bytes of how many are done, by one thread at a time.
     std::function<void(std::uint64_t done, std::uint64_t total)> progress{};
 };

@@ -151,6 +151,7 @@ int run(int argumentCount, char** arguments) {
     }
     if (argumentCount - optind != 2)
         return report("Give an archive and a package. See kelpmoray-zip --help.", wrongUsage);
+    line.options.notice = [](const std::string& sentence) { report(sentence, done); };
     if (line.showProgress)
         line.options.progress = ProgressPrinter();
     auto packed = pack(arguments[optind], arguments[optind + 1], line.options);

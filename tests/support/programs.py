@@ -128,12 +128,20 @@ class ProgramTest(FolderTest):
 
     def hold_packer(self, folder):
         """Stops the packer in the middle of its work in the folder; its number."""
-        pattern = os.path.join(folder, ".kelpmoray-*.zip.tmp")
-        unfinished = await_that(lambda: glob.glob(pattern), "the packer")[0]
-        packer = int(unfinished.split("-")[-1].split(".")[0])
+        opened = await_that(lambda: self.unfinished_in(folder), "the packer")
+        packer = int(opened.split("/")[2])
         os.kill(packer, signal.SIGSTOP)
-        self.assertTrue(os.path.exists(unfinished), "it was too quick")
+        self.assertTrue(os.path.lexists(opened), "it was too quick")
         return packer
+
+    @staticmethod
+    def unfinished_in(folder):
+        """The entry of /proc that stands for a file without a name, open in the folder."""
+        for opened in glob.glob("/proc/[0-9]*/fd/*"):
+            with contextlib.suppress(OSError):
+                if os.readlink(opened).startswith(os.path.join(folder, "#")):
+                    return opened
+        return None
 
 
 def run(command, **how):

@@ -8,6 +8,7 @@ import random
 import re
 import shutil
 import signal
+import struct
 import subprocess
 import sys
 import unittest
@@ -15,7 +16,7 @@ import zipfile
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
 
-from programs import BUILD, FolderTest, run, write  # noqa: E402
+from programs import BUILD, NOBODY, FolderTest, give, ordinary_user, run, write  # noqa: E402
 
 PACKER = os.environ.get("KELPMORAY_ZIP", os.path.join(BUILD, "libexec/kelpmoray/kelpmoray-zip"))
 READERS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "readers.py")
@@ -197,9 +198,9 @@ class Archives(Packer):
 
     def test_hold_more_entries_than_the_plain_record_can_count(self):
         os.mkdir(self.path("A.app"))
-        for index in range(1, 65535):
+        for index in range(1, 65534):
             os.symlink("target", self.path("A.app", str(index)))
-        for count, has_wide_record in ((65535, False), (65536, True)):
+        for count, has_wide_record in ((65534, False), (65535, True)):
             self.assert_packs("--verify", "-j", "2", "A.zip", "A.app")
             with open(self.path("A.zip"), "rb") as archive:
                 self.assertEqual(b"PK\x06\x06" in archive.read(), has_wide_record)
@@ -208,6 +209,39 @@ class Archives(Packer):
             for reader in (("unzip", "-Z1"), ("bsdtar", "-tf")):
                 self.assertEqual(self.said_by(*reader, "A.zip").count("\n"), count, reader)
             os.symlink("target", self.path("A.app", f"more than {count}"))
+
+    def test_hold_1100_levels_of_folders_with_few_descriptors(self):
+        deepest = self.path("A.app", *["d"] * 1100)
+        self.addCleanup(subprocess.run, ["rm", "-rf", self.path("A.app")], check=True)
+        run(["mkdir", "-p", deepest])
+        self.assertEqual(self.zip_after("ulimit -n 256; exec", "--verify", "A.zip", "A.app"), (0, ""))
+        with zipfile.ZipFile(self.path("A.zip")) as archive:
+            self.assertEqual(len(archive.infolist()), 1101)
+
+    def test_appear_below_a_folder_that_may_be_passed_but_not_listed(self):
+        packer = shutil.copy(PACKER, self.folder)
+        for folder in ("passed/A.app", "passed/own"):
+            os.makedirs(self.path(folder))
+        give(self.path("passed/own"))
+        os.chmod(self.path("passed"), 0o711 if os.geteuid() == 0 else 0o311)
+        self.assertEqual(run([packer, "--verify", "own/A.zip", "A.app"], cwd=self.path("passed"),
+                             **ordinary_user()), (0, ""))
+        self.assert_names(self.path("passed/own"), "A.zip")
+
+    def test_come_with_a_word_about_attributes_that_they_do_not_keep(self):
+        self.file("A.app/Contents/file")
+        self.file("A.app/other")
+        entries = b"".join(struct.pack("<HHi", *entry) for entry in (
+            (1, 6, -1), (2, 4, NOBODY), (4, 4, -1), (16, 4, -1), (32, 4, -1)))
+        try:
+            os.setxattr(self.path("A.app"), "system.posix_acl_access", struct.pack("<I", 2) + entries)
+            for name in ("A.app/Contents/file", "A.app/other"):
+                os.setxattr(self.path(name), "user.new\nline", b"1")
+        except OSError:
+            self.skipTest("the file system has no extended attributes")
+        self.assertEqual(self.zip("--verify", "A.zip", "A.app"), (0, (
+            "kelpmoray-zip: A.app has extended attributes (system.posix_acl_access, user.new?line),"
+            " which a zip archive does not keep.\n")))
 
     def test_give_four_independent_readers_what_is_in_the_folder(self):
         self.make_odd_package("Ödd Nämes.app")
