@@ -30,13 +30,16 @@ constexpr int mostThreads = 256;
 constexpr std::int64_t earliestZipTime = 315532800;
 
 constexpr const char* usage = R"(usage: kelpmoray-zip [OPTION]... OUTPUT.zip PACKAGE
-Packs the folder PACKAGE into OUTPUT.zip, replacing an archive that is already there.
+Packs the folder PACKAGE into OUTPUT.zip. An archive that is already there is replaced.
+Kept are names, content, symbolic links, permissions, and the time of the last change in
+whole seconds from 1970 to 2106. Not kept are owners, hard links, extended attributes and
+access control lists; a line on standard error names those of the last two.
 
   -l LEVEL        from 1 (quick) to 9 (small), 5 if not given
   -j THREADS      how many threads work, all processors if not given; the archive is the same
   --reproducible  every time in the archive is SOURCE_DATE_EPOCH, or 1980-01-01 if that is not set
-  --verify        read the archive back and compare it with PACKAGE before it gets its name
-  --progress      a line a tenth of a second on standard error: percent of bytes
+  --verify        read the archive back and compare it with PACKAGE before it takes its place
+  --progress      ten times a second a line on standard error: percent of the bytes that are done
   --help          show this text
   --version       show the version
 
