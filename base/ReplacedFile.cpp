@@ -214,7 +214,7 @@ Outcome ReplacedFile::openNamed() {
         if (!opened_.open()) {
             const int code = errno;
             forgetName();
-            return systemError("create a file beside", target_, code);
+            return systemError("create", target_, code);
         }
         // Until it is locked another run may take it for a leftover.
         (void)retried([&] { return ::flock(opened_.get(), LOCK_EX); });

@@ -28,7 +28,7 @@ enum class Difference { Entries, Type, Time, Length, Content, LinkTarget };
 std::string_view nounFor(Difference difference) {
     switch (difference) {
     case Difference::Entries:
-        return "the names or the number of entries";
+        return "the list of entries";
     case Difference::Type:
         return "type or permissions";
     case Difference::Time:

@@ -38,7 +38,7 @@ access control lists; a line on standard error names those of the last two.
   -l LEVEL        from 1 (quick) to 9 (small), 5 if not given
   -j THREADS      how many threads work, all processors if not given; the archive is the same
   --reproducible  every time in the archive is SOURCE_DATE_EPOCH, or 1980-01-01 if that is not set
-  --verify        read the archive back and compare it with PACKAGE before it takes its place
+  --verify        read the archive back and compare it with PACKAGE before it appears
   --progress      ten times a second a line on standard error: percent of the bytes that are done
   --help          show this text
   --version       show the version
