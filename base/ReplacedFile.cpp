@@ -1,6 +1,5 @@
 #include "base/ReplacedFile.h"
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -26,8 +25,6 @@ constexpr std::string_view prefix = ".kelpmoray-";
 constexpr std::string_view suffix = ".tmp";
 constexpr std::string_view hexDigits = "0123456789abcdef";
 constexpr std::size_t randomDigits = 32;
-
-constexpr std::array endingSignals{SIGINT, SIGTERM, SIGHUP};
 
 std::string folderOf(const std::string& target) {
     const fs::path folder = fs::path(target).parent_path();
@@ -78,70 +75,49 @@ void removeLeftovers(const std::string& folder) {
     }
 }
 
-/// The names to remove when a signal ends the process. Whoever holds the lock has the ending
-/// signals blocked, so their handler can wait for it.
-std::atomic_flag namesAreInUse;
+/// The names to remove when a signal ends the process. All signals are blocked in the thread that
+/// holds the lock, so the handler can wait for it.
+std::atomic_flag namesAreLocked;
 std::vector<std::string> namesToRemove;
 
-sigset_t endingSignalSet() {
-    sigset_t set;
-    sigemptyset(&set);
-    for (const int signal : endingSignals)
-        sigaddset(&set, signal);
-    return set;
+void lockNames() {
+    while (namesAreLocked.test_and_set(std::memory_order_acquire)) {
+    }
 }
 
-class NamesLock {
-public:
-    NamesLock() {
-        const sigset_t ending = endingSignalSet();
-        pthread_sigmask(SIG_BLOCK, &ending, &before_);
-        while (namesAreInUse.test_and_set(std::memory_order_acquire)) {
-        }
-    }
-    NamesLock(const NamesLock&) = delete;
-    NamesLock& operator=(const NamesLock&) = delete;
-    ~NamesLock() {
-        namesAreInUse.clear(std::memory_order_release);
-        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-    }
-
-private:
-    sigset_t before_{};
-};
-
 void removeNamesAndEnd(int signal) {
-    while (namesAreInUse.test_and_set(std::memory_order_acquire)) {
-    }
+    lockNames();
     for (const std::string& name : namesToRemove)
         ::unlink(name.c_str());
     std::signal(signal, SIG_DFL);
     std::raise(signal);
 }
 
-/// A signal that is ignored or handled otherwise stays so.
-void handleEndingSignals() {
-    for (const int signal : endingSignals) {
+/// Signals that are ignored or handled otherwise stay so.
+void handleEndingSignals(const sigset_t& blocked) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction action {};
         sigaction(signal, nullptr, &action);
         if (action.sa_handler != SIG_DFL)
             continue;
-        action = {};
         action.sa_handler = removeNamesAndEnd;
-        action.sa_mask = endingSignalSet();
+        action.sa_mask = blocked;
         sigaction(signal, &action, nullptr);
     }
 }
 
-void removeOnSignal(const std::string& name) {
-    const NamesLock lock;
-    namesToRemove.push_back(name);
-    handleEndingSignals();
-}
-
-void keepOnSignal(const std::string& name) {
-    const NamesLock lock;
-    std::erase(namesToRemove, name);
+void changeNamesToRemove(const std::string& added, const std::string& dropped) {
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    lockNames();
+    std::erase(namesToRemove, dropped);
+    if (!added.empty())
+        namesToRemove.push_back(added);
+    handleEndingSignals(all);
+    namesAreLocked.clear(std::memory_order_release);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 #ifdef O_TMPFILE
@@ -176,26 +152,34 @@ ReplacedFile::~ReplacedFile() {
     }
 }
 
-std::string ReplacedFile::nameBeside() const {
+/// Sets path_ to a name beside the target, with which `create` is called. Without a name again on
+/// failure.
+Outcome ReplacedFile::takeName(const std::function<bool()>& create) {
     std::array<std::uint8_t, randomDigits / 2> random{};
     if (::getentropy(random.data(), random.size()) != 0)
-        return {};
-    std::string path = folderOf(target_);
-    path.append("/").append(prefix);
+        return systemError("create", target_, errno);
+    std::string path = folderOf(target_) + "/";
+    path.append(prefix);
     for (const std::uint8_t byte : random)
         path.append({hexDigits[byte >> 4U], hexDigits[byte & 15U]});
-    return path.append(suffix);
+    path_ = path.append(suffix);
+    changeNamesToRemove(path_, {});
+    if (create())
+        return {};
+    const int code = errno;
+    forgetName();
+    return systemError("create", target_, code);
 }
 
 void ReplacedFile::forgetName() {
-    keepOnSignal(path_);
+    changeNamesToRemove({}, path_);
     path_.clear();
 }
 
 bool ReplacedFile::openUnnamed() {
 #ifdef O_TMPFILE
     opened_ = FileDescriptor::openAt(AT_FDCWD, folderOf(target_).c_str(), O_RDWR | O_TMPFILE, 0666);
-    // The name that it gets for a moment must be seen as in use from the start.
+    // Locked before it has a name, so that no other run takes it for a leftover.
     return opened_.open() && ::access(linkToDescriptor(opened_.get()).c_str(), F_OK) == 0 &&
            lockWithoutWaiting(opened_.get());
 #else
@@ -205,18 +189,14 @@ bool ReplacedFile::openUnnamed() {
 
 Outcome ReplacedFile::openNamed() {
     for (;;) {
-        path_ = nameBeside();
-        if (path_.empty())
-            return systemError("find a name beside", target_, errno);
-        removeOnSignal(path_);
-        opened_ = FileDescriptor::openAt(AT_FDCWD, path_.c_str(),
-                                         O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0666);
-        if (!opened_.open()) {
-            const int code = errno;
-            forgetName();
-            return systemError("create", target_, code);
-        }
-        // Until it is locked another run may take it for a leftover.
+        auto created = takeName([&] {
+            opened_ = FileDescriptor::openAt(AT_FDCWD, path_.c_str(),
+                                             O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0666);
+            return opened_.open();
+        });
+        if (!created)
+            return created;
+        // Until it is locked, another run may take it for a leftover.
         (void)retried([&] { return ::flock(opened_.get(), LOCK_EX); });
         if (isNameOf(opened_.get(), path_))
             return {};
@@ -227,7 +207,7 @@ Outcome ReplacedFile::openNamed() {
 Outcome ReplacedFile::keepModeAndOwnerOf(const struct stat& status) {
     struct stat ours {};
     if (::fstat(opened_.get(), &ours) != 0)
-        return systemError("examine the new", target_, errno);
+        return systemError("examine", target_, errno);
     const bool isOwnerSame = ours.st_uid == status.st_uid && ours.st_gid == status.st_gid;
     if (!isOwnerSame && ::fchown(opened_.get(), status.st_uid, status.st_gid) != 0)
         return systemError("keep the owner of", target_, errno);
@@ -251,30 +231,14 @@ Outcome ReplacedFile::takePlace() {
         if (link(opened_.get(), target_))
             return {};
         if (errno != EEXIST)
-            return systemError("write", target_, errno);
-        if (auto named = giveName(); !named)
+            return systemError("create", target_, errno);
+        if (auto named = takeName([&] { return link(opened_.get(), path_); }); !named)
             return named;
     }
 #endif
     if (retried([&] { return std::rename(path_.c_str(), target_.c_str()); }) != 0)
         return systemError("replace", target_, errno);
     forgetName();
-    return {};
-}
-
-/// A name beside the target, from which it can be renamed over what stands there.
-Outcome ReplacedFile::giveName() {
-#ifdef O_TMPFILE
-    path_ = nameBeside();
-    if (path_.empty())
-        return systemError("find a name beside", target_, errno);
-    removeOnSignal(path_);
-    if (!link(opened_.get(), path_)) {
-        const int code = errno;
-        forgetName();
-        return systemError("write", target_, code);
-    }
-#endif
     return {};
 }
 

@@ -3,20 +3,23 @@
 #include "base/FileDescriptor.h"
 #include "base/Result.h"
 
+#include <functional>
 #include <string>
+#include <utility>
 
 #include <sys/stat.h>
 
 namespace base {
 
-/// The file that takes the place of `target` once it is whole; until then it has no name, or on a
-/// file system that knows no unnamed files a hidden name beside the target. It goes away with this
-/// object, and when SIGINT, SIGTERM or SIGHUP ends the process. Several may be alive at once; each
-/// is used by one thread at a time.
+/// A file that takes the place of `target` when it is whole. Until then it has no name; if the file
+/// system has no unnamed files, it has a hidden name beside the target. It goes away with this
+/// object, and when SIGINT, SIGTERM or SIGHUP ends the process. Several may be alive at once; one
+/// thread at a time may use each.
 class ReplacedFile {
 public:
-    /// Opens an empty file for reading and writing. Also removes what killed runs have left in the
-    /// same folder: only what has our kind of name and no process holds locked. Any thread.
+    /// Opens an empty file for reading and writing. Also removes the files that killed runs have
+    /// left in the same folder: those that have a name of our form and that no process has locked.
+    /// Any thread.
     [[nodiscard]] static Result<ReplacedFile> createFor(const std::string& target);
 
     ReplacedFile(ReplacedFile&& other) noexcept = default;
@@ -25,12 +28,12 @@ public:
 
     [[nodiscard]] int descriptor() const { return opened_.get(); }
 
-    /// Gives the file the permissions, the owner and the group in `status`; without a call it has
-    /// those of a new file.
+    /// Gives the file the permissions, the owner and the group in `status`. Without this call it
+    /// has those of any new file.
     [[nodiscard]] Outcome keepModeAndOwnerOf(const struct stat& status);
 
-    /// Waits until the content is on the disk, then gives it the target's name. On failure what
-    /// stands there stays as it is. Ends the use of this object.
+    /// Waits until the content is on the disk, then gives the file the target's name. On failure
+    /// the target stays as it is. The last call for this object.
     [[nodiscard]] Outcome commit();
 
 private:
@@ -38,9 +41,8 @@ private:
 
     [[nodiscard]] bool openUnnamed();
     [[nodiscard]] Outcome openNamed();
-    [[nodiscard]] std::string nameBeside() const;
+    [[nodiscard]] Outcome takeName(const std::function<bool()>& create);
     [[nodiscard]] Outcome takePlace();
-    [[nodiscard]] Outcome giveName();
     void forgetName();
 
     std::string target_;

@@ -49,7 +49,7 @@ bool takeExtraFields(base::Bytes bytes, ArchivedEntry& entry) {
     return hasTimestamp && !extras.failed() && entry.versionNeeded == versionNeeded;
 }
 
-/// What the two headers of an entry have in common, in the same order.
+/// Takes the fields that both headers of an entry have, in the same order.
 void takeSharedFields(ByteReader& fields, ArchivedEntry& entry) {
     entry.versionNeeded = fields.takeLittle<std::uint16_t>();
     entry.flags = fields.takeLittle<std::uint16_t>();

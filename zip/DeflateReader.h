@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Bytes.h"
+#include "base/Result.h"
 #include "zip/ArchiveReader.h"
 
 #include <cstddef>
@@ -13,19 +14,19 @@ struct libdeflate_decompressor;
 
 namespace zip {
 
-/// Decompresses deflate streams (RFC 1951) in bounded memory: one is made of pieces of at most
-/// `longestPiece` bytes of content, each of whole bytes and without a match that reaches back to
-/// the one before. Each thread needs one of its own.
+/// Decompresses deflate streams (RFC 1951) in bounded memory. A stream is made of pieces of whole
+/// bytes, each with at most `longestPiece` bytes of content and no match that reaches back into the
+/// piece before. Each thread needs a reader of its own.
 class DeflateReader {
 public:
     static constexpr std::size_t longestPiece = std::size_t{4} << 20;
 
-    /// `pieceEnds` has the positions in the archive, ascending, where a piece ends and the next one
-    /// starts; it must outlive the reader. Throws std::bad_alloc.
+    /// `pieceEnds` is what ArchiveWriter::pieceEnds() gives; it must outlive the reader. Throws
+    /// std::bad_alloc.
     explicit DeflateReader(std::span<const std::uint64_t> pieceEnds);
 
-    /// Hands the entry's content to `sink`, in order. `dataOffset` is where its data starts. Fails
-    /// with the sink, or on a stream that is malformed or not as long as the entry says.
+    /// Hands the entry's content to `sink`, in order. Its data starts at `dataOffset`. Fails if the
+    /// sink does, and on a stream that is malformed or not as long as the entry says.
     [[nodiscard]] base::Outcome read(const ArchiveReader& archive, const ArchivedEntry& entry,
                                      std::uint64_t dataOffset,
                                      const std::function<base::Outcome(base::Bytes)>& sink);

@@ -20,7 +20,7 @@ ssize_t listAttributes(const char* path, char* names, std::size_t size) {
 } // namespace
 
 void addExtendedAttributes(const std::string& path, std::set<std::string>& names) {
-    // As long as a list may be at most. Not initialised, since there is one for each file.
+    // The longest list that a system gives. Clearing it for each file would cost too much.
     std::array<char, std::size_t{1} << 16> list;
     const ssize_t size = listAttributes(path.c_str(), list.data(), list.size());
     for (std::string_view rest(list.data(), size > 0 ? static_cast<std::size_t>(size) : 0);

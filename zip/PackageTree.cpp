@@ -110,20 +110,19 @@ base::Result<std::pair<std::string, std::string>> splitPath(std::string path) {
     while (path.size() > 1 && path.back() == '/')
         path.pop_back();
     const std::string last = fs::path(path).filename();
-    if (last.empty() || last == "." || last == "..") {
+    if (last == "." || last == "..") {
         std::error_code code;
-        path = fs::canonical(path, code);
+        const fs::path real = fs::canonical(path, code);
         if (code)
             return base::systemError("find", path, code.value());
+        path = real;
     }
-    const auto slash = path.rfind('/');
     if (path.empty() || path == "/")
         return base::Error{base::ErrorKind::Usage,
                            "Cannot pack \"" + path +
                                "\": it has no name. Give the path of a package."};
-    if (slash == std::string::npos)
-        return std::pair{std::string(), std::move(path)};
-    return std::pair{path.substr(0, slash + 1), path.substr(slash + 1)};
+    const auto nameStart = path.rfind('/') + 1;
+    return std::pair{path.substr(0, nameStart), path.substr(nameStart)};
 }
 
 } // namespace
@@ -168,12 +167,12 @@ base::Result<PackageTree> listPackage(const std::string& package) {
     if (tree.entries[0].type == EntryType::Link) {
         std::error_code code;
         const std::string target = fs::read_symlink(tree.pathOf(tree.entries[0]), code);
-        return base::Error{base::ErrorKind::Unsupported,
-                           "Cannot pack " + package + ": it is a symbolic link to " + target +
-                               ". Give the path of the package itself."};
+        return base::Error{base::ErrorKind::Usage, "Cannot pack " + package +
+                                                       ": it is a symbolic link to " + target +
+                                                       ". Give the path of the package itself."};
     }
     if (tree.entries[0].type != EntryType::Folder)
-        return base::Error{base::ErrorKind::Unsupported,
+        return base::Error{base::ErrorKind::Usage,
                            "Cannot pack " + package +
                                ": it is not a folder. Give the path of a package."};
     for (std::size_t index = 0; index < tree.entries.size(); ++index) {

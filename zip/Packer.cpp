@@ -19,13 +19,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// So many that a thread with short jobs need not wait for one with a long job.
+/// Enough that a thread with short jobs need not wait for one with a long job.
 constexpr std::size_t slotsPerThread = 16;
-/// For each thread, and this many besides, a job of the longest kind may be under way.
+/// As many jobs of the longest kind as there are threads, plus this number, may be under way.
 constexpr std::size_t sparePieces = 2;
 
-/// Fails if the output would lie inside the package or take the place of something else than a
-/// file.
+/// Fails if the output would lie inside the package, or would replace anything but a file.
 base::Outcome checkOutput(const std::string& output, const PackageTree& tree) {
     std::error_code code;
     const fs::file_type type = fs::symlink_status(output, code).type();

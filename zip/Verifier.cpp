@@ -63,7 +63,7 @@ std::uint32_t timestamp(std::int64_t seconds) {
 /// Compares entries; each thread has one of its own.
 class EntryVerifier {
 public:
-    /// `compared` is told the bytes of content that were compared since the last call.
+    /// `compared` is called with the bytes of content that were compared since its last call.
     EntryVerifier(const ArchiveReader& archive, const PackageTree& tree,
                   const VerifyOptions& options, std::function<void(std::uint64_t)> compared)
         : archive_(archive), tree_(tree), options_(options), compared_(std::move(compared)),
@@ -86,13 +86,12 @@ public:
         if (!data)
             return data.error();
         return entry.type == EntryType::File ? verifyFile(archived, entry, *data)
-                                             : verifyOther(archived, entry, *data);
+                                             : verifyLinkOrFolder(archived, entry, *data);
     }
 
 private:
-    /// A link, or a folder, which has no content.
-    base::Outcome verifyOther(const ArchivedEntry& archived, const Entry& entry,
-                              std::uint64_t data) {
+    base::Outcome verifyLinkOrFolder(const ArchivedEntry& archived, const Entry& entry,
+                                     std::uint64_t data) {
         std::string target(static_cast<std::size_t>(archived.size), '\0');
         auto* bytes = reinterpret_cast<std::uint8_t*>(target.data());
         if (auto read = archive_.read(bytes, target.size(), data); !read)
@@ -168,7 +167,7 @@ private:
     base::ByteBuffer stored_;
     base::ByteBuffer onDisk_;
 
-    /// Of the entry that is compared.
+    // Of the entry that is being compared.
     std::string path_;
     std::uint64_t offset_ = 0;
     std::uint32_t crc32_ = 0;

@@ -56,7 +56,6 @@ int report(std::string_view sentence, int status) {
     return status;
 }
 
-/// An error is one of usage.
 base::Outcome useReproducibleTime(PackOptions& options) {
     options.fixedTime = earliestZipTime;
     const char* epoch = std::getenv("SOURCE_DATE_EPOCH");
@@ -73,7 +72,7 @@ base::Outcome useReproducibleTime(PackOptions& options) {
 
 enum LongOption : int { Reproducible = 256, Verify, Progress, Help, Version };
 
-/// Applies one option, `given` as the user wrote it; an error is one of usage.
+/// Applies one option; `given` is how the user wrote it.
 base::Outcome apply(int option, const char* value, const std::string& given, CommandLine& line) {
     switch (option) {
     case 'l':
@@ -108,12 +107,12 @@ base::Outcome apply(int option, const char* value, const std::string& given, Com
     }
 }
 
-/// Prints at most one line in a tenth of a second, and one at the end.
+/// Prints at most ten lines a second, and one at the end.
 class ProgressPrinter {
 public:
     void operator()(std::uint64_t bytes, std::uint64_t total) {
         const auto now = std::chrono::steady_clock::now();
-        // What has no content may still follow the last byte.
+        // Entries without content may follow the last byte.
         const bool isNews = bytes == total ? !std::exchange(saidAll_, true) : now >= next_;
         if (!isNews)
             return;
