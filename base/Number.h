@@ -6,7 +6,7 @@
 
 namespace base {
 
-/// The number that is the whole of `text`, in decimal unless another radix is given, if it lies
+/// The number that `text` is, in decimal unless another radix is given; absent if it is none or not
 /// between `least` and `most`.
 template <typename Integer>
 [[nodiscard]] std::optional<Integer> numberIn(std::string_view text, Integer least, Integer most,

@@ -75,7 +75,7 @@ class DisksAndPermissions(ProgramTest):
         os.chmod(self.path("closed"), 0o555)
         status, said = self.batch(self.path("closed"), self.path("open"), **ordinary_user())
         self.assertEqual(status, 1, said)
-        self.assertIn(f"Cannot create {self.path('closed')}/.kelpmoray-", said)
+        self.assertIn(f"Cannot create {self.path('closed')}/A.zip: Permission denied", said)
         self.assertIn("Permission denied. Check the permissions or choose another folder.", said)
         self.assertIn("A.app: FAILED: ", said)
         self.assert_names(self.path("closed"), "A.app")
@@ -129,7 +129,7 @@ class PackagesThatChange(ProgramTest):
 
     def test_file_is_added(self):
         said = self.packed_while(lambda _: write(self.path("A.app/Contents/new"), "new"))
-        self.assertIn("in the number of entries. Pack again when nothing writes to the package", said)
+        self.assertIn("in the list of entries. Pack again when nothing writes to the package", said)
         self.assert_older_archive_only()
 
     def test_package_is_removed(self):

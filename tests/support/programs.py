@@ -127,19 +127,20 @@ class ProgramTest(FolderTest):
 
     def hold_packer(self, folder):
         """Stops the packer in the middle of its work in the folder; its number."""
-        def at_work():
-            for process in glob.glob("/proc/[0-9]*"):
-                # It may end while it is looked at.
-                with contextlib.suppress(OSError):
-                    if (os.readlink(process + "/exe") == self.programs.packer and
-                            folder in read_text(process + "/cmdline") and
-                            int(read_text(process + "/io").split()[1]) > 1_000_000):
-                        return int(process.split("/")[-1])
-            return None
-        packer = await_that(at_work, "the packer")
+        opened = await_that(lambda: self.unfinished_in(folder), "the packer")
+        packer = int(opened.split("/")[2])
         os.kill(packer, signal.SIGSTOP)
-        self.assertTrue(os.path.exists(f"/proc/{packer}/exe"), "it was too quick")
+        self.assertTrue(os.path.lexists(opened), "it was too quick")
         return packer
+
+    @staticmethod
+    def unfinished_in(folder):
+        """The entry of /proc that stands for a file without a name, open in the folder."""
+        for opened in glob.glob("/proc/[0-9]*/fd/*"):
+            with contextlib.suppress(OSError):
+                if os.readlink(opened).startswith(os.path.join(folder, "#")):
+                    return opened
+        return None
 
 
 def run(command, **how):
@@ -154,11 +155,6 @@ def run(command, **how):
             os.killpg(process.pid, signal.SIGKILL)
             raise
     return process.returncode, (said or b"").decode(errors="surrogateescape")
-
-
-def read_text(path):
-    with open(path, encoding="utf-8", errors="surrogateescape") as file:
-        return file.read()
 
 
 def write(path, content, mode=0o644):
