@@ -1,6 +1,7 @@
 #include "base/Number.h"
 #include "base/Printable.h"
 #include "base/ProgramStart.h"
+#include "base/Version.h"
 #include "zip/Compressor.h"
 #include "zip/Packer.h"
 #include "zip/ZipFormat.h"
@@ -10,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <string>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -142,7 +144,8 @@ int run(int argumentCount, char** arguments) {
     while ((option = ::getopt_long(argumentCount, arguments, ":l:j:", longOptions, nullptr)) !=
            -1) {
         if (option == Help || option == Version) {
-            std::fputs(option == Help ? usage : "kelpmoray-zip " KELPMORAY_VERSION "\n", stdout);
+            const std::string version = std::string("kelpmoray-zip ") + base::version() + '\n';
+            std::fputs(option == Help ? usage : version.c_str(), stdout);
             return done;
         }
         const bool isShort = optopt > 0 && optopt < Reproducible;
