@@ -17,8 +17,8 @@ Application::Application()
 
 Application::~Application() = default;
 
-bool Application::handOver(const LocationList& locations) {
-    return requests_.handOver(locations);
+bool Application::handOver(const LocationList& locations, const ActivationTokens& tokens) {
+    return requests_.handOver(locations, tokens);
 }
 
 void Application::start(const LocationList& locations) {

@@ -1,16 +1,57 @@
 #include "app/ConfirmationSheet.h"
 
-#include "app/ElidedLabel.h"
 #include "app/platform/SettingsStore.h"
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QHBoxLayout>
-#include <QKeySequence>
+#include <QLabel>
 #include <QPushButton>
 #include <QStyle>
+#include <QTextLayout>
 #include <QVBoxLayout>
 
 using Confirmation::Answer;
+
+namespace {
+
+/// The text in lines of at most `width` pixels, which may end within a word.
+QStringList folded(const QString& text, const QFont& font, int width) {
+    QTextLayout layout(text, font);
+    layout.setTextOption([] {
+        QTextOption option;
+        option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+        return option;
+    }());
+    QStringList lines;
+    layout.beginLayout();
+    for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
+        line.setLineWidth(width);
+        lines += text.mid(line.textStart(), line.textLength());
+    }
+    layout.endLayout();
+    return lines;
+}
+
+/// The whole path: two folders must not look the same.
+QLabel* pathLabel(QString path) {
+    auto* label = new QLabel;
+    label->setObjectName("folderPath");
+    label->setTextFormat(Qt::PlainText);
+    label->setAccessibleName(path);
+    label->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    path.replace('\n', QChar(0x2424)); // the sign for a new line: a name may hold one
+    constexpr int comfortable = 60;
+    constexpr int tallest = 20; // lines; a longer text gets wider ones
+    const int character = label->fontMetrics().averageCharWidth();
+    QStringList lines = folded(path, label->font(), comfortable * character);
+    if (lines.size() > tallest)
+        lines = folded(path, label->font(), 2 * comfortable * character);
+    label->setText(lines.join('\n'));
+    return label;
+}
+
+} // namespace
 
 ConfirmationSheet::ConfirmationSheet(const std::optional<std::string>& folder,
                                      SettingsStore& settings, std::function<void(Answer)> answered)
@@ -32,18 +73,17 @@ ConfirmationSheet::ConfirmationSheet(const std::optional<std::string>& folder,
     const QStringList lines =
         QString::fromStdString(Confirmation::informativeText(folder)).split('\n');
     auto* explanation = new QLabel(lines.front());
+    explanation->setObjectName("informativeText");
     explanation->setTextFormat(Qt::PlainText);
-    auto* path = new ElidedLabel;
-    path->setObjectName("folderPath");
-    path->setFullText(lines.mid(1).join('\n'));
+    QLabel* path = pathLabel(lines.mid(1).join('\n'));
 
     auto* doNotCodesign = new QCheckBox(Confirmation::doNotCodesign);
     doNotCodesign->setObjectName("doNotCodesign");
     settings.bind(*doNotCodesign, "prefDoNotCodesign");
 
     buttons_->addStretch();
-    addButton(Confirmation::process, Answer::Process, QKeySequence(Qt::ALT | Qt::Key_P));
-    addButton(Confirmation::skip, Answer::Skip, QKeySequence(Qt::ALT | Qt::Key_S));
+    addButton(Confirmation::process, Answer::Process);
+    addButton(Confirmation::skip, Answer::Skip);
     QPushButton* stop = addButton(Confirmation::stop, Answer::Stop);
     stop->setDefault(true);
     stop->setFocus();
@@ -70,16 +110,23 @@ ConfirmationSheet::ConfirmationSheet(const std::optional<std::string>& folder,
     });
 }
 
-QPushButton* ConfirmationSheet::addButton(const char* title, Answer answer,
-                                          const QKeySequence& shortcut) {
+void ConfirmationSheet::showEvent(QShowEvent* event) {
+    sinceShown_.start();
+    QDialog::showEvent(event);
+}
+
+QPushButton* ConfirmationSheet::addButton(const char* title, Answer answer) {
     auto* button = new QPushButton(title, this);
     button->setObjectName(title);
     // Otherwise a button would take Return for itself while it has the focus.
     button->setAutoDefault(false);
-    if (!shortcut.isEmpty())
-        button->setShortcut(shortcut);
-    connect(button, &QPushButton::clicked, this,
-            [this, answer] { done(static_cast<int>(answer)); });
+    connect(button, &QPushButton::pressed, this, [this] {
+        pressedUnread_ = sinceShown_.elapsed() < QApplication::doubleClickInterval();
+    });
+    connect(button, &QPushButton::clicked, this, [this, answer] {
+        if (answer == Answer::Stop || !pressedUnread_)
+            done(static_cast<int>(answer));
+    });
     buttons_->addWidget(button);
     return button;
 }

@@ -3,7 +3,7 @@
 #include "core/Confirmation.h"
 
 #include <QDialog>
-#include <QKeySequence>
+#include <QElapsedTimer>
 
 #include <functional>
 #include <optional>
@@ -14,7 +14,9 @@ class QPushButton;
 class SettingsStore;
 
 /// The question whether to process a folder, as a sheet. Return stops, wherever the focus is; so
-/// does closing it in any other way than by its buttons. Main thread.
+/// does closing it in any other way than by its buttons. A press that begins before the time of a
+/// double click is over may be meant for what was there before: it neither processes nor skips.
+/// Main thread.
 class ConfirmationSheet : public QDialog {
     Q_OBJECT
 public:
@@ -23,9 +25,13 @@ public:
     ConfirmationSheet(const std::optional<std::string>& folder, SettingsStore& settings,
                       std::function<void(Confirmation::Answer)> answered);
 
+protected:
+    void showEvent(QShowEvent* event) override;
+
 private:
-    QPushButton* addButton(const char* title, Confirmation::Answer answer,
-                           const QKeySequence& shortcut = {});
+    QPushButton* addButton(const char* title, Confirmation::Answer answer);
 
     QHBoxLayout* buttons_;
+    QElapsedTimer sinceShown_;
+    bool pressedUnread_ = false;
 };

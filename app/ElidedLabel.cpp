@@ -2,8 +2,8 @@
 
 #include <QClipboard>
 #include <QContextMenuEvent>
-#include <QEvent>
 #include <QGuiApplication>
+#include <QHelpEvent>
 #include <QMenu>
 #include <QToolTip>
 
@@ -15,8 +15,6 @@ ElidedLabel::ElidedLabel(QWidget* parent) : QLabel(parent) {
 
 void ElidedLabel::setFullText(const QString& text) {
     fullText_ = text;
-    // A tool tip that looks like markup would be read as such.
-    setToolTip(text.isEmpty() ? QString() : "<p>" + text.toHtmlEscaped() + "</p>");
     setAccessibleName(text);
     elide();
     updateGeometry();
@@ -32,6 +30,21 @@ QSize ElidedLabel::sizeHint() const {
             QLabel::sizeHint().height()};
 }
 
+bool ElidedLabel::event(QEvent* event) {
+    if (event->type() != QEvent::ToolTip)
+        return QLabel::event(event);
+    showFullText(static_cast<QHelpEvent*>(event)->globalPos());
+    return true;
+}
+
+/// Not the label's own tool tip: its markup would be read out as the description.
+void ElidedLabel::showFullText(QPoint globalPosition) {
+    // Escaped, or a text that looks like markup would be taken for it.
+    QToolTip::showText(globalPosition,
+                       fullText_.isEmpty() ? QString() : "<p>" + fullText_.toHtmlEscaped() + "</p>",
+                       this);
+}
+
 void ElidedLabel::resizeEvent(QResizeEvent* event) {
     QLabel::resizeEvent(event);
     elide();
@@ -45,7 +58,7 @@ void ElidedLabel::changeEvent(QEvent* event) {
 
 void ElidedLabel::focusInEvent(QFocusEvent* event) {
     QLabel::focusInEvent(event);
-    QToolTip::showText(mapToGlobal(rect().bottomLeft()), toolTip(), this);
+    showFullText(mapToGlobal(rect().bottomLeft()));
 }
 
 void ElidedLabel::contextMenuEvent(QContextMenuEvent* event) {

@@ -2,7 +2,7 @@
 
 #include <QLabel>
 
-/// A line of plain text that is shortened in the middle where it does not fit. The whole text is
+/// A line of plain text that is shortened in the middle if it does not fit. The whole text is
 /// its tool tip and accessible name, and what is copied from it.
 class ElidedLabel : public QLabel {
     Q_OBJECT
@@ -15,6 +15,7 @@ public:
     [[nodiscard]] QSize sizeHint() const override;
 
 protected:
+    bool event(QEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
     void changeEvent(QEvent* event) override;
     void focusInEvent(QFocusEvent* event) override;
@@ -22,6 +23,7 @@ protected:
 
 private:
     void elide();
+    void showFullText(QPoint globalPosition);
 
     QString fullText_;
 };

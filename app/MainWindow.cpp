@@ -1,14 +1,17 @@
 #include "app/MainWindow.h"
 
 #include "app/AppDelegate.h"
+#include "app/platform/Beep.h"
 #include "app/platform/MainQueue.h"
 #include "app/platform/NamedImage.h"
 #include "app/platform/NotificationCenter.h"
 #include "app/platform/SettingsStore.h"
 #include "app/platform/WindowLevel.h"
+#include "core/Log.h"
 #include "core/Path.h"
 #include "ui_MainWindow.h"
 
+#include <QApplication>
 #include <QEvent>
 #include <QFontInfo>
 #include <QPainter>
@@ -16,6 +19,7 @@
 namespace {
 
 constexpr const char* versionKey = "prefAppVersion";
+constexpr const char* selectedIdentityKey = "prefSelectedIdentityInfoDictionary";
 constexpr int applicationIconSize = 64;
 
 /// A ring that fades out along its way, in the colour of highlighted things.
@@ -45,6 +49,7 @@ MainWindow::MainWindow(const ViewController::Surroundings& surroundings, AppDele
       controller_(surroundings), help_(surroundings.bundle) {
     setWindowTitle(tr("Kelpmoray"));
     setMinimumSize(420, 300);
+    qApp->installEventFilter(this);
     resize(520, 400);
 }
 
@@ -87,20 +92,28 @@ void MainWindow::connectOutlets() {
 }
 
 void MainWindow::bindIdentities() {
+    identities_.bind(*ui_->identities, fileExists(surroundings_.tools.security)
+                                           ? tr("No identities listed")
+                                           : tr("No identity tool here"));
+    // The wheel over a closed popup would change the signer unseen.
+    ui_->identities->setFocusPolicy(Qt::StrongFocus);
+    explainIdentities();
+    connect(&identities_, &ArrayController::contentChanged, this, &MainWindow::explainIdentities);
+}
+
+void MainWindow::explainIdentities() {
     const QString tool = QString::fromStdString(surroundings_.tools.security);
-    const bool toolExists = fileExists(surroundings_.tools.security);
-    identities_.bind(*ui_->identities,
-                     toolExists ? tr("No identities listed") : tr("No identity tool here"));
-    const QString whyEmpty = toolExists
-                                 ? tr("%1 gave no list of identities")
-                                 : tr("%1, which lists the identities, is not on this system");
-    const auto explain = [this, tool, whyEmpty] {
-        ui_->identities->setToolTip(identities_.content()
-                                        ? tr("The identity that packages are signed with")
-                                        : whyEmpty.arg(tool));
-    };
-    explain();
-    connect(&identities_, &ArrayController::contentChanged, this, explain);
+    QString text = tr("The identity that packages are signed with");
+    if (!identities_.content())
+        text = (fileExists(surroundings_.tools.security)
+                    ? tr("%1 gave no list of identities")
+                    : tr("%1, which lists the identities, is not on this system"))
+                   .arg(tool);
+    ui_->identities->setToolTip(text);
+    // Shown while nothing is selected.
+    if (const auto remembered = surroundings_.settings.recordForKey(selectedIdentityKey))
+        ui_->identities->setPlaceholderText(
+            tr("%1 is gone: pick another").arg(QString::fromStdString(remembered->displaystring)));
 }
 
 void MainWindow::bindControls() {
@@ -131,13 +144,21 @@ void MainWindow::connectActions() {
     connect(ui_->progressview, &QPushButton::clicked, this,
             [this] { controller_.ibTestSpin(sender()); });
     connect(ui_->quitAction, &QAction::triggered, this, [this] { surroundings_.terminate(); });
-    connect(ui_->helpAction, &QAction::triggered, this, [this] {
-        QWidget* view = help_.view();
-        help_.doLoadDoc(sender());
-        setWindowLevel(view, statusWindowLevel); // or this window covers it
-        view->show();
-        activateIgnoringOtherApps(view);
-    });
+    connect(ui_->helpAction, &QAction::triggered, this, &MainWindow::showHelp);
+}
+
+void MainWindow::showHelp() {
+    QWidget* view = help_.view();
+    help_.doLoadDoc(sender());
+    if (help_.ibMyWebView()->source().isEmpty()) {
+        playBeep();
+        logEvent("help: the page is not in %@, install Kelpmoray again",
+                 surroundings_.bundle.resourcesFolder);
+        return;
+    }
+    setWindowLevel(view, statusWindowLevel); // or this window covers it
+    view->show();
+    activateIgnoringOtherApps(view);
 }
 
 void MainWindow::showProperties() {
@@ -151,6 +172,9 @@ void MainWindow::showProperties() {
                               : count == 1 ? tr("1 folder waiting")
                                            : tr("%1 folders waiting").arg(count));
     ui_->button1->setEnabled(count > 0);
+    ui_->progressview->setVisible(busy);
+    // Who signs is not to change in the middle of a folder.
+    ui_->identityArea->setEnabled(!controller_.isProcessing());
 }
 
 void MainWindow::drawIcons() {
@@ -169,9 +193,16 @@ void MainWindow::paintEvent(QPaintEvent* event) {
     }
 }
 
-void MainWindow::resizeEvent(QResizeEvent* event) {
-    QMainWindow::resizeEvent(event);
-    surroundings_.notifications.post("NSWindowDidResizeNotification");
+bool MainWindow::eventFilter(QObject* object, QEvent* event) {
+    // The size of every window is of interest, not only of this one.
+    if (event->type() == QEvent::Resize && object->isWidgetType()) {
+        const auto* widget = static_cast<QWidget*>(object);
+        if (widget->isWindow() && widget->windowType() != Qt::ToolTip &&
+            widget->windowType() != Qt::Popup)
+            surroundings_.notifications.post("NSWindowDidResizeNotification");
+    }
+    return event->type() == QEvent::Wheel && object == ui_->identities &&
+           !ui_->identities->hasFocus();
 }
 
 void MainWindow::changeEvent(QEvent* event) {

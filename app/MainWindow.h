@@ -32,8 +32,8 @@ public:
 
 protected:
     void paintEvent(QPaintEvent* event) override;
-    void resizeEvent(QResizeEvent* event) override;
     void changeEvent(QEvent* event) override;
+    bool eventFilter(QObject* object, QEvent* event) override;
 
 private:
     void fill();
@@ -41,6 +41,8 @@ private:
     void connectActions();
     void bindControls();
     void bindIdentities();
+    void explainIdentities();
+    void showHelp();
     void showProperties();
     void drawIcons();
 

@@ -1,5 +1,7 @@
 #include "app/MyWebViewController.h"
 
+#include "app/platform/NamedImage.h"
+
 #include <QShortcut>
 #include <QUrl>
 
@@ -17,6 +19,7 @@ QWidget* MyWebViewController::view() {
         auto* viewer = new QTextBrowser;
         viewer->setObjectName(QStringLiteral("helpview"));
         viewer->setWindowTitle(tr("Kelpmoray Help"));
+        viewer->setWindowIcon(applicationIcon());
         viewer->setAccessibleName(viewer->windowTitle());
         viewer->setAttribute(Qt::WA_QuitOnClose, false);
         viewer->setOpenExternalLinks(true);

@@ -47,6 +47,11 @@ void ViewController::setFButton1Busy(bool busy) {
     emit propertyChanged();
 }
 
+void ViewController::setProcessing(bool processing) {
+    isProcessing_.set(processing);
+    emit propertyChanged();
+}
+
 std::optional<std::string> ViewController::fProgressString1() const {
     return fProgressString1_.get();
 }
@@ -82,10 +87,12 @@ void ViewController::setFNumberOfFoldersToProcess(std::optional<int> count) {
 void ViewController::awakeFromNib() {
     static std::once_flag once;
     std::call_once(once, [this] {
-        // Both rectangles count from the content area's corner.
-        const QRect frame = view_ ? view_->rect() : QRect(0, 0, 0, 0);
-        if (ibDragDropView_)
-            ibDragDropView_->setGeometry(frame);
+        QRect frame(0, 0, 0, 0);
+        if (ibDragDropView_) {
+            // Both rectangles count from the content area's corner.
+            ibDragDropView_->setGeometry(view_ ? view_->rect() : frame);
+            frame = ibDragDropView_->geometry();
+        }
         logEvent("%@-%@...self.ibDragDropView.frame = %@", receiver(), "awakeFromNib", frame);
         onMainQueue([this] {
             setFNumberOfFoldersToProcess(0);

@@ -52,6 +52,8 @@ public:
     void setFSearchPath(std::optional<std::string> path);
     [[nodiscard]] bool fButton1Busy() const { return fButton1Busy_.get(); }
     void setFButton1Busy(bool busy);
+    /// Whether packages are being processed, and not only asked about.
+    [[nodiscard]] bool isProcessing() const { return isProcessing_.get(); }
     [[nodiscard]] std::optional<std::string> fProgressString1() const;
     void setFProgressString1(std::optional<std::string> text);
     [[nodiscard]] std::optional<std::string> fVersionString() const;
@@ -148,12 +150,20 @@ private:
                     std::chrono::microseconds pause);
     void count(const std::vector<ScriptRun>& runs);
     void tellEndOfRun();
+    void setProcessing(bool processing);
+    /// Starts a turn of the loop. Any thread.
+    void startLoop();
+    /// Quits, unless a sheet is attached: then the loop looks again when that is closed.
+    void terminateUnlessAsking();
+    void panelClosed(int code, const LocationList& chosen);
     void processSearchPath();
     void confirm(const std::string& entry);
     void answer(const std::string& entry, Confirmation::Answer answer);
 
     Surroundings surroundings_;
-    RunTally tally_; // processing queue only
+    RunTally tally_;          // processing queue only
+    bool looksAgain_ = false; // once the sheet is closed; main thread
+    AtomicProperty<bool> isProcessing_;
     AtomicProperty<std::optional<std::string>> fSearchPath_;
     AtomicProperty<bool> fButton1Busy_;
     AtomicProperty<std::optional<std::string>> fProgressString1_;

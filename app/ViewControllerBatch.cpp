@@ -23,6 +23,16 @@ void ViewController::doButton1(QObject* sender) {
     processQueue().async([this, sender] { doButton1Loop(sender); });
 }
 
+void ViewController::startLoop() {
+    processQueue().async([this] { doButton1Loop(nullptr); });
+}
+
+void ViewController::terminateUnlessAsking() {
+    looksAgain_ = window() != nullptr && hasAttachedSheet(window());
+    if (!looksAgain_)
+        surroundings_.terminate();
+}
+
 void ViewController::doButton1Loop(QObject*) {
     logEvent("%@-%@...", receiver(), loopMethod);
     onMainQueue([this] {
@@ -34,9 +44,10 @@ void ViewController::doButton1Loop(QObject*) {
     });
     const std::vector<std::string> entries = fSetOfFolders()->allObjects();
     if (entries.empty()) {
+        tellEndOfRun();
         onMainQueue([this] {
             setFButton1Busy(false);
-            surroundings_.terminate();
+            terminateUnlessAsking();
         });
         return;
     }
@@ -46,8 +57,13 @@ void ViewController::doButton1Loop(QObject*) {
         setFSearchPath(entry);
         setFProgressString1("Processing.....");
     });
-    if (isDirectory(entry))
+    if (isDirectory(entry)) {
         onMainQueue([this, entry] { confirm(entry); });
+        return;
+    }
+    // The loop stops here; the next start is not to stop at the same entry again.
+    fSetOfFolders()->moveToEnd(entry);
+    tellEndOfRun();
 }
 
 void ViewController::confirm(const std::string& entry) {
@@ -56,6 +72,7 @@ void ViewController::confirm(const std::string& entry) {
     if (hasAttachedSheet(window())) {
         logEvent("%@-%@...Already An Alert showing....", receiver(), loopMethod);
         playBeep();
+        looksAgain_ = true;
         return;
     }
     auto* sheet =
@@ -66,10 +83,13 @@ void ViewController::confirm(const std::string& entry) {
 }
 
 void ViewController::answer(const std::string& entry, Confirmation::Answer given) {
+    looksAgain_ = false; // the loop goes on, or is to stop
     switch (given) {
     case Confirmation::Answer::Process:
+        setProcessing(true);
         processQueue().async([this, entry] {
             doProcessItemNew(entry);
+            onMainQueue([this] { setProcessing(false); });
             doButton1Loop(nullptr);
         });
         break;
@@ -78,11 +98,11 @@ void ViewController::answer(const std::string& entry, Confirmation::Answer given
             setFButton1Busy(false);
             fSetOfFolders()->remove(entry);
             refreshNumberOfFolders();
-            processQueue().async([this] { doButton1Loop(nullptr); });
+            startLoop();
         });
         break;
     case Confirmation::Answer::Stop:
-        processQueue().async([this] { tally_ = {}; });
+        processQueue().async([this] { tellEndOfRun(); });
         onMainQueue([this] { setFButton1Busy(false); });
         break;
     }

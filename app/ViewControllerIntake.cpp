@@ -7,6 +7,8 @@
 #include "core/LocationExpansion.h"
 #include "core/Log.h"
 
+#include <utility>
+
 #include <unistd.h>
 
 namespace {
@@ -62,7 +64,7 @@ void ViewController::addItemToBeProcessedSet(const std::string& item) {
         }
         refreshNumberOfFolders();
         if (fNumberOfFoldersToProcess() == 1)
-            processQueue().async([this] { doButton1Loop(nullptr); });
+            startLoop();
     });
 }
 
@@ -108,16 +110,23 @@ void ViewController::ibChangePath(QObject*) {
                                             .allowedFileType = "app"};
     onMainQueue([this, settings] {
         ChoosePanel::beginSheet(settings, window(), [this](int code, const LocationList& chosen) {
-            logEvent("Inside %@ => %@... DONE...returncode = %i", receiver().className, methodName,
-                     code);
-            if (code != ChoosePanel::confirmed)
-                return;
-            logEvent("process...");
-            logEvent("selected %@", chosen);
-            LocationList urls = chosen;
-            validItemsFromUrls(receiver(), urls);
-            addItemsToBeProcessedSet(urls);
-            onMainQueue([this] { doButton1(nullptr); });
+            panelClosed(code, chosen);
         });
     });
+}
+
+void ViewController::panelClosed(int code, const LocationList& chosen) {
+    logEvent("Inside %@ => %@... DONE...returncode = %i", receiver().className,
+             "ibChangePath:", code);
+    const bool looksAgain = std::exchange(looksAgain_, false);
+    if (code == ChoosePanel::confirmed) {
+        logEvent("process...");
+        logEvent("selected %@", chosen);
+        LocationList urls = chosen;
+        validItemsFromUrls(receiver(), urls);
+        addItemsToBeProcessedSet(urls);
+        onMainQueue([this] { doButton1(nullptr); });
+    } else if (looksAgain) {
+        startLoop();
+    }
 }

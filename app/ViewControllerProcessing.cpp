@@ -56,16 +56,20 @@ void ViewController::count(const std::vector<ScriptRun>& runs) {
 }
 
 void ViewController::tellEndOfRun() {
+    if (tally_.packed + tally_.notPacked == 0)
+        return;
+    const bool failed = tally_.notPacked + tally_.notSigned > 0;
     QString body = tr("%1 packed").arg(tally_.packed);
     if (tally_.notPacked > 0)
         body += tr(", %1 not packed").arg(tally_.notPacked);
     if (tally_.notSigned > 0)
         body += tr(", %1 not signed").arg(tally_.notSigned);
-    if (tally_.notPacked + tally_.notSigned > 0)
+    if (failed)
         body += tr("; the log tells why");
     tally_ = {};
-    onMainQueue([this, body] {
-        if (QApplication::activeWindow() == nullptr)
+    onMainQueue([this, body, failed] {
+        // Who looks at the window sees that all is done, but not what failed.
+        if (failed || QApplication::activeWindow() == nullptr)
             surroundings_.notifyUser(tr("Packages are done"), body);
     });
 }
@@ -79,8 +83,6 @@ void ViewController::doProcessItemNew(const std::string& entry) {
         count(runs);
     };
     processEntry(receiver(), surroundings_.bundle, outside, entry);
-    if (fSetOfFolders()->allObjects() == std::vector{entry})
-        tellEndOfRun();
     finishItem(entry, entry, 10ms);
 }
 
@@ -107,7 +109,7 @@ void ViewController::processSearchPath() {
         doRevealItem(std::nullopt);
     });
     std::this_thread::sleep_for(100ms);
-    onMainQueue([this] { surroundings_.terminate(); });
+    onMainQueue([this] { terminateUnlessAsking(); });
 }
 
 void ViewController::doProcess() {

@@ -43,9 +43,10 @@ LocationList locationsIn(int argc, char** argv) {
         if (argument == "--")
             continue;
         std::error_code error;
-        const auto path = argument.starts_with("file:")
-                              ? pathOfUri(QUrl(QString::fromStdString(argument)))
-                              : std::filesystem::absolute(argument, error).string();
+        const auto path =
+            argument.starts_with("file:")
+                ? pathOfUri(QUrl(QString::fromStdString(argument)))
+                : standardizedPath(std::filesystem::absolute(argument, error).string());
         locations.emplace_back(FileUrl::fileURLWithPath(path.value_or(argument)));
     }
     return locations;
@@ -74,13 +75,13 @@ int main(int argc, char** argv) {
     // Where HOME is not set the toolkit would keep the settings in the root folder.
     setenv("HOME", homeFolder().c_str(), 1);
     qInstallMessageHandler(sayThatThereIsNoDisplay);
+    const ActivationTokens tokens;          // the toolkit takes them out of the environment
     const QApplication toolkit(argc, argv); // takes its own options out of the arguments
     qInstallMessageHandler(nullptr);
     QApplication::setApplicationName("kelpmoray");
-    QApplication::setApplicationDisplayName("Kelpmoray");
     const LocationList locations = locationsIn(argc, argv);
     Application application;
-    if (application.handOver(locations))
+    if (application.handOver(locations, tokens))
         return 0;
     application.start(locations);
     return endJobs(QApplication::exec());

@@ -62,6 +62,7 @@ double memory() {
 
 int main(int argc, char** argv) {
     QApplication toolkit(argc, argv);
+    QApplication::setDoubleClickInterval(0); // a sheet would not be answered before it is over
     std::string name = fs::temp_directory_path() / "kelpmoray-bench-XXXXXX";
     const fs::path root = mkdtemp(name.data());
     makePackages(root / "window");

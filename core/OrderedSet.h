@@ -26,6 +26,9 @@ public:
         return true;
     }
 
+    /// Makes `member` the last one; false if it was not there.
+    bool moveToEnd(const T& member) { return erase(member) && insert(member); }
+
     [[nodiscard]] const std::vector<T>& members() const { return members_; }
 
 private:

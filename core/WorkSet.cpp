@@ -10,6 +10,11 @@ bool WorkSet::remove(const std::string& path) {
     return paths_.erase(path);
 }
 
+void WorkSet::moveToEnd(const std::string& path) {
+    const std::lock_guard lock(mutex_);
+    paths_.moveToEnd(path);
+}
+
 std::size_t WorkSet::count() const {
     const std::lock_guard lock(mutex_);
     return paths_.members().size();

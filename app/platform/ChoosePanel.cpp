@@ -1,11 +1,14 @@
 #include "app/platform/ChoosePanel.h"
 
+#include "app/ElidedLabel.h"
 #include "app/platform/Beep.h"
 #include "app/platform/NativeWindow.h"
 #include "app/platform/Sheet.h"
+#include "core/Path.h"
 #include "core/platform/FileType.h"
 
 #include <QDir>
+#include <QFileIconProvider>
 #include <QFileSystemModel>
 #include <QHBoxLayout>
 #include <QKeyEvent>
@@ -28,6 +31,37 @@ QString& lastDirectory() {
 
 } // namespace
 
+/// Files and folders, of which only plain folders and packages of one type can be picked.
+class ChoosePanel::Files : public QFileSystemModel {
+public:
+    Files(QString extension, QObject* parent)
+        : QFileSystemModel(parent), extension_(std::move(extension)) {
+        setFilter(QDir::AllDirs | QDir::Files | QDir::NoDotAndDotDot);
+        setReadOnly(true);
+        // The model's own provider has no icons on a desktop without a theme.
+        // Never destroyed, since the model's thread asks it too.
+        static QFileIconProvider& icons = *new QFileIconProvider;
+        setIconProvider(&icons);
+        sort(0);
+    }
+
+    [[nodiscard]] bool isPackage(const QModelIndex& index) const {
+        const auto type = typeOfFile(filePath(index).toStdString());
+        return type && conformsToPackage(*type);
+    }
+    [[nodiscard]] Qt::ItemFlags flags(const QModelIndex& index) const override {
+        const bool canBePicked =
+            isDir(index) &&
+            (fileInfo(index).suffix().compare(extension_, Qt::CaseInsensitive) == 0 ||
+             !isPackage(index));
+        const Qt::ItemFlags all = QFileSystemModel::flags(index);
+        return canBePicked ? all : all & ~(Qt::ItemIsEnabled | Qt::ItemIsSelectable);
+    }
+
+private:
+    QString extension_;
+};
+
 void ChoosePanel::beginSheet(const Settings& settings, QWidget* window, Completion completion) {
     if (window == nullptr || hasAttachedSheet(window)) {
         playBeep();
@@ -38,15 +72,11 @@ void ChoosePanel::beginSheet(const Settings& settings, QWidget* window, Completi
 }
 
 ChoosePanel::ChoosePanel(const Settings& settings, Completion completion)
-    : files_(new QFileSystemModel(this)), list_(new QListView), path_(new QLineEdit),
-      selection_(new QLabel), confirm_(new QPushButton(settings.prompt)) {
+    : files_(new Files(settings.allowedFileType, this)), list_(new QListView), path_(new QLineEdit),
+      problem_(new QLabel), selection_(new ElidedLabel),
+      confirm_(new QPushButton(settings.prompt)) {
     setObjectName("choosePanel");
     setWindowTitle(settings.prompt);
-    files_->setFilter(QDir::AllDirs | QDir::Files | QDir::NoDotAndDotDot);
-    files_->setNameFilters({"*." + settings.allowedFileType});
-    files_->setNameFilterDisables(true); // other files are shown, but cannot be picked
-    files_->setReadOnly(true);
-    files_->sort(0);
     list_->setModel(files_);
     list_->setSelectionMode(QAbstractItemView::ExtendedSelection);
     layOut(settings);
@@ -78,7 +108,10 @@ void ChoosePanel::layOut(const Settings& settings) {
     list_->setObjectName("files");
     list_->setAccessibleName(tr("Files"));
     selection_->setObjectName("selection");
-    selection_->setTextFormat(Qt::PlainText);
+    problem_->setObjectName("problem");
+    problem_->setTextFormat(Qt::PlainText);
+    problem_->setWordWrap(true);
+    problem_->hide();
     confirm_->setObjectName("confirm");
     confirm_->setDefault(true);
     auto* cancel = new QPushButton(tr("Cancel"));
@@ -96,6 +129,7 @@ void ChoosePanel::layOut(const Settings& settings) {
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(message);
     layout->addLayout(where);
+    layout->addWidget(problem_);
     layout->addWidget(list_, 1);
     layout->addLayout(buttons);
     list_->setFocus();
@@ -106,12 +140,8 @@ void ChoosePanel::setDirectory(const QString& folder) {
     list_->setRootIndex(files_->setRootPath(folder));
     list_->selectionModel()->clear();
     path_->setText(folder);
+    problem_->hide();
     selectionChanged();
-}
-
-bool ChoosePanel::isPackage(const QModelIndex& index) const {
-    const auto type = typeOfFile(files_->filePath(index).toStdString());
-    return type && conformsToPackage(*type);
 }
 
 bool ChoosePanel::eventFilter(QObject* object, QEvent* event) {
@@ -129,7 +159,9 @@ bool ChoosePanel::eventFilter(QObject* object, QEvent* event) {
 }
 
 void ChoosePanel::activate(const QModelIndex& index) {
-    const bool isPlace = files_->isDir(index) && !isPackage(index);
+    if (!files_->flags(index).testFlag(Qt::ItemIsEnabled))
+        return;
+    const bool isPlace = files_->isDir(index) && !files_->isPackage(index);
     if (!list_->selectionModel()->isSelected(index))
         list_->setCurrentIndex(index);
     if (isPlace && selectedRows().size() == 1)
@@ -139,11 +171,19 @@ void ChoosePanel::activate(const QModelIndex& index) {
 }
 
 void ChoosePanel::openTypedPath() {
-    const QFileInfo typed(path_->text());
+    // What is no path from the root or from home counts from the folder that is shown.
+    const QString text = path_->text().startsWith('~')
+                             ? path_->text()
+                             : QDir(files_->rootPath()).absoluteFilePath(path_->text());
+    const QFileInfo typed(QString::fromStdString(standardizedPath(text.toStdString())));
     const QModelIndex index = files_->index(typed.absoluteFilePath());
     if (!typed.isDir()) {
+        problem_->setText((typed.exists() ? tr("%1 is a file: type the path of a folder.")
+                                          : tr("There is no %1: type the path of a folder."))
+                              .arg(typed.filePath()));
+        problem_->show();
         path_->selectAll();
-    } else if (isPackage(index)) {
+    } else if (files_->isPackage(index)) {
         setDirectory(typed.absolutePath());
         list_->setCurrentIndex(index);
     } else {
@@ -157,9 +197,7 @@ void ChoosePanel::selectionChanged() {
         names.push_back(files_->fileName(index));
     const QString text = names.isEmpty() ? QFileInfo(files_->rootPath()).fileName()
                                          : names.join(QStringLiteral(", "));
-    selection_->setToolTip(text.toHtmlEscaped());
-    selection_->setText(
-        fontMetrics().elidedText(text, Qt::ElideMiddle, fontMetrics().averageCharWidth() * 30));
+    selection_->setFullText(text);
 }
 
 QModelIndexList ChoosePanel::selectedRows() const {

@@ -7,14 +7,15 @@
 
 #include <functional>
 
-class QFileSystemModel;
+class ElidedLabel;
 class QLabel;
 class QLineEdit;
 class QListView;
 class QPushButton;
 
-/// A panel in which folders, and files of one type, are picked together, several at once. A package
-/// is an item like a file, never a folder to walk into. Main thread.
+/// A panel in which folders, and packages of one type, are picked together, several at once. A
+/// package is an item like a file, never a folder to walk into; files and packages of another type
+/// are shown but cannot be picked. Main thread.
 class ChoosePanel : public QDialog {
     Q_OBJECT
 public:
@@ -43,17 +44,19 @@ protected:
     bool eventFilter(QObject* object, QEvent* event) override;
 
 private:
+    class Files;
+
     void layOut(const Settings& settings);
     void activate(const QModelIndex& index);
     void openTypedPath();
     void selectionChanged();
     [[nodiscard]] QModelIndexList selectedRows() const;
     [[nodiscard]] LocationList chosen() const;
-    [[nodiscard]] bool isPackage(const QModelIndex& index) const;
 
-    QFileSystemModel* files_;
+    Files* files_;
     QListView* list_;
     QLineEdit* path_;
-    QLabel* selection_;
+    QLabel* problem_;
+    ElidedLabel* selection_;
     QPushButton* confirm_;
 };

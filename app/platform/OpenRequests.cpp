@@ -2,7 +2,9 @@
 
 #include "app/platform/FileUris.h"
 #include "app/platform/SessionBus.h"
+#include "core/Log.h"
 
+#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QThread>
 #include <QUrl>
@@ -10,7 +12,7 @@
 namespace {
 
 constexpr int attempts = 10;
-constexpr int patience = 2'000;           // milliseconds for one answer
+constexpr int patience = 5'000;           // milliseconds for one answer
 constexpr unsigned long retryPause = 100; // milliseconds between two attempts
 
 QString objectPath(const std::string& identifier) {
@@ -26,19 +28,30 @@ OpenRequests::OpenRequests(std::string identifier, std::function<void(const Loca
     new OpenRequestsAdaptor(this);
 }
 
-bool OpenRequests::handOver(const LocationList& locations) {
+bool OpenRequests::handOver(const LocationList& locations, const ActivationTokens& tokens) {
     auto bus = sessionBus();
     if (!bus)
         return false;
     // The object first: whoever sees the name may call at once.
     bus->registerObject(objectPath(identifier_), this);
+    const QString name = QString::fromStdString(identifier_);
+    QString asked;
     // The one that has the name may be about to end, and then does not answer.
     for (int attempt = 0; attempt < attempts; ++attempt) {
-        if (bus->registerService(QString::fromStdString(identifier_)))
+        if (bus->registerService(name))
             return false;
-        if (bus->call(request(locations), QDBus::Block, patience).type() ==
-            QDBusMessage::ReplyMessage)
+        const QString owner = bus->interface()->serviceOwner(name);
+        if (!owner.isEmpty() && owner == asked) {
+            logEvent("the window that runs does not answer yet, it opens what it was given later");
             return true;
+        }
+        if (!owner.isEmpty()) {
+            asked = owner;
+            const QDBusMessage answer =
+                bus->call(request(owner, locations, tokens), QDBus::Block, patience);
+            if (answer.type() == QDBusMessage::ReplyMessage)
+                return true;
+        }
         QThread::msleep(retryPause);
     }
     return false;
@@ -55,12 +68,11 @@ void OpenRequests::release() {
     bus->call(call, QDBus::Block, patience);
 }
 
-QDBusMessage OpenRequests::request(const LocationList& locations) const {
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        QString::fromStdString(identifier_), objectPath(identifier_), "org.freedesktop.Application",
-        locations.empty() ? "Activate" : "Open");
-    // Where the one that has the name has just ended, this start comes up, not one of the bus's.
-    call.setAutoStartService(false);
+QDBusMessage OpenRequests::request(const QString& owner, const LocationList& locations,
+                                   const ActivationTokens& tokens) const {
+    QDBusMessage call = QDBusMessage::createMethodCall(owner, objectPath(identifier_),
+                                                       "org.freedesktop.Application",
+                                                       locations.empty() ? "Activate" : "Open");
     QStringList uris;
     for (const LocationItem& location : locations) {
         if (const auto path = pathOf(location))
@@ -68,7 +80,12 @@ QDBusMessage OpenRequests::request(const LocationList& locations) const {
     }
     if (!locations.empty())
         call << uris;
-    call << QVariantMap();
+    QVariantMap platformData;
+    if (!tokens.activationToken.isEmpty())
+        platformData["activation-token"] = QString::fromUtf8(tokens.activationToken);
+    if (!tokens.startupId.isEmpty())
+        platformData["desktop-startup-id"] = QString::fromUtf8(tokens.startupId);
+    call << platformData;
     return call;
 }
 
@@ -88,17 +105,32 @@ void OpenRequests::open(const QStringList& uris) {
     opened_(locations);
 }
 
+/// For the toolkit's next request to come to front.
+static void useTokens(const QVariantMap& platformData) {
+    const auto use = [&](const char* key, const char* variable) {
+        const QByteArray token = platformData.value(key).toString().toUtf8();
+        if (!token.isEmpty())
+            qputenv(variable, token);
+    };
+    use("activation-token", "XDG_ACTIVATION_TOKEN");
+    use("desktop-startup-id", "DESKTOP_STARTUP_ID");
+}
+
 OpenRequestsAdaptor::OpenRequestsAdaptor(OpenRequests* requests)
     : QDBusAbstractAdaptor(requests), requests_(requests) {}
 
-void OpenRequestsAdaptor::Activate(const QVariantMap&) {
+void OpenRequestsAdaptor::Activate(const QVariantMap& platformData) {
+    useTokens(platformData);
     requests_->activate();
 }
 
-void OpenRequestsAdaptor::Open(const QStringList& uris, const QVariantMap&) {
+void OpenRequestsAdaptor::Open(const QStringList& uris, const QVariantMap& platformData) {
+    useTokens(platformData);
     requests_->open(uris);
 }
 
-void OpenRequestsAdaptor::ActivateAction(const QString&, const QVariantList&, const QVariantMap&) {
+void OpenRequestsAdaptor::ActivateAction(const QString&, const QVariantList&,
+                                         const QVariantMap& platformData) {
+    useTokens(platformData);
     requests_->activate();
 }

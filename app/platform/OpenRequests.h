@@ -2,6 +2,7 @@
 
 #include "core/Location.h"
 
+#include <QByteArray>
 #include <QDBusAbstractAdaptor>
 #include <QDBusMessage>
 #include <QObject>
@@ -10,6 +11,13 @@
 
 #include <functional>
 #include <string>
+
+/// What lets a window of another process come to front: made by the desktop for the start of this
+/// one, and passed on with a request (the platform data of org.freedesktop.Application).
+struct ActivationTokens {
+    QByteArray activationToken = qgetenv("XDG_ACTIVATION_TOKEN");
+    QByteArray startupId = qgetenv("DESKTOP_STARTUP_ID");
+};
 
 /// The desktop's way to hand locations to the one running application: the interface
 /// org.freedesktop.Application (defined by freedesktop.org's Desktop Entry standard under "D-Bus
@@ -24,8 +32,9 @@ public:
                  std::function<void()> activated);
 
     /// Hands `locations` to the application that already runs; without any it is brought to the
-    /// front. False if none runs: then this one is the application from now on.
-    [[nodiscard]] bool handOver(const LocationList& locations);
+    /// front. False if none runs: then this one is the application from now on. A request is sent
+    /// once to each process that has the name: one that does not answer in time has it waiting.
+    [[nodiscard]] bool handOver(const LocationList& locations, const ActivationTokens& tokens = {});
 
     /// Gives up being the application: from now on a start is the first again.
     void release();
@@ -34,7 +43,8 @@ public:
     void open(const QStringList& uris);
 
 private:
-    [[nodiscard]] QDBusMessage request(const LocationList& locations) const;
+    [[nodiscard]] QDBusMessage request(const QString& owner, const LocationList& locations,
+                                       const ActivationTokens& tokens) const;
 
     std::string identifier_;
     std::function<void(const LocationList&)> opened_;

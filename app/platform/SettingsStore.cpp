@@ -40,15 +40,11 @@ std::optional<QString> SettingsStore::value(const QString& key) const {
 }
 
 bool SettingsStore::setValue(const QString& key, const QString& value) {
-    {
-        const std::lock_guard lock(mutex_);
-        QString& kept = values_[key];
-        if (kept == value && !kept.isNull())
-            return false;
-        kept = value;
-    }
-    file_.setValue(key, value);
-    return true;
+    file_.setValue(key, value); // also the same value: the file may have lost it meanwhile
+    const std::lock_guard lock(mutex_);
+    const bool isNew = !values_.contains(key) || values_[key] != value;
+    values_[key] = value;
+    return isNew;
 }
 
 bool SettingsStore::boolForKey(const QString& key) const {

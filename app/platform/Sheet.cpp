@@ -7,13 +7,16 @@
 
 #include <algorithm>
 
+QDialog* attachedSheet(const QWidget* window) {
+    const auto dialogs = window->findChildren<QDialog*>(Qt::FindDirectChildrenOnly);
+    const auto sheet = std::ranges::find_if(dialogs, [](const QDialog* dialog) {
+        return dialog->isVisible() && dialog->windowModality() == Qt::WindowModal;
+    });
+    return sheet == dialogs.end() ? nullptr : *sheet;
+}
+
 bool hasAttachedSheet(const QWidget* window) {
-    return hasNativeSheet(window) ||
-           std::ranges::any_of(window->findChildren<QDialog*>(Qt::FindDirectChildrenOnly),
-                               [](const QDialog* dialog) {
-                                   return dialog->isVisible() &&
-                                          dialog->windowModality() == Qt::WindowModal;
-                               });
+    return hasNativeSheet(window) || attachedSheet(window) != nullptr;
 }
 
 void beginSheet(QDialog* sheet, QWidget* parent) {

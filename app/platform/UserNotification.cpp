@@ -3,7 +3,6 @@
 #include "app/platform/SessionBus.h"
 
 #include <QDBusMessage>
-#include <QGuiApplication>
 #include <QVariantMap>
 
 void notifyUser(const QString& identifier, const QString& summary, const QString& body) {
@@ -15,8 +14,7 @@ void notifyUser(const QString& identifier, const QString& summary, const QString
     QDBusMessage call = QDBusMessage::createMethodCall("org.freedesktop.Notifications",
                                                        "/org/freedesktop/Notifications",
                                                        "org.freedesktop.Notifications", "Notify");
-    call << QGuiApplication::applicationDisplayName() << replacesNone << identifier << summary
-         << body << QStringList() << QVariantMap{{"desktop-entry", identifier}}
-         << theServicesTimeout;
+    call << "Kelpmoray" << replacesNone << identifier << summary << body << QStringList()
+         << QVariantMap{{"desktop-entry", identifier}} << theServicesTimeout;
     bus->send(call);
 }

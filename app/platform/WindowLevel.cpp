@@ -1,6 +1,7 @@
 #include "app/platform/WindowLevel.h"
 
 #include "app/platform/NativeWindow.h"
+#include "app/platform/Sheet.h"
 
 #include <QWindow>
 
@@ -19,5 +20,10 @@ void activateIgnoringOtherApps(QWidget* window) {
         return;
     window->setWindowState(window->windowState() & ~Qt::WindowMinimized);
     window->raise();
-    window->activateWindow();
+    // A window that is blocked takes no key, and would lie over what blocks it.
+    QWidget* front = window;
+    while (QWidget* sheet = attachedSheet(front))
+        front = sheet;
+    front->raise();
+    front->activateWindow();
 }

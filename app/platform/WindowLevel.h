@@ -9,5 +9,5 @@ inline constexpr int statusWindowLevel = 25;
 /// as the desktop allows. Without a window nothing happens. Main thread.
 void setWindowLevel(QWidget* window, int level);
 
-/// Brings the application to the front, as far as the desktop allows. Main thread.
+/// Brings `window`, or the sheet on it, to the front, as far as the desktop allows. Main thread.
 void activateIgnoringOtherApps(QWidget* window);

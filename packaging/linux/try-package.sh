@@ -77,7 +77,8 @@ answer() {
     sheet=$(window --name '^Process this Folder')
     process=$(gdbus call --session --dest org.freedesktop.DBus --object-path /org/freedesktop/DBus \
         --method org.freedesktop.DBus.GetConnectionUnixProcessID $identifier | tr -dc '0-9 ')
-    xdotool windowfocus --sync "$sheet" key --clearmodifiers "$1"
+    sleep 0.5 # it takes no answer before the time of a double click is over
+    xdotool windowfocus --sync "$sheet" key --clearmodifiers "$@"
     # shellcheck disable=SC2086 # "uint32 N", of which the digits before N are the type's
     set -- $process
     timeout 60 tail --pid="$2" -f /dev/null
@@ -94,7 +95,7 @@ as_jane() {
     window --name '^Kelpmoray$' >/dev/null
     gdbus call --session --dest $identifier --object-path /com/quenbark/kelpmoray \
         --method org.freedesktop.Application.Open "['file://$apps']" '{}' >/dev/null
-    answer alt+p
+    answer Tab Tab space
     for package in "$apps"/*.app; do
         unzip -tq "${package%.app}.zip"
     done
@@ -102,7 +103,7 @@ as_jane() {
 
     say "letting the bus start it for a folder"
     gapplication launch $identifier "$apps"
-    answer alt+s
+    answer Tab Tab Tab space
 }
 
 case "${1:-}" in

@@ -1,4 +1,6 @@
 #include "app/ElidedLabel.h"
+#include "app/platform/ChoosePanel.h"
+#include "app/platform/WindowLevel.h"
 #include "tests/app/WindowFixture.h"
 
 #include <QCheckBox>
@@ -30,6 +32,9 @@ struct BatchLoop : WindowFixture {
         QTest::mouseClick(sheet()->findChild<QPushButton*>(title), Qt::LeftButton);
         settle();
     }
+    [[nodiscard]] std::string shownPath() const {
+        return sheet()->findChild<QLabel*>("folderPath")->text().remove('\n').toStdString();
+    }
     void awaitTermination() const {
         EXPECT_TRUE(waitUntil([this] { return terminations > 0; }));
     }
@@ -59,8 +64,9 @@ TEST_F(BatchLoop, AsksInASheet) {
     ASSERT_NE(shown, nullptr);
     EXPECT_EQ(shown->windowModality(), Qt::WindowModal);
     EXPECT_EQ(shown->findChild<QLabel*>("messageText")->text(), "Process this Folder?");
-    EXPECT_EQ(shown->findChild<ElidedLabel*>("folderPath")->fullText().toStdString(),
-              folder.path("A"));
+    EXPECT_EQ(shown->findChild<QLabel*>("informativeText")->text(),
+              "Click 'Process' to begin processing items in folder:");
+    EXPECT_EQ(shownPath(), folder.path("A"));
     std::vector<std::string> titles;
     for (const auto* button : shown->findChildren<QPushButton*>())
         titles.push_back(button->text().toStdString());
@@ -70,6 +76,34 @@ TEST_F(BatchLoop, AsksInASheet) {
     EXPECT_EQ(controller().fProgressString1(), "Processing.....");
     EXPECT_EQ(controller().fSearchPath(), folder.path("A"));
     press("Stop");
+}
+
+TEST_F(BatchLoop, ShowsTheWholePathOverSeveralLines) {
+    const std::string name = std::string(200, 'x') + "/" + std::string(200, 'y');
+    folder.makeFolder(name + "/Z.app");
+    start({name});
+    EXPECT_EQ(shownPath(), folder.path(name));
+    EXPECT_LT(sheet()->width(), 1'000);
+    press("Stop");
+}
+
+TEST_F(BatchLoop, TakesNoPressThatCameBeforeTheSheetWasRead) {
+    start({"A"});
+    QApplication::setDoubleClickInterval(60'000);
+    for (const char* button : {"Process", "Skip"})
+        press(button);
+    for (const int key : {Qt::Key_P, Qt::Key_S})
+        QTest::keyClick(sheet(), Qt::Key(key), Qt::AltModifier);
+    settle();
+    QApplication::setDoubleClickInterval(0);
+    for (const int key : {Qt::Key_P, Qt::Key_S})
+        QTest::keyClick(sheet(), Qt::Key(key), Qt::AltModifier);
+    settle();
+    EXPECT_THAT(waiting(), ElementsAre(folder.path("A")));
+    EXPECT_EQ(calls(), "");
+    press("Process");
+    awaitTermination();
+    EXPECT_NE(calls(), "");
 }
 
 TEST_F(BatchLoop, ProcessesFolderAfterFolderThenQuits) {
@@ -160,7 +194,10 @@ TEST_F(BatchLoop, ShowsNoSheetOverAnother) {
     EXPECT_EQ(log.count(loop("...Already An Alert showing....")), 1);
     EXPECT_EQ(window->findChildren<ConfirmationSheet*>().size(), 1);
     EXPECT_THAT(waiting(), ElementsAre(folder.path("A"), folder.path("B")));
+    activateIgnoringOtherApps(window.get());
+    EXPECT_TRUE(sheet()->isActiveWindow()) << "the window behind it takes no key";
     press("Stop");
+    EXPECT_EQ(window->findChild<ConfirmationSheet*>(), nullptr) << "stop means stop";
 }
 
 TEST_F(BatchLoop, StallsAtAnEntryThatIsNoFolder) {
@@ -175,12 +212,31 @@ TEST_F(BatchLoop, StallsAtAnEntryThatIsNoFolder) {
         controller().fSetOfFolders()->remove(entry);
     }
     EXPECT_EQ(terminations, 0);
+    controller().fSetOfFolders()->add(folder.path("gone"));
     controller().addItemsToBeProcessedSet({folder.path("A")});
     settle();
+    controller().doButton1(nullptr);
+    settle();
     EXPECT_EQ(window->findChild<ConfirmationSheet*>(), nullptr);
+    EXPECT_THAT(waiting(), ElementsAre(folder.path("A"), folder.path("gone")));
     find<QPushButton>("button1")->click();
-    EXPECT_NE(sheet(), nullptr) << "a later start is the way out";
+    EXPECT_EQ(shownPath(), folder.path("A")) << "a later start is the way out";
     press("Stop");
+}
+
+TEST_F(BatchLoop, LooksAgainWhenThePanelIsClosed) {
+    installScript("fenwoJustZipApps", "while [ ! -e '" + folder.path("go on") + "' ]; do :; done");
+    start({"B"});
+    QTest::mouseClick(sheet()->findChild<QPushButton*>("Process"), Qt::LeftButton);
+    controller().ibChangePath(nullptr);
+    QPointer<ChoosePanel> panel;
+    ASSERT_TRUE(waitUntil([&] { return (panel = window->findChild<ChoosePanel*>()) != nullptr; }));
+    folder.makeFile("go on");
+    settle();
+    ASSERT_EQ(waiting(), std::vector<std::string>());
+    EXPECT_EQ(terminations, 0) << "under the hands";
+    panel->reject();
+    awaitTermination();
 }
 
 TEST_F(BatchLoop, QuitsAtATurnWithNothingLeft) {
@@ -201,9 +257,11 @@ TEST_F(BatchLoop, StaysResponsiveWhileScriptsRun) {
     }));
     controller().addItemsToBeProcessedSet({folder.path("A")});
     ASSERT_TRUE(waitUntil([this] { return controller().fNumberOfFoldersToProcess() == 2; }));
+    EXPECT_FALSE(find("identities")->isEnabled()) << "who signs is not to change meanwhile";
     folder.makeFile("go on");
     ASSERT_NE(sheet(), nullptr) << "what came meanwhile is asked about next";
     press("Stop");
+    EXPECT_TRUE(find("identityArea")->isEnabled());
     EXPECT_THAT(waiting(), ElementsAre(folder.path("A")));
 }
 
@@ -233,9 +291,21 @@ TEST_F(BatchLoop, TellsTheEndOfARunToWhoLooksElsewhere) {
     EXPECT_THAT(told, ElementsAre("Packages are done: 3 packed, 3 not signed; the log tells why"));
 }
 
-TEST_F(BatchLoop, TellsNothingToWhoSeesTheWindow) {
-    start({"B"});
-    press("Process");
-    awaitTermination();
-    EXPECT_THAT(told, IsEmpty());
+TEST_F(BatchLoop, TellsWhoSeesTheWindowOfFailuresOnly) {
+    settings.setBool("prefDoNotCodesign", true);
+    for (const char* answer : {"Process", "Skip", "Stop"}) {
+        told.clear();
+        installScript("fenwoJustZipApps", "echo packed: Z.zip");
+        start({"B", "A"});
+        press("Process");
+        press(answer == std::string("Stop") ? "Skip" : answer);
+        EXPECT_THAT(told, IsEmpty());
+        installScript("fenwoJustZipApps", "echo error: no room: make some");
+        start({"B", "A"});
+        press("Process");
+        press(answer);
+        ASSERT_EQ(told.size(), 1U) << answer;
+        EXPECT_THAT(told.front(), testing::HasSubstr("0 packed, ")) << "counted anew each run";
+        EXPECT_THAT(told.front(), testing::EndsWith(" not packed; the log tells why"));
+    }
 }

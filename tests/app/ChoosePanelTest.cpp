@@ -16,7 +16,7 @@ namespace {
 
 struct Choose : WindowFixture {
     Choose() {
-        for (const char* name : {"A/X.app", "A/Y.app", "B", "c"})
+        for (const char* name : {"A/X.app", "A/Y.app", "B", "c", "K.framework", "Z.app"})
             folder.makeFolder(name);
         folder.makeFile("notes.txt");
         folder.makeFile("File.app");
@@ -37,7 +37,7 @@ struct Choose : WindowFixture {
         EXPECT_TRUE(waitUntil([this] {
             const int rows = list->model()->rowCount(list->rootIndex());
             return rows == 2 ||
-                   (rows > 2 && nameAt(0) == "A" && nameAt(2) == "c" && nameAt(3) == "File.app");
+                   (rows > 2 && nameAt(0) == "A" && nameAt(2) == "c" && nameAt(4) == "Z.app");
         }));
     }
     /// Picks entries as a person with Ctrl held down would.
@@ -95,16 +95,16 @@ TEST_F(Choose, ShowsItsTextsInASheet) {
 }
 
 TEST_F(Choose, PicksFoldersAndPackagesTogether) {
-    pick({"File.app", "B", "A", "notes.txt"});
+    pick({"Z.app", "B", "A", "notes.txt", "File.app", "K.framework"});
     confirm();
     EXPECT_EQ(log.count("Inside ViewController => ibChangePath:... DONE...returncode = 1"), 1);
     EXPECT_EQ(log.count("selected (\n    \"" + FileUrl(folder.path("A"), true).absoluteString() +
                         "\",\n    \"" + FileUrl(folder.path("B"), true).absoluteString() +
-                        "\",\n    \"" + FileUrl(folder.path("File.app"), false).absoluteString() +
+                        "\",\n    \"" + FileUrl(folder.path("Z.app"), true).absoluteString() +
                         "\"\n)"),
               1)
-        << "other files cannot be picked";
-    EXPECT_THAT(waiting(), ElementsAre(folder.path("A"), folder.path("File.app")))
+        << "no file and no other package can be picked";
+    EXPECT_THAT(waiting(), ElementsAre(folder.path("A"), folder.path("Z.app")))
         << "those that hold or are packages";
 }
 
@@ -137,7 +137,7 @@ TEST_F(Choose, TakesWhatTheKeyboardSelectsOnceEachInTheOrderShown) {
     for (const char* name : {"A", "B", "c"})
         expected += "\n    \"" + FileUrl(folder.path(name), true).absoluteString() + "\",";
     EXPECT_EQ(log.count(expected + "\n    \"" +
-                        FileUrl(folder.path("File.app"), false).absoluteString() + "\"\n)"),
+                        FileUrl(folder.path("Z.app"), true).absoluteString() + "\"\n)"),
               1);
 }
 
@@ -150,4 +150,31 @@ TEST_F(Choose, EntersOneFolderOnReturnAndConfirmsOnItsButton) {
     QTest::keyClick(button, Qt::Key_Return);
     closeSheet();
     EXPECT_THAT(waiting(), ElementsAre(folder.path("A")));
+}
+
+TEST_F(Choose, UnderstandsTheTypedPathOrSaysWhatIsWrong) {
+    const ScopedEnvironment home("HOME", folder.path());
+    auto* path = panel->findChild<QLineEdit*>("path");
+    const auto* problem = panel->findChild<QLabel*>("problem");
+    const auto type = [&](const QString& text) {
+        path->setText(text);
+        QTest::keyClick(path, Qt::Key_Return);
+    };
+    for (const char* typed : {"~/A", "../A", "~/./A/"}) {
+        type(typed);
+        EXPECT_EQ(path->text().toStdString(), folder.path("A")) << typed;
+        EXPECT_FALSE(problem->isVisible());
+    }
+    type("~/notes.txt");
+    EXPECT_EQ(problem->text().toStdString(),
+              folder.path("notes.txt") + " is a file: type the path of a folder.");
+    type("nowhere");
+    EXPECT_TRUE(problem->isVisible());
+    EXPECT_EQ(problem->text().toStdString(),
+              "There is no " + folder.path("A/nowhere") + ": type the path of a folder.");
+    type("~");
+    EXPECT_FALSE(problem->isVisible());
+    EXPECT_FALSE(
+        qvariant_cast<QIcon>(list->model()->data(index("A"), Qt::DecorationRole)).isNull());
+    panel->reject();
 }

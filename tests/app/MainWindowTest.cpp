@@ -3,11 +3,14 @@
 #include "app/platform/Layer.h"
 #include "tests/app/WindowFixture.h"
 
+#include <QAccessible>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QHelpEvent>
 #include <QLabel>
 #include <QSignalSpy>
 #include <QTest>
+#include <QToolTip>
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -21,9 +24,9 @@ constexpr const char* identityKey = "prefSelectedIdentityInfoDictionary";
 
 } // namespace
 
-// The controller wakes once in a process: this test wants one of its own, as every test has in
-// CTest.
 TEST_F(Window, StartsInOrder) {
+    if (!isFirst())
+        return;
     settings.setBool("prefDNPTarget", true);
     settings.setBool(doNotCodesignKey, true);
     identitiesAre({"K: Jo (X1)"});
@@ -66,6 +69,23 @@ TEST_F(Window, StartsInOrder) {
     EXPECT_TRUE(log.messages().empty()) << "only the first call does anything";
 }
 
+TEST_F(Window, WakesWithoutADropView) {
+    if (!isFirst())
+        return;
+    QWidget view;
+    ViewController alone({.bundle = bundle,
+                          .settings = settings,
+                          .notifications = notifications,
+                          .tools = tools,
+                          .terminate = [] {},
+                          .notifyUser = {}});
+    alone.setView(&view);
+    alone.awakeFromNib();
+    EXPECT_EQ(log.count(formatted("%@", &alone) +
+                        "-awakeFromNib...self.ibDragDropView.frame = {{0, 0}, {0, 0}}"),
+              1);
+}
+
 TEST_F(Window, WakesOnceItHasBeenPainted) {
     window =
         std::make_unique<MainWindow>(ViewController::Surroundings{.bundle = bundle,
@@ -95,6 +115,12 @@ TEST_F(Window, KeepsOneRotationHoweverOftenItIsResized) {
     }
     EXPECT_THAT(layerOf(spinner)->animationKeys(), ElementsAre("rotation"));
     EXPECT_EQ(find("dragDropView")->size(), find("view")->size());
+    log.clear();
+    QWidget other;
+    other.show();
+    other.resize(300, 200);
+    EXPECT_GT(log.count("Inside " + logged("boundsDidChangeNotification:", "...")), 0)
+        << "any window's";
 }
 
 TEST_F(Window, ShowsWhyThereAreNoIdentities) {
@@ -116,7 +142,18 @@ TEST_F(Window, RemembersTheLastRealIdentity) {
     EXPECT_EQ(popup->currentText(), "Do NOT Codesign");
     EXPECT_EQ(controller().getCodesigningIdentity(), "donotcodesign");
 
+    const auto turnWheel = [&] {
+        QWheelEvent event(QPointF(5, 5), popup->mapToGlobal(QPointF(5, 5)), {}, {0, -120}, {}, {},
+                          Qt::NoScrollPhase, false);
+        QApplication::sendEvent(popup, &event);
+    };
+    find("choose")->setFocus();
+    turnWheel();
+    EXPECT_EQ(popup->currentIndex(), 0) << "only with the focus";
     popup->setFocus();
+    ASSERT_TRUE(waitUntil([&] { return popup->hasFocus(); }));
+    turnWheel();
+    EXPECT_EQ(popup->currentIndex(), 1);
     QTest::keyClick(popup, Qt::Key_End);
     EXPECT_FALSE(settings.recordForKey(identityKey)) << "stored one turn later";
     settle();
@@ -144,10 +181,27 @@ TEST_F(Window, SelectsNothingWhenTheRememberedIdentityIsGone) {
     openWindow();
     EXPECT_EQ(controller().getSelectionIndexFromIdentityString("Gone (Z9)"), 2U);
     EXPECT_EQ(find<QComboBox>("identities")->currentIndex(), -1);
+    EXPECT_EQ(find<QComboBox>("identities")->placeholderText(),
+              "K: Gone (Z9) is gone: pick another");
     EXPECT_EQ(controller().getCodesigningIdentity(), std::nullopt);
     controller().updateDoNotCodesignFromSelectedIdentity();
     settle();
     EXPECT_FALSE(settings.boolForKey(doNotCodesignKey));
+}
+
+TEST_F(Window, ShowsHelpOnlyIfThereIsSome) {
+    openWindow();
+    const auto helpShown = [] {
+        return std::ranges::any_of(QApplication::topLevelWidgets(), [](const QWidget* widget) {
+            return widget->objectName() == "helpview" && widget->isVisible();
+        });
+    };
+    find<QAction>("helpAction")->trigger();
+    EXPECT_FALSE(helpShown());
+    EXPECT_EQ(log.count("help: the page is not in " + bin.path() + ", install Kelpmoray again"), 1);
+    bin.makeFile("TestDocument.html", "<p>Help</p>");
+    find<QAction>("helpAction")->trigger();
+    EXPECT_TRUE(helpShown());
 }
 
 TEST_F(Window, BindsTheCheckBoxToTheSetting) {
@@ -173,8 +227,10 @@ TEST_F(Window, ShowsTheStateOfTheBatch) {
     EXPECT_TRUE(start->isEnabled()) << "the way out when the loop has stalled";
     EXPECT_EQ(find<ElidedLabel>("progressLine")->fullText(), "Processing App Package: A.app...");
     EXPECT_FALSE(find<QLabel>("busyState")->isVisible());
+    EXPECT_TRUE(find("progressview")->isVisible());
     controller().setFButton1Busy(false);
     EXPECT_TRUE(find<QLabel>("busyState")->isVisible());
+    EXPECT_FALSE(find("progressview")->isVisible());
     EXPECT_EQ(find<ElidedLabel>("progressLine")->fullText(), "");
 }
 
@@ -220,7 +276,13 @@ TEST(ElidedLabel, ShortensInTheMiddleAndKeepsTheWholeText) {
     EXPECT_THAT(label.text().toStdString(), HasSubstr("…"));
     EXPECT_TRUE(label.text().startsWith("/a/"));
     EXPECT_EQ(label.fullText(), path);
-    EXPECT_THAT(label.toolTip().toStdString(), HasSubstr("&lt;b&gt;markup"));
+    EXPECT_FALSE(QAccessible::queryAccessibleInterface(&label)
+                     ->text(QAccessible::Description)
+                     .contains("&lt;"));
+    QHelpEvent hover(QEvent::ToolTip, {5, 5}, label.mapToGlobal(QPoint(5, 5)));
+    QApplication::sendEvent(&label, &hover);
+    EXPECT_THAT(QToolTip::text().toStdString(), HasSubstr("&lt;b&gt;markup"));
+    QToolTip::hideText();
     label.resize(20'000, 20);
     EXPECT_EQ(label.text(), QString(path).replace('\n', QChar(0x2424)));
 }

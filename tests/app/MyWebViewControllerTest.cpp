@@ -61,6 +61,7 @@ TEST_F(HelpViewer, ShowsTheShippedPageInItsOwnWindow) {
     QWidget* view = controller.view();
     EXPECT_EQ(controller.view(), view);
     EXPECT_EQ(controller.ibMyWebView(), view);
+    EXPECT_FALSE(view->windowIcon().isNull());
     view->show();
     view->activateWindow();
     ASSERT_TRUE(waitUntil([&] { return view->isActiveWindow(); }));

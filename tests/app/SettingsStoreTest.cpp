@@ -47,9 +47,13 @@ TEST_F(SettingsStoreTest, KeepsReadableValuesFromRunToRun) {
                                               testing::HasSubstr("version=Kelpmoray - v1\n"),
                                               testing::HasSubstr("[identity]\n"),
                                               testing::HasSubstr("Zoë, Inc. (X1)")));
-    const SettingsStore store(file);
+    SettingsStore store(file);
     EXPECT_TRUE(store.boolForKey("flag"));
     EXPECT_EQ(store.stringForKey("version"), "Kelpmoray - v1");
+    ASSERT_TRUE(QFile::remove(file));
+    store.setString("version", "Kelpmoray - v1");
+    store.synchronize();
+    EXPECT_THAT(fileContent(), testing::HasSubstr("version=Kelpmoray - v1\n")) << "each time";
     const auto restored = store.recordForKey("identity");
     ASSERT_TRUE(restored);
     EXPECT_EQ(restored->title, identity.title);

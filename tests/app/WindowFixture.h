@@ -14,6 +14,8 @@
 #include "tests/support/ScopedEnvironment.h"
 #include "tests/support/TemporaryFolder.h"
 
+#include <QApplication>
+#include <QProcess>
 #include <QPushButton>
 
 #include <atomic>
@@ -24,6 +26,7 @@
 /// own.
 struct WindowFixture : testing::Test {
     WindowFixture() {
+        QApplication::setDoubleClickInterval(0); // or each sheet would have to be read first
         tools.security = bin.path("security");
         bin.makeExecutable("open",
                            "#!/bin/sh\nprintf '%s\\n' \"$1\" >>'" + folder.path("opened") + "'\n");
@@ -59,6 +62,7 @@ struct WindowFixture : testing::Test {
                                                      (summary + ": " + body).toStdString());
                                              }},
             delegate);
+        wasOpened = true;
         window->load();
         window->show();
         return *window;
@@ -67,6 +71,18 @@ struct WindowFixture : testing::Test {
     template <typename Widget = QWidget>
     [[nodiscard]] Widget* find(const char* name) const {
         return window->findChild<Widget*>(name);
+    }
+    /// Whether this process has opened no window yet. If it has, the test that asks is run in a
+    /// process of its own: the controller wakes once in a process.
+    [[nodiscard]] static bool isFirst() {
+        if (!wasOpened)
+            return true;
+        const auto* test = testing::UnitTest::GetInstance()->current_test_info();
+        EXPECT_EQ(QProcess::execute(
+                      QCoreApplication::applicationFilePath(),
+                      {QString("--gtest_filter=%1.%2").arg(test->test_suite_name(), test->name())}),
+                  0);
+        return false;
     }
     /// The sheet on the window, awaited; null if none comes.
     [[nodiscard]] ConfirmationSheet* sheet() const {
@@ -94,6 +110,7 @@ struct WindowFixture : testing::Test {
         return formatted("%@", &controller()) + '-' + method + rest;
     }
 
+    inline static bool wasOpened = false;
     TemporaryFolder folder;
     TemporaryFolder bin{TemporaryFolder::withoutBlank};
     ScopedEnvironment searchPath{"PATH", pathWith(bin.path())};

@@ -21,6 +21,9 @@ TEST(WorkSet, HoldsEachPathOnceInOrderOfArrival) {
     EXPECT_FALSE(set.remove("/b"));
     EXPECT_TRUE(set.add("/b"));
     EXPECT_THAT(set.allObjects(), ElementsAre("/a", "/b/", "/b"));
+    set.moveToEnd("/a");
+    set.moveToEnd("/elsewhere");
+    EXPECT_THAT(set.allObjects(), ElementsAre("/b/", "/b", "/a"));
 }
 
 TEST(WorkSet, LosesNothingBetweenTwoThreads) {

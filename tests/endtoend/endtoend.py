@@ -12,7 +12,7 @@ import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
 
-from desktop import Desktop, Window  # noqa: E402
+from desktop import SKIP, TICK_AND_PROCESS, Desktop, Window  # noqa: E402
 from programs import BUILD, ProgramTest, await_that, run  # noqa: E402
 
 FRAMEWORK = "Contents/Frameworks/K.framework/Versions"
@@ -69,13 +69,13 @@ class EndToEnd(ProgramTest):
 class Asked(EndToEnd):
     def test_processes_by_tab_and_blank_too(self):
         self.launch("more")
-        self.desktop.answer("Tab", "Tab", "space")  # from Stop to the box, and on to Process
+        self.desktop.answer()
         self.assert_ends()
         self.assert_packed("more/Four")
 
     def test_only_packs_when_the_box_is_ticked(self):
         self.launch("more")
-        self.desktop.answer("Tab", "space", "alt+p")
+        self.desktop.answer(*TICK_AND_PROCESS)
         self.assert_ends()
         self.assert_packed("more/Four")
         self.assertNotIn('fenwoCodesignApps.sh "', self.program.log())
@@ -83,8 +83,8 @@ class Asked(EndToEnd):
             self.assertIn("prefDoNotCodesign=true\n", settings.read())
 
     def test_skips_and_quits(self):
-        self.launch("three")
-        self.desktop.answer("alt+s")
+        self.launch("three", "more/../three", "three/.")  # one folder, asked about once
+        self.desktop.answer(*SKIP)
         self.assert_ends()
         self.assert_untouched("three")
         self.assertEqual(self.opened(), [])
@@ -97,7 +97,7 @@ class Asked(EndToEnd):
             self.assertIsNone(self.program.process.poll())
             self.assert_untouched("three")
             self.desktop.press(self.window, "alt+s")
-        self.desktop.answer("alt+p")
+        self.desktop.answer()
         self.assert_ends()
         self.assert_packed("three/One", "three/Two ü", "three/-Three")
 
@@ -111,7 +111,7 @@ class Opened(EndToEnd):
              "/com/quenbark/kelpmoray", "--method", "org.freedesktop.Application.Open",
              f"['{uri}']", "{}"], env=self.desktop.environment)
         self.assertEqual(status, 0, said)
-        self.desktop.answer("alt+p")
+        self.desktop.answer()
         self.assert_ends()
         self.assert_packed("three/One", "three/Two ü", "three/-Three")
         self.await_opened("three")
@@ -122,10 +122,10 @@ class Opened(EndToEnd):
         self.desktop.await_sheet()
         second = self.start("three", log="second log")
         self.assertEqual(second.end(), 0, second.log())
-        self.desktop.answer("alt+p")
+        self.desktop.answer()
         self.program.await_log("doRevealItem:")
         self.assert_packed("more/Four")
-        self.desktop.answer("alt+p")
+        self.desktop.answer()
         self.assert_ends()
         self.assert_packed("three/One", "three/Two ü", "three/-Three")
         self.await_opened("more", "three")
@@ -137,7 +137,7 @@ class Opened(EndToEnd):
         self.addCleanup(source.kill)
         self.desktop.drag(self.desktop.await_window("^Drag source$"), self.window,
                           lambda: "would be taken" in source.log())
-        self.desktop.answer("alt+p")
+        self.desktop.answer()
         self.assert_ends()
         self.assert_packed("more/Four")
         self.assertTrue(source.log().endswith("\ncopied\n"), source.log())
@@ -154,12 +154,12 @@ class Told(EndToEnd):
         self.addCleanup(monitor.wait)
         self.addCleanup(monitor.kill)
         await_that(lambda: os.path.getsize(heard) > 0, "the monitor")
-        self.launch("big")
         source = Window(self.desktop, [os.path.join(BUILD, "tests/endtoend/drag_source"), heard],
                         self.path("source log"))
         self.addCleanup(source.kill)
         elsewhere = self.desktop.await_window("^Drag source$")
-        self.desktop.answer("alt+p")
+        self.launch("big")
+        self.desktop.answer()
         packer = self.hold_packer(self.path("big"))
         self.await_no_sheet()
         self.desktop.hands("windowactivate", "--sync", elsewhere)
@@ -180,12 +180,21 @@ class Told(EndToEnd):
             "int32 -1"])  # the service decides how long
 
 
+class Helped(EndToEnd):
+    def test_shows_the_help_page_under_its_own_name(self):
+        self.launch()
+        self.desktop.press(self.window, "F1")
+        self.desktop.press(self.desktop.await_window("^Kelpmoray Help$"), "Escape")
+        self.desktop.press(self.window, "ctrl+q")
+        self.assert_ends()
+
+
 class Quit(EndToEnd):
     def test_leaves_the_script_its_work_and_no_half_an_archive(self):
         self.package("big/Big.app", size=40_000_000)
         self.package("big/Next.app")
         self.launch("big")
-        self.desktop.answer("alt+p")
+        self.desktop.answer()
         packer = self.hold_packer(self.path("big"))
         self.await_no_sheet()
         self.desktop.press(self.window, "alt+F4")
@@ -202,7 +211,7 @@ class Quit(EndToEnd):
         old = self.program
         self.await_no_sheet()
         self.launch("three")
-        self.desktop.answer("alt+s")
+        self.desktop.answer(*SKIP)
         self.assert_ends()
         self.assertEqual(old.end(), 0, old.log())
         self.assert_untouched("three")

@@ -11,11 +11,10 @@ import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
 
-from desktop import Desktop, Window  # noqa: E402
+from desktop import TICK_AND_PROCESS, Desktop, Window  # noqa: E402
 from programs import (ProgramTest, SmallDisk, await_that, give, ignoring, ordinary_user, write)  # noqa: E402
 
 SETTINGS = ".config/com.quenbark.kelpmoray.ini"
-TICK_THE_BOX = ("Tab", "space", "alt+p")
 
 
 class Faults(ProgramTest):
@@ -79,6 +78,31 @@ class Bus(Faults):
         self.assertEqual(window.process.wait(15), 0)
         self.assert_packed(window, "A", "B")
 
+    def test_the_window_that_has_the_name_is_stopped(self):
+        """It is asked once however long it is stopped, and opens the folder when it goes on."""
+        window = self.start()
+        self.desktop.await_sheet()
+        heard = self.path("heard")
+        with open(heard, "wb") as file:
+            monitor = subprocess.Popen(
+                ["dbus-monitor", "--address", self.desktop.environment["DBUS_SESSION_BUS_ADDRESS"],
+                 "member='Open'"], stdout=file)
+        self.addCleanup(monitor.wait)
+        self.addCleanup(monitor.kill)
+        await_that(lambda: os.path.getsize(heard) > 0, "the monitor")
+        window.process.send_signal(signal.SIGSTOP)
+        second = self.start(DESKTOP_STARTUP_ID="start_TIME1", XDG_ACTIVATION_TOKEN="token")
+        self.assertEqual(second.end(), 0, second.log())
+        window.process.send_signal(signal.SIGCONT)
+        window.await_log("ALREADY in Progress")
+        self.desktop.answer()
+        self.assert_packed(window, "A", "B")
+        with open(heard, encoding="utf-8") as file:
+            said = file.read()
+        self.assertEqual(said.count("member=Open"), 1)
+        for value in ('"desktop-startup-id"', '"start_TIME1"', '"activation-token"', '"token"'):
+            self.assertIn(value, said)
+
     def test_it_dies(self):
         window = self.start()
         self.desktop.await_sheet()
@@ -120,7 +144,7 @@ class Display(Faults):
 class Settings(Faults):
     def run_and_tick(self, **how):
         window = self.start(**how)
-        self.desktop.answer(*TICK_THE_BOX)
+        self.desktop.answer(*TICK_AND_PROCESS)
         self.assert_packed(window, "A", "B")
         return window.log()
 

@@ -3,10 +3,16 @@ import contextlib
 import os
 import signal
 import subprocess
+import time
 
 from programs import PATIENCE, await_that
 
 SHEET = "^Process this Folder"
+# From Stop to the box, and on.
+PROCESS = ("Tab", "Tab", "space")
+SKIP = ("Tab", "Tab", "Tab", "space")
+TICK_AND_PROCESS = ("Tab", "space", "Tab", "space")
+READING = 0.5  # seconds, over the time of a double click: a sheet takes no answer before
 
 
 class Desktop:
@@ -72,12 +78,14 @@ class Desktop:
         return self.await_window(SHEET)
 
     def press(self, window, *keys):
-        """Presses the keys in a window that nothing blocks."""
-        self.hands("windowactivate", "--sync", window, "key", "--clearmodifiers", *keys)
+        """Presses the keys in a window once it has the keyboard, which nobody takes or gives here."""
+        await_that(lambda: self.hands("getactivewindow") == window, "the keyboard")
+        self.hands("key", "--clearmodifiers", *keys)
 
     def answer_sheet(self, sheet, *keys):
-        """Presses the keys in it, those for Process if none are given."""
-        self.press(sheet, *(keys or ("alt+p",)))
+        """Reads it, and presses the keys in it, those for Process if none are given."""
+        time.sleep(READING)
+        self.press(sheet, *(keys or PROCESS))
 
     def answer(self, *keys):
         self.answer_sheet(self.await_sheet(), *keys)
