@@ -1,10 +1,7 @@
 #pragma once
 
-/// The names by which the parts of the application, its settings and the desktop know each other.
+/// The names by which the parts of the application and its settings know each other.
 namespace Names {
-
-/// Of the application, on the session bus and for its settings.
-inline constexpr const char* application = "com.quenbark.kelpmoray";
 
 // Keys of settings.
 inline constexpr const char* doNotCodesign = "prefDoNotCodesign";

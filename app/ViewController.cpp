@@ -19,7 +19,7 @@
 ViewController::ViewController(Surroundings surroundings)
     : surroundings_(std::move(surroundings)) {}
 
-Receiver ViewController::receiver() const {
+Caller ViewController::receiver() const {
     return {"ViewController", formatted("%@", this)};
 }
 
@@ -36,7 +36,7 @@ void ViewController::awakeFromNib() {
             ibDragDropView()->setGeometry(view() ? view()->rect() : frame);
             frame = ibDragDropView()->geometry();
         }
-        logEvent("%@-%@...self.ibDragDropView.frame = %@", receiver(), "awakeFromNib", frame);
+        receiver().in("awakeFromNib").step("...self.ibDragDropView.frame = %@", frame);
         MainQueue::async(this, [this] {
             setFNumberOfFoldersToProcess(0);
             setWindowLevel(window(), statusWindowLevel);
@@ -97,13 +97,13 @@ void ViewController::observeValueForKeyPath(const std::string& keyPath, const QO
                                             const std::string& change, const std::string& context) {
     static constexpr const char* methodName = "observeValueForKeyPath:ofObject:change:context:";
     logEvent("Inside %@-%@...", receiver(), methodName);
-    logEvent("%@-%@ = keypath = %@", receiver(), methodName, keyPath);
-    logEvent("%@-%@ = change = %@", receiver(), methodName, change);
-    logEvent("%@-%@ = context = %@", receiver(), methodName, context);
+    receiver().in(methodName).step(" = keypath = %@", keyPath);
+    receiver().in(methodName).step(" = change = %@", change);
+    receiver().in(methodName).step(" = context = %@", context);
 }
 
 void ViewController::doRevealItem(const std::optional<LocationItem>& item) {
-    logEvent("%@-%@...", receiver(), "doRevealItem:");
+    receiver().in("doRevealItem:").step("...");
     GlobalQueue::async([this, item] {
         const auto* path = item ? std::get_if<std::string>(&*item) : nullptr;
         revealItemInFinder(path != nullptr ? std::optional(*path) : fSearchPath());

@@ -2,12 +2,12 @@
 
 #include "app/ViewControllerProperties.h"
 #include "app/toolkit/NotificationCenter.h"
+#include "core/Caller.h"
 #include "core/Confirmation.h"
 #include "core/Identities.h"
 #include "core/ItemProcessing.h"
 #include "core/Location.h"
 #include "core/MainBundle.h"
-#include "core/Receiver.h"
 
 #include <QPointer>
 #include <QString>
@@ -95,11 +95,11 @@ private:
         int packed = 0, notPacked = 0, notSigned = 0;
     };
 
-    [[nodiscard]] Receiver receiver() const;
+    [[nodiscard]] Caller receiver() const;
     [[nodiscard]] QWidget* window() const;
     [[nodiscard]] std::optional<IdentityRecord> selectedIdentity() const;
     [[nodiscard]] IdentityList identities() const;
-    [[nodiscard]] ProcessingOutside processingOutside();
+    [[nodiscard]] ProcessingHooks processingHooks();
     void refreshNumberOfFolders();
     void finishItem(const std::string& item, const std::optional<LocationItem>& revealed,
                     std::chrono::microseconds pause);

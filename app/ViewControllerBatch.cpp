@@ -34,11 +34,11 @@ void ViewController::terminateUnlessAsking() {
 }
 
 void ViewController::doButton1Loop(QObject*) {
-    logEvent("%@-%@...", receiver(), loopMethod);
+    receiver().in(loopMethod).step("...");
     MainQueue::async(this, [this] {
         // Only logs: a second loop stops at the sheet of the first.
         if (fButton1Busy())
-            logEvent("%@-%@... ALREADY in Progress...", receiver(), loopMethod);
+            receiver().in(loopMethod).step("... ALREADY in Progress...");
         else
             setFButton1Busy(true);
     });
@@ -70,7 +70,7 @@ void ViewController::confirm(const std::string& entry) {
     if (window() == nullptr)
         return;
     if (hasAttachedSheet(window())) {
-        logEvent("%@-%@...Already An Alert showing....", receiver(), loopMethod);
+        receiver().in(loopMethod).step("...Already An Alert showing....");
         playBeep();
         looksAgain_ = true;
         return;

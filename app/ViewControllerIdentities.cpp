@@ -42,14 +42,14 @@ void ViewController::getCodesigningIdentities() {
 
 void ViewController::setupCodesigningPopupStuff() {
     static constexpr const char* methodName = "setupCodesigningPopupStuff";
-    logEvent("%@-%@...", receiver(), methodName);
+    receiver().in(methodName).step("...");
     const auto remembered = surroundings_.settings.recordForKey(Names::selectedIdentity);
     const std::size_t index =
         remembered ? getSelectionIndexFromIdentityString(remembered->identitystring) : 0;
     if (ibListOfIdentities() && ibListOfIdentities()->content())
         ibListOfIdentities()->setSelectionIndex(index);
     else
-        logEvent("%@-%@...NO LIST to set selectionIndex????????", receiver(), methodName);
+        receiver().in(methodName).step("...NO LIST to set selectionIndex????????");
 }
 
 std::size_t ViewController::getSelectionIndexFromIdentityString(
@@ -59,12 +59,12 @@ std::size_t ViewController::getSelectionIndexFromIdentityString(
 
 std::optional<std::string> ViewController::getCodesigningIdentity() const {
     static constexpr const char* methodName = "getCodesigningIdentity";
-    logEvent("%@-%@...", receiver(), methodName);
+    receiver().in(methodName).step("...");
     const std::optional<IdentityRecord> record = selectedIdentity();
-    logEvent("%@-%@...user selected object = %@", receiver(), methodName, record);
+    receiver().in(methodName).step("...user selected object = %@", record);
     if (!record)
         return std::nullopt;
-    logEvent("%@-%@...d = %@", receiver(), methodName, record);
+    receiver().in(methodName).step("...d = %@", record);
     return record->identitystring;
 }
 
@@ -104,10 +104,12 @@ void ViewController::ibClickedOnIdentityPopup(QObject*) {
 void ViewController::ibClickedOnCheckButton(QObject*) {
     static constexpr const char* methodName = "ibClickedOnCheckButton:";
     const ArrayController* list = ibListOfIdentities();
-    logEvent("%@-%@...", receiver(), methodName);
-    logEvent("%@-%@...user selected index = %i", receiver(), methodName, loggedIndex(list));
-    logEvent("%@-%@...user selected object = %@", receiver(), methodName,
-             list != nullptr ? list->selectedObjects() : std::vector<IdentityRecord>{});
+    receiver().in(methodName).step("...");
+    receiver().in(methodName).step("...user selected index = %i", loggedIndex(list));
+    receiver()
+        .in(methodName)
+        .step("...user selected object = %@",
+              list != nullptr ? list->selectedObjects() : std::vector<IdentityRecord>{});
 }
 
 bool ViewController::isValidItemToSign(const std::string& path) {

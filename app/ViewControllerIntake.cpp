@@ -33,29 +33,29 @@ std::optional<LocationList> locationsIn(const NotificationObject& object) {
 void ViewController::addItemsToBeProcessedSet(const LocationList& items) {
     static constexpr const char* methodName = "addItemsToBeProcessedSet:";
     if (items.empty()) {
-        logEvent("%@-%@ = nil or empty array list....", receiver(), methodName);
+        receiver().in(methodName).step(" = nil or empty array list....");
         return;
     }
     MainQueue::async(this, [this, items] {
-        logEvent("%@-%@ = items(%lu) = %@", receiver(), methodName, items.size(), items);
+        receiver().in(methodName).step(" = items(%lu) = %@", items.size(), items);
         const std::shared_ptr<WorkSet> set = fSetOfFolders();
         for (const LocationItem& item : items) {
             const std::optional<std::string> path = pathOf(item);
             if (!path)
-                logEvent("%@-%@ = unable to convert to NSString???  anitem = %@....", receiver(),
-                         methodName, item);
+                receiver()
+                    .in(methodName)
+                    .step(" = unable to convert to NSString???  anitem = %@....", item);
             else if (set->add(*path))
                 refreshNumberOfFolders();
             else
                 playBeep();
         }
-        logEvent("%@-%@ = final self.fSetOfFolders(%lu) = %@", receiver(), methodName, set->count(),
-                 *set);
+        receiver().in(methodName).step(" = final self.fSetOfFolders(%lu) = %@", set->count(), *set);
     });
 }
 
 void ViewController::addItemToBeProcessedSet(const std::string& item) {
-    logEvent("%@-%@ = itemToAdd = %@", receiver(), "addItemToBeProcessedSet:", item);
+    receiver().in("addItemToBeProcessedSet:").step(" = itemToAdd = %@", item);
     MainQueue::async(this, [this, item] {
         if (!fSetOfFolders()->add(item)) {
             playBeep();
@@ -69,7 +69,7 @@ void ViewController::addItemToBeProcessedSet(const std::string& item) {
 
 void ViewController::handleNewSearchPath(const Notification& notification) {
     static constexpr const char* methodName = "handleNewSearchPath:";
-    logEvent("%@-%@ = %@", receiver(), methodName, notification);
+    receiver().in(methodName).step(" = %@", notification);
     const std::optional<LocationList> locations = locationsIn(notification.object);
     if (!locations)
         return;
@@ -79,7 +79,7 @@ void ViewController::handleNewSearchPath(const Notification& notification) {
             urls.push_back(location);
     }
     if (urls.empty()) {
-        logEvent("%@-%@  NOT GOOD??? empty array....", receiver(), methodName);
+        receiver().in(methodName).step("  NOT GOOD??? empty array....");
         return;
     }
     validItemsFromUrls(receiver(), urls);
@@ -88,7 +88,7 @@ void ViewController::handleNewSearchPath(const Notification& notification) {
 }
 
 void ViewController::handleNewSearchPathOLD(const Notification& notification) {
-    logEvent("%@-%@ = %@", receiver(), "handleNewSearchPathOLD:", notification);
+    receiver().in("handleNewSearchPathOLD:").step(" = %@", notification);
     const auto* location = std::get_if<LocationItem>(&notification.object);
     const auto* path = location != nullptr ? std::get_if<std::string>(location) : nullptr;
     if (path == nullptr)

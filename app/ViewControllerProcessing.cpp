@@ -22,7 +22,7 @@ SerialQueue& ViewController::processQueue() {
     return queue;
 }
 
-ProcessingOutside ViewController::processingOutside() {
+ProcessingHooks ViewController::processingHooks() {
     return {
         .doNotCodesign = [this] { return surroundings_.settings.boolForKey(Names::doNotCodesign); },
         .codesigningIdentity = [this] { return getCodesigningIdentity(); },
@@ -75,32 +75,32 @@ void ViewController::tellEndOfRun() {
 }
 
 void ViewController::doProcessItemNew(const std::string& entry) {
-    ProcessingOutside outside = processingOutside();
-    outside.packageStarted = [this](const std::string& package) {
+    ProcessingHooks hooks = processingHooks();
+    hooks.packageStarted = [this](const std::string& package) {
         MainQueue::async(this, [this, package] { setFProgressString1(progressText(package)); });
     };
-    outside.packageProcessed = [this](const std::string&, const std::vector<ScriptRun>& runs) {
+    hooks.packageProcessed = [this](const std::string&, const std::vector<ScriptRun>& runs) {
         addToTally(runs);
     };
-    processEntry(receiver(), surroundings_.bundle, outside, entry);
+    processEntry(receiver(), surroundings_.bundle, hooks, entry);
     finishItem(entry, entry, 10ms);
 }
 
 void ViewController::doProcessItem(const std::string& package) {
     static constexpr const char* methodName = "doProcessItem:";
-    logEvent("%@-%@...", receiver(), methodName);
-    if (processPackage(receiver(), methodName, surroundings_.bundle, processingOutside(), package))
+    receiver().in(methodName).step("...");
+    if (processPackage(receiver().in(methodName), surroundings_.bundle, processingHooks(), package))
         finishItem(package, std::nullopt, 100ms);
 }
 
 void ViewController::doProcessItemOnly(const std::string& package) {
     static constexpr const char* methodName = "doProcessItemOnly:";
-    logEvent("%@-%@...", receiver(), methodName);
-    processPackage(receiver(), methodName, surroundings_.bundle, processingOutside(), package);
+    receiver().in(methodName).step("...");
+    processPackage(receiver().in(methodName), surroundings_.bundle, processingHooks(), package);
 }
 
 void ViewController::processSearchPath() {
-    runScripts(surroundings_.bundle, processingOutside(), fSearchPath(), std::nullopt);
+    runScripts(surroundings_.bundle, processingHooks(), fSearchPath(), std::nullopt);
     MainQueue::async(this, [this] { activateIgnoringOtherApps(window()); });
     std::this_thread::sleep_for(100ms);
     MainQueue::async(this, [this] {
@@ -114,7 +114,7 @@ void ViewController::processSearchPath() {
 void ViewController::doProcess() {
     MainQueue::async(this, [this] {
         if (fButton1Busy()) {
-            logEvent("%@-%@...Already in Process...", receiver(), "doProcess");
+            receiver().in("doProcess").step("...Already in Process...");
             return;
         }
         setFButton1Busy(true);
@@ -126,7 +126,7 @@ void ViewController::doProcess() {
 void ViewController::doProcessOLD() {
     GlobalQueue::async([this] {
         if (fButton1Busy())
-            logEvent("%@-%@...Already in Process...", receiver(), "doProcessOLD");
+            receiver().in("doProcessOLD").step("...Already in Process...");
         else
             processSearchPath();
     });

@@ -6,11 +6,13 @@
 
 namespace base {
 
-/// The decimal number that is the whole of `text`, if it lies between `least` and `most`.
+/// The number that `text` is, in decimal unless another radix is given; absent if it is none or not
+/// between `least` and `most`.
 template <typename Integer>
-[[nodiscard]] std::optional<Integer> numberIn(std::string_view text, Integer least, Integer most) {
+[[nodiscard]] std::optional<Integer> numberIn(std::string_view text, Integer least, Integer most,
+                                              int radix = 10) {
     Integer number = 0;
-    const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
+    const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number, radix);
     if (parsed.ec != std::errc() || parsed.ptr != text.data() + text.size() || number < least ||
         number > most)
         return std::nullopt;

@@ -1,7 +1,9 @@
 #include "batch/Batch.h"
 
+#include "base/Printable.h"
 #include "batch/Intake.h"
 #include "batch/Question.h"
+#include "core/Format.h"
 #include "core/Path.h"
 #include "core/ScriptOutcome.h"
 #include "core/ShellRunners.h"
@@ -19,38 +21,33 @@ std::string counted(std::size_t count, const char* thing) {
 
 } // namespace
 
-Batch::Batch(Surroundings surroundings, Options options)
-    : surroundings_(std::move(surroundings)),
-      options_(std::move(options)), receiver_{"Batch", "<Batch>"} {}
+Batch::Batch(Environment environment, Options options)
+    : environment_(std::move(environment)),
+      options_(std::move(options)), caller_{"Batch", "<Batch>"} {}
 
 ExitStatus Batch::run() {
     if (options_.help) {
-        surroundings_.out << helpText();
+        environment_.out << helpText();
         return ExitStatus::AllDone;
     }
     if (options_.version) {
-        surroundings_.out << appVersionText(surroundings_.bundle.infoDictionary) << '\n';
+        environment_.out << appVersionText(environment_.bundle.infoDictionary) << '\n';
         return ExitStatus::AllDone;
     }
     if (options_.listIdentities)
         return listIdentities();
     if (options_.paths.empty()) {
-        surroundings_.err << "kelpmoray-batch: no PATH given; see --help\n";
+        tell({base::ErrorKind::Usage, "no PATH given; see --help"});
         return ExitStatus::NothingToDo;
     }
 
-    if (const auto objection = objectionToInstallation()) {
-        surroundings_.err << "kelpmoray-batch: " << *objection << '\n';
-        return ExitStatus::NothingToDo;
+    for (const base::Outcome& checked : {checkInstallation(), checkIdentity()}) {
+        if (!checked) {
+            tell(checked.error());
+            return ExitStatus::NothingToDo;
+        }
     }
-    if (const auto objection = objectionToArgument(options_.identity.value_or(""))) {
-        surroundings_.err << "kelpmoray-batch: the text behind --identity " << *objection
-                          << "; --list-identities prints those there are\n";
-        return ExitStatus::NothingToDo;
-    }
-    const std::vector<std::string> objections = takeIn(receiver_, options_.paths, workSet_);
-    for (const std::string& objection : objections)
-        surroundings_.err << "kelpmoray-batch: " << shown(objection) << '\n';
+    const bool tookAll = takePaths();
     if (workSet_.count() == 0)
         return ExitStatus::NothingToDo;
     if (!options_.doNotCodesign)
@@ -59,47 +56,76 @@ ExitStatus Batch::run() {
     summarize();
     if (!wentThrough)
         return ExitStatus::Stopped;
-    return failed_ == 0 && objections.empty() ? ExitStatus::AllDone : ExitStatus::SomeFailed;
+    return failed_ == 0 && tookAll ? ExitStatus::AllDone : ExitStatus::SomeFailed;
 }
 
-std::optional<std::string> Batch::objectionToInstallation() const {
-    const auto script = surroundings_.bundle.pathForResource("fenwoJustZipApps", "sh");
+void Batch::tell(const base::Error& error) {
+    environment_.err << "kelpmoray-batch: " << base::printable(error.sentence) << '\n';
+}
+
+bool Batch::takePaths() {
+    const std::vector<base::Error> errors = addToWorkSet(caller_, options_.paths, workSet_);
+    for (const base::Error& error : errors)
+        tell(error);
+    return errors.empty();
+}
+
+base::Outcome Batch::checkInstallation() const {
+    const auto script = environment_.bundle.pathForResource("fenwoJustZipApps", "sh");
+    const std::string& folder = environment_.bundle.resourcesFolder;
     if (!script)
-        return "the scripts are missing from " + surroundings_.bundle.resourcesFolder +
-               "; install the program again";
+        return base::Error{
+            base::ErrorKind::NotFound,
+            formatted("the scripts are missing from %@; install the program again", folder)};
     // The script's path stands unquoted in the command line.
     if (script->find_first_of(" \t\n\"'$`\\&;|<>()*?[]#~") != std::string::npos)
-        return "the scripts are in " + surroundings_.bundle.resourcesFolder +
-               ", whose name holds a blank or another character that the shell would take for its "
-               "own; move the program";
-    return std::nullopt;
+        return base::Error{base::ErrorKind::Unsupported,
+                           formatted("the scripts are in %@, whose name holds a blank or another "
+                                     "character that the shell would take for its own; move the "
+                                     "program",
+                                     folder)};
+    return {};
+}
+
+base::Outcome Batch::checkIdentity() const {
+    const ArgumentFault fault = faultOfArgument(options_.identity.value_or(""));
+    if (fault == ArgumentFault::None)
+        return {};
+    return base::Error{
+        base::ErrorKind::Usage,
+        fault == ArgumentFault::NotUtf8
+            ? "the text behind --identity is not UTF-8; --list-identities prints those there are"
+            : "the text behind --identity holds a quote, a dollar sign, a back quote, a backslash "
+              "or a line break, which the shell would take for its own; --list-identities prints "
+              "those there are"};
 }
 
 std::optional<IdentityList> Batch::installedIdentities() const {
     // Without the tool the shell would complain to a person who may not even want to sign.
-    if (!fileExists(surroundings_.tools.security))
+    if (!fileExists(environment_.tools.security))
         return std::nullopt;
-    return codesigningIdentities(receiver_, surroundings_.tools);
+    return codesigningIdentities(caller_, environment_.tools);
 }
 
 ExitStatus Batch::listIdentities() {
     const auto identities = installedIdentities();
     if (!identities) {
-        surroundings_.err << "kelpmoray-batch: no identities, as " << surroundings_.tools.security
-                          << " is missing or silent; sign on a Mac\n";
+        tell({base::ErrorKind::Unavailable, "no identities, as " + environment_.tools.security +
+                                                " is missing or silent; sign on a Mac"});
         return ExitStatus::NothingToDo;
     }
     for (const IdentityRecord& identity : *identities)
-        surroundings_.out << identity.displaystring << '\n';
+        environment_.out << base::printable(identity.displaystring) << '\n';
     return ExitStatus::AllDone;
 }
 
 bool Batch::processAll() {
     using Confirmation::Answer;
     for (const std::string& entry : workSet_.allObjects()) {
-        const Answer answer = options_.processAll ? Answer::Process
-                                                  : ask(shown(entry), options_.doNotCodesign,
-                                                        surroundings_.in, surroundings_.out);
+        const Answer answer = options_.processAll
+                                  ? Answer::Process
+                                  : ask(base::printable(entry), options_.doNotCodesign,
+                                        environment_.in, environment_.out);
         if (answer == Answer::Stop)
             return false;
         if (answer == Answer::Process)
@@ -113,20 +139,19 @@ bool Batch::processAll() {
 
 void Batch::process(const std::string& entry) {
     if (!isDirectory(entry)) {
-        surroundings_.err << "kelpmoray-batch: " << shown(entry) << ": it is no longer there\n";
+        tell({base::ErrorKind::NotFound, entry + ": it is no longer there"});
         ++failed_;
         return;
     }
     const std::size_t before = packed_ + failed_;
-    processEntry(receiver_, surroundings_.bundle, outside(), entry);
+    processEntry(caller_, environment_.bundle, processingHooks(), entry);
     if (packed_ + failed_ == before) {
-        surroundings_.err << "kelpmoray-batch: " << shown(entry)
-                          << ": its packages are no longer there\n";
+        tell({base::ErrorKind::NotFound, entry + ": its packages are no longer there"});
         ++failed_;
     }
 }
 
-ProcessingOutside Batch::outside() {
+ProcessingHooks Batch::processingHooks() {
     return {
         .doNotCodesign = [this] { return options_.doNotCodesign; },
         .codesigningIdentity =
@@ -144,13 +169,19 @@ ProcessingOutside Batch::outside() {
 }
 
 bool Batch::isValid(const std::string& package) {
-    if (const auto objection = objectionToArgument(package)) {
-        surroundings_.out << shown(lastPathComponent(package)) << ": FAILED: its path "
-                          << *objection << ": rename it" << std::endl;
+    const ArgumentFault fault = faultOfArgument(package);
+    if (fault != ArgumentFault::None) {
+        environment_.out << base::printable(lastPathComponent(package))
+                         << (fault == ArgumentFault::NotUtf8
+                                 ? ": FAILED: its path is not UTF-8: rename it"
+                                 : ": FAILED: its path holds a quote, a dollar sign, a back quote, "
+                                   "a backslash or a line break, which the shell would take for "
+                                   "its own: rename it")
+                         << std::endl;
         ++failed_;
         return false;
     }
-    return isValidItemToSign(receiver_, package, options_.doNotCodesign,
+    return isValidItemToSign(caller_, package, options_.doNotCodesign,
                              [this] { return identities_; });
 }
 
@@ -170,12 +201,12 @@ void Batch::report(const std::string& package, const std::vector<ScriptRun>& run
             quoteOutput(run);
         }
     }
-    surroundings_.out << shown(lastPathComponent(package)) << ": ";
+    environment_.out << base::printable(lastPathComponent(package)) << ": ";
     if (!failure.empty())
-        surroundings_.out << "FAILED: " << shown(failure) << (archive.empty() ? "" : "; ");
+        environment_.out << "FAILED: " << base::printable(failure) << (archive.empty() ? "" : "; ");
     if (!archive.empty())
-        surroundings_.out << "packed as " << shown(archive) << " (" << signature << ')';
-    surroundings_.out << std::endl;
+        environment_.out << "packed as " << base::printable(archive) << " (" << signature << ')';
+    environment_.out << std::endl;
     ++(failure.empty() ? packed_ : failed_);
 }
 
@@ -184,23 +215,16 @@ void Batch::quoteOutput(const ScriptRun& run) {
     std::vector<std::string_view> lines = split(trimmed(output), "\n");
     lines.pop_back(); // tells the outcome, which is reported anyway
     for (std::string_view line : lines)
-        surroundings_.err << "    " << shown(std::string(line)) << '\n';
+        environment_.err << "    " << base::printable(line) << '\n';
 }
 
 void Batch::showProgress(const std::string& text) {
-    if (surroundings_.outIsTerminal)
-        surroundings_.out << "\r\033[K" << shown(text) << std::flush;
-}
-
-std::string Batch::shown(std::string text) const {
-    if (surroundings_.outIsTerminal)
-        std::ranges::replace_if(
-            text, [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }, '?');
-    return text;
+    if (environment_.outIsTerminal)
+        environment_.out << "\r\033[K" << base::printable(text) << std::flush;
 }
 
 void Batch::summarize() {
-    surroundings_.out << counted(packed_, "package") << " done, " << failed_ << " failed, "
-                      << counted(skipped_, "folder") << " skipped, " << workSet_.count()
-                      << " left\n";
+    environment_.out << counted(packed_, "package") << " done, " << failed_ << " failed, "
+                     << counted(skipped_, "folder") << " skipped, " << workSet_.count()
+                     << " left\n";
 }

@@ -1,12 +1,13 @@
 #pragma once
 
 #include "batch/Options.h"
+#include "core/Caller.h"
 #include "core/Identities.h"
 #include "core/ItemProcessing.h"
 #include "core/MainBundle.h"
-#include "core/Receiver.h"
 #include "core/WorkSet.h"
 
+#include <cstddef>
 #include <iosfwd>
 #include <optional>
 #include <string>
@@ -19,8 +20,8 @@ enum class ExitStatus { AllDone = 0, SomeFailed = 1, NothingToDo = 2, Stopped = 
 /// package. Runs on the thread that calls it.
 class Batch {
 public:
-    /// The surroundings of a run: where scripts and tools are, and whom to talk to.
-    struct Surroundings {
+    /// What a run works with: the scripts, the tools, and the streams to the person.
+    struct Environment {
         MainBundle bundle;
         ToolPaths tools;
         std::istream& in;
@@ -29,15 +30,20 @@ public:
         bool outIsTerminal = false; ///< then a progress line is shown
     };
 
-    Batch(Surroundings surroundings, Options options);
+    Batch(Environment environment, Options options);
 
     /// Does what the options ask for, from asking to the summary.
     [[nodiscard]] ExitStatus run();
 
 private:
     [[nodiscard]] std::optional<IdentityList> installedIdentities() const;
-    /// Why the scripts cannot be run from where they are; none if they can.
-    [[nodiscard]] std::optional<std::string> objectionToInstallation() const;
+    /// Success if the scripts can be run from where they are.
+    [[nodiscard]] base::Outcome checkInstallation() const;
+    /// Success if the identity given can stand in a command line.
+    [[nodiscard]] base::Outcome checkIdentity() const;
+    /// Puts the paths given into the work set; false if some cannot be processed.
+    bool takePaths();
+    void tell(const base::Error& error);
     ExitStatus listIdentities();
     /// False when the person stopped.
     bool processAll();
@@ -47,14 +53,12 @@ private:
     void quoteOutput(const ScriptRun& run);
     void report(const std::string& package, const std::vector<ScriptRun>& runs);
     void showProgress(const std::string& text);
-    /// What a terminal may be given of a text with names in it: it would obey control characters.
-    [[nodiscard]] std::string shown(std::string text) const;
     void summarize();
-    [[nodiscard]] ProcessingOutside outside();
+    [[nodiscard]] ProcessingHooks processingHooks();
 
-    Surroundings surroundings_;
+    Environment environment_;
     Options options_;
-    Receiver receiver_;
+    Caller caller_;
     IdentityList identities_;
     WorkSet workSet_;
     std::size_t packed_ = 0;

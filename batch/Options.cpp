@@ -2,7 +2,15 @@
 
 #include <map>
 
-std::variant<Options, UsageError> parseOptions(const std::vector<std::string>& arguments) {
+namespace {
+
+base::Error usageError(std::string sentence) {
+    return {base::ErrorKind::Usage, std::move(sentence)};
+}
+
+} // namespace
+
+base::Result<Options> parseOptions(const std::vector<std::string>& arguments) {
     const std::map<std::string, bool Options::*> flags = {
         {"--process-all", &Options::processAll},
         {"--do-not-codesign", &Options::doNotCodesign},
@@ -25,15 +33,16 @@ std::variant<Options, UsageError> parseOptions(const std::vector<std::string>& a
         } else if (argument == "--identity" && i + 1 < arguments.size()) {
             options.identity = arguments[++i];
         } else if (argument == "--identity") {
-            return UsageError{"--identity needs the holder of an identity behind it"};
+            return usageError("--identity needs the holder of an identity behind it. See --help.");
         } else {
-            return UsageError{"there is no option " + argument};
+            return usageError("There is no option " + argument + ". See --help.");
         }
     }
     if (options.identity && options.doNotCodesign)
-        return UsageError{"--identity and --do-not-codesign exclude each other"};
+        return usageError("--identity and --do-not-codesign exclude each other. See --help.");
     if (options.identity && options.identity->empty())
-        return UsageError{"--identity needs the holder of an identity, not an empty text"};
+        return usageError(
+            "--identity needs the holder of an identity, not an empty text. See --help.");
     return options;
 }
 
@@ -41,8 +50,8 @@ const char* helpText() {
     return R"help(usage: kelpmoray-batch [OPTION...] PATH...
 
 Signs and packs application packages. Each PATH is a package (Name.app) or a folder that holds
-packages; Name.zip is written beside each. Every folder is asked about first: Process, Skip or Stop
-(which Return and the end of input mean too), and whether to codesign.
+packages; Name.zip is written beside each. The program asks about every folder first: Process, Skip or
+Stop, and whether to codesign. Return and the end of input mean Stop.
 
   --process-all        process everything without asking
   --do-not-codesign    pack without signing
@@ -51,8 +60,10 @@ packages; Name.zip is written beside each. Every folder is asked about first: Pr
   --verbose            log on standard error too
   --help, --version    print this, or the version, and end
 
-Without --identity and --do-not-codesign packages are packed as they are, like with the window's
-"Do NOT Codesign".
+Without --identity and --do-not-codesign packages are packed as they are, as with "Do NOT Codesign" in
+the window.
+
+To read the log, with what each script said: journalctl SYSLOG_IDENTIFIER=kelpmoray-batch
 
 Exit status: 0 all done, 1 some package or PATH failed, 2 wrong usage or nothing to do, 3 stopped.
 )help";

@@ -1,8 +1,9 @@
 #pragma once
 
+#include "base/Result.h"
+
 #include <optional>
 #include <string>
-#include <variant>
 #include <vector>
 
 /// What the command line asks for.
@@ -17,14 +18,8 @@ struct Options {
     std::vector<std::string> paths;
 };
 
-/// A command line that cannot be followed: one sentence that says why.
-struct UsageError {
-    std::string sentence;
-};
-
 /// `arguments` are those behind the program's name; "--" ends the options.
-[[nodiscard]] std::variant<Options, UsageError>
-parseOptions(const std::vector<std::string>& arguments);
+[[nodiscard]] base::Result<Options> parseOptions(const std::vector<std::string>& arguments);
 
 /// What --help prints.
 [[nodiscard]] const char* helpText();

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-/// The question asked before a folder is processed. Its faces differ, its words do not.
+/// The question asked before a folder is processed; the window and the terminal use the same words.
 namespace Confirmation {
 
 /// The numbers are the response codes of the original platform's alerts.

@@ -18,11 +18,17 @@ bool isPlainWordByte(char c) {
 } // namespace
 
 void BoundedText::append(std::string_view text) {
-    if (full_)
+    if (closed_)
         return;
     const std::size_t room = limit_ - text_.size();
-    full_ = text.size() > room;
     text_.append(text.substr(0, room));
+    if (text.size() <= room)
+        return;
+    full_ = true;
+    text.remove_prefix(std::max(room, text.size() - std::min(text.size(), limit_)));
+    overflow_.append(text);
+    if (overflow_.size() > limit_)
+        overflow_.erase(0, overflow_.size() - limit_);
 }
 
 void BoundedText::newLine() {
@@ -32,15 +38,18 @@ void BoundedText::newLine() {
 }
 
 std::string BoundedText::take() {
-    if (full_) {
-        const bool hasRoomForMark = limit_ >= cutMark.size();
-        std::size_t end = hasRoomForMark ? limit_ - cutMark.size() : 0;
-        while (end > 0 && isContinuationByte(text_[end]))
-            --end;
-        text_.resize(end);
-        text_.append(hasRoomForMark ? cutMark : "");
-    }
-    return std::move(text_);
+    if (!full_)
+        return std::move(text_);
+    if (limit_ < cutMark.size())
+        return {};
+    const std::string whole = text_ + overflow_;
+    std::size_t tail = closed_ ? whole.size() : whole.size() - (limit_ - cutMark.size()) / 2;
+    while (tail < whole.size() && isContinuationByte(whole[tail]))
+        ++tail;
+    std::size_t head = limit_ - cutMark.size() - (whole.size() - tail);
+    while (head > 0 && isContinuationByte(whole[head]))
+        --head;
+    return whole.substr(0, head).append(cutMark).append(whole, tail);
 }
 
 void describe(BoundedText& out, long long number) {
@@ -53,7 +62,11 @@ void describeQuoted(BoundedText& out, std::string_view text) {
         return;
     }
     out.append("\"");
-    for (std::size_t i = 0; i < text.size() && !out.full(); ++i) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (out.full()) {
+            out.close();
+            return;
+        }
         if (text[i] == '\n')
             out.append("\\n");
         else if (text[i] == '"' || text[i] == '\\')

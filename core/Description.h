@@ -10,9 +10,9 @@
 #include <string_view>
 #include <utility>
 
-/// Text under construction that never grows past its limit (in bytes): what is appended beyond it
-/// is dropped, and writers ask full() to stop early, so that describing a long list costs no more
-/// than the part of it that is kept.
+/// Text under construction that never grows past its limit (in bytes). Of what does not fit the
+/// beginning and the end are kept. A writer of a long list asks full() and calls close() instead of
+/// going on, so that describing it costs no more than the part of it that is kept.
 class BoundedText {
 public:
     explicit BoundedText(std::size_t limit = std::numeric_limits<std::size_t>::max())
@@ -24,17 +24,23 @@ public:
     void nest() { ++depth_; }
     void unnest() { --depth_; }
 
-    /// True once something has been dropped.
+    /// True once more has been appended than fits.
     [[nodiscard]] bool full() const { return full_; }
-    /// The text; when something was dropped it ends in a mark, still within the limit and never in
-    /// the middle of a character. Empty then, if the limit has no room for the mark.
+    /// What is appended from now on is dropped, and the end of a text that is full is its mark.
+    void close() { closed_ = true; }
+    [[nodiscard]] bool closed() const { return closed_; }
+    /// The text; one that is full has a mark where something was dropped, and is still within the
+    /// limit and never cut in the middle of a character. Empty then, if the limit has no room for
+    /// the mark.
     [[nodiscard]] std::string take();
 
 private:
     std::string text_;
+    std::string overflow_; ///< the last bytes of what did not fit into text_
     std::size_t limit_;
     std::size_t depth_ = 0;
     bool full_ = false;
+    bool closed_ = false;
 };
 
 template <typename T>
@@ -84,8 +90,10 @@ void describeElements(BoundedText& out, const R& elements, std::string_view open
     out.nest();
     bool first = true;
     for (const auto& element : elements) {
-        if (out.full())
-            break;
+        if (out.full()) {
+            out.close();
+            return;
+        }
         if (!first)
             out.append(",");
         first = false;

@@ -2,6 +2,7 @@
 
 #include "core/Description.h"
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -14,7 +15,8 @@ public:
     /// The URL of `path`: a folder's if the path ends in a slash or names one on disk. A relative
     /// path counts from the current folder.
     [[nodiscard]] static FileUrl fileURLWithPath(std::string_view path);
-    /// The same for who knows already whether it is a folder; asks nobody. `path` is absolute.
+    /// Same, for callers that already know whether it is a folder; does not touch the disk. `path`
+    /// is absolute.
     FileUrl(std::string_view path, bool isFolder);
 
     /// The path, without a slash at its end (but for "/").

@@ -18,7 +18,7 @@ std::size_t directiveLength(std::string_view text) {
 void appendFormat(BoundedText& out, std::string_view format,
                   std::span<const FormatArgument> arguments) {
     std::size_t next = 0;
-    while (!format.empty() && !out.full()) {
+    while (!format.empty() && !out.closed()) {
         const std::size_t sign = format.find('%');
         out.append(format.substr(0, sign));
         if (sign == std::string_view::npos)

@@ -26,7 +26,7 @@ private:
 
 /// Appends `format` to `out` with its directives `%@`, `%i`, `%lu` and `%s` replaced by the
 /// descriptions of the arguments, in order; `%%` is a per cent sign. A directive without an
-/// argument prints as "(null)"; any other text stands for itself. Stops early once `out` is full.
+/// argument prints as "(null)"; any other text stands for itself. Stops early once `out` is closed.
 void appendFormat(BoundedText& out, std::string_view format,
                   std::span<const FormatArgument> arguments);
 

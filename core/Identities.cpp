@@ -52,12 +52,11 @@ IdentityList identitiesFromListing(std::string_view output) {
     return list;
 }
 
-std::optional<IdentityList> codesigningIdentities(const Receiver& receiver,
-                                                  const ToolPaths& tools) {
-    constexpr const char* methodName = "getCodesigningIdentities";
-    logEvent("%@-%@...", receiver, methodName);
+std::optional<IdentityList> codesigningIdentities(const Caller& caller, const ToolPaths& tools) {
+    const Caller here = caller.in("getCodesigningIdentities");
+    here.step("...");
     const std::string command = identityListingCommand(tools);
-    logEvent("%@-%@...cmd = \n[%@]", receiver, methodName, command);
+    here.step("...cmd = \n[%@]", command);
     const auto output = VornNSStringAdditions::outputWhenRunAsShellCommand(command);
     logEvent("result = %@", output);
     if (!output)

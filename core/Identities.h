@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/Receiver.h"
+#include "core/Caller.h"
 
 #include <cstddef>
 #include <optional>
@@ -35,7 +35,7 @@ struct ToolPaths {
 [[nodiscard]] IdentityList identitiesFromListing(std::string_view output);
 
 /// Asks the identity tool; blocks while it runs. None if it printed nothing. Any thread.
-[[nodiscard]] std::optional<IdentityList> codesigningIdentities(const Receiver& receiver,
+[[nodiscard]] std::optional<IdentityList> codesigningIdentities(const Caller& caller,
                                                                 const ToolPaths& tools);
 
 /// The position in `list` of the first record with that identity string, in any letter case. 0 for

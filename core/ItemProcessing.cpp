@@ -3,23 +3,26 @@
 #include "core/LocationExpansion.h"
 #include "core/Log.h"
 #include "core/Path.h"
+#include "core/ScriptOutcome.h"
 
 namespace {
 
-ScriptRun runScript(const ProcessingOutside& outside, const std::optional<std::string>& script,
+ScriptRun runScript(const ProcessingHooks& hooks, const std::optional<std::string>& script,
                     const std::optional<std::string>& package,
                     const std::optional<std::string>& identity) {
     const std::string command = scriptCommandLine(script, package, identity);
     logEvent("cmdstring = %@", command);
-    ScriptRun run{script ? lastPathComponent(*script) : "(null)", outside.runShellCommand(command)};
-    logEvent("result of %@ = %@", run.scriptFileName, run.output);
+    ScriptRun run{script ? lastPathComponent(*script) : "(null)", hooks.runShellCommand(command)};
+    const bool failed = outcomeOf(run).kind == ScriptOutcome::Kind::Failed;
+    Log::writeFormatted(failed ? Log::Severity::Error : Log::Severity::Info, "result of %@ = %@",
+                        run.scriptFileName, run.output);
     return run;
 }
 
 } // namespace
 
 std::string processQueueLabel(const std::string& bundleIdentifier) {
-    return (bundleIdentifier.empty() ? "com.quenbark.kelpmoray" : bundleIdentifier) + ".process";
+    return (bundleIdentifier.empty() ? applicationIdentifier : bundleIdentifier) + ".process";
 }
 
 std::string progressText(const std::string& package) {
@@ -35,41 +38,40 @@ std::string scriptCommandLine(const std::optional<std::string>& script,
     return command;
 }
 
-std::vector<ScriptRun> runScripts(const MainBundle& bundle, const ProcessingOutside& outside,
+std::vector<ScriptRun> runScripts(const MainBundle& bundle, const ProcessingHooks& hooks,
                                   const std::optional<std::string>& package,
                                   const std::optional<std::string>& identity) {
     if (const auto zipOnly = bundle.pathForResource("fenwoZipAppsDNP", "sh"))
-        return {runScript(outside, zipOnly, package, std::nullopt)};
+        return {runScript(hooks, zipOnly, package, std::nullopt)};
     std::vector<ScriptRun> runs;
-    if (!outside.doNotCodesign()) {
-        runs.push_back(runScript(outside, bundle.pathForResource("fenwoCodesignApps", "sh"),
-                                 package, identity));
+    if (!hooks.doNotCodesign()) {
+        runs.push_back(
+            runScript(hooks, bundle.pathForResource("fenwoCodesignApps", "sh"), package, identity));
     }
-    runs.push_back(runScript(outside, bundle.pathForResource("fenwoJustZipApps", "sh"), package,
-                             std::nullopt));
+    runs.push_back(
+        runScript(hooks, bundle.pathForResource("fenwoJustZipApps", "sh"), package, std::nullopt));
     return runs;
 }
 
-bool processPackage(const Receiver& receiver, const char* methodName, const MainBundle& bundle,
-                    const ProcessingOutside& outside, const std::string& package) {
-    if (!outside.isValidItemToSign(package)) {
-        logEvent("%@-%@...item NOT VALID To sign....", receiver, methodName);
+bool processPackage(const Caller& caller, const MainBundle& bundle, const ProcessingHooks& hooks,
+                    const std::string& package) {
+    if (!hooks.isValidItemToSign(package)) {
+        caller.step("...item NOT VALID To sign....");
         return false;
     }
-    const std::optional<std::string> identity = outside.codesigningIdentity();
-    outside.packageStarted(package);
-    outside.packageProcessed(package, runScripts(bundle, outside, package, identity));
+    const std::optional<std::string> identity = hooks.codesigningIdentity();
+    hooks.packageStarted(package);
+    hooks.packageProcessed(package, runScripts(bundle, hooks, package, identity));
     return true;
 }
 
-void processEntry(const Receiver& receiver, const MainBundle& bundle,
-                  const ProcessingOutside& outside, const std::string& entry) {
-    constexpr const char* methodName = "doProcessItemNew:";
-    logEvent("%@-%@...", receiver, methodName);
+void processEntry(const Caller& caller, const MainBundle& bundle, const ProcessingHooks& hooks,
+                  const std::string& entry) {
+    const Caller here = caller.in("doProcessItemNew:");
+    here.step("...");
     const LocationList items = {FileUrl::fileURLWithPath(entry)};
-    const auto packages = validItemsFromUrls(receiver, items);
-    logEvent("%@-%@...appsToSign(%i) = %@", receiver, methodName, packages ? packages->size() : 0,
-             packages);
+    const auto packages = validItemsFromUrls(caller, items);
+    here.step("...appsToSign(%i) = %@", packages ? packages->size() : 0, packages);
     for (const std::string& package : packages.value_or(std::vector<std::string>{}))
-        processPackage(receiver, methodName, bundle, outside, package);
+        processPackage(here, bundle, hooks, package);
 }

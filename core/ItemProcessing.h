@@ -1,12 +1,21 @@
 #pragma once
 
+#include "core/Caller.h"
 #include "core/MainBundle.h"
-#include "core/Receiver.h"
+#include "core/ShellRunners.h"
 
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
+
+// The library core/ makes every decision of the program and has no window. Start here:
+// processEntry() does all that happens to one folder or package, and takes the hooks through which
+// it asks its caller and tells it what happens. Before that, LocationExpansion.h reduces what a
+// person chose to what holds packages, and WorkSet.h keeps it. Nothing here asks a person, draws,
+// or knows a toolkit; nothing throws but bad_alloc, and what failed is a base::Error or an absent
+// value. Log.h is the only way out for diagnostics. Other programs are started by ShellRunners.h
+// alone.
 
 /// One run of a script over a package.
 struct ScriptRun {
@@ -14,12 +23,16 @@ struct ScriptRun {
     std::optional<std::string> output; ///< none when it wrote nothing usable
 };
 
-/// What processing asks of the outside and tells it. Called on the thread that processes.
-struct ProcessingOutside {
-    std::function<bool()> doNotCodesign;
-    std::function<std::optional<std::string>()> codesigningIdentity;
-    std::function<bool(const std::string& package)> isValidItemToSign;
-    std::function<std::optional<std::string>(const std::string& command)> runShellCommand;
+/// What processing asks its caller and tells it, on the thread that processes. Each has a value
+/// from the start.
+struct ProcessingHooks {
+    std::function<bool()> doNotCodesign = [] { return false; };
+    std::function<std::optional<std::string>()> codesigningIdentity = [] { return std::nullopt; };
+    std::function<bool(const std::string& package)> isValidItemToSign = [](const auto&) {
+        return true;
+    };
+    std::function<std::optional<std::string>(const std::string& command)> runShellCommand =
+        ::runShellCommand;
     /// A package's scripts are about to run.
     std::function<void(const std::string& package)> packageStarted = [](const auto&) {};
     /// A package's scripts have run.
@@ -42,16 +55,16 @@ struct ProcessingOutside {
 /// Runs the right scripts over one package, each to its end: the one of the edition that never
 /// signs if the bundle has it; else the signing one, unless signing is off, and then the packing
 /// one. How a script ends changes nothing.
-std::vector<ScriptRun> runScripts(const MainBundle& bundle, const ProcessingOutside& outside,
+std::vector<ScriptRun> runScripts(const MainBundle& bundle, const ProcessingHooks& hooks,
                                   const std::optional<std::string>& package,
                                   const std::optional<std::string>& identity);
 
-/// Runs the scripts over `package` if it is valid, with the identity chosen now. `methodName` is
-/// the method that its log lines name. False if the package is not valid.
-bool processPackage(const Receiver& receiver, const char* methodName, const MainBundle& bundle,
-                    const ProcessingOutside& outside, const std::string& package);
+/// Runs the scripts over `package` if it is valid, with the identity chosen now. False if the
+/// package is not valid.
+bool processPackage(const Caller& caller, const MainBundle& bundle, const ProcessingHooks& hooks,
+                    const std::string& package);
 
 /// Processes the packages of one entry of the work set (a folder, or a package itself), one after
 /// the other. Blocks while the scripts run: never for the main thread.
-void processEntry(const Receiver& receiver, const MainBundle& bundle,
-                  const ProcessingOutside& outside, const std::string& entry);
+void processEntry(const Caller& caller, const MainBundle& bundle, const ProcessingHooks& hooks,
+                  const std::string& entry);

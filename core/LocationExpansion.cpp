@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr const char* methodName = "validItemsFromUrls:";
+constexpr const char* method = "validItemsFromUrls:";
 
 struct Expansion {
     OrderedSet<std::string> packages;
@@ -90,36 +90,36 @@ Expansion expand(const LocationList& items) {
     return expansion;
 }
 
-std::vector<std::string> finish(const Receiver& receiver, const Expansion& expansion) {
-    logEvent("Inside %@ => %@...final mAdjustedUrlSet = %@", receiver.className, methodName,
+std::vector<std::string> finish(const Caller& caller, const Expansion& expansion) {
+    logEvent("Inside %@ => %@...final mAdjustedUrlSet = %@", caller.className, method,
              expansion.selections);
-    logEvent("Inside %@ => %@...final            mSet = %@", receiver.className, methodName,
+    logEvent("Inside %@ => %@...final            mSet = %@", caller.className, method,
              expansion.packages);
     return expansion.packages.members();
 }
 
 } // namespace
 
-std::optional<std::vector<std::string>> validItemsFromUrls(const Receiver& receiver,
+std::optional<std::vector<std::string>> validItemsFromUrls(const Caller& caller,
                                                            LocationList& items) {
     if (items.empty())
-        return validItemsFromUrls(receiver, std::as_const(items));
+        return validItemsFromUrls(caller, std::as_const(items));
     const Expansion expansion = expand(items);
     const std::vector<FileUrl>& selections = expansion.selections.members();
     if (!selections.empty())
         items.assign(selections.begin(), selections.end());
     else
         logEvent("BOOOOOO .. something went wrong.......Should never be empty?????....");
-    return finish(receiver, expansion);
+    return finish(caller, expansion);
 }
 
-std::optional<std::vector<std::string>> validItemsFromUrls(const Receiver& receiver,
+std::optional<std::vector<std::string>> validItemsFromUrls(const Caller& caller,
                                                            const LocationList& items) {
     if (items.empty()) {
-        logEvent("Inside %@ => %@...", receiver.className, methodName);
+        logEvent("Inside %@ => %@...", caller.className, method);
         return std::nullopt;
     }
-    return finish(receiver, expand(items));
+    return finish(caller, expand(items));
 }
 
 bool validUrlToAdd(const LocationItem& item) {
@@ -130,7 +130,7 @@ bool validUrlToAdd(const LocationItem& item) {
     return type == FileType::Folder || type == FileType::ApplicationBundle;
 }
 
-std::int16_t checkTotalItems(const Receiver& receiver, LocationList& items) {
-    const auto packages = validItemsFromUrls(receiver, items);
+std::int16_t checkTotalItems(const Caller& caller, LocationList& items) {
+    const auto packages = validItemsFromUrls(caller, items);
     return static_cast<std::int16_t>(packages ? packages->size() : 0);
 }

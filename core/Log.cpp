@@ -1,5 +1,7 @@
 #include "core/Log.h"
 
+#include "base/Printable.h"
+#include "core/Text.h"
 #include "core/platform/SystemLog.h"
 
 #include <chrono>
@@ -21,7 +23,7 @@ std::shared_ptr<const Log::Sink> currentCapture() {
     return captureSink;
 }
 
-/// "2026-11-24 19:51:38.123 kelpmoray[4711] ": when and by whom.
+/// "2026-11-24 19:51:38.123 kelpmoray[4711] ": the time and the process.
 std::string prefix() {
     using namespace std::chrono;
     const auto now = system_clock::now();
@@ -37,6 +39,15 @@ std::string prefix() {
            "] ";
 }
 
+/// A message may have several lines, and holds names that a terminal must not obey.
+std::string printableLines(std::string_view message) {
+    std::string shown;
+    for (const std::string_view line : split(message, "\n"))
+        shown.append(base::printable(line)).append("\n");
+    shown.pop_back();
+    return shown;
+}
+
 } // namespace
 
 void Log::setStandardErrorEnabled(bool enabled) {
@@ -49,14 +60,18 @@ void Log::capture(Sink sink) {
     captureSink = std::move(shared);
 }
 
-void Log::write(std::string_view message) {
+void Log::write(Severity severity, std::string_view message) {
     if (const auto capture = currentCapture()) {
-        (*capture)(message);
+        (*capture)(severity, message);
         return;
     }
-    writeToSystemLog(message);
+    writeToSystemLog(severity, message);
     if (standardErrorEnabled) {
-        const std::string line = prefix().append(message).append("\n");
+        static const bool isTerminal = isatty(STDERR_FILENO) != 0;
+        const std::string line =
+            prefix()
+                .append(isTerminal ? printableLines(message) : std::string(message))
+                .append("\n");
         // One call a line, so that the lines of two threads do not mix.
         std::fwrite(line.data(), 1, line.size(), stderr);
     }

@@ -1,5 +1,6 @@
 #include "core/MainBundle.h"
 
+#include "base/Version.h"
 #include "core/Format.h"
 #include "core/Path.h"
 #include "core/platform/ExecutablePath.h"
@@ -14,12 +15,14 @@ std::optional<std::string> ifExists(std::string path) {
 
 } // namespace
 
+const char* const applicationIdentifier = KELPMORAY_IDENTIFIER;
+
 MainBundle MainBundle::ofExecutable(const std::string& executable) {
     MainBundle bundle;
-    bundle.identifier = KELPMORAY_IDENTIFIER;
-    bundle.infoDictionary = {{"CFBundleIdentifier", KELPMORAY_IDENTIFIER},
+    bundle.identifier = applicationIdentifier;
+    bundle.infoDictionary = {{"CFBundleIdentifier", applicationIdentifier},
                              {"CFBundleName", KELPMORAY_NAME},
-                             {"CFBundleShortVersionString", KELPMORAY_VERSION},
+                             {"CFBundleShortVersionString", base::version()},
                              {"DTXcode", KELPMORAY_BUILD_TOOL},
                              {"DTSDKName", KELPMORAY_BUILD_KIT}};
     bundle.executablesFolder = deletingLastPathComponent(executable);

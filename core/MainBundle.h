@@ -4,6 +4,9 @@
 #include <optional>
 #include <string>
 
+/// The identifier of the application, whatever bundle it runs from: "com.quenbark.kelpmoray".
+extern const char* const applicationIdentifier;
+
 /// The application as it lies on disk, and what its build says of it. On systems without
 /// application bundles the executable's place decides: PREFIX/bin/NAME has its resources in
 /// PREFIX/share/kelpmoray. Inside a bundle they are in Contents/Resources.

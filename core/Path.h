@@ -22,7 +22,7 @@
 [[nodiscard]] std::string appendingPathComponent(std::string_view folder,
                                                  std::string_view component);
 
-/// The home folder of whoever runs this; empty if there is none.
+/// The home folder of the current user; empty if there is none.
 [[nodiscard]] std::string homeFolder();
 
 /// A leading tilde expanded, "." and ".." steps resolved (".." after a link leads to the folder

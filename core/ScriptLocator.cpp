@@ -36,6 +36,7 @@ std::string VornNSStringAdditions::getPathToScript(const std::string& scriptName
         path = bundle.pathForResource(deletingPathExtension(scriptName, extension), extension);
     }
     if (!path)
-        logEvent("\n\nrunShellScript FAILED => UNABLE to find script named: [%@]!\n\n", scriptName);
+        logFailure("\n\nrunShellScript FAILED => UNABLE to find script named: [%@]!\n\n",
+                   scriptName);
     return formatted("%@", path);
 }

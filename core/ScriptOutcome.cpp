@@ -9,11 +9,13 @@ ScriptOutcome outcomeOf(const ScriptRun& run) {
                                                                 {"unsigned: ", Kind::Unsigned},
                                                                 {"error: ", Kind::Failed}};
     const std::string output = run.output.value_or("");
-    const std::string_view lastLine = split(trimmed(output), "\n").back();
+    // Blanks in front stay: what a script quotes of a tool has some, and is no result.
+    const std::string_view lastLine =
+        split(std::string_view(output).substr(0, output.find_last_not_of(" \n") + 1), "\n").back();
     for (const auto& [beginning, kind] : beginnings) {
         if (lastLine.starts_with(beginning))
             return {kind, std::string(lastLine.substr(beginning.size()))};
     }
     return {Kind::Failed, run.scriptFileName + " ended without a result" +
-                              (lastLine.empty() ? "" : ": " + std::string(lastLine))};
+                              (lastLine.empty() ? "" : ": " + std::string(trimmed(lastLine)))};
 }

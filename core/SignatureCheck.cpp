@@ -9,20 +9,35 @@
 
 namespace {
 
-constexpr const char* methodName = "isValidItemToSign:";
-
-bool isInspected(const Receiver& receiver, const std::string& path) {
+bool isInspected(const Caller& caller, const std::string& path) {
     if (!fileExists(path))
         return false;
     if (!isDirectory(path)) {
-        logEvent("%@-%@...NOT an .app package....", receiver, methodName);
+        caller.step("...NOT an .app package....");
         return false;
     }
     if (!hasAppExtension(path)) {
-        logEvent("%@-%@...item is just a folder/directory....", receiver, methodName);
+        caller.step("...item is just a folder/directory....");
         return false;
     }
     return true;
+}
+
+/// Who signed a package, the leaf certificate first, in what the inspector printed.
+std::vector<std::string> authoritiesIn(std::string_view output) {
+    const auto lines = split(trimmed(output), "\n");
+    return {lines.begin(), lines.end()};
+}
+
+/// The first authority that is one of the identities, which are asked for anew for each.
+std::optional<std::string> knownAuthority(const std::vector<std::string>& authorities,
+                                          const std::function<IdentityList()>& identities) {
+    for (const std::string& authority : authorities) {
+        const IdentityList list = identities();
+        if (std::ranges::find(list, authority, &IdentityRecord::displaystring) != list.end())
+            return authority;
+    }
+    return std::nullopt;
 }
 
 /// None if the package is not signed.
@@ -41,34 +56,20 @@ std::optional<std::vector<std::string>> signingAuthorities(const std::string& pa
 
 } // namespace
 
-std::vector<std::string> authoritiesIn(std::string_view output) {
-    const auto lines = split(trimmed(output), "\n");
-    return {lines.begin(), lines.end()};
-}
-
-std::optional<std::string> knownAuthority(const std::vector<std::string>& authorities,
-                                          const std::function<IdentityList()>& identities) {
-    for (const std::string& authority : authorities) {
-        const IdentityList list = identities();
-        if (std::ranges::find(list, authority, &IdentityRecord::displaystring) != list.end())
-            return authority;
-    }
-    return std::nullopt;
-}
-
-bool isValidItemToSign(const Receiver& receiver, const std::string& path, bool doNotCodesign,
+bool isValidItemToSign(const Caller& caller, const std::string& path, bool doNotCodesign,
                        const std::function<IdentityList()>& identities) {
+    const Caller here = caller.in("isValidItemToSign:");
     if (doNotCodesign) {
-        logEvent("%@-%@...returning Valid as prefDoNotCodesign = NO...", receiver, methodName);
+        here.step("...returning Valid as prefDoNotCodesign = NO...");
         return true;
     }
-    if (!isInspected(receiver, path))
+    if (!isInspected(here, path))
         return true;
     const auto authorities = signingAuthorities(path);
     if (!authorities)
         return true;
     const auto found = knownAuthority(*authorities, identities);
-    logEvent("%@-%@...%@ object = [%@]....", receiver, methodName, found ? "FOUND" : "DID NOT FIND",
-             found.value_or("nothing"));
+    here.step("...%@ object = [%@]....", found ? "FOUND" : "DID NOT FIND",
+              found.value_or("nothing"));
     return true;
 }

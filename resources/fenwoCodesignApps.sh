@@ -14,8 +14,28 @@ identity "donotcodesign" nothing is touched. The last line says what became of i
 USAGE
 }
 
+# Control characters, those beyond ASCII (U+0080 to U+009F) too, as question marks: a name must not
+# look like a line of ours, nor a terminal obey it. The second also keeps line ends.
+control_sign=$(printf '\302[\200-\237]')
+printable() {
+    case "$1" in
+    *[[:cntrl:]]* | *"${control_sign%%"["*}"*)
+        printf '%s' "$1" | LC_ALL=C tr '\001-\037\177' '[?*]' | LC_ALL=C sed "s/$control_sign/?/g"
+        ;;
+    *) printf '%s' "$1" ;;
+    esac
+}
+printable_lines() {
+    LC_ALL=C tr '\001-\010\013-\037\177' '[?*]' | LC_ALL=C sed "s/$control_sign/?/g"
+}
+
+# What a tool said. The blanks tell its lines from ours.
+quote() {
+    [ -z "$1" ] || printf '%s\n' "$1" | printable_lines | sed 's/^/  /'
+}
+
 fail() {
-    printf 'error: %s: %s\n' "$1" "$2"
+    printf 'error: %s: %s\n' "$(printable "$1")" "$2"
     exit 1
 }
 
@@ -43,11 +63,13 @@ resolve_identity() {
     case "$hash" in
     *"
 "*)
-        printf 'The valid identities:\n%s\n' "$identities"
+        quote "The valid identities:
+$identities"
         fail "several identities of $identity" "remove all but one from the keychain"
         ;;
     "")
-        printf 'The valid identities:\n%s\n' "${identities:-none}"
+        quote "The valid identities:
+${identities:-none}"
         fail "no valid identity of $identity" "pick one of the identities in the list"
         ;;
     esac
@@ -58,7 +80,7 @@ sign() {
     tries=1
     until output=$(codesign --force --sign "$hash" --timestamp --options runtime \
         --preserve-metadata=entitlements "$1" 2>&1); do
-        printf '%s\n' "$output"
+        quote "$output"
         # What codesign says begins with the path, which may hold any word.
         case "${output##*": "}" in
         *[Tt]imestamp* | *"time stamp"*) ;;
@@ -113,6 +135,7 @@ is_bundle() {
     [ -f "$1/Contents/Info.plist" ]
 }
 
+# Signs one object in the package, if it is code of its own.
 sign_nested() {
     if [ -d "$1" ]; then
         is_bundle "$1" || return 0
@@ -127,6 +150,30 @@ sign_nested() {
     sign "$1"
 }
 
+# Signs what is nested in the package, what a folder holds before the folder. Each path that find
+# prints begins with ".//.", which nothing in a path looks like, so that a line which does not begin
+# with it goes on with a name. The package itself comes last: without it the list is not whole.
+sign_all_nested() {
+    list=$(cd "$package" && find .//. -depth \( -type d -o -type f \( -path '*/Contents/MacOS/*' \
+        -o -perm -100 -o -perm -010 -o -perm -001 -o -name '*.dylib' -o -name '*.so' \) \) -print \
+        2>/dev/null) || list=
+    code=
+    while IFS= read -r line <&3; do
+        case "$line" in
+        .//.*)
+            [ -z "$code" ] || sign_nested "$package${code#.//.}"
+            code=$line
+            ;;
+        *) code="$code
+$line" ;;
+        esac
+    done 3<<LIST
+$list
+LIST
+    [ "$code" = .//. ] ||
+        fail "what is in $package could not be listed" "make all of it readable and try again"
+}
+
 exec 2>&1
 trap '' PIPE
 trap 'fail "interrupted" "run it again"' HUP INT TERM
@@ -135,20 +182,11 @@ case "${1:-}" in
     usage
     exit 0
     ;;
-# Called again by find, below, once for each batch of nested code.
---nested)
-    hash=$2
-    package=$3
-    shift 3
-    for code in "$@"; do sign_nested "$package/${code#./}"; done
-    exit 0
-    ;;
 "") fail "no package given" "usage: fenwoCodesignApps.sh PACKAGE [IDENTITY]" ;;
 esac
 
 [ $# -le 2 ] || fail "more than one identity given" "usage: fenwoCodesignApps.sh PACKAGE [IDENTITY]"
 
-script=$(CDPATH='' cd -- "$(dirname -- "$0")" && pwd)/${0##*/}
 package=$1
 identity=${2:-}
 while [ "${package%/}" != "$package" ] && [ "$package" != / ]; do package=${package%/}; done
@@ -159,27 +197,20 @@ case "${package##*/}" in
 *) false ;;
 esac || fail "no package at $package" "give the path of a folder whose name ends in .app"
 if [ "$identity" = donotcodesign ]; then
-    printf 'unsigned: %s\n' "$package"
+    printf 'unsigned: %s\n' "$(printable "$package")"
     exit 0
 fi
-[ -n "$identity" ] || fail "no identity to sign $package with" "pick a signing identity"
 for tool in security codesign; do
     command -v "$tool" >/dev/null 2>&1 ||
         fail "no $tool on this system" "sign on a Mac, or choose not to codesign"
 done
+[ -n "$identity" ] || fail "no identity to sign $package with" "pick a signing identity"
 
 resolve_identity
-# -depth gives what a folder holds before the folder: from the inside out. The status of find is not
-# looked at: where the signal of ended children is ignored, as the caller does, it is no use.
-nested=$(cd "$package" && find . -depth ! -path . \( -type d -o -type f \( -path '*/Contents/MacOS/*' \
-    -o -perm -100 -o -perm -010 -o -perm -001 -o -name '*.dylib' -o -name '*.so' \) \) \
-    -exec "$script" --nested "$hash" "$package" {} + 2>&1)
-[ -z "$nested" ] || printf '%s\n' "$nested"
-case "$nested" in "error: "* | *"
-error: "*) exit 1 ;; esac
+sign_all_nested
 sign "$package"
 output=$(codesign --verify --deep --strict "$package" 2>&1) || {
-    printf '%s\n' "$output"
+    quote "$output"
     fail "the signature of $package does not hold" "see the lines above"
 }
-printf 'signed: %s\n' "$package"
+printf 'signed: %s\n' "$(printable "$package")"

@@ -6,16 +6,38 @@ usage() {
     cat <<'USAGE'
 usage: fenwoJustZipApps.sh PACKAGE
 
-Writes Name.zip beside PACKAGE (Name.app), with the package folder as the archive's root. Symbolic
-links, modes and times are kept. An archive that is already there is replaced once the new one is
-whole. The last line says what became of it:
+Writes Name.zip beside PACKAGE (Name.app), with the package folder as the archive's root. Kept are
+symbolic links, modes, and times in whole seconds from 1970 to 2106. Not kept are owners, access control
+lists and extended attributes; one line says so if the package has any. (On macOS a package with
+signatures or resource forks in extended attributes is packed with them, by ditto.) An archive that is
+already there is replaced once the new one is whole. The last line says what became of the package:
   packed: PATH
   error: WHAT: REMEDY
 USAGE
 }
 
+# Control characters, those beyond ASCII (U+0080 to U+009F) too, as question marks: a name must not
+# look like a line of ours, nor a terminal obey it. The second also keeps line ends.
+control_sign=$(printf '\302[\200-\237]')
+printable() {
+    case "$1" in
+    *[[:cntrl:]]* | *"${control_sign%%"["*}"*)
+        printf '%s' "$1" | LC_ALL=C tr '\001-\037\177' '[?*]' | LC_ALL=C sed "s/$control_sign/?/g"
+        ;;
+    *) printf '%s' "$1" ;;
+    esac
+}
+printable_lines() {
+    LC_ALL=C tr '\001-\010\013-\037\177' '[?*]' | LC_ALL=C sed "s/$control_sign/?/g"
+}
+
+# What a tool said. The blanks tell its lines from ours.
+quote() {
+    [ -z "$1" ] || printf '%s\n' "$1" | printable_lines | sed 's/^/  /'
+}
+
 fail() {
-    printf 'error: %s: %s\n' "$1" "$2"
+    printf 'error: %s: %s\n' "$(printable "$1")" "$2"
     exit 1
 }
 
@@ -37,49 +59,47 @@ find_packer() {
     command -v kelpmoray-zip
 }
 
-is_running() {
-    [ -d "/proc/$1" ] || kill -0 "$1" 2>/dev/null
-}
-
-# Work folders of runs that were killed. Their names end in the process's number, and hold nothing of
-# the package's: that may be as long as a name can be.
-remove_leftovers() {
-    for leftover in "$folder/.kelpmoray-packing-"*; do
-        number=${leftover##*-}
-        case "$number" in *[!0-9]*) continue ;; esac
-        if [ "$number" = $$ ] || ! is_running "$number"; then rm -rf -- "$leftover"; fi
-    done
-}
-
-# zip passes over folders it cannot read, and over pipes and devices, and calls that a success.
-refuse_what_zip_would_lose() {
-    (cd "$folder" && find "./$name" ! -type f ! -type d ! -type l -print) >"$work/lost" 2>&1
-    [ ! -s "$work/lost" ] ||
-        fail "not to be packed: $(head -n 1 "$work/lost")" "make it readable or remove it, and try again"
-}
-
-pack_with_common_tools() {
-    work=$folder/.kelpmoray-packing-$$
-    mkdir -- "$work" 2>/dev/null || fail "cannot write in $folder" "make the folder writable and try again"
+# Packs with the system's archiver, and keeps what the packer promises: a source that stays as it is,
+# an archive that is read back and on the disk before it gets its name, nothing overwritten but an
+# older archive. After SIGKILL the hidden folder stays: no later run can know that it is ours.
+pack_with_ditto() {
+    work=$(mktemp -d "$folder/.kelpmoray-packing-XXXXXXXXXX" 2>/dev/null) ||
+        fail "cannot write in $folder" "make the folder writable and try again"
     trap 'rm -rf -- "$work"' EXIT
-    refuse_what_zip_would_lose
-    if command -v ditto >/dev/null 2>&1; then
-        tool=ditto
-        (cd "$folder" && ditto -c -k --sequesterRsrc --keepParent --noqtn "./$name" "$work/whole.zip")
-    elif command -v zip >/dev/null 2>&1; then
-        tool=zip
-        # With "./" in front a name may begin with a dash; zip itself drops it.
-        (cd "$folder" && LC_ALL=C.UTF-8 zip -qry "$work/whole.zip" "./$name")
-    else
-        fail "no tool that makes zip archives" "install zip"
-    fi || fail "$tool could not pack $package" "see the lines above"
-    mv -f -- "$work/whole.zip" "$archive" ||
+    # Should a folder take the archive's place, mv would move into it: under a name that only we have.
+    whole=$work/${work##*/}.zip
+    : >"$work/start"
+    other=$(find "$package" ! -type f ! -type d ! -type l -print 2>&1)
+    [ -z "$other" ] || fail "not to be packed: $other" "make it readable or remove it, and try again"
+    output=$(cd "$folder" && ditto -c -k --sequesterRsrc --keepParent --noqtn "./$name" "$whole" 2>&1 &&
+        unzip -tqq "$whole" 2>&1) || {
+        quote "$output"
+        fail "ditto could not pack $package" "see the lines above"
+    }
+    changed=$(find "$package" -cnewer "$work/start" -print 2>&1)
+    [ -z "$changed" ] || fail "$changed was changed meanwhile" "try again when nothing writes to the package"
+    sync
+    if ! mv -f -- "$whole" "$archive" 2>/dev/null || [ -d "$archive" ]; then
+        rm -f -- "$archive/${whole##*/}"
         fail "cannot put the archive at $archive" "make room there and try again"
-    rm -rf -- "$work"
+    fi
+}
+
+pack() {
+    if has_attributes_to_keep; then
+        pack_with_ditto
+        return
+    fi
+    packer=$(find_packer) || fail "kelpmoray-zip is missing" "install Kelpmoray again"
+    output=$("$packer" --verify "$archive" "$package" 2>&1) || {
+        quote "$output"
+        fail "kelpmoray-zip could not pack $package" "see the lines above"
+    }
+    quote "$output"
 }
 
 exec 2>&1
-# Whoever reads the lines may go away; the archive is still to be finished or cleaned up after.
+# The reader of the lines may go away; the archive is still to be finished, or what is left removed.
 trap '' PIPE
 trap 'fail "interrupted" "run it again"' HUP INT TERM
 case "${1:-}" in
@@ -111,11 +131,5 @@ package=$folder/$name
 archive=$folder/${name%.*}.zip
 [ ! -d "$archive" ] || fail "a folder is in the place of $archive" "move it away and try again"
 
-remove_leftovers
-if ! has_attributes_to_keep && packer=$(find_packer); then
-    "$packer" --verify "$archive" "$package" ||
-        fail "kelpmoray-zip could not pack $package" "see the lines above"
-else
-    pack_with_common_tools
-fi
-printf 'packed: %s\n' "$archive"
+pack
+printf 'packed: %s\n' "$(printable "$archive")"

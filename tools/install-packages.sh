@@ -1,6 +1,6 @@
 #!/bin/sh
-# Installs what building (and, with --test, testing) needs on Debian, and on macOS where brew is there;
-# elsewhere says what is needed.
+# Installs what building (and, with --test, testing) needs on Debian, and on macOS if brew is there;
+# says what is needed on other systems.
 set -eu
 
 if [ "$(uname)" = Darwin ] && command -v brew >/dev/null 2>&1; then
@@ -16,17 +16,18 @@ if [ "$(uname)" = Darwin ] && command -v brew >/dev/null 2>&1; then
     exec brew install $missing
 fi
 
-packages="g++ cmake ninja-build zip libdeflate-dev qt6-base-dev fonts-dejavu-core"
+packages="g++ cmake ninja-build libdeflate-dev qt6-base-dev fonts-dejavu-core"
 if [ "${1:-}" = --test ]; then
     packages="$packages libgtest-dev libgmock-dev clang-format-14 shellcheck unzip python3 git"
-    packages="$packages p7zip-full libarchive-tools xvfb xauth openbox xdotool dbus-daemon mount"
+    packages="$packages zip p7zip-full libarchive-tools xvfb xauth openbox xdotool dbus-daemon mount"
     packages="$packages desktop-file-utils appstream groff-base libglib2.0-bin xdg-utils"
     packages="$packages lintian dpkg-dev file"
     packages="$packages libarchive-dev clang-14 libclang-rt-14-dev gcovr"
+    packages="$packages clang-19 libc++-19-dev libc++abi-19-dev googletest"
 fi
 
 if ! command -v dpkg-query >/dev/null 2>&1; then
-    for tool in cmake ninja zip; do
+    for tool in cmake ninja; do
         command -v "$tool" >/dev/null 2>&1 || {
             echo "missing: $tool (needed: $packages, or this system's equivalents)" >&2
             exit 1

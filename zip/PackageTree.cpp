@@ -1,5 +1,7 @@
 #include "zip/PackageTree.h"
 
+#include "zip/ExtendedAttributes.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
@@ -13,6 +15,15 @@ namespace zip {
 namespace {
 
 namespace fs = std::filesystem;
+
+/// Opens a folder that may be passed but not listed.
+#if defined(O_PATH)
+constexpr int toPassThrough = O_PATH;
+#elif defined(O_SEARCH)
+constexpr int toPassThrough = O_SEARCH;
+#else
+constexpr int toPassThrough = O_RDONLY;
+#endif
 
 struct CloseDirectory {
     void operator()(DIR* directory) const { ::closedir(directory); }
@@ -53,10 +64,12 @@ base::Result<EntryType> typeOf(const struct stat& status, const std::string& pat
 base::Outcome addEntry(PackageTree& tree, int at, const char* path, std::string name) {
     struct stat status {};
     if (::fstatat(at, path, &status, AT_SYMLINK_NOFOLLOW) != 0)
-        return base::systemError("examine", tree.parentPath + name, errno);
+        return tree.entries.empty() ? base::systemError("find", tree.parentPath + name, errno)
+                                    : errorOnListed("find", tree.parentPath + name, errno);
     auto type = typeOf(status, tree.parentPath + name);
     if (!type)
         return type.error();
+    addExtendedAttributes(tree.parentPath + name, tree.attributes);
     if (*type == EntryType::Folder)
         name += '/';
     tree.entries.push_back({std::move(name), *type, static_cast<std::uint16_t>(status.st_mode),
@@ -71,10 +84,9 @@ base::Outcome addChildren(PackageTree& tree, const std::string& folder, const Fi
                                                                O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
     struct stat status {};
     if (!opened.open() || ::fstat(opened.get(), &status) != 0)
-        return base::systemError("open", path, errno);
+        return errorOnListed("open", path, errno);
     if (status.st_dev != state.device || status.st_ino != state.inode)
-        return base::Error{base::ErrorKind::Changed,
-                           "Cannot pack " + path + ": it was replaced meanwhile. Try again."};
+        return changedMeanwhile(path);
     const Directory directory(::fdopendir(opened.get()));
     if (!directory)
         return base::systemError("list", path, errno);
@@ -97,21 +109,22 @@ base::Outcome addChildren(PackageTree& tree, const std::string& folder, const Fi
 base::Result<std::pair<std::string, std::string>> splitPath(std::string path) {
     while (path.size() > 1 && path.back() == '/')
         path.pop_back();
+    if (path.empty()) // which one standard library takes for the current folder
+        return base::systemError("find", path, ENOENT);
     const std::string last = fs::path(path).filename();
-    if (last.empty() || last == "." || last == "..") {
+    if (last == "." || last == "..") {
         std::error_code code;
-        path = fs::canonical(path, code);
+        const fs::path real = fs::canonical(path, code);
         if (code)
             return base::systemError("find", path, code.value());
+        path = real;
     }
-    const auto slash = path.rfind('/');
     if (path.empty() || path == "/")
         return base::Error{base::ErrorKind::Usage,
                            "Cannot pack \"" + path +
                                "\": it has no name. Give the path of a package."};
-    if (slash == std::string::npos)
-        return std::pair{std::string(), std::move(path)};
-    return std::pair{path.substr(0, slash + 1), path.substr(slash + 1)};
+    const auto nameStart = path.rfind('/') + 1;
+    return std::pair{path.substr(0, nameStart), path.substr(nameStart)};
 }
 
 } // namespace
@@ -139,28 +152,41 @@ std::uint64_t contentSize(std::span<const Entry> entries) {
         [](std::uint64_t sum, const Entry& entry) { return sum + entry.contentSize(); });
 }
 
+base::Error changedMeanwhile(const std::string& path) {
+    return {base::ErrorKind::Changed,
+            "Cannot pack " + path +
+                ": it was changed meanwhile. Try again when nothing writes to the package."};
+}
+
+base::Error errorOnListed(std::string_view action, const std::string& path, int code) {
+    // What open() and readlink() say of a file of another type, or of none.
+    const bool isAnother = code == ENOENT || code == ENOTDIR || code == ELOOP || code == EINVAL;
+    return isAnother ? changedMeanwhile(path) : base::systemError(action, path, code);
+}
+
 base::Result<PackageTree> listPackage(const std::string& package) {
     auto split = splitPath(package);
     if (!split)
         return split.error();
     PackageTree tree;
     tree.parentPath = split->first;
-    tree.parent = base::FileDescriptor::openAt(
-        AT_FDCWD, tree.parentPath.empty() ? "." : tree.parentPath.c_str(), O_RDONLY | O_DIRECTORY);
+    const std::string parent = tree.parentPath.empty() ? "." : tree.parentPath;
+    tree.parent =
+        base::FileDescriptor::openAt(AT_FDCWD, parent.c_str(), toPassThrough | O_DIRECTORY);
     if (!tree.parent.open())
-        return base::systemError("open", tree.parentPath, errno);
+        return base::systemError("open", parent, errno);
     if (auto added = addEntry(tree, tree.parent.get(), split->second.c_str(), split->second);
         !added)
         return added.error();
     if (tree.entries[0].type == EntryType::Link) {
         std::error_code code;
         const std::string target = fs::read_symlink(tree.pathOf(tree.entries[0]), code);
-        return base::Error{base::ErrorKind::Unsupported,
-                           "Cannot pack " + package + ": it is a symbolic link to " + target +
-                               ". Give the path of the package itself."};
+        return base::Error{base::ErrorKind::Usage, "Cannot pack " + package +
+                                                       ": it is a symbolic link to " + target +
+                                                       ". Give the path of the package itself."};
     }
     if (tree.entries[0].type != EntryType::Folder)
-        return base::Error{base::ErrorKind::Unsupported,
+        return base::Error{base::ErrorKind::Usage,
                            "Cannot pack " + package +
                                ": it is not a folder. Give the path of a package."};
     for (std::size_t index = 0; index < tree.entries.size(); ++index) {

@@ -6,24 +6,13 @@
 #include <unistd.h>
 
 namespace zip {
-namespace {
-
-base::Error changed(const std::string& path) {
-    return {base::ErrorKind::Changed,
-            "Cannot pack " + path +
-                ": it was changed meanwhile. Try again when nothing writes to the package."};
-}
-
-} // namespace
-
 base::Result<SourceFile> SourceFile::open(const PackageTree& tree, const Entry& file) {
     // Without O_NONBLOCK a pipe that has taken the file's place would keep us waiting.
     SourceFile source(tree, file,
                       base::FileDescriptor::openAt(tree.parent.get(), file.name.c_str(),
                                                    O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
     if (!source.opened_.open())
-        return errno == ELOOP ? changed(tree.pathOf(file))
-                              : base::systemError("open", tree.pathOf(file), errno);
+        return errorOnListed("open", tree.pathOf(file), errno);
     if (auto unchanged = source.checkUnchanged(); !unchanged)
         return unchanged.error();
     return source;
@@ -34,7 +23,7 @@ base::Outcome SourceFile::read(std::uint8_t* to, std::size_t size, std::uint64_t
     if (!count)
         return base::systemError("read", tree_->pathOf(*file_), errno);
     if (*count != size)
-        return changed(tree_->pathOf(*file_));
+        return changedMeanwhile(tree_->pathOf(*file_));
     return checkUnchanged();
 }
 
@@ -43,7 +32,7 @@ base::Outcome SourceFile::checkUnchanged() const {
     if (::fstat(opened_.get(), &status) != 0)
         return base::systemError("examine", tree_->pathOf(*file_), errno);
     if (FileState::of(status) != file_->state)
-        return changed(tree_->pathOf(*file_));
+        return changedMeanwhile(tree_->pathOf(*file_));
     return {};
 }
 
@@ -53,10 +42,9 @@ base::Result<std::string> readLinkTarget(const PackageTree& tree, const Entry& l
     const ssize_t size =
         ::readlinkat(tree.parent.get(), link.name.c_str(), target.data(), target.size());
     if (size < 0)
-        return errno == EINVAL ? changed(tree.pathOf(link))
-                               : base::systemError("read the link", tree.pathOf(link), errno);
+        return errorOnListed("read the link", tree.pathOf(link), errno);
     if (static_cast<std::uint64_t>(size) != link.contentSize())
-        return changed(tree.pathOf(link));
+        return changedMeanwhile(tree.pathOf(link));
     target.pop_back();
     return target;
 }

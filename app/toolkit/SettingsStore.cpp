@@ -1,8 +1,8 @@
 #include "app/toolkit/SettingsStore.h"
 
-#include "app/Names.h"
 #include "app/toolkit/QtDescription.h"
 #include "core/Log.h"
+#include "core/MainBundle.h"
 #include "core/Text.h"
 
 #include <QCheckBox>
@@ -19,7 +19,7 @@ QString fieldKey(const QString& key, const char* field) {
 
 QString SettingsStore::userFile() {
     return QSettings(QSettings::IniFormat, QSettings::UserScope,
-                     QString::fromLatin1(Names::application))
+                     QString::fromLatin1(applicationIdentifier))
         .fileName();
 }
 

@@ -3,7 +3,8 @@
 #include <optional>
 #include <string>
 
-/// What the platform takes a location for.
+/// What the platform takes a location for. A volume is what is mounted at its file system's root;
+/// what is none of the others is data.
 enum class FileType { Data, Folder, ApplicationBundle, Package, Volume };
 
 /// The type of what is at `path` (a link counts as what it points at); none if nothing is there.

@@ -1,11 +1,11 @@
 #include "batch/Batch.h"
 
 #include "core/ShellRunners.h"
+#include "tests/support/ExpectFails.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/ScopedEnvironment.h"
 #include "tests/support/TemporaryFolder.h"
 
-#include <functional>
 #include <sstream>
 
 #include <gmock/gmock.h>
@@ -27,8 +27,13 @@ struct BatchFace : testing::Test {
         std::istringstream in(typed);
         out.str("");
         err.str("");
-        Options options = std::get<Options>(parseOptions(arguments));
-        return Batch({.bundle = bundle, .tools = tools, .in = in, .out = out, .err = err}, options)
+        return Batch({.bundle = bundle,
+                      .tools = tools,
+                      .in = in,
+                      .out = out,
+                      .err = err,
+                      .outIsTerminal = outIsTerminal},
+                     *parseOptions(arguments))
             .run();
     }
     [[nodiscard]] bool zipped(const std::string& name) const {
@@ -41,6 +46,7 @@ struct BatchFace : testing::Test {
     ToolPaths tools{.security = "/nonexistent/security", .awk = "awk"};
     std::ostringstream out;
     std::ostringstream err;
+    bool outIsTerminal = false;
 };
 
 } // namespace
@@ -54,6 +60,7 @@ TEST_F(BatchFace, PacksAllWithoutAsking) {
                              " (not signed)\n" +
                              "3 packages done, 0 failed, 0 folders skipped, 0 left\n");
     EXPECT_EQ(err.str(), "");
+    EXPECT_THAT(log.failures(), testing::IsEmpty());
     EXPECT_TRUE(zipped("apps/Bß 2.zip"));
 }
 
@@ -98,7 +105,7 @@ TEST_F(BatchFace, SaysWhatIsWrongWithEachPathAndDoesTheRest) {
     EXPECT_EQ(run({}), ExitStatus::NothingToDo);
 }
 
-#ifndef __APPLE__ // where signing is to be had
+#ifndef __APPLE__ // which has signing
 TEST_F(BatchFace, ReportsAFailedPackageAndGoesOn) {
     folder.makeFolder("apps/A.zip");
     EXPECT_EQ(run({"--process-all", "--identity", "Jo (X1)", folder.path("apps")}),
@@ -130,13 +137,19 @@ TEST_F(BatchFace, ListsTheIdentities) {
 
 TEST_F(BatchFace, SignsAsTheHolderGiven) {
     const std::string hash(40, 'A');
-    folder.makeExecutable("bin/security", "#!/bin/sh\necho '1) " + hash + " \"Kind: Jo (X1)\"'\n");
-    folder.makeExecutable("bin/codesign", "#!/bin/sh\n");
-    const ScopedEnvironment searchPath("PATH", pathWith(folder.path("bin")));
+    const TemporaryFolder bin(TemporaryFolder::withoutBlank);
+    tools.security =
+        bin.makeExecutable("security", "#!/bin/sh\necho '1) " + hash + " \"Kind: Jo (X1)\"'\n");
+    bin.makeExecutable("codesign", "#!/bin/sh\n");
+    // The inspector's path is fixed: what reads its output answers in its stead.
+    bin.makeExecutable("awk", "#!/bin/sh\ncase $1 in */^Authority*) cat >/dev/null; echo 'Kind: Jo "
+                              "(X1)';; *) exec /usr/bin/awk \"$@\";; esac\n");
+    const ScopedEnvironment searchPath("PATH", pathWith(bin.path()));
     EXPECT_EQ(run({"--process-all", "--identity=Jo (X1)", folder.path("more")}),
               ExitStatus::AllDone);
     EXPECT_THAT(out.str(),
                 HasSubstr("C.app: packed as " + folder.path("more/C.zip") + " (signed)\n"));
+    EXPECT_TRUE(log.contains("<Batch>-isValidItemToSign:...FOUND object = [Kind: Jo (X1)]...."));
 }
 
 TEST_F(BatchFace, SaysWhenItsScriptsCannotBeRun) {
@@ -150,46 +163,29 @@ TEST_F(BatchFace, SaysWhenItsScriptsCannotBeRun) {
 }
 
 TEST_F(BatchFace, NoticesWhenAFolderIsEmptiedBeforeItsTurn) {
-    /// Answers "p", after doing something on the disk.
-    struct LatePerson : std::stringbuf {
-        int_type underflow() override {
-            act();
-            setg(answer, answer, answer + 2);
-            return traits_type::to_int_type(answer[0]);
-        }
-        std::function<void()> act;
-        char answer[3] = "p\n";
-    };
+    const TemporaryFolder resources(TemporaryFolder::withoutBlank);
+    bundle.resourcesFolder = resources.path();
     for (const char* gone : {"more/C.app", "more"}) {
         folder.makeApplication("more/C.app");
-        LatePerson person;
-        person.act = [&] { std::filesystem::remove_all(folder.path(gone)); };
-        std::istream in(&person);
-        err.str("");
-        Batch batch({.bundle = bundle, .tools = tools, .in = in, .out = out, .err = err},
-                    std::get<Options>(parseOptions({folder.path("more")})));
-        EXPECT_EQ(batch.run(), ExitStatus::SomeFailed);
+        resources.makeExecutable("fenwoJustZipApps.sh",
+                                 "#!/bin/sh\nrm -r '" + folder.path(gone) + "'; echo packed: x\n");
+        EXPECT_EQ(run({"--process-all", "--do-not-codesign", folder.path("apps/A.app"),
+                       folder.path("more")}),
+                  ExitStatus::SomeFailed);
         EXPECT_THAT(err.str(), HasSubstr("no longer there")) << gone;
     }
 }
 
 TEST_F(BatchFace, ShowsAProgressLineOnATerminalOnly) {
-    std::istringstream nobody;
-    Batch batch({.bundle = bundle,
-                 .tools = tools,
-                 .in = nobody,
-                 .out = out,
-                 .err = err,
-                 .outIsTerminal = true},
-                std::get<Options>(parseOptions({"--process-all", folder.path("more")})));
-    EXPECT_EQ(batch.run(), ExitStatus::AllDone);
+    outIsTerminal = true;
+    EXPECT_EQ(run({"--process-all", folder.path("more")}), ExitStatus::AllDone);
     EXPECT_THAT(out.str(),
                 testing::StartsWith("\r\033[KProcessing App Package: C.app...\r\033[KC.app: "));
 }
 
 TEST(Options, AreReadUpToTheDoubleDash) {
-    const auto options = std::get<Options>(
-        parseOptions({"--process-all", "a", "--identity=Jo (X1)", "--", "--verbose"}));
+    const Options options =
+        *parseOptions({"--process-all", "a", "--identity=Jo (X1)", "--", "--verbose"});
     EXPECT_TRUE(options.processAll);
     EXPECT_FALSE(options.verbose);
     EXPECT_EQ(options.identity, "Jo (X1)");
@@ -198,7 +194,7 @@ TEST(Options, AreReadUpToTheDoubleDash) {
                                                   {"--identity"},
                                                   {"--identity="},
                                                   {"--identity=J", "--do-not-codesign"}})
-        EXPECT_TRUE(std::holds_alternative<UsageError>(parseOptions(wrong))) << wrong.front();
+        EXPECT_FAILS(parseOptions(wrong), Usage) << wrong.front();
 }
 
 TEST(Program, LogsOnStandardErrorOnlyWhenAsked) {
@@ -211,7 +207,7 @@ TEST(Program, LogsOnStandardErrorOnlyWhenAsked) {
                 testing::ContainsRegex("[0-9]+-[0-9]+-[0-9]+ [0-9:.]+ kelpmoray-batch\\[[0-9]+\\] "
                                        "<Batch>-doProcessItemNew:\\.\\.\\.\n"));
     EXPECT_THAT(runShellCommand(KELPMORAY_BIN_DIR "/kelpmoray-batch --nope 2>&1; echo $?"),
-                testing::Optional(HasSubstr("there is no option --nope; see --help\n2\n")));
+                testing::Optional(HasSubstr("There is no option --nope. See --help.\n2\n")));
     EXPECT_THAT(runShellCommand(KELPMORAY_BIN_DIR "/kelpmoray-batch --help"),
                 testing::Optional(HasSubstr("Exit status: 0 all done")));
 }

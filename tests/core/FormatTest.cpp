@@ -7,7 +7,10 @@
 
 #include <gmock/gmock.h>
 
+using testing::AllOf;
 using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
 
 namespace {
 
@@ -49,22 +52,21 @@ TEST(Format, DescribesListsSetsAndRecordsInTheirForms) {
               "(\n    /p,\n    \"file:///a%20b/\",\n    seven\n)");
 }
 
-TEST(Log, CutsALongMessageWithAMarkBetweenCharacters) {
+TEST(Log, KeepsTheBeginningAndTheEndOfALongTextInWholeCharacters) {
     const LogCapture log;
     logEvent("x%@", std::string(Log::messageLimit - 1, 'y'));
-    for (std::size_t offset = 0; offset < 4; ++offset) {
+    EXPECT_EQ(log.messages().front(), "x" + std::string(Log::messageLimit - 1, 'y'));
+    for (std::size_t offset = 0; offset < 6; ++offset) {
         std::string text(offset, 'x');
-        while (text.size() <= Log::messageLimit)
+        while (text.size() <= 3 * Log::messageLimit)
             text += "\u20AC";
-        logEvent("%@", text);
-    }
-    const auto messages = log.messages();
-    ASSERT_EQ(messages.size(), 5U);
-    EXPECT_EQ(messages[0].size(), Log::messageLimit);
-    EXPECT_THAT(messages[0], EndsWith("y"));
-    for (std::size_t i = 1; i < messages.size(); ++i) {
-        EXPECT_LE(messages[i].size(), Log::messageLimit);
-        EXPECT_THAT(messages[i], EndsWith("\u20AC<…>"));
+        logEvent("begin %@ %i", text + " error: no room: make some", 7);
+        const std::string message = log.messages().back();
+        EXPECT_LE(message.size(), Log::messageLimit);
+        EXPECT_GE(message.size(), Log::messageLimit - 6);
+        EXPECT_THAT(message, AllOf(StartsWith("begin " + std::string(offset, 'x') + "\u20AC"),
+                                   HasSubstr("\u20AC<…>\u20AC"),
+                                   EndsWith("\u20AC error: no room: make some 7")));
     }
 }
 
@@ -75,4 +77,5 @@ TEST(Log, LooksAtNoMoreOfAListThanItPrints) {
     ASSERT_EQ(log.messages().size(), 1U);
     EXPECT_GT(visits, 10);
     EXPECT_LE(visits, static_cast<int>(Log::messageLimit));
+    EXPECT_THAT(log.messages().front(), EndsWith("<…>"));
 }

@@ -10,7 +10,7 @@ using testing::HasSubstr;
 
 namespace {
 
-const Receiver receiver{"Tester", "<Tester>"};
+const Caller caller{"Tester", "<Tester>"};
 
 std::vector<std::string> shown(const IdentityList& list) {
     std::vector<std::string> names;
@@ -28,7 +28,7 @@ std::optional<IdentityList> identitiesListedAs(const std::string& listing) {
         "security", "#!/bin/sh\n[ \"$*\" = 'find-identity -v -p codesigning' ] || exit 1\n"
                     "cat <<'END'\n" +
                         listing + "END\n");
-    return codesigningIdentities(receiver, ToolPaths{.security = tool, .awk = "awk"});
+    return codesigningIdentities(caller, ToolPaths{.security = tool, .awk = "awk"});
 }
 
 } // namespace

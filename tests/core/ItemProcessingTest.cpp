@@ -8,11 +8,10 @@
 #include <gmock/gmock.h>
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
-const Receiver receiver{"Tester", "<Tester>"};
+const Caller caller{"Tester", "<Tester>"};
 
 /// Scripts that write down how they were called, one line a call, and answer with a text.
 struct ItemProcessing : testing::Test {
@@ -32,7 +31,7 @@ struct ItemProcessing : testing::Test {
     bool doNotCodesign = false;
     std::optional<std::string> identity = "Jo (X1)";
     std::vector<std::string> events;
-    ProcessingOutside outside = {
+    ProcessingHooks hooks = {
         .doNotCodesign = [this] { return doNotCodesign; },
         .codesigningIdentity =
             [this] {
@@ -56,8 +55,8 @@ struct ItemProcessing : testing::Test {
 TEST_F(ItemProcessing, SignsThenPacks) {
     install("fenwoCodesignApps");
     install("fenwoJustZipApps");
-    runScripts(bundle, outside, "/p/A b.app", identity);
-    runScripts(bundle, outside, "/p/C.app", std::nullopt);
+    runScripts(bundle, hooks, "/p/A b.app", identity);
+    runScripts(bundle, hooks, "/p/C.app", std::nullopt);
     EXPECT_EQ(calls(), "fenwoCodesignApps.sh 2 [/p/A b.app] [Jo (X1)]\n"
                        "fenwoJustZipApps.sh 1 [/p/A b.app] []\n"
                        "fenwoCodesignApps.sh 1 [/p/C.app] []\n"
@@ -73,7 +72,7 @@ TEST_F(ItemProcessing, OnlyPacksWhenSigningIsOff) {
     install("fenwoCodesignApps");
     install("fenwoJustZipApps");
     doNotCodesign = true;
-    runScripts(bundle, outside, "/p/A.app", identity);
+    runScripts(bundle, hooks, "/p/A.app", identity);
     EXPECT_EQ(calls(), "fenwoJustZipApps.sh 1 [/p/A.app] []\n");
 }
 
@@ -81,20 +80,27 @@ TEST_F(ItemProcessing, RunsTheScriptThatNeverSignsAloneWhereItIs) {
     install("fenwoCodesignApps");
     install("fenwoJustZipApps");
     install("fenwoZipAppsDNP");
-    outside.doNotCodesign = [] {
+    hooks.doNotCodesign = [] {
         ADD_FAILURE() << "the setting is not consulted";
         return false;
     };
-    runScripts(bundle, outside, "/p/A.app", identity);
+    runScripts(bundle, hooks, "/p/A.app", identity);
     EXPECT_EQ(calls(), "fenwoZipAppsDNP.sh 1 [/p/A.app] []\n");
 }
 
 TEST_F(ItemProcessing, HandsAMissingScriptToTheShellAsNull) {
-    const auto runs = runScripts(bundle, outside, std::nullopt, std::nullopt);
+    const auto runs = runScripts(bundle, hooks, std::nullopt, std::nullopt);
     ASSERT_EQ(runs.size(), 2U);
     EXPECT_EQ(runs[1].output, std::nullopt);
     EXPECT_EQ(log.count("cmdstring = (null) \"(null)\""), 2);
-    EXPECT_EQ(log.count("result of (null) = (null)"), 2);
+    EXPECT_THAT(log.failures(),
+                ElementsAre("result of (null) = (null)", "result of (null) = (null)"));
+}
+
+TEST_F(ItemProcessing, NeedsNoHookToBeSet) {
+    install("fenwoJustZipApps");
+    EXPECT_TRUE(processPackage(caller, bundle, {}, "/p/A.app"));
+    EXPECT_EQ(calls(), "fenwoJustZipApps.sh 1 [/p/A.app] []\n");
 }
 
 TEST_F(ItemProcessing, QuotesThePackageButNotTheScript) {
@@ -107,7 +113,7 @@ TEST_F(ItemProcessing, WalksTheValidPackagesOfAnEntryInOrder) {
     doNotCodesign = true;
     for (const char* package : {"E/B.app", "E/A.app", "E/Invalid.app"})
         folder.makeFolder(package);
-    processEntry(receiver, bundle, outside, folder.path("E"));
+    processEntry(caller, bundle, hooks, folder.path("E"));
     EXPECT_THAT(events, ElementsAre("identity", "Processing App Package: A.app...",
                                     "fenwoJustZipApps.sh: done by fenwoJustZipApps.sh\n",
                                     "identity", "Processing App Package: B.app...",
@@ -118,12 +124,6 @@ TEST_F(ItemProcessing, WalksTheValidPackagesOfAnEntryInOrder) {
                         "\",\n    \"" + folder.path("E/Invalid.app") + "\"\n)"),
               1);
     EXPECT_EQ(log.count("<Tester>-doProcessItemNew:...item NOT VALID To sign...."), 1);
-}
-
-TEST_F(ItemProcessing, FindsNothingToDoInAnEmptyEntry) {
-    processEntry(receiver, bundle, outside, folder.makeFolder("Empty"));
-    EXPECT_THAT(events, IsEmpty());
-    EXPECT_EQ(log.count("<Tester>-doProcessItemNew:...appsToSign(0) = (\n)"), 1);
 }
 
 TEST(ScriptOutcome, IsReadFromTheLastLine) {
@@ -140,6 +140,9 @@ TEST(ScriptOutcome, IsReadFromTheLastLine) {
               std::pair(Kind::Failed, std::string("no room: make some")));
     EXPECT_EQ(outcome("packed: /a\nKilled"),
               std::pair(Kind::Failed, std::string("s.sh ended without a result: Killed")));
+    EXPECT_EQ(outcome("  packed: /a\n"),
+              std::pair(Kind::Failed, std::string("s.sh ended without a result: packed: /a")))
+        << "a script quotes a tool so";
     EXPECT_EQ(outcome(std::nullopt),
               std::pair(Kind::Failed, std::string("s.sh ended without a result")));
 }

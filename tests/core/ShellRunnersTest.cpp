@@ -23,6 +23,11 @@ std::string letters(int count) {
     return formatted(bytesCommand, count) + "a";
 }
 
+/// Prints the mask of the signals that a process ignores, in hexadecimal.
+std::string ignoredBy(const std::string& process) {
+    return "sed -n 's/^SigIgn:[^0-9a-f]*//p' /proc/" + process + "/status";
+}
+
 void handler(int) {}
 
 } // namespace
@@ -33,34 +38,53 @@ TEST(RunShellCommand, GivesAtMostTheFirst512000Bytes) {
     EXPECT_EQ(runShellCommand(letters(2'000'000)), std::string(512'000, 'a'));
 }
 
-TEST(RunShellCommand, EndsTheTextAtTheFirstZeroByte) {
-    EXPECT_EQ(runShellCommand("printf 'a\\0b'"), "a");
-    EXPECT_EQ(runShellCommand("printf '\\0b'"), "");
-    EXPECT_EQ(runShellCommand("printf 'a\\0\\377'"), "a");
-}
-
-TEST(RunShellCommand, GivesNoneForNoTextAndLogsNothing) {
+TEST(RunShellCommand, GivesTheTextUpToTheFirstZeroByteOrNoneAndLogsNothing) {
     const LogCapture log;
-    EXPECT_EQ(runShellCommand(""), std::nullopt);
-    EXPECT_EQ(runShellCommand("true"), std::nullopt);
-    EXPECT_EQ(runShellCommand("printf '\\377'"), std::nullopt);
-    EXPECT_EQ(runShellCommand("echo hidden >/dev/null 2>&1"), std::nullopt);
-    EXPECT_EQ(runShellCommand("/nonexistent/tool 2>/dev/null"), std::nullopt);
+    const std::pair<const char*, std::optional<std::string>> cases[] = {
+        {"printf 'a\\0b'", "a"},
+        {"printf '\\0b'", ""},
+        {"printf 'a\\0\\377'", "a"},
+        {"", std::nullopt},
+        {"true", std::nullopt},
+        {"printf '\\377'", std::nullopt},
+        {"echo hidden >/dev/null 2>&1", std::nullopt},
+        {"/nonexistent/tool 2>/dev/null", std::nullopt}};
+    for (const auto& [command, text] : cases)
+        EXPECT_EQ(runShellCommand(command), text) << command;
     EXPECT_THAT(log.messages(), IsEmpty());
 }
 
-TEST(ShellRunners, LetNoExitStatusDecide) {
-    EXPECT_EQ(runShellCommand("echo text; exit 7"), "text\n");
-    EXPECT_EQ(outputWhenRunAsShellCommand("echo text; exit 7"), "text\n");
+TEST(ShellRunners, LetNoExitStatusDecideAndLeaveThoseInsideTheCommandIntact) {
+    EXPECT_EQ(runShellCommand("sh -c 'exit 3'; echo $?; exit 7"), "3\n");
+    EXPECT_EQ(outputWhenRunAsShellCommand("sh -c 'exit 3' | cat; x=$(exit 4); echo $?; exit 7"),
+              "4\n");
     EXPECT_EQ(runAsShellCmd("echo text; kill -9 $$"), "text\n");
 }
 
-TEST(ShellRunners, LeaveExitStatusesInsideTheCommandIntact) {
-    EXPECT_EQ(runShellCommand("sh -c 'exit 3'; echo $?"), "3\n");
-    EXPECT_EQ(outputWhenRunAsShellCommand("sh -c 'exit 3' | cat; x=$(exit 4); echo $?"), "4\n");
+TEST(ShellRunners, WaitForTheEndOfACommandThatClosesItsOutput) {
+    const TemporaryFolder folder;
+    const std::string command = "echo text; exec >&- <&-; i=0; while [ $i -lt 100000 ]; do "
+                                "i=$((i + 1)); done; mkdir '";
+    (void)runShellCommand(command + folder.path("first") + "'");
+    EXPECT_TRUE(std::filesystem::exists(folder.path("first")));
+    (void)outputWhenRunAsShellCommand(command + folder.path("second") + "'");
+    EXPECT_TRUE(std::filesystem::exists(folder.path("second")));
 }
 
-TEST(ShellRunners, PutTheChildSignalBack) {
+TEST(ShellRunners, IgnoreTheChildSignalMeanwhileAndPutItBack) {
+#ifdef __linux__
+    const auto isIgnored = [](const std::optional<std::string>& answer, int signal) {
+        return (std::stoull(answer.value(), nullptr, 16) >> (signal - 1) & 1U) != 0;
+    };
+    EXPECT_TRUE(isIgnored(runShellCommand(ignoredBy("$PPID")), SIGCHLD));
+    EXPECT_TRUE(isIgnored(outputWhenRunAsShellCommand(ignoredBy("$PPID")), SIGCHLD));
+    EXPECT_FALSE(isIgnored(runAsShellCmd(ignoredBy("$PPID")), SIGCHLD));
+    for (const int signal : {SIGPIPE, SIGXFSZ}) {
+        std::signal(signal, SIG_IGN);
+        EXPECT_FALSE(isIgnored(runShellCommand(ignoredBy("self")), signal)) << "by the command";
+        std::signal(signal, SIG_DFL);
+    }
+#endif
     std::signal(SIGCHLD, handler);
     (void)runShellCommand("true");
     EXPECT_EQ(std::signal(SIGCHLD, handler), handler);
@@ -134,6 +158,8 @@ TEST(ShellRunners, LeaveNoDescriptorAndNoZombieBehind) {
         (void)outputWhenRunAsShellCommand("echo x");
     }
     EXPECT_EQ(descriptors(), before);
+    EXPECT_EQ(outputWhenRunAsShellCommand("ls /dev/fd"), runShellCommand("ls /dev/fd"))
+        << "neither inherits the other end";
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
     EXPECT_EQ(errno, ECHILD);
     EXPECT_EQ(runAsShellCmd("echo x"), "x\n");

@@ -25,60 +25,21 @@ Value takeValue(FuzzInput& input) {
     }
 }
 
-std::string asElement(const std::string& text) {
-    constexpr const char* plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"
-                                  "_$/:.-";
-    if (!text.empty() && text.find_first_not_of(plain) == std::string::npos)
-        return text;
-    std::string quoted = "\"";
-    for (const char c : text)
-        quoted += c == '\n' ? "\\n" : c == '"' ? "\\\"" : c == '\\' ? "\\\\" : std::string(1, c);
-    return quoted + "\"";
-}
-
-std::string described(const Value& value) {
-    if (const auto* text = std::get_if<std::optional<std::string>>(&value))
-        return text->value_or("(null)");
-    if (const auto* number = std::get_if<long long>(&value))
-        return std::to_string(*number);
-    std::string lines;
-    for (const std::string& element : std::get<std::vector<std::string>>(value))
-        lines += (lines.empty() ? "\n    " : ",\n    ") + asElement(element);
-    return "(" + lines + "\n)";
-}
-
-std::string expectedText(std::string_view format, const std::vector<Value>& values) {
-    std::string text;
-    for (std::size_t i = 0, next = 0; i < format.size(); ++i) {
-        const std::string_view after = format.substr(i + 1);
-        const bool isLong = after.starts_with("lu");
-        const char directive = after.empty() ? '\0' : after.front();
-        if (format[i] != '%') {
-            text += format[i];
-        } else if (isLong || directive == '@' || directive == 'i' || directive == 's') {
-            text += next < values.size() ? described(values[next]) : "(null)";
-            ++next;
-            i += isLong ? 2 : 1;
-        } else {
-            text += '%';
-            i += directive == '%' ? 1 : 0;
-        }
-    }
-    return text;
-}
-
 void requireCut(std::string_view cut, const std::string& whole, std::size_t limit) {
     constexpr std::string_view mark = "<…>";
     require(cut.size() <= limit, "a cut text keeps its limit");
+    require(!base::isValidUtf8(whole) || base::isValidUtf8(cut), "no character is cut in two");
     if (limit < mark.size()) {
-        require(cut.empty(), "no mark where there is no room for it");
+        require(cut.empty(), "no mark without room for it");
         return;
     }
-    require(cut.ends_with(mark), "a cut text has a mark at its end");
-    require(whole.starts_with(cut.substr(0, cut.size() - mark.size())),
-            "the rest is its beginning");
-    require(!base::isValidUtf8(whole) || cut.size() + 3 >= limit,
-            "no more is lost than one character");
+    bool isCutAtAMark = false;
+    for (std::size_t at = cut.find(mark); at != std::string_view::npos; at = cut.find(mark, at + 1))
+        isCutAtAMark = isCutAtAMark || (whole.starts_with(cut.substr(0, at)) &&
+                                        whole.ends_with(cut.substr(at + mark.size())));
+    require(isCutAtAMark, "around a mark is its beginning, and its end or nothing");
+    require(!base::isValidUtf8(whole) || cut.size() + 6 >= limit,
+            "no more is lost than a character on each side");
 }
 
 } // namespace
@@ -98,13 +59,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     BoundedText unlimited;
     appendFormat(unlimited, format, arguments);
     const std::string whole = unlimited.take();
-    require(whole == expectedText(format, values), "every directive is replaced, and only those");
 
     BoundedText limited(limit);
     appendFormat(limited, format, arguments);
     require(limited.full() == (whole.size() > limit), "full means that something was dropped");
     const std::string cut = limited.take();
-    require(!base::isValidUtf8(whole) || base::isValidUtf8(cut), "no character is cut in two");
     if (whole.size() <= limit)
         require(cut == whole, "what fits is not changed");
     else

@@ -40,7 +40,7 @@ private:
     std::string_view rest_;
 };
 
-/// Ends the program, which is what a fuzzer looks for, where something does not hold.
+/// Ends the program, which is what a fuzzer looks for, if something does not hold.
 inline void require(bool holds, std::string_view what) {
     if (holds)
         return;

@@ -1,5 +1,5 @@
 #include "base/Utf8.h"
-#include "core/platform/PropertyList.h"
+#include "core/PropertyList.h"
 #include "tests/fuzz/FuzzInput.h"
 
 namespace {

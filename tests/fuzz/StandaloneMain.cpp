@@ -5,7 +5,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
-/// Stands in for the fuzzer where the compiler has none: runs the inputs in the given folders.
+/// Runs the inputs in the given folders; for compilers without a fuzzer.
 int main(int argc, char** argv) {
     int count = 0;
     for (int i = 1; i < argc; ++i) {

@@ -2,14 +2,12 @@
 """The scripts that pack and sign, with stand-ins for the system's tools first in the search path."""
 import os
 import shutil
-import subprocess
 import sys
 import unittest
-import zipfile
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
 
-from programs import ROOT, FolderTest, on_disk, run, write  # noqa: E402
+from programs import BUILD, ROOT, FolderTest, run, write  # noqa: E402
 
 RESOURCES = os.path.join(ROOT, "resources")
 PACKING, SIGNING, NEVER_SIGNING = "fenwoJustZipApps.sh", "fenwoCodesignApps.sh", "fenwoZipAppsDNP.sh"
@@ -23,7 +21,8 @@ def read(path):
 class Scripts(FolderTest):
     def setUp(self):
         super().setUp()
-        self.environment = {**os.environ, "PATH": self.path("bin") + ":" + os.environ["PATH"]}
+        self.environment = {**os.environ, "PATH": ":".join([
+            self.path("bin"), os.path.join(BUILD, "libexec/kelpmoray"), os.environ["PATH"]])}
 
     def say(self, script, *arguments):
         """The exit status and what the script says, started in the test's folder."""
@@ -54,97 +53,87 @@ class Packing(Scripts):
     def assert_packs(self, package, archive):
         self.assertEqual(self.say(PACKING, package), (0, f"packed: {self.path(archive)}\n"))
 
-    def test_a_tree_extracts_to_the_same_tree(self):
-        package = self.package("-Tüll 1.app", files={
-            "Contents/Frameworks/K.framework/Versions/A/K": "k", "-dash": "x", "mode600": "x"})
-        os.symlink("A", os.path.join(package, "Contents/Frameworks/K.framework/Versions/Current"))
-        os.symlink("no where", os.path.join(package, "dangling"))
-        os.mkdir(os.path.join(package, "empty"))
-        os.chmod(os.path.join(package, "mode600"), 0o600)
-        os.utime(os.path.join(package, "-dash"), (981173105, 981173105))
+    def test_a_package_is_packed_whatever_its_path_looks_like(self):
+        package = self.package("-Tüll 1.app")
         self.assert_packs("./-Tüll 1.app/", "-Tüll 1.zip")
-        self.folders("out")
-        subprocess.run(["unzip", "-q", "../-Tüll 1.zip"], cwd=self.path("out"), check=True,
-                       env={**os.environ, "LC_ALL": "C.UTF-8"})
-        self.assertEqual(on_disk(self.path("out/-Tüll 1.app")), on_disk(package))
+        self.assert_whole(self.path("-Tüll 1.zip"), package)
 
-    def test_an_older_archive_is_replaced(self):
-        self.file("X.app/old")
-        self.file("X.app/kept")
-        self.assert_packs("X.app", "X.zip")
-        os.remove(self.path("X.app/old"))
-        self.assert_packs("X.app", "X.zip")
-        with zipfile.ZipFile(self.path("X.zip")) as archive:
-            self.assertEqual(archive.namelist(), ["X.app/", "X.app/kept"])
+    def with_attributes_to_keep(self, ditto):
+        """From now on the system's archiver packs, after `ditto`; its last argument is the archive."""
+        self.stand_in("xattr", 'echo "$2/f: com.apple.cs.CodeSignature"')
+        self.make_noting("bin/ditto", f'eval last=\\${{$#}}; {ditto}')
 
     def test_nothing_is_left_behind_when_it_fails(self):
         self.file("X.app/f")
         self.file("X.zip", "older archive")
-        half = 'for last in "$@"; do case $last in *.zip) echo half >"$last";; esac; done; '
-        for tool, before in (("zip", half), ("ditto", half), ("kelpmoray-zip", "")):
+        self.stand_in("kelpmoray-zip", "echo no room; exit 1")
+        for tool in ("kelpmoray-zip", "ditto"):
             with self.subTest(tool):
-                self.stand_in(tool, before + "echo no room; exit 1")
-                self.assert_fails(f"no room\nerror: {tool} could not pack {self.path('X.app')}", PACKING,
+                self.assert_fails(f"  no room\nerror: {tool} could not pack {self.path('X.app')}", PACKING,
                                   "X.app")
                 self.assertEqual(read(self.path("X.zip")), "older archive")
-                self.assert_names(self.folder, "X.app", "X.zip", "bin")
+                self.assertLessEqual(set(os.listdir(self.folder)), {"X.app", "X.zip", "bin", "calls"})
+                self.with_attributes_to_keep('echo half >"$last"; echo no room; exit 1')
 
-    def test_the_packer_is_preferred_then_the_systems_archiver(self):
+    def test_our_packer_is_called_unless_there_are_attributes_to_keep(self):
         self.file("X.app/f")
-        self.make_noting("bin/ditto", 'eval last=\\${$#}; echo archive >"$last"')
-        self.assert_packs("X.app", "X.zip")
-        self.assertTrue(read(self.path("calls")).startswith(
-            f"-c|-k|--sequesterRsrc|--keepParent|--noqtn|./X.app|{self.folder}/.kelpmoray-packing-"))
-        self.assertEqual(read(self.path("X.zip")), "archive\n")
-
-        os.remove(self.path("calls"))
-        self.make_noting("in/libexec/kelpmoray/kelpmoray-zip")
+        self.make_noting("bin/ditto")
+        self.make_noting("in/libexec/kelpmoray/kelpmoray-zip", "echo a remark")
         self.folders("in/share/kelpmoray")
         shutil.copy(os.path.join(RESOURCES, PACKING), self.path("in/share/kelpmoray"))
         self.assertEqual(run([self.path("in/share/kelpmoray", PACKING), self.path("X.app")],
-                             env=self.environment), (0, f"packed: {self.path('X.zip')}\n"))
+                             env=self.environment), (0, f"  a remark\npacked: {self.path('X.zip')}\n"))
         self.assertEqual(read(self.path("calls")),
                          f"--verify|{self.path('X.zip')}|{self.path('X.app')}|")
-
-        self.stand_in("kelpmoray-zip", "echo 'the packer does not carry attributes'; exit 1")
-        self.stand_in("xattr", 'echo "$2/f: com.apple.cs.CodeSignature"')
+        os.remove(self.path("calls"))
+        self.with_attributes_to_keep('kelpmoray-zip "$last" X.app')
+        self.stand_in("sync", f"[ ! -e '{self.path('X.zip')}' ] && echo synced >>'{self.path('calls')}'")
         self.assert_packs("X.app", "X.zip")
+        self.assertTrue(read(self.path("calls")).startswith(
+            f"-c|-k|--sequesterRsrc|--keepParent|--noqtn|./X.app|{self.folder}/.kelpmoray-packing-"))
+        self.assertTrue(read(self.path("calls")).endswith("synced\n"))
+        self.assert_names(self.folder, "X.app", "X.zip", "bin", "calls", "in")
 
-    def test_what_zip_would_leave_out_is_refused(self):
-        self.file("X.app/f")
-        os.mkfifo(self.path("X.app/pipe"))
-        said = self.assert_fails("error: ", PACKING, "X.app")
-        self.assertTrue(said.startswith("error: not to be packed: ./X.app/pipe: "), said)
-        self.assert_names(self.folder, "X.app")
+    def test_the_systems_archiver_keeps_what_ours_promises(self):
+        for meanwhile, words, left in (
+                ("echo more >>X.app/f", "X.app/f was changed meanwhile: ", "older archive"),
+                ("rm X.zip; mkdir X.zip", "cannot put the archive at ", []),
+                ("echo no archive >\"$last\"", "ditto could not pack ", "older archive")):
+            with self.subTest(meanwhile):
+                shutil.rmtree(self.path("X.zip"), ignore_errors=True)
+                self.file("X.app/f")
+                self.file("X.zip", "older archive")
+                self.with_attributes_to_keep(f'kelpmoray-zip "$last" X.app; {meanwhile}')
+                self.assert_fails(words, PACKING, "X.app")
+                found = self.path("X.zip")
+                self.assertEqual(os.listdir(found) if os.path.isdir(found) else read(found), left)
+                self.assert_names(self.folder, "X.app", "X.zip", "bin", "calls")
 
     def test_it_cleans_up_although_nobody_reads_its_lines(self):
         self.file("X.app/f")
         # The reader is gone before the first line comes.
-        self.stand_in("zip", f"while [ ! -e '{self.path('gone')}' ]; do :; done; echo noise; exit 1")
+        self.with_attributes_to_keep(
+            f"while [ ! -e '{self.path('gone')}' ]; do :; done; echo noise; exit 1")
         script = os.path.join(RESOURCES, PACKING)
         status, said = run(["sh", "-c", '{ "$1" X.app; touch ended; } | { exec <&-; touch gone; }', "sh",
                             script], cwd=self.folder, env=self.environment)
         self.assertEqual((status, said), (0, ""))
-        self.assert_names(self.folder, "X.app", "bin", "ended", "gone")
+        self.assert_names(self.folder, "X.app", "bin", "calls", "ended", "gone")
 
-    def test_what_a_killed_run_left_is_removed(self):
-        self.file("X.app/f")
-        # Kills the script that started it, whose number the work folder's name ends in.
-        self.stand_in("zip", 'echo half >"$2"; work=${2%/*}; kill -9 ${work##*-}')
-        self.assertEqual(self.say(PACKING, "X.app")[0], -9)
-        left, = set(os.listdir(self.folder)) - {"X.app", "bin"}
-        self.assertTrue(left.startswith(".kelpmoray-packing-"), left)
-        os.remove(self.path("bin/zip"))
-        # What others still work with or own is left alone.
-        others = (f".kelpmoray-packing-{os.getpid()}", ".kelpmoray-packing-notes")
-        self.folders(*others)
-        self.assert_packs("X.app", "X.zip")
-        self.assert_names(self.folder, *others, "X.app", "X.zip", "bin")
+    def test_a_name_looks_like_no_result_and_moves_no_terminal(self):
+        for name, shown in (("x\npacked: y", "x?packed: y"), ("\x9b1m\x85\x7f\t", "?1m???")):
+            self.folders(name + ".app")
+            self.assert_packs(name + ".app", shown + ".zip")
+            self.assert_fails(f"error: no package at no{shown}", PACKING, f"no{name}")
+        # The last word is the script's, even if it is killed before.
+        self.stand_in("kelpmoray-zip", "printf 'packed: y.app\\n\\033[2J\\302\\205\\n'; kill -9 $$")
+        said = self.assert_fails("error: kelpmoray-zip could not pack ", PACKING, "x\npacked: y.app")
+        self.assertIn("  packed: y.app\n  ?[2J?\nerror: ", said)
 
     def test_folders_that_differ_in_a_line_break_are_told_apart(self):
         self.file("a/X.app/wrong")
         self.file("a\n/X.app/right")
-        self.assert_packs("a\n/X.app", "a\n/X.zip")
+        self.assert_packs("a\n/X.app", "a?/X.zip")
         self.assert_names(self.path("a"), "X.app")
         self.assert_names(self.path("a\n"), "X.app", "X.zip")
 
@@ -213,8 +202,7 @@ class Signing(Scripts):
                      "Contents/PlugIns/P.appex/Contents"):
             self.file(f"X.app/{name}/Info.plist", "<plist/>")
         os.symlink("A", self.path("X.app/Contents/Frameworks/K.framework/Versions/Current"))
-        # Where SIGCHLD is ignored some implementations of find take every success for a failure.
-        self.stand_in("find", '/usr/bin/find "$@"; exit 1')
+        self.file("X.app/" + version + "/Libraries/line\nsigned: x.dylib", self.CODE)
 
         package = self.path("X.app")
         self.assertEqual(self.sign(), (0, f"signed: {package}\n"))
@@ -225,7 +213,7 @@ class Signing(Scripts):
         order = [call.removeprefix(how) for call in signed]
         self.assertEqual(order[-1], "", "the package itself comes last")
         inner = [f"/{version}/Libraries/a b.dylib", f"/{version}/Frameworks/N.framework/Versions/B"]
-        self.assertEqual(len(order), 9, order)
+        self.assertEqual(len(order), 11, order)
         self.assertLessEqual({*inner, "/" + version, "/Contents/PlugIns/P.appex", "/Contents/MacOS/tool",
                               "/Contents/MacOS/script", "/Contents/Library/Q.qlgenerator"}, set(order))
         for code in inner:
@@ -267,15 +255,29 @@ class Signing(Scripts):
                       "case $1 in --verify) echo 'a sealed resource is missing' >&2; exit 3;; esac")
         said = self.assert_fails("a sealed resource is missing\nerror: the signature of ", SIGNING,
                                  "X.app", self.HOLDER)
-        self.assertTrue(said.startswith("a sealed"), said)
+        self.assertTrue(said.startswith("  a sealed"), said)
         self.stand_in("codesign", "case $* in */tool) echo broken >&2; exit 1;; esac")
         self.assert_fails(f"error: codesign could not sign {self.path('X.app')}/tool: see the lines above\n",
                           SIGNING, "X.app", self.HOLDER)
 
+    def test_nested_code_that_cannot_be_signed_is_told(self):
+        self.file("X.app/a\nsigned: x/tool", b"\xCA\xFE\xBA\xBE", 0o755)
+        self.stand_in("codesign", "case $* in */tool) echo \"$8: broken\" >&2; kill -9 $$;; esac")
+        said = self.assert_fails("/a?signed: x/tool: see the lines above\n", SIGNING, "X.app", self.HOLDER)
+        self.assertTrue(said.splitlines()[-1].startswith("error: codesign could not sign "), said)
+        # What finds the code is killed on the way, or cannot be started.
+        for body in ("/usr/bin/find \"$@\" | head -n 1; kill -9 $$", "exit 127",
+                     "/usr/bin/find \"$@\"; exit 1"):
+            self.stand_in("find", body)
+            said = self.assert_fails("could not be listed: make all of it readable", SIGNING, "X.app",
+                                     self.HOLDER)
+            self.assertNotIn("\nsigned: ", said)
+
     @unittest.skipIf(sys.platform == "darwin", "signing is to be had here")
     def test_where_there_is_no_signing_it_says_so(self):
         os.remove(self.path("bin/security"))
-        self.assert_fails("error: no security on this system: ", SIGNING, "X.app", self.HOLDER)
+        for holder in ([self.HOLDER], []):
+            self.assert_fails("error: no security on this system: ", SIGNING, "X.app", *holder)
 
 
 if __name__ == "__main__":

@@ -13,9 +13,11 @@
 class LogCapture {
 public:
     LogCapture() {
-        Log::capture([state = state_](std::string_view message) {
+        Log::capture([state = state_](Log::Severity severity, std::string_view message) {
             const std::lock_guard lock(state->mutex);
             state->messages.emplace_back(message);
+            if (severity == Log::Severity::Error)
+                state->failures.emplace_back(message);
         });
     }
     ~LogCapture() { Log::capture({}); }
@@ -26,6 +28,11 @@ public:
         const std::lock_guard lock(state_->mutex);
         return state_->messages;
     }
+    /// Those of them that were logged as failures.
+    [[nodiscard]] std::vector<std::string> failures() const {
+        const std::lock_guard lock(state_->mutex);
+        return state_->failures;
+    }
     [[nodiscard]] long count(std::string_view message) const {
         return std::ranges::count(messages(), message);
     }
@@ -33,13 +40,15 @@ public:
     void clear() {
         const std::lock_guard lock(state_->mutex);
         state_->messages.clear();
+        state_->failures.clear();
     }
 
 private:
-    /// Outlives the capture where a thread is just logging at its end.
+    /// Outlives the capture if a thread is just logging at its end.
     struct State {
         std::mutex mutex;
         std::vector<std::string> messages;
+        std::vector<std::string> failures;
     };
     std::shared_ptr<State> state_ = std::make_shared<State>();
 };

@@ -7,6 +7,8 @@
 
 namespace {
 
+using base::bytesOf;
+
 TEST(Compressor, joins_pieces_of_any_kind_into_one_stream) {
     std::mt19937 random(2);
     for (int level = zip::quickestLevel; level <= zip::smallestLevel; ++level) {

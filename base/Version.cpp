@@ -1,0 +1,5 @@
+#include "base/Version.h"
+
+const char* base::version() {
+    return KELPMORAY_VERSION;
+}
