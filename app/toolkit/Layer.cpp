@@ -36,6 +36,11 @@ std::vector<std::string> Layer::animationKeys() const {
     return keys;
 }
 
+const BasicAnimation* Layer::animationForKey(const std::string& key) const {
+    const auto found = std::ranges::find(running_, key, &Running::key);
+    return found == running_.end() ? nullptr : &found->animation;
+}
+
 void Layer::addAnimation(BasicAnimation animation, const std::string& key) {
     const auto same = std::ranges::find(running_, key, &Running::key);
     if (same != running_.end())

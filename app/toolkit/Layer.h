@@ -39,6 +39,8 @@ public:
 
     /// The keys of the running animations, in the order they were added.
     [[nodiscard]] std::vector<std::string> animationKeys() const;
+    /// The animation that runs under `key`; null if none does. Valid until one starts or ends.
+    [[nodiscard]] const BasicAnimation* animationForKey(const std::string& key) const;
     /// Starts `animation`; one that runs under the same key is removed.
     void addAnimation(BasicAnimation animation, const std::string& key);
     void removeAllAnimations();

@@ -59,9 +59,11 @@ TEST_F(BatchLoop, OnlyBeepsWithNothingToDo) {
 }
 
 TEST_F(BatchLoop, AsksInASheet) {
+    window->showMinimized();
     start({"A"});
     ConfirmationSheet* shown = sheet();
     ASSERT_NE(shown, nullptr);
+    EXPECT_FALSE(window->isMinimized());
     EXPECT_EQ(shown->windowModality(), Qt::WindowModal);
     EXPECT_EQ(shown->findChild<QLabel*>("messageText")->text(), "Process this Folder?");
     EXPECT_EQ(shown->findChild<QLabel*>("informativeText")->text(),

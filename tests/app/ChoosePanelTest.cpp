@@ -116,10 +116,16 @@ TEST_F(Choose, TakesAPackageAsAnItemAndAFolderAsAPlace) {
     EXPECT_THAT(waiting(), ElementsAre(folder.path("A/X.app"))) << "not entered but chosen";
 }
 
-TEST_F(Choose, TakesTheShownFolderWhenNothingIsPicked) {
+TEST_F(Choose, TakesTheShownFolderWhenNothingIsPickedAndOpensThereNextTime) {
     go("A");
     confirm();
     EXPECT_THAT(waiting(), ElementsAre(folder.path("A")));
+    controller().ibChangePath(nullptr);
+    settle();
+    panel = window->findChild<ChoosePanel*>();
+    ASSERT_NE(panel, nullptr);
+    EXPECT_EQ(panel->findChild<QLineEdit*>("path")->text().toStdString(), folder.path("A"));
+    panel->reject();
 }
 
 TEST_F(Choose, TakesAFolderWithoutPackagesAsItIs) {

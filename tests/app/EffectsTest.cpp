@@ -12,14 +12,19 @@
 #include <QPushButton>
 #include <QtMath>
 
+#include <atomic>
+#include <chrono>
 #include <cmath>
 #include <memory>
 #include <thread>
 
 #include <gmock/gmock.h>
+#include <sched.h>
 
 using namespace VornNSViewAdditions;
 using testing::ElementsAre;
+
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -37,6 +42,21 @@ protected:
         MainQueue::async([&] { reached = true; });
         ASSERT_TRUE(waitUntil([&] { return reached; }));
     }
+    /// Expects one turn in a second: counter-clockwise if positive.
+    void expectTurn(const char* key, double turns) const {
+        const BasicAnimation* animation = layerOf(&button)->animationForKey(key);
+        ASSERT_NE(animation, nullptr);
+        EXPECT_EQ(animation->duration, 1s);
+        EXPECT_NEAR(animation->to - animation->from, turns * 2 * M_PI, 1e-6);
+    }
+    /// Expects the completion before `most` has passed, and not before `least`.
+    void expectCompletion(std::chrono::milliseconds least, std::chrono::milliseconds most) {
+        int completionsInTime = -1;
+        MainQueue::after(most, &window, [&] { completionsInTime = completions; });
+        ASSERT_TRUE(waitUntil([&] { return completionsInTime >= 0; }));
+        EXPECT_EQ(completionsInTime, 1);
+        EXPECT_GE(completedAt, least.count());
+    }
     /// Lets time pass in which a loop that goes on would have begun its next run.
     void letLoopsGoOn() {
         nodLeftRight(&window, 2);
@@ -44,7 +64,10 @@ protected:
             waitUntil([&] { return log.contains("nodLeftRight:-> myloopcount[0] ended..."); }));
     }
     [[nodiscard]] Completion count() {
-        return [this] { ++completions; };
+        return [this] {
+            ++completions;
+            completedAt = clock.elapsed();
+        };
     }
 
     LogCapture log;
@@ -52,6 +75,7 @@ protected:
     QPushButton button{&window};
     QElapsedTimer clock;
     int completions = 0;
+    qint64 completedAt = 0;
 };
 
 /// The values that something takes, one after the other.
@@ -82,6 +106,7 @@ TEST_F(Effects, TheBusySignTurnsOnceHoweverOftenItIsStarted) {
     const Layer* layer = layerOf(&button);
     EXPECT_THAT(layer->animationKeys(), ElementsAre("rotation"));
     EXPECT_EQ(completions, 1);
+    expectTurn("rotation", -1);
     EXPECT_EQ(layer->anchorPoint(), QPointF(0.5, 0.5));
     const QPointF centre(50, 20);
     const auto angleOnScreen = [&] { // clockwise, in degrees
@@ -111,6 +136,7 @@ TEST_F(Effects, OneTurnEndsInALogLineOnly) {
     settle();
     EXPECT_THAT(layerOf(&button)->animationKeys(), ElementsAre("transform"));
     EXPECT_EQ(layerOf(&button)->position(), QPointF(100, 40)); // so the view has shifted
+    expectTurn("transform", 1);
     const std::string line = formatted("%@-animationDidStop:finished:-> ...", &button);
     ASSERT_TRUE(waitUntil([&] { return log.contains(line); }));
     EXPECT_GE(clock.elapsed(), 990);
@@ -131,7 +157,9 @@ TEST_F(Effects, TheShakeGoesRightThenLeftAndEndsWhereItBegan) {
     const auto right = std::ranges::max_element(watch.values);
     const auto left = std::ranges::min_element(watch.values);
     EXPECT_GT(*right, 100);
+    EXPECT_LE(*right, 110);
     EXPECT_LT(*left, 100);
+    EXPECT_GE(*left, 90);
     EXPECT_LT(right, left);
 }
 
@@ -148,8 +176,7 @@ TEST_F(Effects, TheFadeShowsBothImagesInTurn) {
         return shown == recording ? 1 : shown == complete ? 2 : 0;
     });
     fadeImageWithCompletionHandler(&image, count());
-    ASSERT_TRUE(waitUntil([&] { return completions == 1; }));
-    EXPECT_GE(clock.elapsed(), 5'000);
+    expectCompletion(5'000ms, 5'800ms);
     EXPECT_THAT(watch.values, ElementsAre(1, 2, 1));
     EXPECT_TRUE(image.isVisible());
     EXPECT_DOUBLE_EQ(alphaValue(&image), 1.0);
@@ -180,6 +207,19 @@ TEST_F(Effects, ACountOfZeroShakesThreeTimes) {
     EXPECT_EQ(button.geometry(), QRect(100, 40, 100, 40));
 }
 
+#ifdef __linux__
+TEST_F(Effects, LoopsRunInTheBackground) {
+    std::atomic<int> policy = -1;
+    Log::capture([&](Log::Severity, std::string_view message) {
+        if (message.starts_with("nodLeftRight:"))
+            policy = sched_getscheduler(0);
+    });
+    nodLeftRight(&button, 1);
+    EXPECT_TRUE(waitUntil([&] { return policy != -1; }));
+    EXPECT_EQ(policy, SCHED_IDLE);
+}
+#endif
+
 TEST_F(Effects, FlashingBlinksFiveTimes) {
     int blinks = 0;
     bool out = false;
@@ -190,8 +230,13 @@ TEST_F(Effects, FlashingBlinksFiveTimes) {
         out = alphaValue(&button) < 0.5;
     });
     look.start(1);
+    flashOnOffWithCompletionHandler(&button, count());
+    expectCompletion(345ms, 480ms);
+    blinks = 0;
+    clock.restart();
     flashOnOff(&button);
     ASSERT_TRUE(waitUntil([&] { return blinks == 5 && alphaValue(&button) >= 1.0; }));
+    EXPECT_GE(clock.elapsed(), 1'900) << "looks each tenth of a second whether a blink is over";
     letLoopsGoOn();
     EXPECT_EQ(blinks, 5);
 }

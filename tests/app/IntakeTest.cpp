@@ -63,6 +63,7 @@ TEST_F(Intake, StartsTheLoopForTheFirstSingleItemOnly) {
 }
 
 TEST_F(Intake, TakesAFolderForThePackagesInIt) {
+    folder.makeApplication("A/Y.app");
     delegate.applicationOpenURLs({FileUrl(folder.path("A"), true)});
     EXPECT_THAT(waiting(), IsEmpty());
     settle();
@@ -71,6 +72,9 @@ TEST_F(Intake, TakesAFolderForThePackagesInIt) {
     EXPECT_EQ(log.count("urls to open: (\n    \"" +
                         FileUrl(folder.path("A"), true).absoluteString() + "\"\n)"),
               1);
+    stop();
+    post(LocationList{folder.path("A/Y.app"), folder.path("A")});
+    EXPECT_THAT(waiting(), ElementsAre(folder.path("A"))) << "what the folder holds goes with it";
     stop();
 }
 

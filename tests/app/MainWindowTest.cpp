@@ -11,7 +11,9 @@
 #include <QSignalSpy>
 #include <QTest>
 #include <QToolTip>
+#include <QWindow>
 
+using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -30,7 +32,10 @@ TEST_F(Window, StartsInOrder) {
     settings.setBool("prefDNPTarget", true);
     settings.setBool(doNotCodesignKey, true);
     identitiesAre({"K: Jo (X1)"});
+    // A timer that is due before another fires before it, however late both are.
+    MainQueue::after(95ms, qApp, [] { logEvent("before a tenth of a second"); });
     openWindow();
+    MainQueue::after(150ms, qApp, [] { logEvent("after a tenth of a second"); });
     EXPECT_EQ(controller().fSearchPath(), std::nullopt);
     EXPECT_FALSE(controller().fButton1Busy());
     ASSERT_NE(controller().fSetOfFolders(), nullptr);
@@ -38,7 +43,9 @@ TEST_F(Window, StartsInOrder) {
     EXPECT_EQ(controller().fNumberOfFoldersToProcess(), std::nullopt) << "set one turn later";
     EXPECT_TRUE(settings.boolForKey("prefDNPTarget"));
 
-    ASSERT_TRUE(waitUntil([&] { return controller().fNumberOfFoldersToProcess() == 0; }));
+    EXPECT_THAT(settingsFileAtOnce(), HasSubstr("prefDNPTarget=false\n"));
+    EXPECT_EQ(controller().fNumberOfFoldersToProcess(), 0);
+    EXPECT_TRUE(window->windowHandle()->flags().testFlag(Qt::WindowStaysOnTopHint));
     settle();
     EXPECT_FALSE(settings.boolForKey("prefDNPTarget"));
     EXPECT_TRUE(settings.boolForKey(doNotCodesignKey)) << "not derived from the selection";
@@ -49,20 +56,24 @@ TEST_F(Window, StartsInOrder) {
     const auto* spinner = find<QPushButton>("progressview");
     ASSERT_TRUE(waitUntil([&] { return layerOf(spinner) != nullptr; }));
     EXPECT_THAT(layerOf(spinner)->animationKeys(), ElementsAre("rotation"));
+    ASSERT_TRUE(waitUntil([&] { return log.contains("after a tenth of a second"); }));
 
     const std::vector<std::string> messages = log.messages();
+    // The last place, since a resize starts the spinner too.
     const auto place = [&](const std::string& text) {
-        return std::ranges::find_if(messages,
+        return std::ranges::find_if(messages.rbegin(), messages.rend(),
                                     [&](const std::string& message) {
                                         return message.find(text) != std::string::npos;
-                                    }) -
+                                    })
+                   .base() -
                messages.begin();
     };
     EXPECT_LT(place("-getCodesigningIdentities..."), place("-setupCodesigningPopupStuff..."));
     EXPECT_LT(place("-setupCodesigningPopupStuff..."),
               place("awakeFromNib...self.ibDragDropView.frame = {{0, 0}, {"));
     EXPECT_LT(place("self.ibDragDropView.frame"), place("=> setupSpin...TESTING...."));
-    EXPECT_LT(place("=> setupSpin...TESTING...."), std::ssize(messages));
+    EXPECT_LT(place("before a tenth of a second"), place("=> setupSpin...TESTING...."));
+    EXPECT_LT(place("=> setupSpin...TESTING...."), place("after a tenth of a second"));
 
     log.clear();
     controller().awakeFromNib();
@@ -154,14 +165,36 @@ TEST_F(Window, RemembersTheLastRealIdentity) {
     ASSERT_TRUE(waitUntil([&] { return popup->hasFocus(); }));
     turnWheel();
     EXPECT_EQ(popup->currentIndex(), 1);
+    settle();
+    settings.setRecord(identityKey, {"", "", ""});
+    log.clear();
     QTest::keyClick(popup, Qt::Key_End);
-    EXPECT_FALSE(settings.recordForKey(identityKey)) << "stored one turn later";
+    EXPECT_EQ(settings.stringForKey(identityKey + QString("/title")), "") << "one turn later";
+    EXPECT_THAT(settingsFileAtOnce(), HasSubstr("identitystring=Kim (Y2)\n"));
+    const auto line = [&](const std::string& text) {
+        return "Inside " + logged("ibClickedOnIdentityPopup:", "..." + text);
+    };
+    const IdentityList content = *controller().ibListOfIdentities()->content();
+    const std::string list = "self.ibListOfIdentities.";
+    EXPECT_THAT(log.messages(),
+                ElementsAre(line(""), line(list + "selectionIndex = 2..."),
+                            line("managedOjbectContext[(null)] = (null)"),
+                            line(formatted("%@content = %@", list, content)),
+                            line(formatted("%@selection = %@", list, content[2])),
+                            line(formatted("%@selectedObjects = %@", list, content[2]))));
+    log.clear();
+    controller().ibClickedOnCheckButton(nullptr);
+    EXPECT_THAT(log.messages(),
+                ElementsAre(logged("ibClickedOnCheckButton:", "..."),
+                            logged("ibClickedOnCheckButton:", "...user selected index = 2"),
+                            logged("ibClickedOnCheckButton:", "...user selected object = ") +
+                                formatted("%@", IdentityList{content[2]})));
     settle();
     EXPECT_EQ(controller().getCodesigningIdentity(), "Kim (Y2)");
     EXPECT_EQ(settings.recordForKey(identityKey)->displaystring, "L: Kim (Y2)");
     EXPECT_FALSE(settings.boolForKey(doNotCodesignKey));
-    EXPECT_EQ(log.count("Inside " + logged("ibClickedOnIdentityPopup:",
-                                           "...self.ibListOfIdentities.selectionIndex = 2...")),
+    EXPECT_EQ(log.count(logged("getCodesigningIdentity", "...user selected object = ") +
+                        formatted("%@", content[2])),
               1);
 
     QTest::keyClick(popup, Qt::Key_Home);
@@ -184,8 +217,10 @@ TEST_F(Window, SelectsNothingWhenTheRememberedIdentityIsGone) {
     EXPECT_EQ(find<QComboBox>("identities")->placeholderText(),
               "K: Gone (Z9) is gone: pick another");
     EXPECT_EQ(controller().getCodesigningIdentity(), std::nullopt);
+    settings.setBool(doNotCodesignKey, true);
     controller().updateDoNotCodesignFromSelectedIdentity();
-    settle();
+    EXPECT_TRUE(settings.boolForKey(doNotCodesignKey)) << "changes one turn later";
+    EXPECT_THAT(settingsFileAtOnce(), HasSubstr("prefDoNotCodesign=false\n"));
     EXPECT_FALSE(settings.boolForKey(doNotCodesignKey));
 }
 

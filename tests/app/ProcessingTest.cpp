@@ -2,6 +2,8 @@
 #include "app/toolkit/ArrayController.h"
 #include "tests/app/WindowFixture.h"
 
+#include <QThread>
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -39,7 +41,9 @@ constexpr const char* needsFolder = "User Needs to Select a Valid Existing Folde
 TEST_F(Processing, OfAnEntryRevealsAndRemovesIt) {
     controller().addItemsToBeProcessedSet({folder.path("A"), folder.path("B")});
     settle();
+    window->showMinimized();
     process(&ViewController::doProcessItemNew, folder.path("A"));
+    EXPECT_FALSE(window->isMinimized()) << "comes to front afterwards";
     EXPECT_EQ(calls(), bothCalls(folder.path("A/X.app"), "Jo (X1)|"));
     EXPECT_EQ(controller().fProgressString1(), "Processing App Package: X.app...");
     EXPECT_THAT(controller().fSetOfFolders()->allObjects(), ElementsAre(folder.path("B")));
@@ -97,6 +101,17 @@ TEST_F(Processing, RevealsTheSearchPathForWhatIsNoPath) {
     controller().setFSearchPath(folder.path("A"));
     controller().doRevealItem(LocationItem(FileUrl(folder.path(), true)));
     awaitReveal(folder.path("A"));
+}
+
+TEST_F(Processing, RevealsOffTheMainThread) {
+    std::atomic<int> onMain = -1;
+    Log::capture([&](Log::Severity, std::string_view message) {
+        if (message.starts_with("Inside revealItemInFinder"))
+            onMain = QThread::currentThread() == qApp->thread() ? 1 : 0;
+    });
+    controller().doRevealItem(LocationItem(folder.path("A")));
+    ASSERT_TRUE(waitUntil([&] { return contentOf(folder.path("opened")) != ""; }));
+    EXPECT_EQ(onMain, 0);
 }
 
 TEST_F(Processing, RevealsFoldersAndThePlacesOfPackages) {

@@ -104,6 +104,14 @@ struct WindowFixture : testing::Test {
         MainQueue::async([&] { turned = true; });
         EXPECT_TRUE(waitUntil([&] { return turned; }));
     }
+    /// The settings' file right behind the jobs that are queued now: what they wrote without
+    /// synchronizing is not in it yet.
+    [[nodiscard]] std::string settingsFileAtOnce() const {
+        std::optional<std::string> content;
+        MainQueue::async([&] { content = contentOf(folder.path("settings.ini")); });
+        EXPECT_TRUE(waitUntil([&] { return content.has_value(); }));
+        return content.value_or("");
+    }
     [[nodiscard]] std::string calls() const { return contentOf(folder.path("calls")); }
     [[nodiscard]] std::string logged(const std::string& method, const std::string& rest) const {
         return formatted("%@", &controller()) + '-' + method + rest;
