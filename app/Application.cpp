@@ -48,6 +48,6 @@ void Application::start(const LocationList& locations) {
 }
 
 void Application::open(const LocationList& locations) {
-    window_->load(); // or nobody listens yet
+    window_->load(); // until then the controller does not observe open requests
     delegate_.applicationOpenURLs(locations);
 }

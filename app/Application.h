@@ -19,7 +19,7 @@ public:
     ~Application();
 
     /// Hands `locations` to the application that already runs. False if none does.
-    [[nodiscard]] bool handOver(const LocationList& locations, const ActivationTokens& tokens);
+    [[nodiscard]] bool handOver(const LocationList& locations, const ActivationTokens& tokens = {});
     /// Loads and shows the window, then opens `locations`.
     void start(const LocationList& locations);
 

@@ -172,7 +172,7 @@ void MainWindow::showProperties() {
                                            : tr("%1 folders waiting").arg(count));
     ui_->button1->setEnabled(count > 0);
     ui_->progressview->setVisible(busy);
-    // Who signs is not to change in the middle of a folder.
+    // The signer must not change in the middle of a folder.
     ui_->identityArea->setEnabled(!controller_.isProcessing());
 }
 

@@ -160,7 +160,7 @@ void MyDragDropView::dragEnterEvent(QDragEnterEvent* event) {
     if (pasteboard.types().empty())
         return;
     draggingEntered(pasteboard);
-    // A copy where the source allows one: after a move it would remove what was dropped.
+    // A copy if the source allows one: after a move it would remove what was dropped.
     event->setDropAction(Qt::CopyAction);
     event->accept();
 }

@@ -68,7 +68,7 @@ void ViewController::tellEndOfRun() {
         body += tr("; the log tells why");
     tally_ = {};
     MainQueue::async(this, [this, body, failed] {
-        // Who looks at the window sees that all is done, but not what failed.
+        // A person who looks at the window sees that all is done, but not what failed.
         if (failed || QApplication::activeWindow() == nullptr)
             surroundings_.notifyUser(tr("Packages are done"), body);
     });

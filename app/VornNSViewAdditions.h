@@ -44,7 +44,7 @@ void fadeImageWithCompletionHandler(QWidget* view, Completion completion);
 void flashOnOffWithCompletionHandler(QWidget* view, Completion completion);
 
 // The repeating forms run the effect `count` times, one after the other, and return at once; a
-// count of 0 stands for 3. A run that never completes holds up the next one for good.
+// count of 0 stands for 3. A run that never completes holds up the next one for ever.
 void nodLeftRight(QWidget* view, int count);
 void fadeInOut(QWidget* view, int count);
 void rotateImage(QWidget* view, int count);

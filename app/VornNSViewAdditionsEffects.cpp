@@ -145,7 +145,7 @@ Flag goneFlag(const View& view) {
     return gone;
 }
 
-/// Runs the effect again and again on a thread that sleeps until each run is done: for good if it
+/// Runs the effect again and again on a thread that sleeps until each run is done: for ever if it
 /// never completes, though not after the view has gone. With a name given, logs the counter.
 void repeat(const View& target, int count, Effect effect, std::chrono::microseconds pause,
             const char* loggedName = nullptr) {
@@ -165,7 +165,7 @@ void repeat(const View& target, int count, Effect effect, std::chrono::microseco
                 break;
             log("%@-> myloopcount[%i] ended...");
         }
-        MainQueue::async([view = std::move(view)] {}); // a pointer to a view is let go over there
+        MainQueue::async([view = std::move(view)] {}); // the main thread destroys the pointer
     };
     BackgroundQueue::async(std::move(loop));
 }

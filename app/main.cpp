@@ -72,7 +72,7 @@ int main(int argc, char** argv) {
     base::startProgram();
     if (const int status = answerInText(argc, argv); status >= 0)
         return status;
-    // Where HOME is not set the toolkit would keep the settings in the root folder.
+    // Without HOME the toolkit would keep the settings in the root folder.
     setenv("HOME", homeFolder().c_str(), 1);
     qInstallMessageHandler(sayThatThereIsNoDisplay);
     const ActivationTokens tokens;          // the toolkit takes them out of the environment

@@ -4,8 +4,8 @@
 
 #include <QWidget>
 
-/// What the system's own windows can do and Qt cannot. Where there is no such thing (which may also
-/// be a test without a display) each does nothing and gives false. Main thread.
+/// What the system's own windows can do and Qt cannot. On other systems, and in a test
+/// without a display, each does nothing and gives false. Main thread.
 
 [[nodiscard]] bool setNativeWindowLevel(QWidget* window, int level);
 /// Whether a sheet of the system's own lies on `window`.

@@ -7,7 +7,7 @@
 
 namespace {
 
-/// Nil where Qt draws without the system's windows.
+/// Nil if Qt draws without the system's windows.
 NSWindow* nativeWindow(const QWidget* window) {
     if (window == nullptr || QGuiApplication::platformName() != QLatin1String("cocoa"))
         return nil;

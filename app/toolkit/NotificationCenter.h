@@ -19,7 +19,7 @@ struct Notification {
 
 void describe(BoundedText& out, const Notification& notification);
 
-/// Brings notifications from whoever posts them to whoever asked for their name. Any thread.
+/// Hands each notification to the observers of its name. Any thread.
 class NotificationCenter {
 public:
     using Handler = std::function<void(const Notification&)>;

@@ -32,11 +32,11 @@ bool OpenRequests::handOver(const LocationList& locations, const ActivationToken
     auto bus = sessionBus();
     if (!bus)
         return false;
-    // The object first: whoever sees the name may call at once.
+    // The object first: another process may call as soon as it sees the name.
     bus->registerObject(objectPath(identifier_), this);
     const QString name = QString::fromStdString(identifier_);
     QString asked;
-    // The one that has the name may be about to end, and then does not answer.
+    // The process that has the name may be about to end, and then does not answer.
     for (int attempt = 0; attempt < attempts; ++attempt) {
         if (bus->registerService(name))
             return false;

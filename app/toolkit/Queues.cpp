@@ -141,7 +141,7 @@ void MainQueue::async(const QObject* owner, Job job) {
 }
 
 void MainQueue::after(std::chrono::milliseconds delay, const QObject* owner, Job job) {
-    // Over there, since a thread without an event loop has no timers.
+    // On the main thread, since a thread without an event loop has no timers.
     const QDeadlineTimer due(delay, Qt::PreciseTimer);
     async(owner, [due, owner, job = std::move(job)] {
         QTimer::singleShot(std::chrono::milliseconds(due.remainingTime()), Qt::PreciseTimer, owner,

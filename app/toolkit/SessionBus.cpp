@@ -17,7 +17,7 @@ namespace {
 
 constexpr int patience = 2'000; // milliseconds for the first answer
 
-/// Whether the one that listens on the socket takes up the conversation.
+/// Whether the process that listens on the socket answers.
 bool answers(const sockaddr_un& name, socklen_t size) {
     const int descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
     static constexpr char opening[] = "\0AUTH\r\n";
@@ -53,7 +53,7 @@ bool isThere() {
         address = "unix:path=" + QFile::encodeName(runtime) + "/bus";
     if (address.isEmpty())
         return false;
-    // Several are tried in turn, here as there.
+    // The bus's library tries several addresses in turn, too.
     if (std::ranges::any_of(address.split(';'), [](const QByteArray& one) { return answers(one); }))
         return true;
     logEvent("the session bus does not answer, this run goes on without it");

@@ -19,7 +19,7 @@ public:
     /// The file of this user's settings.
     [[nodiscard]] static QString userFile();
     /// Opens `file`. If it can not be read, or holds no settings, that is logged and the store is
-    /// as good as empty.
+    /// empty.
     explicit SettingsStore(const QString& file = userFile());
 
     /// False for an absent key.

@@ -2,8 +2,8 @@
 
 #include <QString>
 
-/// Shows a person something that became of an application while they looked elsewhere: the
+/// Shows a person something that became of an application outside its window: the
 /// interface org.freedesktop.Notifications (defined by freedesktop.org under "Desktop
 /// Notifications") on the session bus. `identifier` names the application's desktop entry and icon.
-/// Where nobody shows notifications nothing happens. Any thread.
+/// Without a service that shows notifications nothing happens. Any thread.
 void notifyUser(const QString& identifier, const QString& summary, const QString& body);

@@ -20,25 +20,6 @@ protected:
 
 } // namespace
 
-TEST_F(AnimatorTest, ReachesExactlyWhatWasAskedForAndThenCompletes) {
-    QRect frameAtTheEnd;
-    double alphaAtTheEnd = -1.0;
-    runAnimationGroup(
-        60ms,
-        [&](Animator& animator) {
-            animator.setFrame(&view, {10, 20, 30, 40});
-            animator.setAlphaValue(&view, 0.3);
-        },
-        [&] {
-            frameAtTheEnd = view.geometry();
-            alphaAtTheEnd = alphaValue(&view);
-        });
-    EXPECT_EQ(view.geometry(), QRect(50, 40, 40, 20));
-    ASSERT_TRUE(waitUntil([&] { return alphaAtTheEnd >= 0.0; }));
-    EXPECT_EQ(frameAtTheEnd, QRect(10, 20, 30, 40));
-    EXPECT_DOUBLE_EQ(alphaAtTheEnd, 0.3);
-}
-
 TEST_F(AnimatorTest, ALaterChangeTakesThePlaceOfTheOneThatRuns) {
     int completions = 0;
     const auto complete = [&] { ++completions; };

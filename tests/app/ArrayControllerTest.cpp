@@ -40,25 +40,6 @@ TEST(ArrayController, SelectsARecordOrNothing) {
     EXPECT_TRUE(controller.selectedObjects().empty());
 }
 
-TEST(ArrayController, SaysInThePopupWhyThereIsNoList) {
-    ArrayController controller;
-    QComboBox popup;
-    controller.bind(popup, "No identities");
-    EXPECT_FALSE(popup.isEnabled());
-    EXPECT_EQ(popup.currentText(), "No identities");
-
-    controller.setContent(someIdentities());
-    EXPECT_TRUE(popup.isEnabled());
-    EXPECT_EQ(popup.count(), 2);
-    EXPECT_EQ(popup.itemText(1), "Developer ID: Jane (J)");
-    EXPECT_EQ(popup.currentIndex(), -1);
-
-    controller.setContent(std::nullopt);
-    EXPECT_FALSE(popup.isEnabled());
-    EXPECT_EQ(popup.currentText(), "No identities");
-    EXPECT_FALSE(controller.selectionIndex());
-}
-
 TEST(ArrayController, FollowsThePopupBeforeThePickIsReported) {
     ArrayController controller;
     controller.setContent(someIdentities());

@@ -128,12 +128,6 @@ TEST_F(Choose, TakesTheShownFolderWhenNothingIsPickedAndOpensThereNextTime) {
     panel->reject();
 }
 
-TEST_F(Choose, TakesAFolderWithoutPackagesAsItIs) {
-    pick({"B"});
-    confirm();
-    EXPECT_THAT(waiting(), ElementsAre(folder.path("B")));
-}
-
 TEST_F(Choose, TakesWhatTheKeyboardSelectsOnceEachInTheOrderShown) {
     list->setFocus();
     QTest::keyClick(list, Qt::Key_A, Qt::ControlModifier);

@@ -46,16 +46,6 @@ TEST_F(HelpViewer, LoadsThePageAnewEachTime) {
     EXPECT_EQ(viewer.toPlainText(), "Changed");
 }
 
-TEST_F(HelpViewer, DoesNothingWithoutViewerOrPage) {
-    MyWebViewController controller(bundle);
-    controller.doLoadDoc(nullptr);
-    ASSERT_TRUE(QFile::remove(file));
-    controller.setIbMyWebView(&viewer);
-    controller.doLoadDoc(nullptr);
-    EXPECT_TRUE(viewer.source().isEmpty());
-    EXPECT_TRUE(viewer.toPlainText().isEmpty());
-}
-
 TEST_F(HelpViewer, ShowsTheShippedPageInItsOwnWindow) {
     MyWebViewController controller(MainBundle::ofThisProcess());
     QWidget* view = controller.view();

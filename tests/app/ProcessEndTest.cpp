@@ -25,16 +25,9 @@ void expectToLeave(const QStringList& arguments) {
 
 } // namespace
 
-TEST(ProcessEnd, WaitsForNoScriptAndBeginsNoOtherJob) {
-    expectToLeave({QStringLiteral("script")});
-}
-
-TEST(ProcessEnd, IsNotHeldUpByEffectsThatNeverComplete) {
-    expectToLeave({QStringLiteral("effects")});
-}
-
-TEST(ProcessEnd, ReturnsWhenNothingRuns) {
-    expectToLeave({QStringLiteral("idle")});
+TEST(ProcessEnd, WaitsForNoScriptAndNoEffect) {
+    for (const char* work : {"script", "effects", "idle"})
+        expectToLeave({work});
 }
 
 TEST(ProcessEnd, StartsTheCommandThatWasAskedForBefore) {
