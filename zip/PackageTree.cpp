@@ -109,8 +109,6 @@ base::Outcome addChildren(PackageTree& tree, const std::string& folder, const Fi
 base::Result<std::pair<std::string, std::string>> splitPath(std::string path) {
     while (path.size() > 1 && path.back() == '/')
         path.pop_back();
-    if (path.empty()) // which one standard library takes for the current folder
-        return base::systemError("find", path, ENOENT);
     const std::string last = fs::path(path).filename();
     if (last == "." || last == "..") {
         std::error_code code;
