@@ -39,7 +39,7 @@ TEST_F(Verify, notices_every_difference_in_the_folder) {
         "printf x >> text", "chmod 700 text", "touch -t 200101010000 text", "rm text",
         "echo > more", "mkdir folder/more", "rmdir folder", "ln -sfn texT link",
         "touch -h -t 200101010000 link", "rm text && mkdir text", "touch -t 200101010000 folder",
-        "touch -r . ../time && mv text other && touch -r ../time .",
+        "touch -r . ../time && mv text texu && touch -r ../time .",
         // The same length and time, one byte different.
         "touch -r text ../time && printf z | dd of=text bs=1 seek=7 conv=notrunc && touch -r "
         "../time text"};
