@@ -1,5 +1,7 @@
 #pragma once
 
+#include "zip/encoder/Words.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -78,8 +80,8 @@ constexpr auto distanceSymbolTable = [] {
 }();
 
 [[nodiscard]] inline std::size_t distanceSymbolOf(std::uint32_t distanceLessOne) {
-    return distanceSymbolTable[distanceLessOne < 256 ? distanceLessOne
-                                                     : 256 + (distanceLessOne >> 7)];
+    return distanceSymbolTable[pick(distanceLessOne < 256, distanceLessOne,
+                                    256 + (distanceLessOne >> 7))];
 }
 
 } // namespace zip
