@@ -11,8 +11,8 @@ std::size_t Encoder::encode(const PaddedContent& content, bool isLast, std::uint
     for (std::size_t searched = 0; reached_.position < content_.size();) {
         const std::size_t from = searched;
         searched = std::min(content_.size(), from + chunkSize);
-        lookUp_.find(content_.data(), from, searched, candidates_.data());
-        path_.find(content_, from, searched, *prices, candidates_.data());
+        lookUp_.find(content_.data(), from, searched, path_.candidates());
+        path_.find(content_, from, searched, *prices);
         Sequence* next = sequences_.data() + reached_.sequences;
         reached_.position = path_.follow(reached_.position, chunk_, next);
         reached_.sequences = static_cast<std::size_t>(next - sequences_.data());

@@ -50,7 +50,6 @@ private:
     void writeBlock(BitWriter& out, Mark end, bool isFinal);
 
     LookUp lookUp_;
-    std::array<Nearness, chunkSize> candidates_;
     Prices prices_{usualHistogram()};
     Path path_;
     BlockWriter writer_;

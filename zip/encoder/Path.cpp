@@ -6,8 +6,7 @@
 
 namespace zip {
 
-void Path::find(base::Bytes content, std::size_t from, std::size_t to, const Prices& prices,
-                const Nearness* candidates) {
+void Path::find(base::Bytes content, std::size_t from, std::size_t to, const Prices& prices) {
     content_ = content;
     from_ = from;
     to_ = to;
@@ -22,8 +21,8 @@ void Path::find(base::Bytes content, std::size_t from, std::size_t to, const Pri
     const std::size_t nearEnd =
         content.size() - std::min<std::size_t>(content.size(), comparedBytes);
     const std::size_t middle = std::clamp(nearEnd, from, to) - from;
-    behind = goBack<true>(middle, size, behind, prices, candidates);
-    goBack<false>(0, middle, behind, prices, candidates);
+    behind = goBack<true>(middle, size, behind, prices);
+    goBack<false>(0, middle, behind, prices);
     // Nothing was seen before the first byte.
     if (from == 0 && size != 0)
         steps_[0] = 0;
@@ -32,8 +31,7 @@ void Path::find(base::Bytes content, std::size_t from, std::size_t to, const Pri
 /// Each position has one candidate and the match behind it, which may start here already. There is
 /// no branch that depends on the content: a mispredicted one costs more than a wasted evaluation.
 template <bool NearEnd>
-Path::Behind Path::goBack(std::size_t from, std::size_t to, Behind behind, const Prices& prices,
-                          const Nearness* candidates) {
+Path::Behind Path::goBack(std::size_t from, std::size_t to, Behind behind, const Prices& prices) {
     const std::uint8_t* const chunk = content_.data() + from_;
     const std::size_t contentLeft = content_.size() - from_;
     std::uint32_t* const costs = costs_.data();
@@ -43,7 +41,7 @@ Path::Behind Path::goBack(std::size_t from, std::size_t to, Behind behind, const
     for (std::size_t at = to; at-- > from;) {
         const std::uint8_t* const here = chunk + at;
         const std::uint8_t* const window = here - longestDistance;
-        const std::uint32_t candidate = candidates[at];
+        const std::uint32_t candidate = candidates_[at];
         Match own = commonBytes(here, window + candidate) * oneByte | candidate;
         if (NearEnd) {
             const auto most = static_cast<std::uint32_t>(contentLeft - at);

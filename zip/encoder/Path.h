@@ -11,10 +11,12 @@ constexpr std::size_t chunkSize = 16384;
 /// The cheapest way through a chunk, by literals and matches.
 class Path {
 public:
-    /// `candidates` has one for each position of the chunk, which starts at `from` and ends at `to`
-    /// of the content. Reads as far around the content as PaddedContent allows.
-    void find(base::Bytes content, std::size_t from, std::size_t to, const Prices& prices,
-              const Nearness* candidates);
+    /// Where to put the candidate of each position of the next chunk.
+    [[nodiscard]] Nearness* candidates() { return candidates_.data(); }
+
+    /// Finds the way through the chunk from `from` to `to` of the content. Reads as far around the
+    /// content as PaddedContent allows.
+    void find(base::Bytes content, std::size_t from, std::size_t to, const Prices& prices);
 
     /// Follows the path from `at`, which the chunk before may have left behind its own end, to the
     /// end of the chunk or a little farther. Counts the symbols and writes the sequences from
@@ -31,13 +33,13 @@ private:
     };
 
     template <bool NearEnd>
-    Behind goBack(std::size_t from, std::size_t to, Behind behind, const Prices& prices,
-                  const Nearness* candidates);
+    Behind goBack(std::size_t from, std::size_t to, Behind behind, const Prices& prices);
     std::size_t literalsBefore(std::size_t at, Match match);
 
     base::Bytes content_;
     std::size_t from_ = 0;
     std::size_t to_ = 0;
+    std::array<Nearness, chunkSize> candidates_;
     /// By position in the chunk: the match to take, 0 for a literal.
     std::array<Match, chunkSize> steps_;
     /// By position: what the way from there to the end of the chunk costs. The first that is not

@@ -40,8 +40,9 @@ constexpr unsigned comparedBytes = 16;
 #ifdef KELPMORAY_SSE2
     const __m128i equal = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a)),
                                          _mm_loadu_si128(reinterpret_cast<const __m128i*>(b)));
+    // Never 0, so std::countr_zero would look in vain whether it is.
     return static_cast<unsigned>(
-        std::countr_zero(~static_cast<std::uint32_t>(_mm_movemask_epi8(equal))));
+        __builtin_ctz(~static_cast<std::uint32_t>(_mm_movemask_epi8(equal))));
 #else
     const std::uint64_t low = loadWord(a) ^ loadWord(b);
     const std::uint64_t high = loadWord(a + 8) ^ loadWord(b + 8);
