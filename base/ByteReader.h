@@ -3,12 +3,14 @@
 #include "base/Bytes.h"
 
 #include <concepts>
+#include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 namespace base {
 
-/// Takes numbers and runs of bytes off the front of `bytes`. What reaches past the end gives zeros
-/// and marks the reader as failed, so a caller checks once, at the end.
+/// Takes numbers and runs of bytes off the front of `bytes`. A call that reaches past the end gives
+/// zero or no bytes and makes the reader failed(), so a caller checks once, at the end.
 class ByteReader {
 public:
     explicit ByteReader(Bytes bytes) : bytes_(bytes) {}
@@ -37,7 +39,7 @@ public:
         return value;
     }
 
-    /// Empty if there are not as many.
+    /// Empty if there are fewer.
     [[nodiscard]] Bytes take(std::size_t count) {
         if (count > bytes_.size()) {
             failed_ = true;

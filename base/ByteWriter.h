@@ -3,6 +3,8 @@
 #include "base/Bytes.h"
 
 #include <concepts>
+#include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 namespace base {

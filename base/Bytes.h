@@ -5,13 +5,14 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <utility>
 
 namespace base {
 
 using Bytes = std::span<const std::uint8_t>;
 
-/// Growing bytes whose tail is handed out before it is filled, so that nothing is cleared in vain
-/// and the memory is kept from one use to the next.
+/// Bytes that grow. The caller fills tail() itself, so nothing is cleared first; clear() keeps the
+/// memory for the next use.
 class ByteBuffer {
 public:
     [[nodiscard]] std::uint8_t* data() { return data_.get(); }
@@ -19,12 +20,6 @@ public:
     [[nodiscard]] Bytes bytes() const { return {data_.get(), size_}; }
 
     void clear() { size_ = 0; }
-
-    /// Takes the first `count` bytes away.
-    void drop(std::size_t count) {
-        std::copy(data_.get() + count, data_.get() + size_, data_.get());
-        size_ -= count;
-    }
 
     /// Room for `count` bytes after the last one, valid until the next call; extend() keeps them.
     [[nodiscard]] std::uint8_t* tail(std::size_t count) {

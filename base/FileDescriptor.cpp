@@ -1,7 +1,5 @@
 #include "base/FileDescriptor.h"
 
-#include <cerrno>
-
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -13,11 +11,7 @@ FileDescriptor::~FileDescriptor() {
 }
 
 FileDescriptor FileDescriptor::openAt(int at, const char* path, int flags, mode_t mode) {
-    int descriptor = -1;
-    do
-        descriptor = ::openat(at, path, flags | O_CLOEXEC, mode);
-    while (descriptor < 0 && errno == EINTR);
-    return FileDescriptor(descriptor);
+    return FileDescriptor(retried([&] { return ::openat(at, path, flags | O_CLOEXEC, mode); }));
 }
 
 std::optional<std::size_t> readAt(int descriptor, std::uint8_t* to, std::size_t size,
@@ -48,6 +42,10 @@ bool writeAt(int descriptor, Bytes bytes, std::uint64_t offset) {
         }
     }
     return true;
+}
+
+bool truncateTo(int descriptor, std::uint64_t size) {
+    return retried([&] { return ::ftruncate(descriptor, static_cast<off_t>(size)); }) == 0;
 }
 
 void startWriteBack([[maybe_unused]] int descriptor, [[maybe_unused]] std::uint64_t offset,

@@ -2,6 +2,9 @@
 
 #include "base/Bytes.h"
 
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <utility>
 
@@ -9,7 +12,7 @@
 
 namespace base {
 
-/// Owns one open file descriptor; closes it without a report, so who writes syncs before.
+/// Owns one open file descriptor. Closing reports no error, so a writer syncs before.
 class FileDescriptor {
 public:
     FileDescriptor() = default;
@@ -22,8 +25,8 @@ public:
     }
     ~FileDescriptor();
 
-    /// Opens `path` relative to the folder `at` (or AT_FDCWD), closed in child processes.
-    /// Not open() when it fails; errno then tells why.
+    /// Opens `path` relative to the folder `at` (or AT_FDCWD); child processes do not get it. If it
+    /// fails, the result is not open() and errno tells why.
     [[nodiscard]] static FileDescriptor openAt(int at, const char* path, int flags,
                                                mode_t mode = 0);
 
@@ -36,16 +39,28 @@ private:
     int descriptor_ = -1;
 };
 
-/// Reads `size` bytes at `offset`; fewer only where the file ends. Absent on failure, with errno
-/// set.
+/// Makes the system call again as long as a signal interrupts it.
+template <typename Call>
+[[nodiscard]] auto retried(const Call& call) {
+    auto result = call();
+    while (result < 0 && errno == EINTR)
+        result = call();
+    return result;
+}
+
+/// Reads `size` bytes at `offset`, fewer only if the file ends before. Absent on failure, with
+/// errno set.
 [[nodiscard]] std::optional<std::size_t> readAt(int descriptor, std::uint8_t* to, std::size_t size,
                                                 std::uint64_t offset);
 
 /// Writes all bytes at `offset`; false on failure, with errno set.
 [[nodiscard]] bool writeAt(int descriptor, Bytes bytes, std::uint64_t offset);
 
-/// Lets the system start to bring the bytes to the disk, so that syncing waits for less at the end.
-/// A hint: does nothing where the system knows no such call.
+/// Cuts the file after `size` bytes; false on failure, with errno set.
+[[nodiscard]] bool truncateTo(int descriptor, std::uint64_t size);
+
+/// Lets the system start to write the bytes to the disk, so that a later sync takes less time. Does
+/// nothing on a system that has no such call.
 void startWriteBack(int descriptor, std::uint64_t offset, std::uint64_t size);
 
 } // namespace base

@@ -6,7 +6,7 @@
 
 namespace base {
 
-/// The decimal number that is the whole of `text`, if it lies between `least` and `most`.
+/// The decimal number that `text` is; absent if it is none or not between `least` and `most`.
 template <typename Integer>
 [[nodiscard]] std::optional<Integer> numberIn(std::string_view text, Integer least, Integer most) {
     Integer number = 0;

@@ -3,33 +3,50 @@
 #include "base/FileDescriptor.h"
 #include "base/Result.h"
 
+#include <functional>
 #include <string>
+#include <utility>
+
+#include <sys/stat.h>
 
 namespace base {
 
-/// The file that becomes `output` once it is whole: until then it is a hidden one beside it, named
-/// after this process, which goes away with this object and when SIGINT, SIGTERM or SIGHUP ends the
-/// process. One at a time in a process.
+/// A file that takes the place of `target` when it is whole. Until then it has no name; if the file
+/// system has no unnamed files, it has a hidden name beside the target. It goes away with this
+/// object, and when SIGINT, SIGTERM or SIGHUP ends the process. Several may be alive at once; one
+/// thread at a time may use each.
 class ReplacedFile {
 public:
-    /// Also removes those in the same folder whose process has ended without doing so.
-    [[nodiscard]] static Result<ReplacedFile> createFor(const std::string& output);
+    /// Opens an empty file for reading and writing. Also removes the files that killed runs have
+    /// left in the same folder: those that have a name of our form and that no process has locked.
+    /// Any thread.
+    [[nodiscard]] static Result<ReplacedFile> createFor(const std::string& target);
 
     ReplacedFile(ReplacedFile&& other) noexcept = default;
     ReplacedFile& operator=(ReplacedFile&& other) = delete;
     ~ReplacedFile();
 
     [[nodiscard]] int descriptor() const { return opened_.get(); }
-    [[nodiscard]] const std::string& path() const { return path_; }
 
-    /// Waits until it is on the disk, then lets it take the output's place.
+    /// Gives the file the permissions, the owner and the group in `status`. Without this call it
+    /// has those of any new file.
+    [[nodiscard]] Outcome keepModeAndOwnerOf(const struct stat& status);
+
+    /// Waits until the content is on the disk, then gives the file the target's name. On failure
+    /// the target stays as it is. The last call for this object.
     [[nodiscard]] Outcome commit();
 
 private:
-    ReplacedFile(std::string output, std::string path)
-        : output_(std::move(output)), path_(std::move(path)) {}
+    explicit ReplacedFile(std::string target) : target_(std::move(target)) {}
 
-    std::string output_;
+    [[nodiscard]] bool openUnnamed();
+    [[nodiscard]] Outcome openNamed();
+    [[nodiscard]] Outcome takeName(const std::function<bool()>& create);
+    [[nodiscard]] Outcome takePlace();
+    void forgetName();
+
+    std::string target_;
+    /// Empty as long as the file has no name.
     std::string path_;
     FileDescriptor opened_;
 };

@@ -9,13 +9,12 @@
 #include <utility>
 #include <variant>
 
-// What every program of this project stands on: results with an error that has a kind and a
-// sentence, file descriptors, files that appear only when whole, bytes, UTF-8, threads, and the
-// start of a program. Standard library and POSIX only; nothing here knows what the programs are
-// for.
+// base/ is what all programs of this project use: results with errors, file descriptors, files that
+// appear only when whole, bytes, UTF-8, threads, and the start of a program. It needs the standard
+// library and POSIX only, and knows nothing of what the programs are for.
 namespace base {
 
-/// Why something failed, as far as a caller acts on it. A person reads the sentence instead.
+/// Why something failed, for callers that act on it. People read the sentence.
 enum class ErrorKind {
     Usage,       ///< the caller or the user gave something that cannot be used
     NotFound,    ///< what is named is not there
@@ -39,7 +38,7 @@ struct Error {
 /// errno. Any thread.
 [[nodiscard]] Error systemError(std::string_view action, std::string_view path, int code);
 
-/// A value, or the reason why there is none. Only a result without a value can be made of nothing.
+/// A value, or the error why there is none. Only a result without a value type has a default.
 template <typename T = std::monostate>
 class [[nodiscard]] Result {
 public:
@@ -61,7 +60,7 @@ private:
     std::variant<T, Error> state_;
 };
 
-/// Success without a value, or the reason of failure.
+/// Success without a value, or the error.
 using Outcome = Result<>;
 
 } // namespace base

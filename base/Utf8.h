@@ -7,15 +7,15 @@
 
 namespace base {
 
-/// How many bytes the first character of `bytes` takes; 0 if it is not well-formed, or there is
-/// none.
+/// How many bytes the first character of `bytes` takes; 0 if it is not well-formed or `bytes` is
+/// empty.
 [[nodiscard]] std::size_t utf8Length(std::string_view bytes);
 
 /// The characters that `bytes` encode; none if they are not well-formed (as for isValidUtf8).
 [[nodiscard]] std::optional<std::u32string> decodedUtf8(std::string_view bytes);
 
-/// Appends the encoding of `character`, a code point up to U+10FFFF; of a surrogate, which has
-/// none, that of U+FFFD.
+/// Appends the encoding of `character`, a code point up to U+10FFFF. A surrogate, which has none,
+/// becomes U+FFFD.
 void appendUtf8(std::string& bytes, char32_t character);
 
 /// Whether `bytes` are well-formed UTF-8 (RFC 3629: no overlong forms, no surrogates).

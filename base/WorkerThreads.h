@@ -6,10 +6,9 @@
 
 namespace base {
 
-/// Runs `work` on `count` threads at once, the calling one among them, and returns when all have
-/// returned: the first error, or success. `work` may throw bad_alloc; on the first error `stop` is
-/// called (by any of the threads, perhaps again by others), which should make the others return
-/// soon.
+/// Runs `work` on `count` threads at once, the calling thread among them, and waits for all.
+/// Returns the first error, or success; bad_alloc becomes an error. At each error `stop` is called
+/// by the thread that has it, and should make the others return soon.
 [[nodiscard]] Outcome runOnThreads(unsigned count, const std::function<Outcome()>& work,
                                    const std::function<void()>& stop);
 

@@ -1,14 +1,20 @@
 #include "zip/ArchiveReader.h"
 
+#include "base/ByteReader.h"
+#include "base/FileDescriptor.h"
+#include "base/Utf8.h"
+
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <optional>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace zip {
 namespace {
+
+using base::ByteReader;
 
 constexpr std::size_t endRecordSize = 22;
 constexpr std::size_t zip64LocatorSize = 20;
@@ -17,99 +23,63 @@ constexpr std::size_t localHeaderSize = 30;
 constexpr std::uint16_t madeByUnix = 3 << 8 | 45;
 constexpr std::uint16_t nameIsUtf8 = 1 << 11;
 
-/// Takes numbers from bytes one after the other; past the end they are 0 and failed() is true.
-class Fields {
-public:
-    explicit Fields(base::Bytes bytes) : bytes_(bytes) {}
-
-    template <typename Integer>
-    Integer take() {
-        Integer value = 0;
-        const base::Bytes raw = takeBytes(sizeof value);
-        for (std::size_t index = raw.size(); index-- > 0;)
-            value = static_cast<Integer>(value << 8 | raw[index]);
-        return value;
-    }
-    std::uint16_t take16() { return take<std::uint16_t>(); }
-    std::uint32_t take32() { return take<std::uint32_t>(); }
-    std::uint64_t take64() { return take<std::uint64_t>(); }
-
-    base::Bytes takeBytes(std::size_t count) {
-        failed_ = failed_ || count > bytes_.size();
-        if (failed_)
-            return {};
-        const base::Bytes taken = bytes_.first(count);
-        bytes_ = bytes_.subspan(count);
-        return taken;
-    }
-
-    [[nodiscard]] bool failed() const { return failed_; }
-    [[nodiscard]] bool empty() const { return failed_ || bytes_.empty(); }
-
-private:
-    base::Bytes bytes_;
-    bool failed_ = false;
-};
-
-std::string textOf(base::Bytes bytes) {
-    return {bytes.begin(), bytes.end()};
-}
-
 /// Completes the entry from its extra fields; false if they are malformed, lack the time stamp or
 /// need another version than the entry says.
 bool takeExtraFields(base::Bytes bytes, ArchivedEntry& entry) {
+    constexpr std::uint8_t onlyModified = 1;
     bool hasTimestamp = false;
     std::uint16_t versionNeeded = 20;
-    Fields extras(bytes);
+    ByteReader extras(bytes);
     while (!extras.empty()) {
-        const std::uint16_t tag = extras.take16();
-        Fields extra(extras.takeBytes(extras.take16()));
+        const std::uint16_t tag = extras.takeLittle<std::uint16_t>();
+        ByteReader extra(extras.take(extras.takeLittle<std::uint16_t>()));
         if (tag == 0x0001) {
             versionNeeded = 45;
             for (std::uint64_t* field :
                  {&entry.size, &entry.compressedSize, &entry.localHeaderOffset})
                 if (*field == 0xFFFFFFFF)
-                    *field = extra.take64();
+                    *field = extra.takeLittle<std::uint64_t>();
         } else if (tag == 0x5455) {
-            hasTimestamp = (extra.take<std::uint8_t>() & 1) != 0;
-            entry.modified = extra.take32();
+            hasTimestamp = extra.takeLittle<std::uint8_t>() == onlyModified;
+            entry.modified = extra.takeLittle<std::uint32_t>();
         }
-        if (extra.failed())
+        if (extra.failed() || !extra.empty())
             return false;
     }
     return hasTimestamp && !extras.failed() && entry.versionNeeded == versionNeeded;
 }
 
-/// What the two headers of an entry have in common, in the same order.
-void takeSharedFields(Fields& fields, ArchivedEntry& entry) {
-    entry.versionNeeded = fields.take16();
-    entry.flags = fields.take16();
-    entry.method = fields.take16();
-    entry.dosModified = fields.take32();
-    entry.crc32 = fields.take32();
-    entry.compressedSize = fields.take32();
-    entry.size = fields.take32();
+/// Takes the fields that both headers of an entry have, in the same order.
+void takeSharedFields(ByteReader& fields, ArchivedEntry& entry) {
+    entry.versionNeeded = fields.takeLittle<std::uint16_t>();
+    entry.flags = fields.takeLittle<std::uint16_t>();
+    entry.method = fields.takeLittle<std::uint16_t>();
+    entry.dosModified = fields.takeLittle<std::uint32_t>();
+    entry.crc32 = fields.takeLittle<std::uint32_t>();
+    entry.compressedSize = fields.takeLittle<std::uint32_t>();
+    entry.size = fields.takeLittle<std::uint32_t>();
 }
 
-std::optional<ArchivedEntry> takeCentralDirectoryHeader(Fields& fields) {
+std::optional<ArchivedEntry> takeCentralDirectoryHeader(ByteReader& fields) {
     ArchivedEntry entry;
-    if (fields.take32() != 0x02014b50 || fields.take16() != madeByUnix)
+    if (fields.takeLittle<std::uint32_t>() != 0x02014b50 ||
+        fields.takeLittle<std::uint16_t>() != madeByUnix)
         return std::nullopt;
     takeSharedFields(fields, entry);
-    const std::size_t nameSize = fields.take16();
-    const std::size_t extraSize = fields.take16();
-    const std::size_t commentSize = fields.take16();
-    const std::uint16_t disk = fields.take16();
-    const std::uint16_t internalAttributes = fields.take16();
-    const std::uint16_t dosAttributes = fields.take16();
-    entry.mode = fields.take16();
-    entry.localHeaderOffset = fields.take32();
-    entry.name = textOf(fields.takeBytes(nameSize));
-    const base::Bytes extra = fields.takeBytes(extraSize);
+    const std::size_t nameSize = fields.takeLittle<std::uint16_t>();
+    const std::size_t extraSize = fields.takeLittle<std::uint16_t>();
+    const std::size_t commentSize = fields.takeLittle<std::uint16_t>();
+    const std::uint16_t disk = fields.takeLittle<std::uint16_t>();
+    const std::uint16_t internalAttributes = fields.takeLittle<std::uint16_t>();
+    const std::uint16_t dosAttributes = fields.takeLittle<std::uint16_t>();
+    entry.mode = fields.takeLittle<std::uint16_t>();
+    entry.localHeaderOffset = fields.takeLittle<std::uint32_t>();
+    entry.name = base::textOf(fields.take(nameSize));
+    const base::Bytes extra = fields.take(extraSize);
     const std::uint16_t dosExpected = entry.name.ends_with('/') ? 0x10 : 0;
     // Any other flag says that the data is encrypted or stands elsewhere.
-    const bool hasOddFlags = (entry.flags & ~nameIsUtf8) != 0;
-    if (fields.failed() || hasOddFlags || commentSize != 0 || disk != 0 ||
+    const std::uint16_t flagsExpected = base::isValidUtf8(entry.name) ? nameIsUtf8 : 0;
+    if (fields.failed() || entry.flags != flagsExpected || commentSize != 0 || disk != 0 ||
         internalAttributes != 0 || dosAttributes != dosExpected || !takeExtraFields(extra, entry))
         return std::nullopt;
     return entry;
@@ -122,44 +92,48 @@ bool saysTheSame(const ArchivedEntry& a, const ArchivedEntry& b) {
 }
 
 bool takeEndRecord(base::Bytes bytes, CentralDirectory& directory) {
-    Fields fields(bytes);
-    const bool isSigned = fields.take32() == 0x06054b50;
-    const bool isOneDisk = fields.take32() == 0;
-    const std::uint16_t countOnDisk = fields.take16();
-    directory.count = fields.take16();
-    directory.size = fields.take32();
-    directory.offset = fields.take32();
-    const bool hasComment = fields.take16() != 0;
+    ByteReader fields(bytes);
+    const bool isSigned = fields.takeLittle<std::uint32_t>() == 0x06054b50;
+    const bool isOneDisk = fields.takeLittle<std::uint32_t>() == 0;
+    const std::uint16_t countOnDisk = fields.takeLittle<std::uint16_t>();
+    directory.count = fields.takeLittle<std::uint16_t>();
+    directory.size = fields.takeLittle<std::uint32_t>();
+    directory.offset = fields.takeLittle<std::uint32_t>();
+    const bool hasComment = fields.takeLittle<std::uint16_t>() != 0;
     return isSigned && isOneDisk && countOnDisk == directory.count && !hasComment;
 }
 
 bool isZip64Locator(base::Bytes bytes, std::uint64_t recordOffset) {
-    Fields fields(bytes);
-    return fields.take32() == 0x07064b50 && fields.take32() == 0 &&
-           fields.take64() == recordOffset && fields.take32() == 1;
+    ByteReader fields(bytes);
+    return fields.takeLittle<std::uint32_t>() == 0x07064b50 &&
+           fields.takeLittle<std::uint32_t>() == 0 &&
+           fields.takeLittle<std::uint64_t>() == recordOffset &&
+           fields.takeLittle<std::uint32_t>() == 1;
 }
 
 bool takeZip64EndRecord(base::Bytes bytes, CentralDirectory& directory) {
-    Fields fields(bytes);
-    const bool isSigned = fields.take32() == 0x06064b50 && fields.take64() == zip64RecordSize - 12;
-    const bool isOurs = fields.take16() == madeByUnix && fields.take16() == 45;
-    const bool isOneDisk = fields.take64() == 0;
-    const std::uint64_t countOnDisk = fields.take64();
-    directory.count = fields.take64();
-    directory.size = fields.take64();
-    directory.offset = fields.take64();
+    ByteReader fields(bytes);
+    const bool isSigned = fields.takeLittle<std::uint32_t>() == 0x06064b50 &&
+                          fields.takeLittle<std::uint64_t>() == zip64RecordSize - 12;
+    const bool isOurs = fields.takeLittle<std::uint16_t>() == madeByUnix &&
+                        fields.takeLittle<std::uint16_t>() == 45;
+    const bool isOneDisk = fields.takeLittle<std::uint64_t>() == 0;
+    const std::uint64_t countOnDisk = fields.takeLittle<std::uint64_t>();
+    directory.count = fields.takeLittle<std::uint64_t>();
+    directory.size = fields.takeLittle<std::uint64_t>();
+    directory.offset = fields.takeLittle<std::uint64_t>();
     return isSigned && isOurs && isOneDisk && countOnDisk == directory.count;
 }
 
 } // namespace
 
-base::Result<ArchiveReader> ArchiveReader::open(const std::string& path) {
+base::Result<ArchiveReader> ArchiveReader::open(int descriptor, std::string path) {
     ArchiveReader reader;
-    reader.path_ = path;
-    reader.opened_ = base::FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDONLY);
+    reader.path_ = std::move(path);
+    reader.descriptor_ = descriptor;
     struct stat status {};
-    if (!reader.opened_.open() || ::fstat(reader.opened_.get(), &status) != 0)
-        return base::systemError("open", path, errno);
+    if (::fstat(descriptor, &status) != 0)
+        return base::systemError("examine", reader.path_, errno);
     reader.fileSize_ = static_cast<std::uint64_t>(status.st_size);
     auto directory = reader.findDirectory();
     if (!directory)
@@ -175,15 +149,22 @@ base::Result<CentralDirectory> ArchiveReader::findDirectory() const {
     if (auto done = read(end.data() + end.size() - size, size, fileSize_ - size); !done)
         return done.error();
 
-    CentralDirectory directory;
+    CentralDirectory shortForm;
+    bool isWhole = takeEndRecord(base::Bytes(end).last(endRecordSize), shortForm);
+    CentralDirectory directory = shortForm;
     std::uint64_t recordsSize = endRecordSize;
-    bool isWhole = takeEndRecord(base::Bytes(end).last(endRecordSize), directory);
     const base::Bytes locator = base::Bytes(end).subspan(zip64RecordSize, zip64LocatorSize);
-    if (Fields(locator).take32() == 0x07064b50) {
+    if (ByteReader(locator).takeLittle<std::uint32_t>() == 0x07064b50) {
         recordsSize = end.size();
         isWhole = isWhole && isZip64Locator(locator, fileSize_ - recordsSize) &&
                   takeZip64EndRecord(base::Bytes(end).first(zip64RecordSize), directory);
     }
+    const CentralDirectory expected{.offset = std::min<std::uint64_t>(directory.offset, 0xFFFFFFFF),
+                                    .size = std::min<std::uint64_t>(directory.size, 0xFFFFFFFF),
+                                    .count = std::min<std::uint64_t>(directory.count, 0xFFFF)};
+    const bool needsZip64 =
+        expected.offset == 0xFFFFFFFF || expected.size == 0xFFFFFFFF || expected.count == 0xFFFF;
+    isWhole = isWhole && shortForm == expected && needsZip64 == (recordsSize == end.size());
     if (!isWhole || directory.size > fileSize_ ||
         directory.offset != fileSize_ - recordsSize - directory.size)
         return damaged("its end of central directory record");
@@ -196,7 +177,7 @@ base::Outcome ArchiveReader::readDirectory(const CentralDirectory& directory) {
     if (auto done = read(bytes.tail(size), size, directory.offset); !done)
         return done;
     bytes.extend(size);
-    Fields fields(bytes.bytes());
+    ByteReader fields(bytes.bytes());
     while (!fields.empty()) {
         auto entry = takeCentralDirectoryHeader(fields);
         if (!entry)
@@ -221,14 +202,14 @@ base::Result<std::uint64_t> ArchiveReader::findData(const ArchivedEntry& entry) 
         return done.error();
     bytes.extend(size);
 
-    Fields fields(bytes.bytes());
+    ByteReader fields(bytes.bytes());
     ArchivedEntry local;
-    const bool isSigned = fields.take32() == 0x04034b50;
+    const bool isSigned = fields.takeLittle<std::uint32_t>() == 0x04034b50;
     takeSharedFields(fields, local);
-    const std::size_t nameSize = fields.take16();
-    const std::size_t extraSize = fields.take16();
-    local.name = textOf(fields.takeBytes(nameSize));
-    const base::Bytes extra = fields.takeBytes(extraSize);
+    const std::size_t nameSize = fields.takeLittle<std::uint16_t>();
+    const std::size_t extraSize = fields.takeLittle<std::uint16_t>();
+    local.name = base::textOf(fields.take(nameSize));
+    const base::Bytes extra = fields.take(extraSize);
     const std::uint64_t data = entry.localHeaderOffset + localHeaderSize + nameSize + extraSize;
     if (!isSigned || fields.failed() || !takeExtraFields(extra, local) ||
         !saysTheSame(local, entry) || data + entry.compressedSize != entry.end)
@@ -237,7 +218,7 @@ base::Result<std::uint64_t> ArchiveReader::findData(const ArchivedEntry& entry) 
 }
 
 base::Outcome ArchiveReader::read(std::uint8_t* to, std::size_t size, std::uint64_t offset) const {
-    const auto count = base::readAt(opened_.get(), to, size, offset);
+    const auto count = base::readAt(descriptor_, to, size, offset);
     if (!count)
         return base::systemError("read", path_, errno);
     if (*count != size)

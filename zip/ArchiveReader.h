@@ -1,8 +1,9 @@
 #pragma once
 
-#include "base/FileDescriptor.h"
+#include "base/Bytes.h"
 #include "base/Result.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -10,7 +11,7 @@
 
 namespace zip {
 
-/// One entry as the central directory (APPNOTE.TXT, 4.3.12) has it.
+/// One entry as its header in the central directory (APPNOTE.TXT, 4.3.12) tells it.
 struct ArchivedEntry {
     std::string name;
     std::uint16_t versionNeeded = 0;
@@ -19,32 +20,35 @@ struct ArchivedEntry {
     std::uint16_t flags = 0;
     std::uint32_t crc32 = 0;
     std::uint32_t dosModified = 0;
-    /// The extended time stamp as it stands there, in seconds since 1970.
+    /// The extended time stamp, in seconds since 1970.
     std::uint32_t modified = 0;
     std::uint64_t compressedSize = 0;
     std::uint64_t size = 0;
     std::uint64_t localHeaderOffset = 0;
-    /// Where the next entry or the central directory starts.
+    /// Offset at which the next entry or the central directory starts.
     std::uint64_t end = 0;
 };
 
-/// Where the central directory is, and how many entries it has.
+/// Offset and size of the central directory, and the number of its entries.
 struct CentralDirectory {
     std::uint64_t offset = 0;
     std::uint64_t size = 0;
     std::uint64_t count = 0;
+
+    bool operator==(const CentralDirectory&) const = default;
 };
 
-/// Reads archives that this packer has written, sharing no code with the writing side. After open()
-/// any thread may call it.
+/// Reads archives that this packer has written. It shares no code with ZipFormat, which writes
+/// them. Any thread may use one.
 class ArchiveReader {
 public:
-    [[nodiscard]] static base::Result<ArchiveReader> open(const std::string& path);
+    /// `descriptor` is open for reading as long as the reader lives; `path` is for messages.
+    [[nodiscard]] static base::Result<ArchiveReader> open(int descriptor, std::string path);
 
     [[nodiscard]] std::span<const ArchivedEntry> entries() const { return entries_; }
 
-    /// Where the data of the entry starts. Fails if its local file header differs from the central
-    /// directory or its data does not end where the next entry starts.
+    /// The offset of the entry's data. Fails if the local file header differs from the central
+    /// directory, or if the data does not end where the next entry starts.
     [[nodiscard]] base::Result<std::uint64_t> findData(const ArchivedEntry& entry) const;
 
     /// Reads exactly `size` bytes at `offset`.
@@ -57,7 +61,7 @@ private:
     [[nodiscard]] base::Error damaged(const char* what) const;
 
     std::string path_;
-    base::FileDescriptor opened_;
+    int descriptor_ = -1;
     std::uint64_t fileSize_ = 0;
     std::vector<ArchivedEntry> entries_;
 };

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 
-#include <unistd.h>
-
 namespace zip {
 
 ArchiveWriter::ArchiveWriter(int descriptor, std::string path, const PackageTree& tree,
@@ -37,7 +35,10 @@ base::Outcome ArchiveWriter::writePiece(const EncodedJob& encoded) {
     }
     if (auto appended = append(encoded.bytes.bytes()); !appended)
         return appended;
-    return job.isLastPiece ? closeFile(job.firstEntry) : base::Outcome();
+    if (job.isLastPiece)
+        return closeFile(job.firstEntry);
+    pieceEnds_.push_back(position_);
+    return {};
 }
 
 /// Writes the local file header again, now that all of it is known.
@@ -60,6 +61,8 @@ base::Outcome ArchiveWriter::storeInstead(std::size_t entry) {
     if (!source)
         return source.error();
     position_ -= record.compressedSize;
+    while (!pieceEnds_.empty() && pieceEnds_.back() > position_)
+        pieceEnds_.pop_back();
     base::ByteBuffer content;
     for (std::uint64_t offset = 0; offset < file.contentSize(); offset += content.size()) {
         content.clear();
@@ -93,7 +96,7 @@ base::Outcome ArchiveWriter::finish() {
     appendEndOfCentralDirectory(directory, records_.size(), directoryOffset, directorySize);
     if (auto appended = append(directory.bytes()); !appended)
         return appended;
-    if (::ftruncate(descriptor_, static_cast<off_t>(position_)) != 0)
+    if (!base::truncateTo(descriptor_, position_))
         return base::systemError("write", path_, errno);
     return {};
 }

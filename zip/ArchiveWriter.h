@@ -1,7 +1,14 @@
 #pragma once
 
+#include "base/Bytes.h"
+#include "base/Result.h"
 #include "zip/JobEncoder.h"
+#include "zip/PackageTree.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -11,15 +18,19 @@ namespace zip {
 /// at a time may call it.
 class ArchiveWriter {
 public:
-    /// Writes to `descriptor` from `start` on; what stands before is left alone. `path` is for
-    /// messages. The tree must outlive the writer.
+    /// Writes to `descriptor` from offset `start` on. `path` is for messages. The tree must outlive
+    /// the writer.
     ArchiveWriter(int descriptor, std::string path, const PackageTree& tree,
                   std::optional<std::int64_t> fixedTime, std::uint64_t start = 0);
 
     /// Jobs come in archive order.
     [[nodiscard]] base::Outcome write(EncodedJob& encoded);
-    /// Writes the central directory and cuts the file behind it.
+    /// Writes the central directory and cuts off what the file holds behind it.
     [[nodiscard]] base::Outcome finish();
+
+    /// The positions in the archive, ascending, where a piece of a deflated file ends and the next
+    /// one starts.
+    [[nodiscard]] std::span<const std::uint64_t> pieceEnds() const { return pieceEnds_; }
 
 private:
     [[nodiscard]] base::Outcome append(base::Bytes bytes);
@@ -34,6 +45,7 @@ private:
     std::uint64_t position_;
     std::uint64_t writtenBack_;
     std::vector<EntryRecord> records_;
+    std::vector<std::uint64_t> pieceEnds_;
 };
 
 } // namespace zip

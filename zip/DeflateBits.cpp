@@ -14,18 +14,18 @@ std::size_t mirrored(std::size_t code, unsigned length) {
 } // namespace
 
 bool HuffmanTable::build(std::span<const std::uint8_t> lengths) {
-    count_.fill(0);
+    codesOfLength_.fill(0);
     for (const std::uint8_t length : lengths)
-        ++count_[length];
-    count_[0] = 0;
+        ++codesOfLength_[length];
+    codesOfLength_[0] = 0;
 
     std::array<std::size_t, longestCode + 2> nextCode{};
     std::array<std::size_t, longestCode + 2> nextPlace{};
     for (unsigned length = 1; length <= longestCode; ++length) {
-        if (nextCode[length] + count_[length] > std::size_t{1} << length)
+        if (nextCode[length] + codesOfLength_[length] > std::size_t{1} << length)
             return false;
-        nextCode[length + 1] = (nextCode[length] + count_[length]) << 1;
-        nextPlace[length + 1] = nextPlace[length] + count_[length];
+        nextCode[length + 1] = (nextCode[length] + codesOfLength_[length]) << 1;
+        nextPlace[length + 1] = nextPlace[length] + codesOfLength_[length];
     }
 
     table_.fill({});
@@ -54,10 +54,10 @@ HuffmanTable::Symbol HuffmanTable::anyCode(std::uint64_t bits) const {
         code = code << 1 | (bits & 1);
         bits >>= 1;
         first <<= 1;
-        if (code < first + count_[length])
+        if (code < first + codesOfLength_[length])
             return {sorted_[place + (code - first)], length};
-        first += count_[length];
-        place += count_[length];
+        first += codesOfLength_[length];
+        place += codesOfLength_[length];
     }
     return {};
 }

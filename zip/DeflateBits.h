@@ -11,27 +11,26 @@
 
 namespace zip {
 
-/// The bits of a deflate stream in their order: of each byte the lowest first. Behind the end they
-/// are zero, and overrun() becomes true.
+/// Reads the bits of a deflate stream in their order: of each byte the lowest first. Behind the end
+/// all bits are zero, and overrun() becomes true.
 class BitReader {
 public:
-    /// What refill() makes available at least.
+    /// How many bits refill() makes available at least.
     static constexpr unsigned refilledBits = 56;
 
     explicit BitReader(base::Bytes stream) : stream_(stream) {}
 
     void refill() {
         if (byte_ + sizeof bits_ <= stream_.size()) {
-            // base::Bytes that do not fit in whole are read again by the next refill, to the same
-            // place.
-            bits_ |= nextEightBytes() << count_;
-            byte_ += (63 - count_) / 8;
-            count_ |= refilledBits;
+            // A byte that only fits in part is read again by the next refill, to the same place.
+            bits_ |= nextEightBytes() << available_;
+            byte_ += (63 - available_) / 8;
+            available_ |= refilledBits;
             return;
         }
-        for (; count_ <= refilledBits; count_ += 8, ++byte_)
+        for (; available_ <= refilledBits; available_ += 8, ++byte_)
             if (byte_ < stream_.size())
-                bits_ |= std::uint64_t{stream_[byte_]} << count_;
+                bits_ |= std::uint64_t{stream_[byte_]} << available_;
     }
 
     /// The next bits, the first one lowest; as many as were refilled and not skipped since.
@@ -39,7 +38,7 @@ public:
 
     void skip(unsigned count) {
         bits_ >>= count;
-        count_ -= count;
+        available_ -= count;
     }
 
     /// Refills and takes the next bits.
@@ -50,17 +49,17 @@ public:
         return static_cast<std::size_t>(taken);
     }
 
-    void alignToByte() { skip(count_ % 8); }
+    void alignToByte() { skip(available_ % 8); }
 
-    /// From the start of a byte.
+    /// Only after alignToByte().
     void skipBytes(std::size_t count) {
-        byte_ += count - count_ / 8;
+        byte_ += count - available_ / 8;
         bits_ = 0;
-        count_ = 0;
+        available_ = 0;
     }
 
-    /// How many bits are behind us.
-    [[nodiscard]] std::size_t position() const { return byte_ * 8 - count_; }
+    /// How many bits were skipped so far.
+    [[nodiscard]] std::size_t position() const { return byte_ * 8 - available_; }
     [[nodiscard]] bool overrun() const { return position() > stream_.size() * 8; }
 
 private:
@@ -78,7 +77,7 @@ private:
     base::Bytes stream_;
     std::size_t byte_ = 0;
     std::uint64_t bits_ = 0;
-    unsigned count_ = 0;
+    unsigned available_ = 0;
 };
 
 /// Prefix codes of one alphabet of deflate (RFC 1951, 3.2.2), laid out for looking up the symbol
@@ -109,7 +108,7 @@ public:
 private:
     std::array<Symbol, std::size_t{1} << tableBits> table_;
     std::array<std::uint16_t, 288> sorted_;
-    std::array<std::uint16_t, longestCode + 1> count_;
+    std::array<std::uint16_t, longestCode + 1> codesOfLength_;
 };
 
 } // namespace zip

@@ -20,10 +20,10 @@ constexpr std::size_t shortestPiece = std::size_t{256} << 10;
 struct Job {
     std::size_t firstEntry = 0;
     std::size_t entryCount = 0;
-    /// base::Bytes of content.
+    /// Bytes of content.
     std::size_t size = 0;
     bool isPiece = false;
-    /// Where in the file the piece starts.
+    /// The offset in the file at which the piece starts.
     std::uint64_t offset = 0;
     bool isLastPiece = false;
 
@@ -44,7 +44,7 @@ private:
     Job nextPiece();
 
     std::span<const Entry> entries_;
-    /// base::Bytes of content that are not given out yet.
+    /// Bytes of content that are not given out yet.
     std::uint64_t left_;
     std::size_t entry_ = 0;
     std::uint64_t offset_ = 0;

@@ -1,9 +1,14 @@
 #pragma once
 
+#include "base/Bytes.h"
+#include "base/Result.h"
 #include "zip/Compressor.h"
 #include "zip/JobCutter.h"
+#include "zip/PackageTree.h"
 #include "zip/ZipFormat.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <vector>
 

@@ -39,7 +39,7 @@ base::Outcome JobRing::writeReady(std::unique_lock<std::mutex>& lock) {
         const std::size_t slot = written_ % slots_.size();
         lock.unlock();
         outcome = write_(slots_[slot]);
-        // Or each slot would keep as much memory as the longest job has ever needed.
+        // Otherwise each slot would keep the memory of its longest job.
         if (slots_[slot].job.size > shortestPiece)
             slots_[slot].bytes = base::ByteBuffer();
         lock.lock();

@@ -1,27 +1,32 @@
 #pragma once
 
+#include "base/Result.h"
+#include "zip/JobCutter.h"
 #include "zip/JobEncoder.h"
 
 #include <condition_variable>
+#include <cstddef>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 namespace zip {
 
-/// Gives out jobs in archive order and takes them back done in any order; whoever brings the job
-/// that is next in the archive writes it, and those behind it that wait. What is given out and not
-/// written yet is bounded, and so is the memory in use. Any thread may call it.
+/// Gives out jobs in archive order and takes them back done, in any order. The thread that brings
+/// the job that is next in the archive writes it, and the jobs behind it that are done. The number
+/// of jobs that are not written yet is bounded, and so is the memory. Any thread may call it.
 class JobRing {
 public:
-    /// At most `slots` jobs are under way, with `bytes` bytes of content together unless it is one
-    /// alone. `write` is called for one job at a time, in archive order, while no lock is held.
+    /// At most `slots` jobs are under way at once, with at most `bytes` bytes of content together;
+    /// a single job may be larger. `write` is called for one job at a time, in archive order, while
+    /// no lock is held.
     JobRing(std::size_t slots, std::size_t bytes, JobCutter cutter,
             std::function<base::Outcome(EncodedJob&)> write);
 
     /// The next job to do, once there is room; null when there is none left or after stop().
     [[nodiscard]] EncodedJob* take();
-    /// Hands in what take() gave. Fails if what this thread then wrote could not be written.
+    /// Hands in a job that take() gave. Fails if writing on this thread fails.
     [[nodiscard]] base::Outcome finish(const EncodedJob& done);
     /// Ends the work early: nothing more is given out or written.
     void stop();

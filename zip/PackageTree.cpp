@@ -1,5 +1,7 @@
 #include "zip/PackageTree.h"
 
+#include "zip/ExtendedAttributes.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
@@ -13,6 +15,15 @@ namespace zip {
 namespace {
 
 namespace fs = std::filesystem;
+
+/// Opens a folder that may be passed but not listed.
+#if defined(O_PATH)
+constexpr int toPassThrough = O_PATH;
+#elif defined(O_SEARCH)
+constexpr int toPassThrough = O_SEARCH;
+#else
+constexpr int toPassThrough = O_RDONLY;
+#endif
 
 struct CloseDirectory {
     void operator()(DIR* directory) const { ::closedir(directory); }
@@ -57,6 +68,7 @@ base::Outcome addEntry(PackageTree& tree, int at, const char* path, std::string 
     auto type = typeOf(status, tree.parentPath + name);
     if (!type)
         return type.error();
+    addExtendedAttributes(tree.parentPath + name, tree.attributes);
     if (*type == EntryType::Folder)
         name += '/';
     tree.entries.push_back({std::move(name), *type, static_cast<std::uint16_t>(status.st_mode),
@@ -98,20 +110,19 @@ base::Result<std::pair<std::string, std::string>> splitPath(std::string path) {
     while (path.size() > 1 && path.back() == '/')
         path.pop_back();
     const std::string last = fs::path(path).filename();
-    if (last.empty() || last == "." || last == "..") {
+    if (last == "." || last == "..") {
         std::error_code code;
-        path = fs::canonical(path, code);
+        const fs::path real = fs::canonical(path, code);
         if (code)
             return base::systemError("find", path, code.value());
+        path = real;
     }
-    const auto slash = path.rfind('/');
     if (path.empty() || path == "/")
         return base::Error{base::ErrorKind::Usage,
                            "Cannot pack \"" + path +
                                "\": it has no name. Give the path of a package."};
-    if (slash == std::string::npos)
-        return std::pair{std::string(), std::move(path)};
-    return std::pair{path.substr(0, slash + 1), path.substr(slash + 1)};
+    const auto nameStart = path.rfind('/') + 1;
+    return std::pair{path.substr(0, nameStart), path.substr(nameStart)};
 }
 
 } // namespace
@@ -145,22 +156,23 @@ base::Result<PackageTree> listPackage(const std::string& package) {
         return split.error();
     PackageTree tree;
     tree.parentPath = split->first;
-    tree.parent = base::FileDescriptor::openAt(
-        AT_FDCWD, tree.parentPath.empty() ? "." : tree.parentPath.c_str(), O_RDONLY | O_DIRECTORY);
+    const std::string parent = tree.parentPath.empty() ? "." : tree.parentPath;
+    tree.parent =
+        base::FileDescriptor::openAt(AT_FDCWD, parent.c_str(), toPassThrough | O_DIRECTORY);
     if (!tree.parent.open())
-        return base::systemError("open", tree.parentPath, errno);
+        return base::systemError("open", parent, errno);
     if (auto added = addEntry(tree, tree.parent.get(), split->second.c_str(), split->second);
         !added)
         return added.error();
     if (tree.entries[0].type == EntryType::Link) {
         std::error_code code;
         const std::string target = fs::read_symlink(tree.pathOf(tree.entries[0]), code);
-        return base::Error{base::ErrorKind::Unsupported,
-                           "Cannot pack " + package + ": it is a symbolic link to " + target +
-                               ". Give the path of the package itself."};
+        return base::Error{base::ErrorKind::Usage, "Cannot pack " + package +
+                                                       ": it is a symbolic link to " + target +
+                                                       ". Give the path of the package itself."};
     }
     if (tree.entries[0].type != EntryType::Folder)
-        return base::Error{base::ErrorKind::Unsupported,
+        return base::Error{base::ErrorKind::Usage,
                            "Cannot pack " + package +
                                ": it is not a folder. Give the path of a package."};
     for (std::size_t index = 0; index < tree.entries.size(); ++index) {

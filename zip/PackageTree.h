@@ -4,6 +4,7 @@
 #include "base/Result.h"
 
 #include <cstdint>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -14,7 +15,7 @@ namespace zip {
 
 enum class EntryType : std::uint8_t { Folder, File, Link };
 
-/// What tells whether a file is still the one that was listed, in the state it was listed in.
+/// Tells whether a file is still the one that was listed, and unchanged since.
 struct FileState {
     dev_t device = 0;
     ino_t inode = 0;
@@ -34,11 +35,11 @@ struct Entry {
     std::uint16_t mode = 0;
     FileState state;
 
-    /// base::Bytes of content: of a file its length, of a link the length of its target, else none.
+    /// Bytes of content: the length of a file, or of a link's target; a folder has none.
     [[nodiscard]] std::uint64_t contentSize() const;
 };
 
-/// The listing of a package, taken at one time: what will be in the archive.
+/// The listing of a package, taken once: what will be in the archive.
 struct PackageTree {
     /// The folder that holds the package; the names of the entries start here.
     base::FileDescriptor parent;
@@ -47,15 +48,17 @@ struct PackageTree {
     /// Sorted by the bytes of their names, so each folder stands before what it holds. The first
     /// one is the package itself.
     std::vector<Entry> entries;
+    /// The names of all extended attributes and access control lists in the package.
+    std::set<std::string> attributes;
 
     [[nodiscard]] std::string pathOf(const Entry& entry) const { return parentPath + entry.name; }
 };
 
-/// Of all the entries together.
+/// The sum over all entries.
 [[nodiscard]] std::uint64_t contentSize(std::span<const Entry> entries);
 
-/// Lists the package without following links. Fails on a package that is itself a symbolic link or
-/// not a folder, and on a socket, device or pipe inside it.
+/// Lists the package without following links. Fails if the package is a symbolic link or not a
+/// folder, and if it holds a socket, a device or a pipe.
 [[nodiscard]] base::Result<PackageTree> listPackage(const std::string& package);
 
 } // namespace zip

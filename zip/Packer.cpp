@@ -8,21 +8,23 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <new>
+#include <set>
+#include <utility>
 
-#include <fcntl.h>
+#include <sys/stat.h>
 
 namespace zip {
 namespace {
 
 namespace fs = std::filesystem;
 
-/// So many that a thread with short jobs need not wait for one with a long job.
+/// Enough that a thread with short jobs need not wait for one with a long job.
 constexpr std::size_t slotsPerThread = 16;
-/// For each thread, and this many besides, a job of the longest kind may be under way.
+/// As many jobs of the longest kind as there are threads, plus this number, may be under way.
 constexpr std::size_t sparePieces = 2;
 
-/// Fails if the output would lie inside the package or take the place of something else than a
-/// file.
+/// Fails if the output would lie inside the package, or would replace anything but a file.
 base::Outcome checkOutput(const std::string& output, const PackageTree& tree) {
     std::error_code code;
     const fs::file_type type = fs::symlink_status(output, code).type();
@@ -38,26 +40,23 @@ base::Outcome checkOutput(const std::string& output, const PackageTree& tree) {
                            "Cannot write " + output + ": it is not a file. Give another path."};
 
     const FileState& package = tree.entries.front().state;
-    const fs::path folder = fs::path(output).parent_path();
-    base::FileDescriptor at = base::FileDescriptor::openAt(
-        AT_FDCWD, folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY);
-    FileState previous;
-    while (at.open()) {
+    const fs::path parent = fs::path(output).parent_path();
+    // By path: a folder that may be passed but not listed cannot be opened.
+    fs::path folder = fs::canonical(parent.empty() ? "." : parent, code);
+    if (code)
+        return base::systemError("open the folder of", output, code.value());
+    for (;; folder = folder.parent_path()) {
         struct stat status {};
-        if (::fstat(at.get(), &status) != 0)
-            break;
-        const FileState here = FileState::of(status);
-        if (here.device == package.device && here.inode == package.inode)
+        if (::stat(folder.c_str(), &status) != 0)
+            return base::systemError("examine", folder.string(), errno);
+        if (status.st_dev == package.device && status.st_ino == package.inode)
             return base::Error{
                 base::ErrorKind::Conflict,
                 "Cannot write " + output +
                     ": it would lie inside the package. Choose a place outside of it."};
-        if (here.device == previous.device && here.inode == previous.inode)
+        if (!folder.has_relative_path())
             return {};
-        previous = here;
-        at = base::FileDescriptor::openAt(at.get(), "..", O_RDONLY | O_DIRECTORY);
     }
-    return base::systemError("open the folder of", output, errno);
 }
 
 class ProgressCount {
@@ -77,9 +76,8 @@ private:
     std::uint64_t done_ = 0;
 };
 
-base::Outcome writeArchive(const base::ReplacedFile& file, const PackageTree& tree,
+base::Outcome writeArchive(ArchiveWriter& writer, const PackageTree& tree,
                            const PackOptions& options, ProgressCount& progress) {
-    ArchiveWriter writer(file.descriptor(), file.path(), tree, options.fixedTime);
     JobRing ring(options.threads * slotsPerThread, (options.threads + sparePieces) * longestPiece,
                  JobCutter(tree.entries), [&](EncodedJob& encoded) {
                      auto written = writer.write(encoded);
@@ -101,32 +99,56 @@ base::Outcome writeArchive(const base::ReplacedFile& file, const PackageTree& tr
     return writer.finish();
 }
 
+/// "PACKAGE has extended attributes (NAME, …), which a zip archive does not keep."
+std::string noticeOf(const std::string& package, const std::set<std::string>& attributes) {
+    constexpr std::size_t mostNames = 5;
+    std::string list;
+    std::size_t count = 0;
+    for (const std::string& name : attributes) {
+        if (count++ == mostNames) {
+            list.append(", …");
+            break;
+        }
+        list.append(list.empty() ? "" : ", ").append(name);
+    }
+    return package + " has extended attributes (" + list + "), which a zip archive does not keep.";
+}
+
+base::Outcome packUnguarded(const std::string& output, const std::string& package,
+                            const PackOptions& options) {
+    auto tree = listPackage(package);
+    if (!tree)
+        return tree.error();
+    if (auto checked = checkOutput(output, *tree); !checked)
+        return checked;
+    if (options.notice && !tree->attributes.empty())
+        options.notice(noticeOf(package, tree->attributes));
+    auto file = base::ReplacedFile::createFor(output);
+    if (!file)
+        return file.error();
+    ProgressCount progress(options, contentSize(tree->entries) * (options.verify ? 2 : 1));
+    ArchiveWriter writer(file->descriptor(), output, *tree, options.fixedTime);
+    if (auto written = writeArchive(writer, *tree, options, progress); !written)
+        return written;
+    if (options.verify) {
+        const VerifyOptions verifyOptions{options.threads, options.fixedTime, writer.pieceEnds(),
+                                          [&](std::uint64_t bytes) { progress.add(bytes); }};
+        if (auto verified = verify(file->descriptor(), output, package, verifyOptions); !verified)
+            return verified;
+    }
+    return file->commit();
+}
+
 } // namespace
 
 base::Outcome pack(const std::string& output, const std::string& package,
                    const PackOptions& options) {
     try {
-        auto tree = listPackage(package);
-        if (!tree)
-            return tree.error();
-        if (auto checked = checkOutput(output, *tree); !checked)
-            return checked;
-        auto file = base::ReplacedFile::createFor(output);
-        if (!file)
-            return file.error();
-        ProgressCount progress(options, contentSize(tree->entries) * (options.verify ? 2 : 1));
-        if (auto written = writeArchive(*file, *tree, options, progress); !written)
-            return written;
-        if (options.verify) {
-            const VerifyOptions verifyOptions{options.threads, options.fixedTime,
-                                              [&](std::uint64_t bytes) { progress.add(bytes); }};
-            if (auto verified = verify(file->path(), package, verifyOptions); !verified)
-                return verified;
-        }
-        return file->commit();
-    } catch (const std::exception& exception) {
+        return packUnguarded(output, package, options);
+    } catch (const std::bad_alloc&) {
         return base::Error{base::ErrorKind::System,
-                           "Cannot pack " + package + ": " + exception.what() + ". Try again."};
+                           "There is not enough memory to pack " + package +
+                               ". Close other programs or use fewer threads."};
     }
 }
 

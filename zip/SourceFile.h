@@ -1,18 +1,24 @@
 #pragma once
 
+#include "base/FileDescriptor.h"
 #include "base/Result.h"
 #include "zip/PackageTree.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <utility>
+
 namespace zip {
 
-/// Reads the content of one listed entry and makes sure that it is still what was listed.
+/// Reads the content of a listed file, and makes sure that it is still what was listed.
 class SourceFile {
 public:
-    /// Opens a file without following a link. Fails if it is not the file that was listed, in the
-    /// state it had then. Both arguments must outlive the result.
+    /// Opens a file without following a link. Fails if it is not the listed file, or was changed
+    /// since. Both arguments must outlive the result.
     [[nodiscard]] static base::Result<SourceFile> open(const PackageTree& tree, const Entry& file);
 
-    /// Reads exactly `size` bytes at `offset`, and fails if the file was changed by then.
+    /// Reads exactly `size` bytes at `offset`. Fails if the file was changed before or meanwhile.
     [[nodiscard]] base::Outcome read(std::uint8_t* to, std::size_t size,
                                      std::uint64_t offset) const;
 
@@ -27,7 +33,7 @@ private:
     base::FileDescriptor opened_;
 };
 
-/// The target of a listed link, as it stands there.
+/// The target of a listed link. Fails if it was changed since.
 [[nodiscard]] base::Result<std::string> readLinkTarget(const PackageTree& tree, const Entry& link);
 
 } // namespace zip

@@ -1,129 +1,158 @@
 #include "zip/Verifier.h"
 
 #include "base/WorkerThreads.h"
+#include "zip/ArchiveReader.h"
 #include "zip/DeflateReader.h"
+#include "zip/PackageTree.h"
+#include "zip/SourceFile.h"
+#include "zip/ZipFormat.h"
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <iterator>
 #include <limits>
 #include <mutex>
+#include <numeric>
+#include <string_view>
+#include <utility>
 #include <vector>
 
-#include <fcntl.h>
 #include <libdeflate.h>
-#include <sys/stat.h>
 
 namespace zip {
 namespace {
 
-namespace fs = std::filesystem;
+enum class Difference { Entries, Type, Time, Length, Content, LinkTarget };
 
-constexpr std::uint16_t stored = 0;
-constexpr std::uint16_t deflated = 8;
+/// Completes "The archive differs from PATH in ...".
+std::string_view nounFor(Difference difference) {
+    switch (difference) {
+    case Difference::Entries:
+        return "the list of entries";
+    case Difference::Type:
+        return "type or permissions";
+    case Difference::Time:
+        return "the time of its last change";
+    case Difference::Length:
+        return "length";
+    case Difference::Content:
+        return "content";
+    case Difference::LinkTarget:
+        return "the target of the link";
+    }
+    return "";
+}
 
-base::Error differs(const std::string& path, const char* what) {
-    return {base::ErrorKind::Changed, "The archive differs from " + path + " in " + what +
-                                          ". Pack again when nothing writes to the package."};
+base::Error differs(const std::string& path, Difference difference) {
+    std::string sentence = "The archive differs from " + path + " in ";
+    sentence.append(nounFor(difference)).append(". Pack again when nothing writes to the package.");
+    return {base::ErrorKind::Changed, std::move(sentence)};
+}
+
+base::Error damaged(const std::string& path) {
+    return {base::ErrorKind::Damaged,
+            "What the archive says about " + path +
+                " does not fit what it holds. Check the memory and the disk and pack again."};
+}
+
+std::uint32_t timestamp(std::int64_t seconds) {
+    return static_cast<std::uint32_t>(
+        std::clamp<std::int64_t>(seconds, 0, std::numeric_limits<std::uint32_t>::max()));
 }
 
 /// Compares entries; each thread has one of its own.
 class EntryVerifier {
 public:
-    /// `compared` is told the bytes of content that were compared since the last call.
-    EntryVerifier(const ArchiveReader& archive, std::string parent,
-                  std::optional<std::int64_t> fixedTime,
-                  std::function<void(std::uint64_t)> compared)
-        : archive_(archive), parent_(std::move(parent)), fixedTime_(fixedTime),
-          compared_(std::move(compared)) {}
+    /// `compared` is called with the bytes of content that were compared since its last call.
+    EntryVerifier(const ArchiveReader& archive, const PackageTree& tree,
+                  const VerifyOptions& options, std::function<void(std::uint64_t)> compared)
+        : archive_(archive), tree_(tree), options_(options), compared_(std::move(compared)),
+          inflater_(options.pieceEnds) {}
 
-    base::Outcome verify(const ArchivedEntry& entry) {
-        path_ = parent_ + entry.name;
-        if (entry.name.ends_with('/'))
-            path_.pop_back();
-        struct stat status {};
-        if (::lstat(path_.c_str(), &status) != 0)
-            return base::systemError("compare", path_, errno);
-        if (entry.mode != static_cast<std::uint16_t>(status.st_mode) ||
-            S_ISDIR(status.st_mode) != entry.name.ends_with('/'))
-            return differs(path_, "type or permissions");
-        if (entry.modified != timestamp(fixedTime_.value_or(status.st_mtime)))
-            return differs(path_, "its time");
-        if (entry.size !=
-            (S_ISDIR(status.st_mode) ? 0 : static_cast<std::uint64_t>(status.st_size)))
-            return differs(path_, "length");
-        auto data = archive_.findData(entry);
+    base::Outcome verify(const ArchivedEntry& archived, const Entry& entry) {
+        path_ = tree_.pathOf(entry);
+        const std::int64_t modified = options_.fixedTime.value_or(entry.state.modified.tv_sec);
+        const DosTime dos = dosTime(modified, options_.fixedTime.has_value());
+        if (archived.name != entry.name)
+            return differs(path_, Difference::Entries);
+        if (archived.mode != entry.mode)
+            return differs(path_, Difference::Type);
+        if (archived.modified != timestamp(modified) ||
+            archived.dosModified != (std::uint32_t{dos.date} << 16 | dos.time))
+            return differs(path_, Difference::Time);
+        if (archived.size != entry.contentSize())
+            return differs(path_, Difference::Length);
+        auto data = archive_.findData(archived);
         if (!data)
             return data.error();
-        return S_ISREG(status.st_mode) ? verifyFile(entry, *data) : verifyLink(entry, *data);
+        return entry.type == EntryType::File ? verifyFile(archived, entry, *data)
+                                             : verifyLinkOrFolder(archived, entry, *data);
     }
 
 private:
-    static std::uint32_t timestamp(std::int64_t seconds) {
-        constexpr std::int64_t earliest = std::numeric_limits<std::int32_t>::min();
-        constexpr std::int64_t latest = std::numeric_limits<std::uint32_t>::max();
-        return static_cast<std::uint32_t>(std::clamp(seconds, earliest, latest));
-    }
-
-    /// Also of folders, which have no content.
-    base::Outcome verifyLink(const ArchivedEntry& entry, std::uint64_t data) {
-        std::string target(static_cast<std::size_t>(entry.size), '\0');
+    base::Outcome verifyLinkOrFolder(const ArchivedEntry& archived, const Entry& entry,
+                                     std::uint64_t data) {
+        std::string target(static_cast<std::size_t>(archived.size), '\0');
         auto* bytes = reinterpret_cast<std::uint8_t*>(target.data());
         if (auto read = archive_.read(bytes, target.size(), data); !read)
             return read;
-        if (entry.method != stored || entry.compressedSize != entry.size ||
-            libdeflate_crc32(0, bytes, target.size()) != entry.crc32)
-            return differs(path_, "its record");
-        if (entry.size != 0 && fs::read_symlink(path_) != target)
-            return differs(path_, "the target of the link");
-        compared_(entry.size);
+        if (!isStored(archived) || libdeflate_crc32(0, bytes, target.size()) != archived.crc32)
+            return damaged(path_);
+        if (entry.type == EntryType::Folder)
+            return {};
+        auto onDisk = readLinkTarget(tree_, entry);
+        if (!onDisk)
+            return onDisk.error();
+        if (*onDisk != target)
+            return differs(path_, Difference::LinkTarget);
+        compared_(archived.size);
         return {};
     }
 
-    base::Outcome verifyFile(const ArchivedEntry& entry, std::uint64_t data) {
-        file_ = base::FileDescriptor::openAt(AT_FDCWD, path_.c_str(),
-                                             O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-        if (!file_.open())
-            return base::systemError("open", path_, errno);
+    base::Outcome verifyFile(const ArchivedEntry& archived, const Entry& entry,
+                             std::uint64_t data) {
+        auto file = SourceFile::open(tree_, entry);
+        if (!file)
+            return file.error();
         offset_ = 0;
         crc32_ = 0;
-        const auto compare = [&](base::Bytes content) { return compareNext(content); };
-        auto compared = entry.method == deflated ? inflater_.read(archive_, entry, data, compare)
-                        : entry.method == stored ? readStored(entry, data)
-                                                 : differs(path_, "an unknown method");
-        if (compared && crc32_ != entry.crc32)
-            return differs(path_, "the check sum");
+        const auto compare = [&](base::Bytes content) { return compareNext(*file, content); };
+        auto compared = isStored(archived) ? readStored(archived, data, compare)
+                        : archived.method == static_cast<std::uint16_t>(Method::Deflated)
+                            ? inflater_.read(archive_, archived, data, compare)
+                            : damaged(path_);
+        if (compared && crc32_ != archived.crc32)
+            return damaged(path_);
         return compared;
     }
 
-    base::Outcome readStored(const ArchivedEntry& entry, std::uint64_t data) {
-        if (entry.compressedSize != entry.size)
-            return differs(path_, "length");
-        while (offset_ < entry.size) {
+    static bool isStored(const ArchivedEntry& archived) {
+        return archived.method == static_cast<std::uint16_t>(Method::Stored) &&
+               archived.compressedSize == archived.size;
+    }
+
+    base::Outcome readStored(const ArchivedEntry& archived, std::uint64_t data,
+                             const std::function<base::Outcome(base::Bytes)>& sink) {
+        while (offset_ < archived.size) {
             const auto size = static_cast<std::size_t>(
-                std::min<std::uint64_t>(entry.size - offset_, DeflateReader::longestPiece));
+                std::min<std::uint64_t>(archived.size - offset_, DeflateReader::longestPiece));
             stored_.clear();
             if (auto read = archive_.read(stored_.tail(size), size, data + offset_); !read)
                 return read;
             stored_.extend(size);
-            if (auto compared = compareNext(stored_.bytes()); !compared)
-                return compared;
+            if (auto done = sink(stored_.bytes()); !done)
+                return done;
         }
         return {};
     }
 
-    base::Outcome compareNext(base::Bytes content) {
+    base::Outcome compareNext(const SourceFile& file, base::Bytes content) {
         onDisk_.clear();
-        const auto count =
-            base::readAt(file_.get(), onDisk_.tail(content.size()), content.size(), offset_);
-        if (!count)
-            return base::systemError("read", path_, errno);
-        if (*count != content.size() ||
-            std::memcmp(content.data(), onDisk_.data(), content.size()) != 0)
-            return differs(path_, "content");
+        std::uint8_t* onDisk = onDisk_.tail(content.size());
+        if (auto read = file.read(onDisk, content.size(), offset_); !read)
+            return read;
+        if (std::memcmp(content.data(), onDisk, content.size()) != 0)
+            return differs(path_, Difference::Content);
         offset_ += content.size();
         crc32_ = libdeflate_crc32(crc32_, content.data(), content.size());
         compared_(content.size());
@@ -131,50 +160,42 @@ private:
     }
 
     const ArchiveReader& archive_;
-    std::string parent_;
-    std::optional<std::int64_t> fixedTime_;
+    const PackageTree& tree_;
+    const VerifyOptions& options_;
     std::function<void(std::uint64_t)> compared_;
     DeflateReader inflater_;
     base::ByteBuffer stored_;
     base::ByteBuffer onDisk_;
 
+    // Of the entry that is being compared.
     std::string path_;
-    base::FileDescriptor file_;
     std::uint64_t offset_ = 0;
     std::uint32_t crc32_ = 0;
 };
 
-/// Every entry is in the folder, as the caller finds; so it is enough that none is there twice and
-/// that there are as many.
-base::Outcome verifyNames(std::span<const ArchivedEntry> entries, const fs::path& package) {
-    const std::string root = package.filename().string() + '/';
-    for (std::size_t index = 0; index < entries.size(); ++index)
-        if (!entries[index].name.starts_with(root) ||
-            (index > 0 && entries[index].name <= entries[index - 1].name))
-            return differs(package, "the order of its entries");
-    const fs::recursive_directory_iterator children(package);
-    if (entries.size() !=
-        1 + static_cast<std::size_t>(std::distance(begin(children), end(children))))
-        return differs(package, "the number of entries");
-    return {};
-}
-
-/// The longest first, so that the threads finish together.
-std::vector<const ArchivedEntry*> byLength(std::span<const ArchivedEntry> entries) {
-    std::vector<const ArchivedEntry*> sorted;
-    sorted.reserve(entries.size());
-    for (const ArchivedEntry& entry : entries)
-        sorted.push_back(&entry);
-    std::stable_sort(sorted.begin(), sorted.end(),
-                     [](const auto* a, const auto* b) { return a->size > b->size; });
+/// The indexes of the entries, the longest first, so that the threads finish together.
+std::vector<std::size_t> byLength(const std::vector<Entry>& entries) {
+    std::vector<std::size_t> sorted(entries.size());
+    std::iota(sorted.begin(), sorted.end(), std::size_t{0});
+    std::stable_sort(sorted.begin(), sorted.end(), [&](std::size_t a, std::size_t b) {
+        return entries[a].contentSize() > entries[b].contentSize();
+    });
     return sorted;
 }
 
-base::Outcome verifyEntries(const ArchiveReader& archive, const fs::path& package,
-                            const VerifyOptions& options) {
-    if (auto names = verifyNames(archive.entries(), package); !names)
-        return names;
-    const auto entries = byLength(archive.entries());
+} // namespace
+
+base::Outcome verify(int archive, const std::string& path, const std::string& package,
+                     const VerifyOptions& options) {
+    auto reader = ArchiveReader::open(archive, path);
+    if (!reader)
+        return reader.error();
+    auto tree = listPackage(package);
+    if (!tree)
+        return tree.error();
+    if (tree->entries.size() != reader->entries().size())
+        return differs(package, Difference::Entries);
+    const auto order = byLength(tree->entries);
     std::atomic<std::size_t> next = 0;
     std::mutex progressMutex;
     const auto tell = [&](std::uint64_t bytes) {
@@ -183,29 +204,15 @@ base::Outcome verifyEntries(const ArchiveReader& archive, const fs::path& packag
             options.progress(bytes);
     };
     const auto work = [&]() -> base::Outcome {
-        EntryVerifier verifier(archive, package.parent_path() / "", options.fixedTime, tell);
-        for (std::size_t index = next++; index < entries.size(); index = next++)
-            if (auto verified = verifier.verify(*entries[index]); !verified)
+        EntryVerifier verifier(*reader, *tree, options, tell);
+        for (std::size_t at = next++; at < order.size(); at = next++)
+            if (auto verified =
+                    verifier.verify(reader->entries()[order[at]], tree->entries[order[at]]);
+                !verified)
                 return verified;
         return {};
     };
-    return base::runOnThreads(options.threads, work, [&] { next = entries.size(); });
-}
-
-} // namespace
-
-base::Outcome verify(const std::string& archive, const std::string& package,
-                     const VerifyOptions& options) {
-    try {
-        auto reader = ArchiveReader::open(archive);
-        if (!reader)
-            return reader.error();
-        return verifyEntries(*reader, fs::canonical(package), options);
-    } catch (const std::exception& exception) {
-        return base::Error{base::ErrorKind::System, "Cannot compare " + package +
-                                                        " with its archive: " + exception.what() +
-                                                        ". Try again."};
-    }
+    return base::runOnThreads(options.threads, work, [&] { next = order.size(); });
 }
 
 } // namespace zip

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 
 namespace zip {
@@ -14,16 +15,18 @@ struct VerifyOptions {
     unsigned threads = 1;
     /// The time that the archive has instead of the entries' own, in seconds since 1970.
     std::optional<std::int64_t> fixedTime{};
-    /// If set, told the bytes of content that were compared since the last call, by one thread at a
-    /// time.
+    /// What ArchiveWriter::pieceEnds() gives.
+    std::span<const std::uint64_t> pieceEnds{};
+    /// If set, called with the bytes of content that were compared since its last call, by one
+    /// thread at a time.
     std::function<void(std::uint64_t bytes)> progress{};
 };
 
-/// Reads the archive back and compares it with the folder it was made from: the same entries, no
-/// more and no less, with the same types, permissions, times, link targets and bytes, in an archive
-/// whose records agree with each other. Shares no code with the writing side but the reading of
-/// files.
-[[nodiscard]] base::Outcome verify(const std::string& archive, const std::string& package,
+/// Reads the archive back and compares it with the folder it was made from. Fails unless both have
+/// the same entries with the same types, permissions, times, link targets and bytes, and all
+/// records of the archive agree. Shares with the writing side only the reading of the folder and
+/// the conversion of times. `archive` is open for reading; `path` is for messages.
+[[nodiscard]] base::Outcome verify(int archive, const std::string& path, const std::string& package,
                                    const VerifyOptions& options);
 
 } // namespace zip

@@ -44,15 +44,14 @@ void putZip64Extra(base::ByteBuffer& to, std::span<const std::uint64_t> values) 
 
 constexpr std::uint16_t timestampExtraSize = 9;
 
-// Readers take the stamp as 32 bits, and those after 2038 as unsigned.
+// Readers take the stamp as 32 bits without a sign.
 void putTimestampExtra(base::ByteBuffer& to, std::int64_t seconds) {
     constexpr std::uint8_t onlyModified = 1;
     put(to, timestampExtraTag);
     put(to, static_cast<std::uint16_t>(timestampExtraSize - 4));
     put(to, onlyModified);
     put(to, static_cast<std::uint32_t>(
-                std::clamp<std::int64_t>(seconds, std::numeric_limits<std::int32_t>::min(),
-                                         std::numeric_limits<std::uint32_t>::max())));
+                std::clamp<std::int64_t>(seconds, 0, std::numeric_limits<std::uint32_t>::max())));
 }
 
 /// From "version needed to extract" to "crc-32", the same in both headers.
@@ -131,7 +130,7 @@ void appendCentralDirectoryHeader(base::ByteBuffer& to, const HeaderFields& fiel
 
 void appendEndOfCentralDirectory(base::ByteBuffer& to, std::uint64_t entryCount,
                                  std::uint64_t directoryOffset, std::uint64_t directorySize) {
-    const bool manyEntries = entryCount > countInZip64;
+    const bool manyEntries = entryCount >= countInZip64;
     if (manyEntries || needsZip64(directoryOffset) || needsZip64(directorySize)) {
         constexpr std::uint64_t sizeAfterThisField = 44;
         put(to, zip64EndRecordSignature);

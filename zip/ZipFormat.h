@@ -25,14 +25,14 @@ constexpr std::uint16_t countInZip64 = std::numeric_limits<std::uint16_t>::max()
 
 enum class Method : std::uint16_t { Stored = 0, Deflated = 8 };
 
-/// A point in time as MS-DOS notes it: local time in steps of two seconds, from 1980 to 2107.
+/// A point in time as MS-DOS has it: local time in steps of two seconds, from 1980 to 2107.
 struct DosTime {
     std::uint16_t time = 0;
     std::uint16_t date = 0;
 };
 
-/// `seconds` since 1970, in the zone of this machine or in UTC; what is out of range becomes the
-/// nearest time that is in it. Any thread may call it.
+/// `seconds` since 1970, in the zone of this machine or in UTC; a time out of range becomes the
+/// nearest one in range. Any thread may call it.
 [[nodiscard]] DosTime dosTime(std::int64_t seconds, bool inUtc);
 
 /// What the headers say about one entry.
@@ -54,8 +54,8 @@ struct HeaderFields {
 void appendLocalFileHeader(base::ByteBuffer& to, const HeaderFields& fields);
 void appendCentralDirectoryHeader(base::ByteBuffer& to, const HeaderFields& fields);
 
-/// Appends the end of central directory record, with the zip64 record and locator before it where
-/// one of the numbers needs them.
+/// Appends the end of central directory record. If one of the numbers does not fit, the zip64
+/// record and locator come before it.
 void appendEndOfCentralDirectory(base::ByteBuffer& to, std::uint64_t entryCount,
                                  std::uint64_t directoryOffset, std::uint64_t directorySize);
 

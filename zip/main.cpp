@@ -30,13 +30,16 @@ constexpr int mostThreads = 256;
 constexpr std::int64_t earliestZipTime = 315532800;
 
 constexpr const char* usage = R"(usage: kelpmoray-zip [OPTION]... OUTPUT.zip PACKAGE
-Packs the folder PACKAGE into OUTPUT.zip, replacing an archive that is already there.
+Packs the folder PACKAGE into OUTPUT.zip. An archive that is already there is replaced.
+Kept are names, content, symbolic links, permissions, and the time of the last change in
+whole seconds from 1970 to 2106. Not kept are owners, hard links, extended attributes and
+access control lists; a line on standard error names those of the last two.
 
   -l LEVEL        from 1 (quick) to 9 (small), 5 if not given
   -j THREADS      how many threads work, all processors if not given; the archive is the same
   --reproducible  every time in the archive is SOURCE_DATE_EPOCH, or 1980-01-01 if that is not set
-  --verify        read the archive back and compare it with PACKAGE before it gets its name
-  --progress      a line a tenth of a second on standard error: percent of bytes
+  --verify        read the archive back and compare it with PACKAGE before it appears
+  --progress      ten times a second a line on standard error: percent of the bytes that are done
   --help          show this text
   --version       show the version
 
@@ -53,7 +56,6 @@ int report(std::string_view sentence, int status) {
     return status;
 }
 
-/// An error is one of usage.
 base::Outcome useReproducibleTime(PackOptions& options) {
     options.fixedTime = earliestZipTime;
     const char* epoch = std::getenv("SOURCE_DATE_EPOCH");
@@ -70,7 +72,7 @@ base::Outcome useReproducibleTime(PackOptions& options) {
 
 enum LongOption : int { Reproducible = 256, Verify, Progress, Help, Version };
 
-/// Applies one option, `given` as the user wrote it; an error is one of usage.
+/// Applies one option; `given` is how the user wrote it.
 base::Outcome apply(int option, const char* value, const std::string& given, CommandLine& line) {
     switch (option) {
     case 'l':
@@ -105,12 +107,12 @@ base::Outcome apply(int option, const char* value, const std::string& given, Com
     }
 }
 
-/// Prints at most one line in a tenth of a second, and one at the end.
+/// Prints at most ten lines a second, and one at the end.
 class ProgressPrinter {
 public:
     void operator()(std::uint64_t bytes, std::uint64_t total) {
         const auto now = std::chrono::steady_clock::now();
-        // What has no content may still follow the last byte.
+        // Entries without content may follow the last byte.
         const bool isNews = bytes == total ? !std::exchange(saidAll_, true) : now >= next_;
         if (!isNews)
             return;
@@ -151,6 +153,7 @@ int run(int argumentCount, char** arguments) {
     }
     if (argumentCount - optind != 2)
         return report("Give an archive and a package. See kelpmoray-zip --help.", wrongUsage);
+    line.options.notice = [](const std::string& sentence) { report(sentence, done); };
     if (line.showProgress)
         line.options.progress = ProgressPrinter();
     auto packed = pack(arguments[optind], arguments[optind + 1], line.options);

@@ -51,7 +51,7 @@ void requireSameContent(archive* reader, const std::string& path) {
 
 std::uint32_t asStamp(std::int64_t seconds) {
     return static_cast<std::uint32_t>(
-        std::clamp<std::int64_t>(seconds, INT32_MIN, std::int64_t{UINT32_MAX}));
+        std::clamp<std::int64_t>(seconds, 0, std::int64_t{UINT32_MAX}));
 }
 
 void requireSameEntry(archive* reader, archive_entry* entry, const std::string& path,

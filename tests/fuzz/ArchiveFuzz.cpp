@@ -3,7 +3,6 @@
 #include "tests/support/TemporaryFolder.h"
 #include "zip/JobCutter.h"
 #include "zip/Packer.h"
-#include "zip/Verifier.h"
 
 #include <algorithm>
 #include <random>
@@ -66,7 +65,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FuzzInput input(data, size);
     const TemporaryFolder folder;
     zip::PackOptions options{.level = 1 + static_cast<int>(input.byte() % 9),
-                             .threads = 1 + static_cast<unsigned>(input.byte() % 3)};
+                             .threads = 1 + static_cast<unsigned>(input.byte() % 3),
+                             .verify = true};
     if (input.byte() % 4 == 0)
         options.fixedTime = static_cast<std::int64_t>(input.byte()) << 24U;
     const std::string package = folder.makeFolder("of/" + input.fileName().substr(0, 200) + ".app");
@@ -79,8 +79,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string archive = folder.path("archive.zip");
     auto packed = zip::pack(archive, package, options);
     require(bool(packed), packed ? "" : packed.error().sentence);
-    auto verified = zip::verify(archive, package, {options.threads, options.fixedTime});
-    require(bool(verified), verified ? "" : verified.error().sentence);
     requireSame(archive, package, options.fixedTime);
     return 0;
 }

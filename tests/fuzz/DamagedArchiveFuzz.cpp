@@ -1,8 +1,7 @@
 #include "tests/fuzz/ArchiveComparison.h"
 #include "tests/fuzz/FuzzInput.h"
+#include "tests/support/PackedArchive.h"
 #include "tests/support/TemporaryFolder.h"
-#include "zip/JobCutter.h"
-#include "zip/Packer.h"
 #include "zip/Verifier.h"
 
 #include <sys/stat.h>
@@ -11,8 +10,14 @@ namespace {
 
 constexpr std::int64_t modified = 1'000'000'000;
 
-/// A package whose archive is the same on every machine: with a long file, or with a short one.
-std::string makePackage(const TemporaryFolder& folder, bool isLong) {
+/// A package and its archive, the same on every machine: with a long file, or with a short one.
+struct Sample {
+    std::string package;
+    std::string archive;
+    std::vector<std::uint64_t> pieceEnds;
+};
+
+Sample makeSample(const TemporaryFolder& folder, bool isLong) {
     const std::string name = isLong ? "Long.app" : "Short.app";
     const std::string file =
         folder.makeFile(name + "/file", std::string(isLong ? zip::longestPiece + 300 : 300, 'x'));
@@ -21,10 +26,9 @@ std::string makePackage(const TemporaryFolder& folder, bool isLong) {
     chmod(file.c_str(), 0644);
     chmod(folder.path(name + "/stored").c_str(), 0600);
     chmod(folder.path(name).c_str(), 0755);
-    auto packed = zip::pack(folder.path(name + ".zip"), folder.path(name),
-                            {.fixedTime = modified, .verify = true});
-    require(bool(packed), "a whole archive passes");
-    return folder.path(name);
+    const std::string archive = folder.path(name + ".zip");
+    auto pieceEnds = packed(archive, folder.path(name), modified);
+    return {folder.path(name), contentOf(archive), std::move(pieceEnds)};
 }
 
 /// Changes some of the archive, either in one place or wherever the same bytes stand, as most
@@ -51,19 +55,21 @@ void damage(std::string& bytes, FuzzInput& input) {
 /// Which package; then an archive that may be one of it, or what happens to the whole one.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const TemporaryFolder folder;
-    static const std::string packages[] = {makePackage(folder, false), makePackage(folder, true)};
-    static const std::string archives[] = {contentOf(packages[0] + ".zip"),
-                                           contentOf(packages[1] + ".zip")};
+    static const Sample samples[] = {makeSample(folder, false), makeSample(folder, true)};
     FuzzInput input(data, size);
     const std::size_t kind = input.byte();
-    const std::string& package = packages[kind % 2];
-    std::string bytes = archives[kind % 2];
+    const Sample& sample = samples[kind % 2];
+    std::string bytes = sample.archive;
     if ((kind & 2U) != 0)
         bytes = input.rest();
     for (int count = 0; count < 6 && !input.empty(); ++count)
         damage(bytes, input);
     const std::string archive = folder.makeFile("archive.zip", bytes);
-    if (zip::verify(archive, package, {.threads = 1, .fixedTime = modified}))
-        requireSame(archive, package, modified);
+    const auto opened = base::FileDescriptor::openAt(AT_FDCWD, archive.c_str(), O_RDONLY);
+    auto verified =
+        zip::verify(opened.get(), archive, sample.package, {1, modified, sample.pieceEnds});
+    require(verified || bytes != sample.archive, "a whole archive passes");
+    if (verified)
+        requireSame(archive, sample.package, modified);
     return 0;
 }

@@ -4,7 +4,6 @@
 Each test breaks one thing around the real programs and looks at what is said, at what remains on disk,
 and whether the next package is processed. KELPMORAY_BUILD names the build (build/dev).
 """
-import glob
 import os
 import shutil
 import signal
@@ -64,7 +63,7 @@ class DisksAndPermissions(ProgramTest):
         os.chmod(self.path("closed"), 0o555)
         status, said = self.batch(self.path("closed"), self.path("open"), **ordinary_user())
         self.assertEqual(status, 1, said)
-        self.assertIn(f"Cannot create {self.path('closed')}/.kelpmoray-", said)
+        self.assertIn(f"Cannot create {self.path('closed')}/A.zip: Permission denied", said)
         self.assertIn("Permission denied. Check the permissions or choose another folder.", said)
         self.assertIn("A.app: FAILED: ", said)
         self.assert_names(self.path("closed"), "A.app")
@@ -123,7 +122,7 @@ class PackagesThatChange(ProgramTest):
 
     def test_file_is_added(self):
         said = self.packed_while(lambda _: write(self.path("A.app/Contents/new"), "new"))
-        self.assertIn("in the number of entries. Pack again when nothing writes to the package", said)
+        self.assertIn("in the list of entries. Pack again when nothing writes to the package", said)
         self.assert_older_archive_only()
 
     def test_package_is_removed(self):
@@ -134,7 +133,6 @@ class PackagesThatChange(ProgramTest):
     def test_packer_is_killed(self):
         said = self.packed_while(lambda packer: os.kill(packer, signal.SIGKILL))
         self.assertIn("error: kelpmoray-zip could not pack " + self.path("A.app"), said)
-        self.assertEqual(len(glob.glob(self.path(".kelpmoray-*.zip.tmp"))), 1)
         self.assertEqual(self.pack(self.path("A.app"))[0], 0)
         self.assert_names(self.folder, "A.app", "A.zip")
         self.assert_whole(self.path("A.zip"), self.path("A.app"))

@@ -15,7 +15,8 @@ import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
 
-from programs import PATIENCE, ProgramTest, adopt_orphans, in_archive, make_package, on_disk  # noqa: E402
+from archives import in_archive, on_disk  # noqa: E402
+from programs import PATIENCE, ProgramTest, adopt_orphans, make_package  # noqa: E402
 
 MOMENTS = int(os.environ.get("KELPMORAY_KILLS", "200"))
 SEED = int(os.environ.get("KELPMORAY_SEED", str(time.time_ns() % 1_000_000)))

@@ -15,7 +15,8 @@ import unittest
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
 
 from desktop import Desktop, Window  # noqa: E402
-from programs import ProgramTest, await_that, make_package, on_disk, in_archive, run  # noqa: E402
+from archives import in_archive, on_disk  # noqa: E402
+from programs import ProgramTest, await_that, make_package, run  # noqa: E402
 
 PACKED = "packed"
 SHELL = "its path holds a quote, a dollar sign, a back quote, a backslash or a line break"

@@ -9,7 +9,8 @@ import zipfile
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
 
-from programs import ROOT, FolderTest, on_disk, run, write  # noqa: E402
+from archives import on_disk  # noqa: E402
+from programs import ROOT, FolderTest, run, write  # noqa: E402
 
 RESOURCES = os.path.join(ROOT, "resources")
 PACKING, SIGNING, NEVER_SIGNING = "fenwoJustZipApps.sh", "fenwoCodesignApps.sh", "fenwoZipAppsDNP.sh"

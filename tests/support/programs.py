@@ -5,13 +5,12 @@ import glob
 import os
 import shutil
 import signal
-import stat
-import struct
 import subprocess
 import tempfile
 import time
 import unittest
-import zipfile
+
+from archives import in_archive, on_disk
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 BUILD = os.environ.get("KELPMORAY_BUILD", os.path.join(ROOT, "build/dev"))
@@ -128,12 +127,20 @@ class ProgramTest(FolderTest):
 
     def hold_packer(self, folder):
         """Stops the packer in the middle of its work in the folder; its number."""
-        pattern = os.path.join(folder, ".kelpmoray-*.zip.tmp")
-        unfinished = await_that(lambda: glob.glob(pattern), "the packer")[0]
-        packer = int(unfinished.split("-")[-1].split(".")[0])
+        opened = await_that(lambda: self.unfinished_in(folder), "the packer")
+        packer = int(opened.split("/")[2])
         os.kill(packer, signal.SIGSTOP)
-        self.assertTrue(os.path.exists(unfinished), "it was too quick")
+        self.assertTrue(os.path.lexists(opened), "it was too quick")
         return packer
+
+    @staticmethod
+    def unfinished_in(folder):
+        """The entry of /proc that stands for a file without a name, open in the folder."""
+        for opened in glob.glob("/proc/[0-9]*/fd/*"):
+            with contextlib.suppress(OSError):
+                if os.readlink(opened).startswith(os.path.join(folder, "#")):
+                    return opened
+        return None
 
 
 def run(command, **how):
@@ -171,42 +178,6 @@ def make_package(path, size=0, files=()):
     for name, content in dict(files).items():
         write(os.path.join(in_package, os.fsencode(name)), content)
     return path
-
-
-def on_disk(package):
-    """Mode, time of change and content of every entry by its name in the archive, in bytes."""
-    package = os.fsencode(package)
-    found = {}
-    for folder, folders, files in os.walk(package):
-        for path in [folder] + [os.path.join(folder, name) for name in folders + files]:
-            status = os.lstat(path)
-            mode = status.st_mode
-            content = b""
-            if stat.S_ISLNK(mode):
-                content = os.readlink(path)
-            elif stat.S_ISREG(mode):
-                with open(path, "rb") as file:
-                    content = file.read()
-            found[os.path.relpath(path, os.path.dirname(package))] = (mode, int(status.st_mtime), content)
-    return found
-
-
-def time_of_change(entry):
-    """From the field that has it in seconds."""
-    fields = entry.extra
-    while len(fields) >= 4:
-        kind, size = struct.unpack_from("<HH", fields)
-        if kind == 0x5455:
-            return struct.unpack_from("<i", fields, 5)[0]
-        fields = fields[4 + size:]
-    return None
-
-
-def in_archive(archive):
-    """The same as an independent reader finds it; it checks every sum on the way."""
-    with zipfile.ZipFile(archive) as zipped:
-        return {info.filename.encode("utf-8" if info.flag_bits & 0x800 else "cp437").rstrip(b"/"):
-                (info.external_attr >> 16, time_of_change(info), zipped.read(info)) for info in zipped.infolist()}
 
 
 class SmallDisk:

@@ -1,6 +1,7 @@
 #include "zip/Packer.h"
 
 #include "TestTree.h"
+#include "zip/Compressor.h"
 #include "zip/JobCutter.h"
 
 #include <algorithm>
@@ -61,6 +62,20 @@ TEST(Pack, stores_what_does_not_shrink) {
     ASSERT_TRUE(packed) << packed.error().sentence;
     EXPECT_LT(fs::file_size(folder / "A.zip"), content.size() + 100000);
     EXPECT_EQ(runInShell("unzip -tqq " + shellQuoted(folder / "A.zip")).status, 0);
+}
+
+TEST(Pack, reads_back_a_stored_block_that_looks_like_the_end_of_a_piece) {
+    const TemporaryFolder folder;
+    std::mt19937 random(23);
+    // The first stored block ends in the mark; what follows refers back over it.
+    const std::string noise = randomBytes(random, 65531) + std::string("\0\0\xff\xff", 4);
+    std::string content = noise + randomBytes(random, 5000);
+    while (content.size() < 2 * zip::longestPiece)
+        content += noise.substr(noise.size() - 300 - random() % 3000, 299);
+    writeFile(folder / "A.app/big", content);
+    for (const int level : {zip::quickestLevel, zip::smallestLevel})
+        EXPECT_TRUE(zip::pack(folder / "A.zip", folder / "A.app",
+                              {.level = level, .threads = 2, .verify = true}));
 }
 
 TEST(Pack, fails_when_a_file_or_link_changes_after_the_listing) {

@@ -1,8 +1,8 @@
 #include "zip/Verifier.h"
 
 #include "TestTree.h"
-#include "zip/JobCutter.h"
-#include "zip/Packer.h"
+#include "tests/support/ExpectFails.h"
+#include "tests/support/PackedArchive.h"
 
 #include <gmock/gmock.h>
 
@@ -20,17 +20,18 @@ protected:
         fs::create_symlink("text", package_ + "/link");
     }
 
-    void pack() {
-        auto packed = zip::pack(archive_, package_, {.threads = 1, .fixedTime = fixedTime_});
-        ASSERT_TRUE(packed) << packed.error().sentence;
-    }
+    void pack() { pieceEnds_ = packed(archive_, package_, fixedTime_); }
 
-    base::Outcome verify() { return zip::verify(archive_, package_, {2, fixedTime_}); }
+    base::Outcome verify() {
+        const auto opened = base::FileDescriptor::openAt(AT_FDCWD, archive_.c_str(), O_RDONLY);
+        return zip::verify(opened.get(), archive_, package_, {2, fixedTime_, pieceEnds_});
+    }
 
     TemporaryFolder folder_;
     std::string package_ = folder_ / "A.app";
     std::string archive_ = folder_ / "A.zip";
     std::optional<std::int64_t> fixedTime_;
+    std::vector<std::uint64_t> pieceEnds_;
 };
 
 TEST_F(Verify, notices_every_difference_in_the_folder) {
@@ -38,6 +39,7 @@ TEST_F(Verify, notices_every_difference_in_the_folder) {
         "printf x >> text", "chmod 700 text", "touch -t 200101010000 text", "rm text",
         "echo > more", "mkdir folder/more", "rmdir folder", "ln -sfn texT link",
         "touch -h -t 200101010000 link", "rm text && mkdir text", "touch -t 200101010000 folder",
+        "touch -r . ../time && mv text other && touch -r ../time .",
         // The same length and time, one byte different.
         "touch -r text ../time && printf z | dd of=text bs=1 seek=7 conv=notrunc && touch -r "
         "../time text"};
@@ -45,7 +47,7 @@ TEST_F(Verify, notices_every_difference_in_the_folder) {
         pack();
         ASSERT_TRUE(verify());
         ASSERT_EQ(runInShell("cd " + shellQuoted(package_) + " && " + change).status, 0);
-        EXPECT_FALSE(verify()) << change;
+        EXPECT_FAILS(verify(), Changed) << change;
         fs::remove_all(package_);
         SetUp();
     }
@@ -54,14 +56,25 @@ TEST_F(Verify, notices_every_difference_in_the_folder) {
 TEST_F(Verify, notices_a_change_in_any_byte_of_the_archive) {
     pack();
     const std::string whole = contentOf(archive_);
-    std::vector<std::size_t> unnoticed;
-    for (std::size_t index = 0; index < whole.size(); ++index) {
-        std::string damaged = whole;
-        damaged[index] = static_cast<char>(damaged[index] ^ 0x55);
+    const auto isUnnoticed = [&](std::string damaged, std::size_t at, std::size_t twin, int bits) {
+        for (const std::size_t index : {at, twin})
+            damaged[index] = static_cast<char>(whole[index] ^ bits);
         writeFile(archive_, damaged);
-        if (verify())
+        return bool(verify());
+    };
+    std::vector<std::size_t> unnoticed;
+    for (std::size_t index = 0; index < whole.size(); ++index)
+        if (isUnnoticed(whole, index, index, 0x55))
             unnoticed.push_back(index);
-    }
+    // What both headers say, from the version on: of the first entry the central one is the first.
+    const std::size_t central = whole.find("PK\1\2");
+    for (std::size_t index = 4; index < 26; ++index)
+        for (const int bits : {1, 2, 8})
+            if (isUnnoticed(whole, index, central + 2 + index, bits))
+                unnoticed.push_back(index);
+    const std::size_t flagsOfStamp = whole.find("UT\5") + 4;
+    if (isUnnoticed(whole, flagsOfStamp, whole.find("UT\5", central) + 4, 2))
+        unnoticed.push_back(flagsOfStamp);
     EXPECT_THAT(unnoticed, testing::IsEmpty());
 }
 
@@ -70,14 +83,12 @@ TEST_F(Verify, notices_an_archive_that_is_cut_or_continued) {
     const std::string whole = contentOf(archive_);
     for (std::size_t size = 0; size < whole.size(); size += 7) {
         writeFile(archive_, whole.substr(0, size));
-        EXPECT_FALSE(verify()) << size;
+        EXPECT_FAILS(verify(), Damaged) << size;
     }
     writeFile(archive_, whole + "x");
-    EXPECT_FALSE(verify());
+    EXPECT_FAILS(verify(), Damaged);
     writeFile(archive_, "x" + whole);
-    EXPECT_FALSE(verify());
-    fs::remove(archive_);
-    EXPECT_FALSE(verify());
+    EXPECT_FAILS(verify(), Damaged);
 }
 
 TEST_F(Verify, notices_a_change_in_each_piece_of_a_long_file) {
@@ -100,7 +111,7 @@ TEST_F(Verify, expects_the_fixed_time_where_one_was_given) {
     pack();
     EXPECT_TRUE(verify());
     fixedTime_.reset();
-    EXPECT_FALSE(verify());
+    EXPECT_FAILS(verify(), Changed);
 }
 
 } // namespace

@@ -78,8 +78,8 @@ TEST(CentralDirectory, has_in_zip64_only_what_does_not_fit) {
     };
     constexpr std::size_t plainSize = 22;
     constexpr std::size_t zip64Size = 56 + 20 + plainSize;
-    EXPECT_EQ(sizeOfEnd(65535, 0xFFFFFFFE, 100), plainSize);
-    EXPECT_EQ(sizeOfEnd(65536, 0, 100), zip64Size);
+    EXPECT_EQ(sizeOfEnd(65534, 0xFFFFFFFE, 100), plainSize);
+    EXPECT_EQ(sizeOfEnd(65535, 0, 100), zip64Size);
     EXPECT_EQ(sizeOfEnd(1, 0xFFFFFFFF, 100), zip64Size);
     EXPECT_EQ(sizeOfEnd(1, 0, 0xFFFFFFFF), zip64Size);
 }
