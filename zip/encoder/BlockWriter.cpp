@@ -30,7 +30,7 @@ void add(BitWriter& out, std::uint32_t counted) {
 void addUpToThree(BitWriter& out, const std::uint8_t* content, std::uint32_t count,
                   const std::uint32_t* literals) {
     for (std::uint32_t index = 0; index < 3; ++index)
-        add(out, literals[content[index]] & (0U - std::uint32_t{index < count}));
+        add(out, literals[content[index]] & opaque(0U - std::uint32_t{index < count}));
 }
 
 } // namespace
