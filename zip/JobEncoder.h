@@ -55,7 +55,7 @@ private:
     const PackageTree& tree_;
     std::optional<std::int64_t> fixedTime_;
     Compressor compressor_;
-    base::ByteBuffer content_;
+    PaddedContent content_;
     base::ByteBuffer deflated_;
 };
 
