@@ -57,7 +57,8 @@ base::Outcome ArchiveWriter::closeFile(std::size_t entry) {
 base::Outcome ArchiveWriter::storeInstead(std::size_t entry) {
     const Entry& file = tree_.entries[entry];
     EntryRecord& record = records_[entry];
-    auto source = SourceFile::open(tree_, file);
+    OpenFolder folder(tree_);
+    auto source = SourceFile::open(folder, file);
     if (!source)
         return source.error();
     position_ -= record.compressedSize;

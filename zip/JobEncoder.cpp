@@ -78,12 +78,12 @@ base::Outcome JobEncoder::encodeEntry(const Entry& entry, EncodedJob& encoded) {
 base::Outcome JobEncoder::readContent(const Entry& entry, std::uint64_t offset, std::size_t size) {
     std::uint8_t* const content = content_.resize(size);
     if (entry.type == EntryType::Link) {
-        auto target = readLinkTarget(tree_, entry);
+        auto target = readLinkTarget(folder_, entry);
         if (!target)
             return target.error();
         std::copy(target->begin(), target->end(), content);
     } else if (entry.type == EntryType::File) {
-        auto source = SourceFile::open(tree_, entry);
+        auto source = SourceFile::open(folder_, entry);
         if (!source)
             return source.error();
         if (auto read = source->read(content, size, offset); !read)

@@ -130,7 +130,7 @@ void appendParts(std::vector<Part>& parts, std::size_t index, const ArchivedEntr
 class PartVerifier {
 public:
     PartVerifier(const ArchiveReader& archive, const PackageTree& tree)
-        : archive_(archive), tree_(tree) {}
+        : archive_(archive), tree_(tree), folder_(tree) {}
 
     /// Compares the part and finds its check sum.
     base::Outcome verify(Part& part) {
@@ -169,7 +169,7 @@ private:
     }
 
     base::Outcome compareFile(const Part& part, const Entry& entry, base::Bytes content) {
-        auto file = SourceFile::open(tree_, entry);
+        auto file = SourceFile::open(folder_, entry);
         if (!file)
             return file.error();
         onDisk_.clear();
@@ -182,7 +182,7 @@ private:
     }
 
     base::Outcome compareLink(const Entry& entry, base::Bytes content) {
-        auto onDisk = readLinkTarget(tree_, entry);
+        auto onDisk = readLinkTarget(folder_, entry);
         if (!onDisk)
             return onDisk.error();
         if (!std::ranges::equal(base::bytesOf(*onDisk), content))
@@ -192,6 +192,7 @@ private:
 
     const ArchiveReader& archive_;
     const PackageTree& tree_;
+    OpenFolder folder_;
     DeflateReader inflater_;
     base::ByteBuffer stored_;
     base::ByteBuffer onDisk_;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <numeric>
 
 namespace zip {
 namespace {
@@ -11,6 +12,28 @@ constexpr unsigned symbolBits = 9;
 
 /// How many codes there are of each length.
 using LengthCounts = std::array<std::uint32_t, longestCode + 1>;
+
+/// Puts the count and number of each symbol that occurs into `keys`, ascending; returns how many.
+/// Most counts are small, and find their place without a comparison.
+std::size_t sortByCount(std::span<const std::uint32_t> counts,
+                        std::array<std::uint32_t, mostSymbols>& keys) {
+    constexpr std::uint32_t large = 128;
+    std::array<std::uint16_t, large + 1> places{};
+    for (const std::uint32_t count : counts)
+        ++places[std::min(count, large)];
+    places[0] = 0;
+    std::partial_sum(places.begin(), places.end(), places.begin());
+    const std::size_t used = places[large];
+    const std::size_t firstLarge = places[large - 1];
+    // From the last symbol on, each place is that of the last key that is not there yet.
+    for (std::size_t symbol = counts.size(); symbol-- > 0;)
+        if (counts[symbol] != 0)
+            keys[--places[std::min(counts[symbol], large)]] =
+                static_cast<std::uint32_t>(counts[symbol] << symbolBits | symbol);
+    std::sort(keys.begin() + static_cast<std::ptrdiff_t>(firstLarge),
+              keys.begin() + static_cast<std::ptrdiff_t>(used));
+    return used;
+}
 
 /// Builds the tree in place (Moffat and Katajainen): `weights` holds the leaves, the lightest
 /// first, and gets the inner nodes, the root last; of each first its weight, then its parent, then
@@ -95,12 +118,8 @@ std::uint16_t reversed(std::uint32_t code, unsigned length) {
 
 void makeCodeLengths(std::span<const std::uint32_t> counts, unsigned longest,
                      std::span<std::uint8_t> lengths) {
-    // A count and its symbol in one number, so that sorting is quick and always the same.
     std::array<std::uint32_t, mostSymbols> keys;
-    std::size_t used = 0;
-    for (std::size_t symbol = 0; symbol < counts.size(); ++symbol)
-        if (counts[symbol] != 0)
-            keys[used++] = static_cast<std::uint32_t>(counts[symbol] << symbolBits | symbol);
+    const std::size_t used = sortByCount(counts, keys);
     const auto symbolOf = [&](std::size_t index) { return keys[index] & ((1U << symbolBits) - 1); };
 
     std::fill(lengths.begin(), lengths.end(), std::uint8_t{0});
@@ -110,7 +129,6 @@ void makeCodeLengths(std::span<const std::uint32_t> counts, unsigned longest,
         lengths[first] = lengths[second] = 1;
         return;
     }
-    std::sort(keys.begin(), keys.begin() + static_cast<std::ptrdiff_t>(used));
     std::array<std::uint32_t, mostSymbols> weights;
     for (std::size_t index = 0; index < used; ++index)
         weights[index] = keys[index] >> symbolBits;
@@ -133,8 +151,7 @@ void makeCodes(std::span<const std::uint8_t> lengths, std::span<std::uint16_t> c
     for (unsigned length = 1; length <= longestCode; ++length)
         next[length] = (next[length - 1] + counts[length - 1]) << 1;
     for (std::size_t symbol = 0; symbol < lengths.size(); ++symbol)
-        if (lengths[symbol] != 0)
-            codes[symbol] = reversed(next[lengths[symbol]]++, lengths[symbol]);
+        codes[symbol] = reversed(next[lengths[symbol]]++, lengths[symbol]);
 }
 
 } // namespace zip

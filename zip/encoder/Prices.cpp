@@ -56,7 +56,8 @@ void Prices::set(const Histogram& histogram) {
 const Histogram& usualHistogram() {
     static const Histogram histogram = [] {
         Histogram usual;
-        std::fill_n(usual.content.begin(), literalSymbols, 20U);
+        std::fill_n(usual.content.begin(), literalSymbols, 30U);
+        std::fill(usual.content.begin() + ' ', usual.content.begin() + '~', 60U);
         for (std::size_t symbol = 0; symbol < lengthSymbols; ++symbol)
             usual.content[firstLengthSymbol + symbol] = symbol < 4 ? 500 : symbol < 8 ? 250 : 100;
         for (std::size_t symbol = 0; symbol < distanceSymbols; ++symbol)
