@@ -7,8 +7,8 @@ namespace {
 
 // Large, as each run is one write; shorter towards the end, so that the threads finish together.
 constexpr std::size_t longestRunSize = std::size_t{512} << 10;
-constexpr std::size_t shortestRunSize = std::size_t{64} << 10;
-constexpr std::size_t longestRun = 1024;
+constexpr std::size_t shortestRunSize = std::size_t{128} << 10;
+constexpr std::size_t longestRun = 256;
 
 std::uint64_t pieceSizeFor(std::uint64_t left) {
     return std::clamp<std::uint64_t>(left / 8, shortestPiece, longestPiece);

@@ -78,7 +78,7 @@ std::uint32_t binaryLogarithm(std::uint32_t value) {
 
 std::uint64_t estimatedBits(const Histogram& histogram) {
     // As measured: what the codes of a block need besides, for each symbol and in all.
-    constexpr std::uint64_t headerOfSymbol = 3 * oneBit;
+    constexpr std::uint64_t headerOfSymbol = 5 * oneBit / 2;
     constexpr std::uint64_t headerOfBlock = 80 * oneBit;
     const Estimate content = entropyOf(histogram.content);
     const Estimate distance = entropyOf(histogram.distance);

@@ -31,7 +31,7 @@ private:
 } // namespace
 
 void Prices::set(const Histogram& histogram) {
-    const SymbolPrices content(histogram.content, 13);
+    const SymbolPrices content(histogram.content, 11);
     for (std::size_t symbol = 0; symbol < literalSymbols; ++symbol)
         literal[symbol] = std::max(content.of(symbol), priceOfBit);
     std::fill_n(length.begin(), shortestMatch, noPrice);
@@ -41,7 +41,7 @@ void Prices::set(const Histogram& histogram) {
                     content.of(firstLengthSymbol + symbol) +
                         lengthRanges.extraBits[symbol] * priceOfBit);
 
-    const SymbolPrices distances(histogram.distance, 12);
+    const SymbolPrices distances(histogram.distance, 11);
     for (std::size_t symbol = 0; symbol < distanceSymbols; ++symbol) {
         const std::size_t count = std::size_t{1} << distanceRanges.extraBits[symbol];
         const std::uint32_t price =
@@ -56,8 +56,8 @@ void Prices::set(const Histogram& histogram) {
 const Histogram& usualHistogram() {
     static const Histogram histogram = [] {
         Histogram usual;
-        std::fill_n(usual.content.begin(), literalSymbols, 30U);
-        std::fill(usual.content.begin() + ' ', usual.content.begin() + '~', 60U);
+        std::fill_n(usual.content.begin(), literalSymbols, 50U);
+        std::fill(usual.content.begin() + ' ', usual.content.begin() + '~', 70U);
         for (std::size_t symbol = 0; symbol < lengthSymbols; ++symbol)
             usual.content[firstLengthSymbol + symbol] = symbol < 4 ? 500 : symbol < 8 ? 250 : 100;
         for (std::size_t symbol = 0; symbol < distanceSymbols; ++symbol)
