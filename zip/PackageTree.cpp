@@ -64,7 +64,8 @@ base::Result<EntryType> typeOf(const struct stat& status, const std::string& pat
 base::Outcome addEntry(PackageTree& tree, int at, const char* path, std::string name) {
     struct stat status {};
     if (::fstatat(at, path, &status, AT_SYMLINK_NOFOLLOW) != 0)
-        return base::systemError("examine", tree.parentPath + name, errno);
+        return tree.entries.empty() ? base::systemError("find", tree.parentPath + name, errno)
+                                    : errorOnListed("find", tree.parentPath + name, errno);
     auto type = typeOf(status, tree.parentPath + name);
     if (!type)
         return type.error();
@@ -83,10 +84,9 @@ base::Outcome addChildren(PackageTree& tree, const std::string& folder, const Fi
                                                                O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
     struct stat status {};
     if (!opened.open() || ::fstat(opened.get(), &status) != 0)
-        return base::systemError("open", path, errno);
+        return errorOnListed("open", path, errno);
     if (status.st_dev != state.device || status.st_ino != state.inode)
-        return base::Error{base::ErrorKind::Changed,
-                           "Cannot pack " + path + ": it was replaced meanwhile. Try again."};
+        return changedMeanwhile(path);
     const Directory directory(::fdopendir(opened.get()));
     if (!directory)
         return base::systemError("list", path, errno);
@@ -160,6 +160,18 @@ OpenFolder::Place OpenFolder::placeOf(const Entry& entry) {
     if (!opened_.open())
         return {tree_.parent.get(), entry.name.c_str()};
     return {opened_.get(), entry.name.c_str() + nameStart};
+}
+
+base::Error changedMeanwhile(const std::string& path) {
+    return {base::ErrorKind::Changed,
+            "Cannot pack " + path +
+                ": it was changed meanwhile. Try again when nothing writes to the package."};
+}
+
+base::Error errorOnListed(std::string_view action, const std::string& path, int code) {
+    // What open() and readlink() say of a file of another type, or of none.
+    const bool isAnother = code == ENOENT || code == ENOTDIR || code == ELOOP || code == EINVAL;
+    return isAnother ? changedMeanwhile(path) : base::systemError(action, path, code);
 }
 
 base::Result<PackageTree> listPackage(const std::string& package) {

@@ -7,6 +7,7 @@
 #include <set>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <sys/stat.h>
@@ -82,6 +83,13 @@ private:
 
 /// The sum over all entries.
 [[nodiscard]] std::uint64_t contentSize(std::span<const Entry> entries);
+
+/// The error that `path` is not, or no longer, what was listed.
+[[nodiscard]] base::Error changedMeanwhile(const std::string& path);
+
+/// The failure of a system call on what was listed; `code` is the value of errno. If it says that
+/// something else is there now, it is changedMeanwhile().
+[[nodiscard]] base::Error errorOnListed(std::string_view action, const std::string& path, int code);
 
 /// Lists the package without following links. Fails if the package is a symbolic link or not a
 /// folder, and if it holds a socket, a device or a pipe.

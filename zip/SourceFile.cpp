@@ -6,15 +6,6 @@
 #include <unistd.h>
 
 namespace zip {
-namespace {
-
-base::Error changed(const std::string& path) {
-    return {base::ErrorKind::Changed,
-            "Cannot pack " + path +
-                ": it was changed meanwhile. Try again when nothing writes to the package."};
-}
-
-} // namespace
 
 base::Result<SourceFile> SourceFile::open(OpenFolder& folder, const Entry& file) {
     const PackageTree& tree = folder.tree();
@@ -24,8 +15,7 @@ base::Result<SourceFile> SourceFile::open(OpenFolder& folder, const Entry& file)
         tree, file,
         base::FileDescriptor::openAt(place.folder, place.path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
     if (!source.opened_.open())
-        return errno == ELOOP ? changed(tree.pathOf(file))
-                              : base::systemError("open", tree.pathOf(file), errno);
+        return errorOnListed("open", tree.pathOf(file), errno);
     return source;
 }
 
@@ -37,11 +27,11 @@ base::Outcome SourceFile::read(std::uint8_t* to, std::size_t size, std::uint64_t
     if (::fstat(opened_.get(), &status) != 0)
         return base::systemError("examine", tree_->pathOf(*file_), errno);
     if (FileState::of(status) != file_->state)
-        return changed(tree_->pathOf(*file_));
+        return changedMeanwhile(tree_->pathOf(*file_));
     if (!count)
         return base::systemError("read", tree_->pathOf(*file_), readError);
     if (*count != size)
-        return changed(tree_->pathOf(*file_));
+        return changedMeanwhile(tree_->pathOf(*file_));
     return {};
 }
 
@@ -52,10 +42,9 @@ base::Result<std::string> readLinkTarget(OpenFolder& folder, const Entry& link) 
     std::string target(link.contentSize() + 1, '\0');
     const ssize_t size = ::readlinkat(place.folder, place.path, target.data(), target.size());
     if (size < 0)
-        return errno == EINVAL ? changed(tree.pathOf(link))
-                               : base::systemError("read the link", tree.pathOf(link), errno);
+        return errorOnListed("read the link", tree.pathOf(link), errno);
     if (static_cast<std::uint64_t>(size) != link.contentSize())
-        return changed(tree.pathOf(link));
+        return changedMeanwhile(tree.pathOf(link));
     target.pop_back();
     return target;
 }

@@ -80,5 +80,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     auto packed = zip::pack(archive, package, options);
     require(bool(packed), packed ? "" : packed.error().sentence);
     requireSame(archive, package, options.fixedTime);
+    options.threads = options.threads % 3 + 1;
+    const std::string again = folder.path("again.zip");
+    require(bool(zip::pack(again, package, options)) && contentOf(again) == contentOf(archive),
+            "the same archive with any number of threads");
     return 0;
 }

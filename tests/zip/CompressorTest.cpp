@@ -7,6 +7,8 @@
 
 namespace {
 
+using base::bytesOf;
+
 zip::PaddedContent padded(std::string_view text) {
     zip::PaddedContent content;
     content.assign(bytesOf(text));

@@ -16,20 +16,6 @@ std::vector<std::string> namesOf(const zip::PackageTree& tree) {
     return names;
 }
 
-TEST(ListPackage, lists_folders_files_and_links_sorted_by_bytes) {
-    const TemporaryFolder folder;
-    writeFile(folder / "A.app/b/inside", "12345");
-    writeFile(folder / "A.app/b-file", "");
-    fs::create_directory(folder / "A.app/empty");
-    fs::create_directory_symlink("b", folder / "A.app/link");
-    auto tree = zip::listPackage(folder / "A.app");
-    ASSERT_TRUE(tree);
-    EXPECT_THAT(namesOf(*tree), ElementsAre("A.app/", "A.app/b-file", "A.app/b/", "A.app/b/inside",
-                                            "A.app/empty/", "A.app/link"));
-    EXPECT_EQ(tree->entries.back().type, zip::EntryType::Link);
-    EXPECT_EQ(contentSize(tree->entries), 6U);
-}
-
 TEST(ListPackage, names_the_package_as_its_folder_is_named) {
     const TemporaryFolder folder;
     fs::create_directories(folder / "A.app/sub");

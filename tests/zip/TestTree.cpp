@@ -1,15 +1,14 @@
 #include "TestTree.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <libdeflate.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -74,10 +73,6 @@ std::string compressibleBytes(std::mt19937& random, std::size_t size) {
     return bytes;
 }
 
-base::Bytes bytesOf(std::string_view text) {
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-}
-
 std::string inflate(base::Bytes stream, std::size_t size) {
     auto* decompressor = libdeflate_alloc_decompressor();
     std::string out(size, '\0');
@@ -88,41 +83,4 @@ std::string inflate(base::Bytes stream, std::size_t size) {
     EXPECT_EQ(used, stream.size());
     libdeflate_free_decompressor(decompressor);
     return out;
-}
-
-namespace {
-
-void setTime(const std::string& path, std::time_t seconds) {
-    const timespec time{seconds, 0};
-    const std::array times{time, time};
-    EXPECT_EQ(::utimensat(AT_FDCWD, path.c_str(), times.data(), AT_SYMLINK_NOFOLLOW), 0);
-}
-
-} // namespace
-
-void writeRandomPackage(const std::string& package, std::mt19937& random) {
-    std::vector<std::string> folders{package};
-    fs::create_directories(package);
-    const std::size_t count = 5 + random() % 60;
-    for (std::size_t index = 0; index < count; ++index) {
-        const std::string path = folders[random() % folders.size()] + "/" +
-                                 static_cast<char>('!' + random() % 14) +
-                                 std::to_string(random() % 1000);
-        if (fs::exists(fs::symlink_status(path)))
-            continue;
-        const std::size_t kind = random() % 20;
-        if (kind < 3) {
-            fs::create_directory(path);
-            folders.push_back(path);
-        } else if (kind < 5) {
-            fs::create_symlink(std::string(1 + random() % 200, 'x'), path);
-        } else if (kind < 7) {
-            writeFile(path, randomBytes(random, random() % 200000));
-        } else {
-            writeFile(path, compressibleBytes(random, random() % (1U << random() % 20)));
-        }
-        if (kind >= 7)
-            fs::permissions(path, fs::perms(0400 | (random() & 07377)));
-        setTime(path, static_cast<std::time_t>(random()));
-    }
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "base/Bytes.h"
+#include "base/ByteReader.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <random>
@@ -34,9 +34,5 @@ void writeSparseFile(const std::string& path, std::uintmax_t size);
 /// Bytes like those of programs and texts: repetitions at all distances between literals.
 [[nodiscard]] std::string compressibleBytes(std::mt19937& random, std::size_t size);
 
-[[nodiscard]] base::Bytes bytesOf(std::string_view text);
 /// The content of a deflate stream that holds `size` bytes, as the library decompresses it.
 [[nodiscard]] std::string inflate(base::Bytes stream, std::size_t size);
-
-/// Folders, links and files of many sizes and kinds of content, drawn by `random`.
-void writeRandomPackage(const std::string& package, std::mt19937& random);

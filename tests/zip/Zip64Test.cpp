@@ -22,8 +22,6 @@ TEST(Zip64, holds_entries_that_start_beyond_four_gigabytes) {
                          shellQuoted(archive))
                   .output,
               "far away " + std::to_string(5 * gigabyte) + "\n");
-    EXPECT_EQ(runInShell("bsdtar -xOf " + shellQuoted(archive) + " A.app/file").output, "far away");
-    EXPECT_EQ(runInShell("unzip -p " + shellQuoted(archive) + " A.app/file").output, "far away");
 }
 
 } // namespace

@@ -100,6 +100,8 @@ class CommandLine(Packer):
             status, said = self.zip(*options, "A.zip", "A.app")
             self.assertEqual(status, 0)
             self.assertRegex(said, r"\A(\d\d?%\n)*100%\n\Z")
+            percents = [int(line[:-1]) for line in said.split()]
+            self.assertEqual(percents, sorted(percents))
 
     def test_goes_on_when_nobody_reads_its_progress(self):
         self.file("A.app/file")

@@ -8,6 +8,7 @@
 
 namespace {
 
+using base::bytesOf;
 using zip::Effort;
 
 std::string withPeriod(std::size_t period, std::size_t size) {
