@@ -95,6 +95,11 @@ TEST_P(EncoderTest, gives_back_runs_far_matches_noise_and_long_codes) {
         expectBack(withPeriod(period, 200000), "period");
     for (std::size_t distance = 32768 - 20; distance <= 32768 + 20; ++distance)
         expectBack(repeatedAfter(distance, random_), "far match");
+    // A match that would start in the zeros before the content.
+    for (const std::size_t size : {50U, 5000U, 20000U}) {
+        const std::string start = randomBytes(random_, size);
+        expectBack(start + std::string(1 + size % 7, '\0') + start, "early match");
+    }
     expectBack(std::string(3000000, '\0'), "zeros");
     expectBack(randomBytes(random_, 1000000), "noise");
     expectBack(withLongCodes(random_), "long codes");
