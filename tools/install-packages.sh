@@ -22,7 +22,7 @@ if [ "${1:-}" = --test ]; then
     packages="$packages zip p7zip-full libarchive-tools xvfb xauth openbox xdotool dbus-daemon mount"
     packages="$packages desktop-file-utils appstream groff-base libglib2.0-bin xdg-utils"
     packages="$packages lintian dpkg-dev file"
-    packages="$packages libarchive-dev clang-14 libclang-rt-14-dev gcovr"
+    packages="$packages libarchive-dev zlib1g-dev clang-14 libclang-rt-14-dev gcovr"
     packages="$packages clang-19 libc++-19-dev libc++abi-19-dev googletest"
 fi
 

@@ -37,7 +37,7 @@ base::Outcome ArchiveWriter::writePiece(const EncodedJob& encoded) {
         return appended;
     if (job.isLastPiece)
         return closeFile(job.firstEntry);
-    pieceEnds_.push_back(position_);
+    pieceEnds_.push_back({.position = position_, .offset = job.offset + job.size});
     return {};
 }
 
@@ -57,11 +57,12 @@ base::Outcome ArchiveWriter::closeFile(std::size_t entry) {
 base::Outcome ArchiveWriter::storeInstead(std::size_t entry) {
     const Entry& file = tree_.entries[entry];
     EntryRecord& record = records_[entry];
-    auto source = SourceFile::open(tree_, file);
+    OpenFolder folder(tree_);
+    auto source = SourceFile::open(folder, file);
     if (!source)
         return source.error();
     position_ -= record.compressedSize;
-    while (!pieceEnds_.empty() && pieceEnds_.back() > position_)
+    while (!pieceEnds_.empty() && pieceEnds_.back().position > position_)
         pieceEnds_.pop_back();
     base::ByteBuffer content;
     for (std::uint64_t offset = 0; offset < file.contentSize(); offset += content.size()) {

@@ -4,6 +4,7 @@
 #include "base/Result.h"
 #include "zip/JobEncoder.h"
 #include "zip/PackageTree.h"
+#include "zip/PieceEnd.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -28,9 +29,8 @@ public:
     /// Writes the central directory and cuts off what the file holds behind it.
     [[nodiscard]] base::Outcome finish();
 
-    /// The positions in the archive, ascending, where a piece of a deflated file ends and the next
-    /// one starts.
-    [[nodiscard]] std::span<const std::uint64_t> pieceEnds() const { return pieceEnds_; }
+    /// In archive order.
+    [[nodiscard]] std::span<const PieceEnd> pieceEnds() const { return pieceEnds_; }
 
 private:
     [[nodiscard]] base::Outcome append(base::Bytes bytes);
@@ -45,7 +45,7 @@ private:
     std::uint64_t position_;
     std::uint64_t writtenBack_;
     std::vector<EntryRecord> records_;
-    std::vector<std::uint64_t> pieceEnds_;
+    std::vector<PieceEnd> pieceEnds_;
 };
 
 } // namespace zip

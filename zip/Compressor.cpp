@@ -12,8 +12,12 @@
 namespace zip {
 namespace {
 
-/// The library's levels for ours: it has twelve.
-constexpr std::array<int, smallestLevel + 1> libraryLevel{0, 1, 2, 3, 4, 5, 6, 8, 9, 10};
+/// The levels from firstOwnLevel to lastOwnLevel are the encoder's, the last one its usual effort.
+constexpr int firstOwnLevel = 2;
+constexpr int lastOwnLevel = 5;
+
+/// The library's levels for the other ones: it has twelve.
+constexpr std::array<int, smallestLevel + 1> libraryLevel{0, 1, 0, 0, 0, 0, 6, 8, 9, 10};
 
 /// An empty stored block needs three bits of header and four bytes that start on a byte.
 constexpr std::size_t joinSize = 5;
@@ -72,33 +76,49 @@ void Compressor::Free::operator()(libdeflate_compressor* compressor) const {
     libdeflate_free_compressor(compressor);
 }
 
-Compressor::Compressor(int level)
-    : compressor_(libdeflate_alloc_compressor(libraryLevel.at(static_cast<std::size_t>(level)))) {
-    if (!compressor_)
+Compressor::Compressor(int level) {
+    if (level >= firstOwnLevel && level <= lastOwnLevel) {
+        encoder_ = std::make_unique<Encoder>(level == lastOwnLevel ? Effort::Usual : Effort::Quick);
+        return;
+    }
+    library_.reset(libdeflate_alloc_compressor(libraryLevel.at(static_cast<std::size_t>(level))));
+    if (!library_)
         throw std::bad_alloc();
 }
 
-bool Compressor::deflateWhole(base::Bytes content, base::ByteBuffer& to) {
-    if (content.empty())
+bool Compressor::deflateWhole(const PaddedContent& content, base::ByteBuffer& to) {
+    const base::Bytes bytes = content.bytes();
+    if (bytes.empty())
         return false;
-    const std::size_t room = content.size() - 1;
-    const std::size_t size = libdeflate_deflate_compress(compressor_.get(), content.data(),
-                                                         content.size(), to.tail(room), room);
+    if (encoder_) {
+        const std::size_t size =
+            encoder_->encode(content, true, to.tail(Encoder::mostBytes(bytes.size())));
+        if (size < bytes.size())
+            to.extend(size);
+        return size < bytes.size();
+    }
+    const std::size_t room = bytes.size() - 1;
+    const std::size_t size = libdeflate_deflate_compress(library_.get(), bytes.data(), bytes.size(),
+                                                         to.tail(room), room);
     to.extend(size);
     return size != 0;
 }
 
-void Compressor::deflatePiece(base::Bytes content, bool isLast, base::ByteBuffer& to) {
-    const std::size_t room = content.size();
-    std::uint8_t* tail = to.tail(room + joinSize);
+void Compressor::deflatePiece(const PaddedContent& content, bool isLast, base::ByteBuffer& to) {
+    const base::Bytes bytes = content.bytes();
+    if (encoder_) {
+        to.extend(encoder_->encode(content, isLast, to.tail(Encoder::mostBytes(bytes.size()))));
+        return;
+    }
+    std::uint8_t* tail = to.tail(bytes.size() + joinSize);
     const std::size_t size =
-        libdeflate_deflate_compress(compressor_.get(), content.data(), content.size(), tail, room);
+        libdeflate_deflate_compress(library_.get(), bytes.data(), bytes.size(), tail, bytes.size());
     if (size != 0 && isLast) {
         to.extend(size);
     } else if (const auto opened = size == 0 ? std::nullopt : openEnd(tail, size)) {
         to.extend(*opened);
     } else {
-        appendStoredBlocks(content, isLast, to);
+        appendStoredBlocks(bytes, isLast, to);
     }
 }
 

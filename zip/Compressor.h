@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Bytes.h"
+#include "zip/encoder/Encoder.h"
 
 #include <cstdint>
 #include <memory>
@@ -20,17 +21,19 @@ public:
 
     /// Appends `content` as a whole stream, if that is shorter than the content itself; otherwise
     /// appends nothing and returns false.
-    [[nodiscard]] bool deflateWhole(base::Bytes content, base::ByteBuffer& to);
+    [[nodiscard]] bool deflateWhole(const PaddedContent& content, base::ByteBuffer& to);
 
     /// Appends the next piece of a stream: whole bytes, so that the pieces in order make one
     /// stream. A piece that does not shrink becomes stored blocks.
-    void deflatePiece(base::Bytes content, bool isLast, base::ByteBuffer& to);
+    void deflatePiece(const PaddedContent& content, bool isLast, base::ByteBuffer& to);
 
 private:
     struct Free {
         void operator()(libdeflate_compressor* compressor) const;
     };
-    std::unique_ptr<libdeflate_compressor, Free> compressor_;
+    // One of the two, as the level needs.
+    std::unique_ptr<Encoder> encoder_;
+    std::unique_ptr<libdeflate_compressor, Free> library_;
 };
 
 /// The CRC-32 of two pieces joined, from the CRC-32 of each and the length of the second in bytes.

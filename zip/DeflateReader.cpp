@@ -1,6 +1,5 @@
 #include "zip/DeflateReader.h"
 
-#include <algorithm>
 #include <array>
 #include <new>
 
@@ -15,9 +14,9 @@ constexpr std::array<std::uint8_t, 2> emptyFinalBlock{0x03, 0x00};
 /// A piece that does not shrink is a little longer than its content.
 constexpr std::uint64_t longestStream = DeflateReader::longestPiece + 4096;
 
-base::Error malformed(const ArchivedEntry& entry) {
+base::Error malformed(const std::string& name) {
     return {base::ErrorKind::Damaged,
-            "The content of " + entry.name +
+            "The content of " + name +
                 " cannot be read back. Check the memory and the disk and pack again."};
 }
 
@@ -27,49 +26,32 @@ void DeflateReader::Free::operator()(libdeflate_decompressor* decompressor) cons
     libdeflate_free_decompressor(decompressor);
 }
 
-DeflateReader::DeflateReader(std::span<const std::uint64_t> pieceEnds)
-    : decompressor_(libdeflate_alloc_decompressor()), pieceEnds_(pieceEnds) {
+DeflateReader::DeflateReader() : decompressor_(libdeflate_alloc_decompressor()) {
     if (!decompressor_)
         throw std::bad_alloc();
 }
 
-base::Outcome DeflateReader::read(const ArchiveReader& archive, const ArchivedEntry& entry,
-                                  std::uint64_t dataOffset,
-                                  const std::function<base::Outcome(base::Bytes)>& sink) {
-    const std::uint64_t dataEnd = dataOffset + entry.compressedSize;
-    std::uint64_t contentLeft = entry.size;
-    for (std::uint64_t start = dataOffset; start < dataEnd;) {
-        const auto found = std::upper_bound(pieceEnds_.begin(), pieceEnds_.end(), start);
-        const std::uint64_t end = found == pieceEnds_.end() ? dataEnd : std::min(*found, dataEnd);
-        if (end - start > longestStream)
-            return malformed(entry);
-        const auto size = static_cast<std::size_t>(end - start);
-        stream_.clear();
-        if (auto read = archive.read(stream_.tail(size), size, start); !read)
-            return read;
-        stream_.extend(size);
-        if (end != dataEnd)
-            stream_.append(emptyFinalBlock);
-        if (!decompress() || content_.size() > contentLeft)
-            return malformed(entry);
-        contentLeft -= content_.size();
-        if (auto done = sink(content_.bytes()); !done)
-            return done;
-        start = end;
-    }
-    return contentLeft == 0 ? base::Outcome() : malformed(entry);
-}
-
-/// Decompresses stream_ to content_; false unless all of it is one stream.
-bool DeflateReader::decompress() {
-    std::size_t used = 0;
-    std::size_t contentSize = 0;
+base::Result<base::Bytes> DeflateReader::read(const ArchiveReader& archive, const std::string& name,
+                                              std::uint64_t start, std::uint64_t end,
+                                              std::size_t size, bool isLast) {
+    if (end < start || end - start > longestStream || size > longestPiece)
+        return malformed(name);
+    const auto streamSize = static_cast<std::size_t>(end - start);
+    stream_.clear();
+    if (auto read = archive.read(stream_.tail(streamSize), streamSize, start); !read)
+        return read.error();
+    stream_.extend(streamSize);
+    if (!isLast)
+        stream_.append(emptyFinalBlock);
     content_.clear();
-    const auto result = libdeflate_deflate_decompress_ex(
-        decompressor_.get(), stream_.data(), stream_.size(), content_.tail(longestPiece),
-        longestPiece, &used, &contentSize);
-    content_.extend(contentSize);
-    return result == LIBDEFLATE_SUCCESS && used == stream_.size();
+    std::size_t used = 0;
+    const auto result =
+        libdeflate_deflate_decompress_ex(decompressor_.get(), stream_.data(), stream_.size(),
+                                         content_.tail(size), size, &used, nullptr);
+    if (result != LIBDEFLATE_SUCCESS || used != stream_.size())
+        return malformed(name);
+    content_.extend(size);
+    return content_.bytes();
 }
 
 } // namespace zip

@@ -6,39 +6,36 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
-#include <span>
+#include <string>
 
 struct libdeflate_decompressor;
 
 namespace zip {
 
-/// Decompresses deflate streams (RFC 1951) in bounded memory. A stream is made of pieces of whole
-/// bytes, each with at most `longestPiece` bytes of content and no match that reaches back into the
-/// piece before. Each thread needs a reader of its own.
+/// Decompresses the pieces that deflate streams (RFC 1951) in archives of this packer are made of:
+/// whole bytes, and no match that reaches back into the piece before. Each thread needs a reader of
+/// its own.
 class DeflateReader {
 public:
+    /// Of content.
     static constexpr std::size_t longestPiece = std::size_t{4} << 20;
 
-    /// `pieceEnds` is what ArchiveWriter::pieceEnds() gives; it must outlive the reader. Throws
-    /// std::bad_alloc.
-    explicit DeflateReader(std::span<const std::uint64_t> pieceEnds);
+    /// Throws std::bad_alloc.
+    DeflateReader();
 
-    /// Hands the entry's content to `sink`, in order. Its data starts at `dataOffset`. Fails if the
-    /// sink does, and on a stream that is malformed or not as long as the entry says.
-    [[nodiscard]] base::Outcome read(const ArchiveReader& archive, const ArchivedEntry& entry,
-                                     std::uint64_t dataOffset,
-                                     const std::function<base::Outcome(base::Bytes)>& sink);
+    /// The `size` bytes of content that the archive holds from `start` to `end`; valid until the
+    /// next call. `isLast` tells whether the stream ends there. `name` is for messages. Fails on a
+    /// malformed piece and on one of another size.
+    [[nodiscard]] base::Result<base::Bytes> read(const ArchiveReader& archive,
+                                                 const std::string& name, std::uint64_t start,
+                                                 std::uint64_t end, std::size_t size, bool isLast);
 
 private:
-    [[nodiscard]] bool decompress();
-
     struct Free {
         void operator()(libdeflate_decompressor* decompressor) const;
     };
     std::unique_ptr<libdeflate_decompressor, Free> decompressor_;
-    std::span<const std::uint64_t> pieceEnds_;
     base::ByteBuffer stream_;
     base::ByteBuffer content_;
 };

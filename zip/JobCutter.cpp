@@ -5,12 +5,17 @@
 namespace zip {
 namespace {
 
-// Small enough that the threads finish together even on a small package.
-constexpr std::size_t runSize = std::size_t{128} << 10;
+// Large, as each run is one write; shorter towards the end, so that the threads finish together.
+constexpr std::size_t longestRunSize = std::size_t{512} << 10;
+constexpr std::size_t shortestRunSize = std::size_t{128} << 10;
 constexpr std::size_t longestRun = 256;
 
 std::uint64_t pieceSizeFor(std::uint64_t left) {
     return std::clamp<std::uint64_t>(left / 8, shortestPiece, longestPiece);
+}
+
+std::size_t runSizeFor(std::uint64_t left) {
+    return std::clamp(static_cast<std::size_t>(left / 64), shortestRunSize, longestRunSize);
 }
 
 } // namespace
@@ -29,6 +34,7 @@ std::optional<Job> JobCutter::next() {
 
 Job JobCutter::nextRun() {
     Job job{.firstEntry = entry_};
+    const std::size_t runSize = runSizeFor(left_);
     while (entry_ < entries_.size() && job.entryCount < longestRun) {
         const auto size = static_cast<std::size_t>(entries_[entry_].contentSize());
         if (job.entryCount > 0 && size > runSize - std::min(job.size, runSize))

@@ -2,9 +2,19 @@
 
 #include "zip/SourceFile.h"
 
+#include <algorithm>
+
 #include <libdeflate.h>
 
 namespace zip {
+namespace {
+
+std::uint32_t crc32Of(const PaddedContent& content) {
+    const base::Bytes bytes = content.bytes();
+    return libdeflate_crc32(0, bytes.data(), bytes.size());
+}
+
+} // namespace
 
 HeaderFields headerFields(const Entry& entry, const EntryRecord& record,
                           std::optional<std::int64_t> fixedTime) {
@@ -41,8 +51,8 @@ base::Outcome JobEncoder::encodePiece(EncodedJob& encoded) {
     if (job.isFirstPiece())
         appendLocalFileHeader(encoded.bytes, headerFields(file, record, fixedTime_));
     const std::size_t dataStart = encoded.bytes.size();
-    compressor_.deflatePiece(content_.bytes(), job.isLastPiece, encoded.bytes);
-    record.crc32 = libdeflate_crc32(0, content_.data(), content_.size());
+    compressor_.deflatePiece(content_, job.isLastPiece, encoded.bytes);
+    record.crc32 = crc32Of(content_);
     record.compressedSize = encoded.bytes.size() - dataStart;
     encoded.records.push_back(record);
     return {};
@@ -52,9 +62,9 @@ base::Outcome JobEncoder::encodeEntry(const Entry& entry, EncodedJob& encoded) {
     EntryRecord record{.localHeaderOffset = encoded.bytes.size()};
     if (auto done = readContent(entry, 0, entry.contentSize()); !done)
         return done;
-    record.crc32 = libdeflate_crc32(0, content_.data(), content_.size());
+    record.crc32 = crc32Of(content_);
     deflated_.clear();
-    if (entry.type == EntryType::File && compressor_.deflateWhole(content_.bytes(), deflated_))
+    if (entry.type == EntryType::File && compressor_.deflateWhole(content_, deflated_))
         record.method = Method::Deflated;
     const base::Bytes data =
         record.method == Method::Deflated ? deflated_.bytes() : content_.bytes();
@@ -66,19 +76,18 @@ base::Outcome JobEncoder::encodeEntry(const Entry& entry, EncodedJob& encoded) {
 }
 
 base::Outcome JobEncoder::readContent(const Entry& entry, std::uint64_t offset, std::size_t size) {
-    content_.clear();
+    std::uint8_t* const content = content_.resize(size);
     if (entry.type == EntryType::Link) {
-        auto target = readLinkTarget(tree_, entry);
+        auto target = readLinkTarget(folder_, entry);
         if (!target)
             return target.error();
-        content_.append({reinterpret_cast<const std::uint8_t*>(target->data()), target->size()});
+        std::copy(target->begin(), target->end(), content);
     } else if (entry.type == EntryType::File) {
-        auto source = SourceFile::open(tree_, entry);
+        auto source = SourceFile::open(folder_, entry);
         if (!source)
             return source.error();
-        if (auto read = source->read(content_.tail(size), size, offset); !read)
+        if (auto read = source->read(content, size, offset); !read)
             return read;
-        content_.extend(size);
     }
     return {};
 }

@@ -40,7 +40,7 @@ class JobEncoder {
 public:
     /// The tree must outlive the encoder.
     JobEncoder(const PackageTree& tree, int level, std::optional<std::int64_t> fixedTime)
-        : tree_(tree), fixedTime_(fixedTime), compressor_(level) {}
+        : tree_(tree), folder_(tree), fixedTime_(fixedTime), compressor_(level) {}
 
     /// Does `encoded.job`: the entries with their local file headers; of a piece just the data,
     /// with a header whose sizes and check sum are still open before the first.
@@ -53,9 +53,10 @@ private:
                                             std::size_t size);
 
     const PackageTree& tree_;
+    OpenFolder folder_;
     std::optional<std::int64_t> fixedTime_;
     Compressor compressor_;
-    base::ByteBuffer content_;
+    PaddedContent content_;
     base::ByteBuffer deflated_;
 };
 

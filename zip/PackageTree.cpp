@@ -150,6 +150,18 @@ std::uint64_t contentSize(std::span<const Entry> entries) {
         [](std::uint64_t sum, const Entry& entry) { return sum + entry.contentSize(); });
 }
 
+OpenFolder::Place OpenFolder::placeOf(const Entry& entry) {
+    const std::size_t nameStart = entry.name.rfind('/') + 1;
+    if (!opened_.open() || std::string_view(entry.name).substr(0, nameStart) != path_) {
+        path_ = entry.name.substr(0, nameStart);
+        opened_ = base::FileDescriptor::openAt(tree_.parent.get(), path_.c_str(),
+                                               toPassThrough | O_DIRECTORY | O_NOFOLLOW);
+    }
+    if (!opened_.open())
+        return {tree_.parent.get(), entry.name.c_str()};
+    return {opened_.get(), entry.name.c_str() + nameStart};
+}
+
 base::Error changedMeanwhile(const std::string& path) {
     return {base::ErrorKind::Changed,
             "Cannot pack " + path +

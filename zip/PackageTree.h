@@ -55,6 +55,32 @@ struct PackageTree {
     [[nodiscard]] std::string pathOf(const Entry& entry) const { return parentPath + entry.name; }
 };
 
+/// Keeps the folder of an entry open for the next one, which most often lies there too: the system
+/// then need not look up the whole path of each. Each thread needs one of its own.
+class OpenFolder {
+public:
+    /// A descriptor and what to open from there.
+    struct Place {
+        int folder = -1;
+        const char* path = nullptr;
+    };
+
+    /// The tree must outlive this.
+    explicit OpenFolder(const PackageTree& tree) : tree_(tree) {}
+
+    [[nodiscard]] const PackageTree& tree() const { return tree_; }
+
+    /// Of a file or link of the tree; valid until the next call. If its folder cannot be opened,
+    /// the whole path, so that opening the entry tells why.
+    [[nodiscard]] Place placeOf(const Entry& entry);
+
+private:
+    const PackageTree& tree_;
+    /// With a slash at its end.
+    std::string path_;
+    base::FileDescriptor opened_;
+};
+
 /// The sum over all entries.
 [[nodiscard]] std::uint64_t contentSize(std::span<const Entry> entries);
 

@@ -14,11 +14,12 @@ namespace zip {
 /// Reads the content of a listed file, and makes sure that it is still what was listed.
 class SourceFile {
 public:
-    /// Opens a file without following a link. Fails if it is not the listed file, or was changed
-    /// since. Both arguments must outlive the result.
-    [[nodiscard]] static base::Result<SourceFile> open(const PackageTree& tree, const Entry& file);
+    /// Opens a file of the folder's tree without following a link. The tree and the entry must
+    /// outlive the result.
+    [[nodiscard]] static base::Result<SourceFile> open(OpenFolder& folder, const Entry& file);
 
-    /// Reads exactly `size` bytes at `offset`. Fails if the file was changed before or meanwhile.
+    /// Reads exactly `size` bytes at `offset`. Fails if it is not the listed file, or was changed
+    /// before or meanwhile.
     [[nodiscard]] base::Outcome read(std::uint8_t* to, std::size_t size,
                                      std::uint64_t offset) const;
 
@@ -26,14 +27,12 @@ private:
     SourceFile(const PackageTree& tree, const Entry& file, base::FileDescriptor opened)
         : tree_(&tree), file_(&file), opened_(std::move(opened)) {}
 
-    [[nodiscard]] base::Outcome checkUnchanged() const;
-
     const PackageTree* tree_;
     const Entry* file_;
     base::FileDescriptor opened_;
 };
 
 /// The target of a listed link. Fails if it was changed since.
-[[nodiscard]] base::Result<std::string> readLinkTarget(const PackageTree& tree, const Entry& link);
+[[nodiscard]] base::Result<std::string> readLinkTarget(OpenFolder& folder, const Entry& link);
 
 } // namespace zip

@@ -1,5 +1,6 @@
 #include "zip/Verifier.h"
 
+#include "base/ByteReader.h"
 #include "base/WorkerThreads.h"
 #include "zip/ArchiveReader.h"
 #include "zip/DeflateReader.h"
@@ -8,8 +9,9 @@
 #include "zip/ZipFormat.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
-#include <cstring>
+#include <functional>
 #include <limits>
 #include <mutex>
 #include <numeric>
@@ -60,127 +62,200 @@ std::uint32_t timestamp(std::int64_t seconds) {
         std::clamp<std::int64_t>(seconds, 0, std::numeric_limits<std::uint32_t>::max()));
 }
 
-/// Compares entries; each thread has one of its own.
-class EntryVerifier {
+/// What one thread compares at a time: a piece of a file, or a whole entry.
+struct Part {
+    std::size_t entry = 0;
+    /// Of the content.
+    std::uint64_t offset = 0;
+    std::uint64_t size = 0;
+    /// In the archive.
+    std::uint64_t start = 0;
+    std::uint64_t end = 0;
+    bool isLast = true;
+    /// Of the part alone, once it is compared.
+    std::uint32_t crc32 = 0;
+};
+
+bool isStored(const ArchivedEntry& archived) {
+    return archived.method == static_cast<std::uint16_t>(Method::Stored) &&
+           archived.compressedSize == archived.size;
+}
+
+/// Fails unless the records of both agree about everything but the content.
+base::Outcome compareRecords(const ArchivedEntry& archived, const Entry& entry,
+                             const std::string& path, std::optional<std::int64_t> fixedTime) {
+    const std::int64_t modified = fixedTime.value_or(entry.state.modified.tv_sec);
+    const DosTime dos = dosTime(modified, fixedTime.has_value());
+    if (archived.name != entry.name)
+        return differs(path, Difference::Entries);
+    if (archived.mode != entry.mode)
+        return differs(path, Difference::Type);
+    if (archived.modified != timestamp(modified) ||
+        archived.dosModified != (std::uint32_t{dos.date} << 16 | dos.time))
+        return differs(path, Difference::Time);
+    if (archived.size != entry.contentSize())
+        return differs(path, Difference::Length);
+    const bool isDeflated = entry.type == EntryType::File &&
+                            archived.method == static_cast<std::uint16_t>(Method::Deflated);
+    if ((!isStored(archived) && !isDeflated) || archived.compressedSize > archived.end)
+        return damaged(path);
+    return {};
+}
+
+/// Appends the entry's parts: a stored file is cut anywhere, a deflated one where its pieces end.
+void appendParts(std::vector<Part>& parts, std::size_t index, const ArchivedEntry& archived,
+                 std::span<const PieceEnd> pieceEnds) {
+    Part part{.entry = index, .start = archived.end - archived.compressedSize};
+    const auto close = [&](std::uint64_t offset, std::uint64_t end) {
+        part.size = offset - part.offset;
+        part.end = end;
+        part.isLast = end == archived.end;
+        parts.push_back(part);
+        part.offset = offset;
+        part.start = end;
+    };
+    if (isStored(archived)) {
+        constexpr std::uint64_t longest = std::uint64_t{1} << 20;
+        while (archived.size - part.offset > longest)
+            close(part.offset + longest, part.start + longest);
+    } else {
+        auto next = std::ranges::upper_bound(pieceEnds, part.start, {}, &PieceEnd::position);
+        for (; next != pieceEnds.end() && next->position < archived.end; ++next)
+            close(next->offset, next->position);
+    }
+    close(archived.size, archived.end);
+}
+
+/// Compares parts; each thread has one of its own.
+class PartVerifier {
 public:
-    /// `compared` is called with the bytes of content that were compared since its last call.
-    EntryVerifier(const ArchiveReader& archive, const PackageTree& tree,
-                  const VerifyOptions& options, std::function<void(std::uint64_t)> compared)
-        : archive_(archive), tree_(tree), options_(options), compared_(std::move(compared)),
-          inflater_(options.pieceEnds) {}
+    PartVerifier(const ArchiveReader& archive, const PackageTree& tree)
+        : archive_(archive), tree_(tree), folder_(tree) {}
 
-    base::Outcome verify(const ArchivedEntry& archived, const Entry& entry) {
-        path_ = tree_.pathOf(entry);
-        const std::int64_t modified = options_.fixedTime.value_or(entry.state.modified.tv_sec);
-        const DosTime dos = dosTime(modified, options_.fixedTime.has_value());
-        if (archived.name != entry.name)
-            return differs(path_, Difference::Entries);
-        if (archived.mode != entry.mode)
-            return differs(path_, Difference::Type);
-        if (archived.modified != timestamp(modified) ||
-            archived.dosModified != (std::uint32_t{dos.date} << 16 | dos.time))
-            return differs(path_, Difference::Time);
-        if (archived.size != entry.contentSize())
-            return differs(path_, Difference::Length);
-        auto data = archive_.findData(archived);
-        if (!data)
-            return data.error();
-        return entry.type == EntryType::File ? verifyFile(archived, entry, *data)
-                                             : verifyLinkOrFolder(archived, entry, *data);
-    }
-
-private:
-    base::Outcome verifyLinkOrFolder(const ArchivedEntry& archived, const Entry& entry,
-                                     std::uint64_t data) {
-        std::string target(static_cast<std::size_t>(archived.size), '\0');
-        auto* bytes = reinterpret_cast<std::uint8_t*>(target.data());
-        if (auto read = archive_.read(bytes, target.size(), data); !read)
-            return read;
-        if (!isStored(archived) || libdeflate_crc32(0, bytes, target.size()) != archived.crc32)
-            return damaged(path_);
-        if (entry.type == EntryType::Folder)
-            return {};
-        auto onDisk = readLinkTarget(tree_, entry);
-        if (!onDisk)
-            return onDisk.error();
-        if (*onDisk != target)
-            return differs(path_, Difference::LinkTarget);
-        compared_(archived.size);
-        return {};
-    }
-
-    base::Outcome verifyFile(const ArchivedEntry& archived, const Entry& entry,
-                             std::uint64_t data) {
-        auto file = SourceFile::open(tree_, entry);
-        if (!file)
-            return file.error();
-        offset_ = 0;
-        crc32_ = 0;
-        const auto compare = [&](base::Bytes content) { return compareNext(*file, content); };
-        auto compared = isStored(archived) ? readStored(archived, data, compare)
-                        : archived.method == static_cast<std::uint16_t>(Method::Deflated)
-                            ? inflater_.read(archive_, archived, data, compare)
-                            : damaged(path_);
-        if (compared && crc32_ != archived.crc32)
-            return damaged(path_);
-        return compared;
-    }
-
-    static bool isStored(const ArchivedEntry& archived) {
-        return archived.method == static_cast<std::uint16_t>(Method::Stored) &&
-               archived.compressedSize == archived.size;
-    }
-
-    base::Outcome readStored(const ArchivedEntry& archived, std::uint64_t data,
-                             const std::function<base::Outcome(base::Bytes)>& sink) {
-        while (offset_ < archived.size) {
-            const auto size = static_cast<std::size_t>(
-                std::min<std::uint64_t>(archived.size - offset_, DeflateReader::longestPiece));
-            stored_.clear();
-            if (auto read = archive_.read(stored_.tail(size), size, data + offset_); !read)
-                return read;
-            stored_.extend(size);
-            if (auto done = sink(stored_.bytes()); !done)
-                return done;
+    /// Compares the part and finds its check sum.
+    base::Outcome verify(Part& part) {
+        const ArchivedEntry& archived = archive_.entries()[part.entry];
+        const Entry& entry = tree_.entries[part.entry];
+        if (part.offset == 0) {
+            auto data = archive_.findData(archived);
+            if (!data)
+                return data.error();
+        }
+        auto content = read(part, archived);
+        if (!content)
+            return content.error();
+        part.crc32 = libdeflate_crc32(0, content->data(), content->size());
+        switch (entry.type) {
+        case EntryType::File:
+            return compareFile(part, entry, *content);
+        case EntryType::Link:
+            return compareLink(entry, *content);
+        case EntryType::Folder:
+            break;
         }
         return {};
     }
 
-    base::Outcome compareNext(const SourceFile& file, base::Bytes content) {
-        onDisk_.clear();
-        std::uint8_t* onDisk = onDisk_.tail(content.size());
-        if (auto read = file.read(onDisk, content.size(), offset_); !read)
-            return read;
-        if (std::memcmp(content.data(), onDisk, content.size()) != 0)
-            return differs(path_, Difference::Content);
-        offset_ += content.size();
-        crc32_ = libdeflate_crc32(crc32_, content.data(), content.size());
-        compared_(content.size());
+private:
+    base::Result<base::Bytes> read(const Part& part, const ArchivedEntry& archived) {
+        const auto size = static_cast<std::size_t>(part.size);
+        if (!isStored(archived))
+            return inflater_.read(archive_, archived.name, part.start, part.end, size, part.isLast);
+        stored_.clear();
+        if (auto read = archive_.read(stored_.tail(size), size, part.start); !read)
+            return read.error();
+        stored_.extend(size);
+        return stored_.bytes();
+    }
+
+    base::Outcome compareFile(const Part& part, const Entry& entry, base::Bytes content) {
+        auto file = SourceFile::open(folder_, entry);
+        if (!file)
+            return file.error();
+        // A little at a time stays in the processor's cache.
+        constexpr std::size_t step = std::size_t{256} << 10;
+        for (std::size_t done = 0; done < content.size() || done == 0; done += step) {
+            const base::Bytes next = content.subspan(done, std::min(step, content.size() - done));
+            onDisk_.clear();
+            std::uint8_t* const onDisk = onDisk_.tail(next.size());
+            if (auto read = file->read(onDisk, next.size(), part.offset + done); !read)
+                return read;
+            if (!std::equal(next.begin(), next.end(), onDisk))
+                return differs(tree_.pathOf(entry), Difference::Content);
+        }
+        return {};
+    }
+
+    base::Outcome compareLink(const Entry& entry, base::Bytes content) {
+        auto onDisk = readLinkTarget(folder_, entry);
+        if (!onDisk)
+            return onDisk.error();
+        if (!std::ranges::equal(base::bytesOf(*onDisk), content))
+            return differs(tree_.pathOf(entry), Difference::LinkTarget);
         return {};
     }
 
     const ArchiveReader& archive_;
     const PackageTree& tree_;
-    const VerifyOptions& options_;
-    std::function<void(std::uint64_t)> compared_;
+    OpenFolder folder_;
     DeflateReader inflater_;
     base::ByteBuffer stored_;
     base::ByteBuffer onDisk_;
-
-    // Of the entry that is being compared.
-    std::string path_;
-    std::uint64_t offset_ = 0;
-    std::uint32_t crc32_ = 0;
 };
 
-/// The indexes of the entries, the longest first, so that the threads finish together.
-std::vector<std::size_t> byLength(const std::vector<Entry>& entries) {
-    std::vector<std::size_t> sorted(entries.size());
+/// The check sum of what `first` is of, with a part behind it. For a given length it is linear but
+/// for a constant, and zeros in the part's place show both.
+std::uint32_t crc32With(std::uint32_t first, const Part& part) {
+    static constexpr std::array<std::uint8_t, std::size_t{64} << 10> zeros{};
+    std::uint32_t constant = 0;
+    for (std::uint64_t left = part.size; left > 0;) {
+        const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(left, zeros.size()));
+        first = libdeflate_crc32(first, zeros.data(), count);
+        constant = libdeflate_crc32(constant, zeros.data(), count);
+        left -= count;
+    }
+    return first ^ constant ^ part.crc32;
+}
+
+/// Fails unless the check sums of the parts, in the order of the entries, are those in the archive.
+base::Outcome compareCheckSums(std::span<const Part> parts, const ArchiveReader& archive,
+                               const PackageTree& tree) {
+    std::uint32_t crc32 = 0;
+    for (const Part& part : parts) {
+        crc32 = part.offset == 0 ? part.crc32 : crc32With(crc32, part);
+        if (part.isLast && crc32 != archive.entries()[part.entry].crc32)
+            return damaged(tree.pathOf(tree.entries[part.entry]));
+    }
+    return {};
+}
+
+/// The indexes of the parts, the longest first, so that the threads finish together.
+std::vector<std::size_t> byLength(std::span<const Part> parts) {
+    std::vector<std::size_t> sorted(parts.size());
     std::iota(sorted.begin(), sorted.end(), std::size_t{0});
-    std::stable_sort(sorted.begin(), sorted.end(), [&](std::size_t a, std::size_t b) {
-        return entries[a].contentSize() > entries[b].contentSize();
-    });
+    std::ranges::stable_sort(sorted, std::ranges::greater(),
+                             [&](std::size_t index) { return parts[index].size; });
     return sorted;
+}
+
+base::Outcome compareParts(std::span<Part> parts, const ArchiveReader& archive,
+                           const PackageTree& tree, const VerifyOptions& options) {
+    const auto order = byLength(parts);
+    std::atomic<std::size_t> next = 0;
+    std::mutex progressMutex;
+    const auto work = [&]() -> base::Outcome {
+        PartVerifier verifier(archive, tree);
+        for (std::size_t at = next++; at < order.size(); at = next++) {
+            Part& part = parts[order[at]];
+            if (auto verified = verifier.verify(part); !verified)
+                return verified;
+            const std::lock_guard lock(progressMutex);
+            if (options.progress)
+                options.progress(part.size);
+        }
+        return {};
+    };
+    return base::runOnThreads(options.threads, work, [&] { next = order.size(); });
 }
 
 } // namespace
@@ -193,26 +268,21 @@ base::Outcome verify(int archive, const std::string& path, const std::string& pa
     auto tree = listPackage(package);
     if (!tree)
         return tree.error();
-    if (tree->entries.size() != reader->entries().size())
+    const auto archived = reader->entries();
+    if (tree->entries.size() != archived.size())
         return differs(package, Difference::Entries);
-    const auto order = byLength(tree->entries);
-    std::atomic<std::size_t> next = 0;
-    std::mutex progressMutex;
-    const auto tell = [&](std::uint64_t bytes) {
-        const std::lock_guard lock(progressMutex);
-        if (options.progress)
-            options.progress(bytes);
-    };
-    const auto work = [&]() -> base::Outcome {
-        EntryVerifier verifier(*reader, *tree, options, tell);
-        for (std::size_t at = next++; at < order.size(); at = next++)
-            if (auto verified =
-                    verifier.verify(reader->entries()[order[at]], tree->entries[order[at]]);
-                !verified)
-                return verified;
-        return {};
-    };
-    return base::runOnThreads(options.threads, work, [&] { next = order.size(); });
+    std::vector<Part> parts;
+    for (std::size_t index = 0; index < archived.size(); ++index) {
+        const Entry& entry = tree->entries[index];
+        if (auto same =
+                compareRecords(archived[index], entry, tree->pathOf(entry), options.fixedTime);
+            !same)
+            return same;
+        appendParts(parts, index, archived[index], options.pieceEnds);
+    }
+    if (auto compared = compareParts(parts, *reader, *tree, options); !compared)
+        return compared;
+    return compareCheckSums(parts, *reader, *tree);
 }
 
 } // namespace zip

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Result.h"
+#include "zip/PieceEnd.h"
 
 #include <cstdint>
 #include <functional>
@@ -16,7 +17,7 @@ struct VerifyOptions {
     /// The time that the archive has instead of the entries' own, in seconds since 1970.
     std::optional<std::int64_t> fixedTime{};
     /// What ArchiveWriter::pieceEnds() gives.
-    std::span<const std::uint64_t> pieceEnds{};
+    std::span<const PieceEnd> pieceEnds{};
     /// If set, called with the bytes of content that were compared since its last call, by one
     /// thread at a time.
     std::function<void(std::uint64_t bytes)> progress{};

@@ -14,7 +14,7 @@ constexpr std::int64_t modified = 1'000'000'000;
 struct Sample {
     std::string package;
     std::string archive;
-    std::vector<std::uint64_t> pieceEnds;
+    std::vector<zip::PieceEnd> pieceEnds;
 };
 
 Sample makeSample(const TemporaryFolder& folder, bool isLong) {

@@ -15,7 +15,7 @@
 
 /// Packs on this thread, behind `start` bytes that are left alone; returns where pieces
 /// end. Ends the program if it cannot.
-inline std::vector<std::uint64_t> packed(const std::string& archive, const std::string& package,
+inline std::vector<zip::PieceEnd> packed(const std::string& archive, const std::string& package,
                                          std::optional<std::int64_t> fixedTime,
                                          std::uint64_t start = 0) {
     auto tree = zip::listPackage(package);

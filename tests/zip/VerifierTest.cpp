@@ -31,7 +31,7 @@ protected:
     std::string package_ = folder_ / "A.app";
     std::string archive_ = folder_ / "A.zip";
     std::optional<std::int64_t> fixedTime_;
-    std::vector<std::uint64_t> pieceEnds_;
+    std::vector<zip::PieceEnd> pieceEnds_;
 };
 
 TEST_F(Verify, notices_every_difference_in_the_folder) {
