@@ -6,8 +6,8 @@ CDPATH='' cd -- "$(dirname "$0")/../.."
 
 seconds=${1:-10}
 [ "$#" -eq 0 ] || shift
-[ "$#" -gt 0 ] || set -- ArchiveFuzz DamagedArchiveFuzz EncoderFuzz ExpansionFuzz FormatFuzz \
-    PropertyListFuzz
+[ "$#" -gt 0 ] || set -- ArchiveFuzz CmsFuzz CodeSignatureFuzz DamagedArchiveFuzz EncoderFuzz \
+    ExpansionFuzz FormatFuzz MachOFuzz PropertyListFuzz PropertyListTreeFuzz SealFuzz
 
 mkdir -p build
 { cmake --preset fuzz && cmake --build --preset fuzz; } >build/fuzz.log 2>&1 || {

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "base/FileDescriptor.h"
+#include "base/Result.h"
+
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+
+namespace sign {
+
+/// A new version of a file that takes its place once it is whole. Until then it has no name if the
+/// system allows that, so that nothing is left of it when the process ends; else a hidden name
+/// beside the file. Many at once, each on one thread at a time.
+class AsideFile {
+public:
+    /// For the file `path`, following a link to it, with its mode and owner; a file that is not
+    /// there yet gets mode 0644.
+    [[nodiscard]] static base::Result<AsideFile> createFor(const std::string& path);
+
+    AsideFile(AsideFile&& other) noexcept = default;
+    AsideFile& operator=(AsideFile&& other) = delete;
+    ~AsideFile();
+
+    [[nodiscard]] base::Outcome write(base::Bytes bytes, std::uint64_t offset) const;
+    [[nodiscard]] base::Outcome setSize(std::uint64_t size) const;
+    /// Lets the system begin to bring it to the disk.
+    void startWriteBack() const;
+    /// Waits until it is on the disk.
+    [[nodiscard]] base::Outcome sync() const;
+
+    /// Gives all files, which are synced, their names; signals that end the process wait meanwhile.
+    [[nodiscard]] static base::Outcome commit(std::vector<AsideFile*> files);
+
+private:
+    AsideFile(std::string path, std::string temporary)
+        : path_(std::move(path)), temporary_(std::move(temporary)) {}
+
+    [[nodiscard]] base::Outcome takeOver(const struct stat& old) const;
+    [[nodiscard]] base::Outcome giveTemporaryName();
+
+    std::string path_;
+    std::string temporary_;
+    bool isNamed_ = false;
+    base::FileDescriptor file_;
+};
+
+} // namespace sign

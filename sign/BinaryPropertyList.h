@@ -1,0 +1,28 @@
+#pragma once
+
+#include "base/Bytes.h"
+#include "base/Result.h"
+#include "sign/PropertyList.h"
+
+#include <string_view>
+
+namespace sign {
+
+/// How deep the values of a property list may be nested: more than any package needs, and less than
+/// a reader's stack has room for.
+constexpr unsigned mostPropertyLevels = 64;
+
+/// Whether the bytes start as a binary property list does.
+[[nodiscard]] bool isBinaryPropertyList(base::Bytes bytes);
+
+/// Reads Apple's binary form (bplist00, as CoreFoundation's CFBinaryPList.c defines it). Its
+/// objects may be shared: what would multiply to more than 1,000,000 values or 64 MB is refused. No
+/// sets, no UIDs. `name` is the file that an error names. Any thread.
+[[nodiscard]] base::Result<PropertyValue> readBinaryPropertyList(base::Bytes bytes,
+                                                                 std::string_view name);
+
+/// The errors of both readers.
+[[nodiscard]] base::Error tooDeepPropertyList(std::string_view name);
+[[nodiscard]] base::Error damagedPropertyList(std::string_view name);
+
+} // namespace sign

@@ -1,0 +1,24 @@
+#include "sign/OpenSsl.h"
+
+#include <openssl/err.h>
+
+namespace sign {
+
+BioOwner bioOf(base::Bytes bytes) {
+    return BioOwner(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
+}
+
+Blob bytesOf(BIO* sink) {
+    char* bytes = nullptr;
+    const long size = BIO_get_mem_data(sink, &bytes);
+    return {bytes, bytes + std::max(size, 0L)};
+}
+
+std::string openSslReason() {
+    const unsigned long code = ERR_peek_last_error();
+    const char* reason = ERR_reason_error_string(code);
+    ERR_clear_error();
+    return reason != nullptr ? reason : "unknown reason";
+}
+
+} // namespace sign

@@ -1,0 +1,78 @@
+#include "sign/SignatureCms.h"
+
+#include "sign/cms/Cms.h"
+#include "sign/cms/TimeStamp.h"
+#include "sign/signature/DesignatedRequirement.h"
+
+#include <ctime>
+
+namespace sign {
+namespace {
+
+std::vector<DirectoryDigest> digestsOf(const std::vector<CodeDirectory>& directories) {
+    std::vector<DirectoryDigest> digests;
+    for (const CodeDirectory& directory : directories) {
+        const HashType type = directory.facts().hashType;
+        // A hash that is cut in the directory is whole in the CMS.
+        const HashType whole = type == HashType::Sha256Cut ? HashType::Sha256 : type;
+        digests.push_back({type, digestOf(whole, directory.blob())});
+    }
+    return digests;
+}
+
+} // namespace
+
+std::vector<CertificateFacts> signingChain(const Identity& identity) {
+    return factsOf(identity.chain);
+}
+
+base::Result<Blob> makeSignature(const Identity& identity,
+                                 const std::vector<CodeDirectory>& directories) {
+    return makeCms(identity, directories.front().blob(), digestsOf(directories),
+                   std::time(nullptr));
+}
+
+base::Outcome stampSignature(Blob& cms, const std::string& url) {
+    const auto value = signatureValueOf(cms);
+    if (!value)
+        return value.error();
+    const auto token = requestTimeStamp(url, *value);
+    if (!token)
+        return token.error();
+    auto stamped = withTimeStamp(cms, *token);
+    if (!stamped)
+        return stamped.error();
+    cms = std::move(*stamped);
+    return {};
+}
+
+SignerFacts signerFactsOf(const Blob& cms) {
+    const auto read = readCms(cms);
+    if (!read)
+        return {};
+    SignerFacts facts{{}, read->signingTime, read->timeStamp};
+    for (const Certificate& certificate : read->chain)
+        facts.authorities.push_back(certificate.label());
+    return facts;
+}
+
+base::Result<std::vector<CertificateFacts>> checkSigner(const SignatureParts& parts) {
+    const bool isAdhoc = (parts.best().facts().flags & flag::adhoc) != 0;
+    if (isAdhoc != parts.cms.empty())
+        return base::Error{base::ErrorKind::Damaged,
+                           "The flags of a code directory do not say how it is signed."};
+    if (isAdhoc)
+        return std::vector<CertificateFacts>();
+    const auto checked =
+        checkCms(parts.cms, parts.directories.front().blob(), digestsOf(parts.directories));
+    if (!checked)
+        return checked.error();
+    std::vector<CertificateFacts> chain = factsOf(checked->chain);
+    for (const CodeDirectory& directory : parts.directories)
+        if (directory.facts().team != teamOf(chain).value_or(""))
+            return base::Error{base::ErrorKind::Conflict,
+                               "The team of a code directory is not that of its signer."};
+    return chain;
+}
+
+} // namespace sign

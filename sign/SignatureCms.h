@@ -1,0 +1,38 @@
+#pragma once
+
+#include "base/Result.h"
+#include "sign/StaticCode.h"
+#include "sign/signature/RequirementCheck.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace sign {
+
+struct Identity;
+
+/// What requirements ask about the certificates of an identity, the leaf first. Any thread.
+[[nodiscard]] std::vector<CertificateFacts> signingChain(const Identity& identity);
+
+/// The CMS over code directories, the primary one first, signed now. Any thread.
+[[nodiscard]] base::Result<Blob> makeSignature(const Identity& identity,
+                                               const std::vector<CodeDirectory>& directories);
+
+/// Has the signature in `cms` stamped by the server at `url`. Waits for it; any thread.
+[[nodiscard]] base::Outcome stampSignature(Blob& cms, const std::string& url);
+
+/// What a description tells of a CMS, whether or not it is valid. Times are seconds since 1970.
+struct SignerFacts {
+    std::vector<std::string> authorities; ///< common names of the certificates, the leaf first
+    std::optional<std::int64_t> signingTime;
+    std::optional<std::int64_t> timestamp;
+};
+[[nodiscard]] SignerFacts signerFactsOf(const Blob& cms);
+
+/// Checks the CMS of a signature: who signed, that it covers all code directories, its time stamp.
+/// The certificates, the leaf first; none if the code is signed ad hoc. Any thread.
+[[nodiscard]] base::Result<std::vector<CertificateFacts>> checkSigner(const SignatureParts& parts);
+
+} // namespace sign

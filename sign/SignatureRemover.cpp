@@ -1,0 +1,74 @@
+#include "sign/AsideFile.h"
+#include "sign/Signer.h"
+#include "sign/StaticCode.h"
+#include "sign/bundle/LooseSignature.h"
+#include "sign/macho/SignatureRoom.h"
+
+#include <cerrno>
+
+#include <unistd.h>
+
+namespace sign {
+namespace {
+
+base::Outcome copySlice(const CodeFile& file, const MachSlice& slice, const SignatureRoom& room,
+                        const AsideFile& to, std::uint64_t offset) {
+    constexpr std::uint64_t pieceSize = 1U << 20U;
+    Blob buffer(pieceSize);
+    for (std::uint64_t at = 0; at < room.size(); at += pieceSize) {
+        const FileRange range{at, std::min(pieceSize, room.size() - at)};
+        if (auto read = readWithRoom(file, slice, room, buffer.data(), range); !read)
+            return read;
+        if (auto done = to.write({buffer.data(), range.size}, offset + at); !done)
+            return done;
+    }
+    return {};
+}
+
+base::Outcome removeEmbedded(const CodeFile& file) {
+    std::vector<SignatureRoom> rooms;
+    for (const MachSlice& slice : file.slices()) {
+        auto room = removeSignatureRoom(slice, file.path());
+        if (!room)
+            return room.error();
+        rooms.push_back(std::move(*room));
+    }
+    auto layout = layOut(file, rooms);
+    if (!layout)
+        return layout.error();
+    auto aside = AsideFile::createFor(file.path());
+    if (!aside)
+        return aside.error();
+    if (auto done = aside->write(layout->table, 0); !done)
+        return done;
+    for (std::size_t index = 0; index < rooms.size(); ++index)
+        if (auto copied =
+                copySlice(file, file.slices()[index], rooms[index], *aside, layout->offsets[index]);
+            !copied)
+            return copied;
+    if (auto same = file.checkUnchanged(); !same)
+        return same;
+    if (auto synced = aside->sync(); !synced)
+        return synced;
+    return AsideFile::commit({&*aside});
+}
+
+} // namespace
+
+base::Outcome removeSignature(const std::string& path, const std::string& bundleVersion) {
+    auto code = StaticCode::open(path, bundleVersion);
+    if (!code)
+        return code.error();
+    if (code->file().isMachO())
+        if (auto removed = removeEmbedded(code->file()); !removed)
+            return removed;
+    if (!code->bundle() || ::access(code->bundle()->signatureFolder().c_str(), F_OK) != 0)
+        return {};
+    if (auto removed = removeUnusedSignatureFiles(*code->bundle(), {}); !removed)
+        return removed;
+    if (::rmdir(code->bundle()->signatureFolder().c_str()) != 0 && errno != ENOTEMPTY)
+        return base::systemError("delete", code->bundle()->signatureFolder(), errno);
+    return {};
+}
+
+} // namespace sign

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "base/Result.h"
+#include "sign/Digest.h"
+#include "sign/signature/Requirement.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+// Signing of code for Apple's platforms. Start with sign() for a Mach-O file or a bundle; what was
+// signed is checked by verify() (SignatureVerifier.h) and told by describe() (Description.h). Each
+// file is written aside and takes the old one's place when it is whole; nothing is ever half
+// signed.
+namespace sign {
+
+struct Identity;
+
+/// What of an old signature goes into the new one.
+struct PreservedMetadata {
+    bool identifier = false;
+    bool entitlements = false;
+    bool requirements = false;
+    bool flags = false;
+    bool runtime = false;
+};
+
+struct SigningOptions {
+    std::shared_ptr<const Identity> identity;   ///< signed ad hoc if there is none
+    bool force = false;                         ///< replace a signature that is there
+    bool deep = false;                          ///< nested code as well, from inside out
+    std::string identifier;                     ///< found from the code if empty
+    std::string prefix;                         ///< put before identifiers without a dot
+    std::optional<std::uint32_t> flags;         ///< of the code directory (CodeDirectory.h)
+    std::optional<std::uint32_t> runtime;       ///< version as X<<16|Y<<8|Z; the SDK's if absent
+    std::optional<Blob> entitlements;           ///< XML, kept as it is
+    std::optional<RequirementSet> requirements; ///< the designated one is added if it is missing
+    std::string timestampUrl;                   ///< no time stamp if empty
+    PreservedMetadata preserve;
+    std::optional<std::uint8_t> pageShift; ///< kept from an old signature, or by the processor
+    std::string bundleVersion;             ///< of a framework; the current one if empty
+    unsigned threads = 1;
+};
+
+/// One code object that was signed.
+struct SignedCode {
+    std::string path;
+    std::string format; ///< "app bundle with Mach-O thin (arm64)"
+    std::string identifier;
+};
+
+/// Told while it happens, on the calling thread.
+struct SigningObserver {
+    std::function<void(const std::string& path)> replacesSignature;
+    std::function<void(const SignedCode& code)> isSigned;
+    std::function<void(const std::string& sentence)> warns;
+};
+
+/// Signs the file or bundle at `path`. Conflict with "PATH: is already signed" if it is and `force`
+/// is not given; Unavailable if the time stamp service does not answer. On failure each code object
+/// is as it was or signed whole. One call at a time in a process.
+[[nodiscard]] base::Outcome sign(const std::string& path, const SigningOptions& options,
+                                 const SigningObserver& observer);
+
+/// Takes the signature away from the file or bundle at `path`, its seal too.
+[[nodiscard]] base::Outcome removeSignature(const std::string& path,
+                                            const std::string& bundleVersion);
+
+} // namespace sign

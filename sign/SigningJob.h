@@ -1,0 +1,85 @@
+#pragma once
+
+#include "sign/AsideFile.h"
+#include "sign/SigningPlan.h"
+#include "sign/macho/SignatureRoom.h"
+#include "sign/signature/PageHashes.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace sign {
+
+/// The making of one code object's signatures, step by step, so that the steps of many objects can
+/// run side by side: prepare, hash the pages, make the CMS, have it stamped, finish. Nothing that
+/// is on the disk changes before commit(). Each object on one thread at a time.
+class SigningJob {
+public:
+    struct Preparing {
+        bool isOperand = true; ///< the user named it
+        unsigned threads = 1;  ///< for the hashes of sealed files
+        std::size_t cmsSize = usualCmsSize;
+        std::function<void(const std::string& path)> replacesSignature;
+        std::function<void(const std::string& sentence)> warns;
+    };
+    /// What Apple's tool leaves for the CMS, whatever it will need.
+    static constexpr std::size_t usualCmsSize = 18000;
+
+    /// Opens the code at `path`, decides all, makes its seal if it is a bundle.
+    [[nodiscard]] static base::Result<std::unique_ptr<SigningJob>>
+    prepare(const std::string& path, const SigningOptions& options, const Preparing& preparing);
+
+    SigningJob(const SigningJob&) = delete;
+    SigningJob& operator=(const SigningJob&) = delete;
+
+    /// Work for hashPages(), which also writes the new file; valid as long as this object.
+    void addPages(std::vector<PageJob>& jobs);
+    /// The CMS of each signature, after the pages are hashed. Nothing to do if ad hoc.
+    [[nodiscard]] base::Outcome makeCms();
+    /// The CMS of each signature, to be stamped in place. Empty if ad hoc.
+    [[nodiscard]] std::vector<Blob*> stampable();
+    /// The size that prepare() has to leave for the CMS if it does not fit.
+    [[nodiscard]] std::optional<std::size_t> largerCmsSize() const;
+    /// Writes the signatures and waits until all is on the disk. Changed if the code is not what it
+    /// was.
+    [[nodiscard]] base::Outcome finish();
+    /// Lets the new files take their places.
+    [[nodiscard]] base::Outcome commit();
+
+    [[nodiscard]] const StaticCode& code() const { return code_; }
+    [[nodiscard]] const SigningPlan& plan() const { return plan_; }
+
+private:
+    /// One signature.
+    struct Work {
+        const MachSlice* slice = nullptr; ///< null if it goes into files
+        SignatureRoom room;
+        std::uint64_t offset = 0; ///< of the slice in the new file
+        BlobMap blobs;            ///< all but code directories and CMS
+        std::vector<CodeDirectory> directories;
+        Blob cms;
+    };
+
+    SigningJob(StaticCode code, SigningPlan plan, const SigningOptions& options)
+        : code_(std::move(code)), plan_(std::move(plan)), options_(options) {}
+
+    [[nodiscard]] base::Outcome makeBundleSeal(const Preparing& preparing);
+    [[nodiscard]] base::Outcome prepareWork(Work& work, std::size_t index, std::size_t cmsSize);
+    [[nodiscard]] DirectoryFacts factsOf(const Work& work) const;
+    [[nodiscard]] base::Outcome createFile();
+    [[nodiscard]] BlobMap blobsOf(const Work& work) const;
+    [[nodiscard]] base::Outcome commitLoose();
+
+    StaticCode code_;
+    SigningPlan plan_;
+    const SigningOptions& options_;
+    std::optional<Blob> seal_;
+    std::vector<Work> works_;
+    UniversalLayout layout_;
+    std::optional<AsideFile> file_;
+    std::optional<AsideFile> sealFile_;
+};
+
+} // namespace sign

@@ -1,0 +1,275 @@
+#include "sign/bundle/Bundle.h"
+
+#include "base/Printable.h"
+#include "sign/bundle/BundleRoot.h"
+#include "sign/bundle/FileTree.h"
+
+#include <algorithm>
+#include <array>
+
+#include <sys/stat.h>
+
+namespace sign {
+
+namespace {
+
+constexpr std::uint64_t mostInfoBytes = std::uint64_t{64} << 20U;
+
+base::Error unrecognized(std::string_view remedy = {}) {
+    std::string sentence(faultMessage(FaultCode::BadBundleFormat));
+    sentence += remedy;
+    return {base::ErrorKind::Unsupported, std::move(sentence)};
+}
+
+std::string withoutSlashes(std::string_view path) {
+    while (path.size() > 1 && path.ends_with('/'))
+        path.remove_suffix(1);
+    return std::string(path);
+}
+
+std::string_view lastComponent(std::string_view path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+/// Of a path without links.
+std::string parentOf(std::string_view path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == 0 || slash == std::string_view::npos ? "/" : std::string(path.substr(0, slash));
+}
+
+std::string nameWithoutExtension(const std::string& path) {
+    // "." and ".." name a folder by where it stands.
+    const std::string real = realPath(path).value_or(path);
+    const std::string_view name = lastComponent(real);
+    const std::size_t dot = name.rfind('.');
+    return std::string(name.substr(0, dot == 0 ? name.size() : dot));
+}
+
+bool isPlainFile(const std::string& path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+/// Whether no folder on the way is a link that leads out: signing writes there.
+bool isInside(const std::string& path, const std::string& folder) {
+    const auto real = realPath(path);
+    const auto realFolder = realPath(folder);
+    return real && realFolder && real->starts_with(*realFolder + "/");
+}
+
+/// The entry of that name, whatever the case of its letters; empty if there is none.
+std::string entryNamed(const std::vector<FileEntry>& entries, std::string_view name) {
+    for (const FileEntry& entry : entries) {
+        if (sameWithoutCase(entry.name, name))
+            return entry.name;
+    }
+    return {};
+}
+
+/// Goes into the version of a framework, if the folder is a versioned one.
+base::Outcome findRoot(Bundle& bundle, std::string_view version) {
+    const std::string& path = bundle.path;
+    bundle.root = path;
+    if (isFolder(path + "/Contents")) {
+        auto faults = applicationRootFaults(path);
+        if (!faults)
+            return faults.error();
+        bundle.layoutFaults = std::move(*faults);
+        return {};
+    }
+    const std::string current = path + "/Versions/Current";
+    if (isFolder(path + "/Support Files") ||
+        (!isFolder(current) && (version.empty() || !isFolder(path + "/Versions"))))
+        return {};
+    auto faults = frameworkRootFaults(path);
+    if (!faults)
+        return faults.error();
+    bundle.layoutFaults = std::move(*faults);
+    bundle.isVersioned = true;
+    const std::string target = linkTarget(current).value_or("Current");
+    const std::string_view wanted = version.empty() ? lastComponent(target) : version;
+    bundle.root = path + "/Versions/" + std::string(wanted);
+    return wanted.find('/') == std::string_view::npos && isFolder(bundle.root)
+               ? base::Outcome()
+               : unrecognized(". The framework has no such version: mend the link "
+                              "Versions/Current.");
+}
+
+/// Finds form, code root and Info.plist in the root.
+base::Outcome findForm(Bundle& bundle) {
+    auto entries = entriesOf(bundle.root);
+    if (!entries)
+        return entries.error();
+    std::array<std::string_view, 3> order = {"Contents", "Resources", "Support Files"};
+    if (!bundle.isVersioned && bundle.root.ends_with(".framework"))
+        std::swap(order[0], order[1]);
+    std::string found;
+    std::string_view form;
+    for (const std::string_view name : order) {
+        found = entryNamed(*entries, name);
+        if (!found.empty() && isFolder(bundle.root + "/" + found)) {
+            form = name;
+            break;
+        }
+    }
+    bundle.codeRoot = bundle.root;
+    std::string infoFolder = bundle.root;
+    if (form == "Support Files")
+        return unrecognized(". Bundles with a folder \"Support Files\" are of a form that macOS no "
+                            "longer signs: build it anew with a folder Contents.");
+    if (form == "Contents") {
+        bundle.form = BundleForm::Contents;
+        bundle.codeRoot = infoFolder = bundle.root + "/" + found;
+    } else if (form == "Resources") {
+        bundle.form = BundleForm::Resources;
+        infoFolder = bundle.root + "/" + found;
+    }
+    entries = entriesOf(infoFolder);
+    if (!entries)
+        return entries.error();
+    std::string info = entryNamed(*entries, "Info-macos.plist");
+    if (info.empty())
+        info = entryNamed(*entries, "Info.plist");
+    if (!info.empty())
+        bundle.infoPlist = infoFolder + "/" + info;
+    if (linkTarget(bundle.signatureFolder()))
+        bundle.layoutFaults.push_back({FaultCode::UnsealedAppRoot, bundle.signatureFolder()});
+    return {};
+}
+
+base::Outcome readInfo(Bundle& bundle) {
+    if (bundle.infoPlist.empty())
+        return {};
+    if (!isPlainFile(bundle.infoPlist))
+        bundle.layoutFaults.push_back({FaultCode::RegularFile, bundle.infoPlist});
+    const auto target = realPath(bundle.infoPlist);
+    if (!target || !isFile(*target))
+        return {};
+    auto bytes = wholeFile(*target, mostInfoBytes);
+    if (!bytes)
+        return bytes.error();
+    bundle.infoBytes = std::move(*bytes);
+    auto info = readPropertyList(bundle.infoBytes, bundle.infoPlist);
+    // A damaged one must not hide what else is wrong: its hash will tell, too.
+    if (!info)
+        bundle.infoProblem = info.error().sentence;
+    else if (!info->dictionary())
+        bundle.infoProblem = "\"" + base::printable(bundle.infoPlist) +
+                             "\" is not a dictionary of settings. Get the package anew from where "
+                             "it was built.";
+    else
+        bundle.info = std::move(*info);
+    return {};
+}
+
+std::string executableName(const Bundle& bundle) {
+    for (const std::string_view key : {"CFBundleExecutable", "NSExecutable"}) {
+        const std::string* name = bundle.info.findString(key);
+        if (name && !name->empty())
+            return *name;
+    }
+    return nameWithoutExtension(bundle.path);
+}
+
+base::Outcome findExecutable(Bundle& bundle) {
+    const std::string name = executableName(bundle);
+    if (name.find('/') != std::string::npos || name == "." || name == "..")
+        return unrecognized(". CFBundleExecutable in its Info.plist must be the name of a file, "
+                            "without a folder.");
+    std::vector<std::string> places = {bundle.root};
+    if (bundle.form == BundleForm::Contents)
+        places = {bundle.codeRoot + "/MacOS", bundle.codeRoot, bundle.root};
+    for (const std::string& place : places) {
+        const std::string candidate = place + "/" + name;
+        if (!isFile(candidate))
+            continue;
+        bundle.executable = candidate;
+        bundle.hasExecutable = true;
+        if (!isPlainFile(candidate) || !isInside(candidate, bundle.root))
+            bundle.layoutFaults.push_back({FaultCode::RegularFile, candidate});
+        return {};
+    }
+    bundle.executable = bundle.infoPlist;
+    if (!bundle.executable.empty())
+        return {};
+    return isFolder(bundle.path + "/Versions") && !bundle.isVersioned
+               ? unrecognized(". The framework has versions, but no link Versions/Current to one "
+                              "of them: make it, or unpack the package with a tool that keeps "
+                              "links.")
+               : unrecognized();
+}
+
+} // namespace
+
+std::string Bundle::signatureFolder() const {
+    return codeRoot + "/_CodeSignature";
+}
+
+std::string Bundle::sealPath() const {
+    return signatureFolder() + "/CodeResources";
+}
+
+std::optional<std::string> Bundle::identifier() const {
+    for (const std::string_view key : {"CFBundleIdentifier", "CFBundleName"}) {
+        const std::string* name = info.findString(key);
+        if (name && !name->empty())
+            return *name;
+    }
+    return std::nullopt;
+}
+
+bool Bundle::isApplication() const {
+    const std::string* type = info.findString("CFBundlePackageType");
+    return type && *type == "APPL";
+}
+
+base::Result<Bundle> openBundle(std::string_view path, std::string_view version) {
+    Bundle bundle;
+    bundle.path = withoutSlashes(path);
+    for (auto* step : {+[](Bundle&b, std::string_view v) { return findRoot(b, v); },
+                       +[](Bundle&b, std::string_view) { return findForm(b); },
+                       +[](Bundle&b, std::string_view) { return readInfo(b); },
+                       +[](Bundle&b, std::string_view) { return findExecutable(b); }}) {
+        if (auto done = step(bundle, version); !done)
+            return done.error();
+    }
+    return bundle;
+}
+
+std::optional<std::string> bundleOfExecutable(std::string_view path) {
+    const auto real = realPath(std::string(path));
+    if (!real || !isFile(*real))
+        return std::nullopt;
+    std::string folder = parentOf(*real);
+    if (sameWithoutCase(lastComponent(folder), "MacOS"))
+        folder = parentOf(parentOf(folder));
+    std::vector<std::string> candidates = {folder};
+    if (sameWithoutCase(lastComponent(folder), "Contents"))
+        candidates.insert(candidates.begin(), parentOf(folder));
+    if (lastComponent(parentOf(folder)) == "Versions")
+        candidates.insert(candidates.begin(), parentOf(parentOf(folder)));
+    for (const std::string& candidate : candidates) {
+        const auto bundle = openBundle(candidate);
+        if (bundle && bundle->hasExecutable && !bundle->infoPlist.empty() &&
+            realPath(bundle->executable) == real)
+            return candidate;
+    }
+    return std::nullopt;
+}
+
+std::vector<std::string> otherVersions(std::string_view framework) {
+    const std::string versions = withoutSlashes(framework) + "/Versions";
+    std::vector<std::string> others;
+    const auto entries = entriesOf(versions);
+    if (!entries)
+        return others;
+    const auto current = realPath(versions + "/Current");
+    for (const FileEntry& entry : *entries) {
+        std::string path = versions + "/" + entry.name;
+        if (entry.isFolder() && entry.name != "Current" && realPath(path) != current)
+            others.push_back(std::move(path));
+    }
+    return others;
+}
+
+} // namespace sign

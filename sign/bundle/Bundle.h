@@ -1,0 +1,70 @@
+#pragma once
+
+#include "base/Result.h"
+#include "sign/FaultCode.h"
+#include "sign/PropertyList.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sign {
+
+/// Where a bundle keeps its parts (CoreFoundation's CFBundle layouts).
+enum class BundleForm {
+    Contents,  ///< R/Contents holds all: applications, plug-ins, services
+    Resources, ///< R/Resources/Info.plist beside the code: versions of frameworks, old bundles
+    Flat,      ///< all beside each other, as on iOS
+};
+
+/// What of a bundle breaks a rule of its layout; the file is the one that is in the way.
+struct LayoutFault {
+    FaultCode code;
+    std::string file;
+};
+
+/// A folder that is signed as one code object. All paths start with the path that was opened.
+struct Bundle {
+    std::string path;       ///< as opened, without slashes at the end
+    std::string root;       ///< the same, or the version of a versioned framework
+    std::string codeRoot;   ///< the folder that is sealed and holds _CodeSignature
+    std::string infoPlist;  ///< empty if there is none
+    PropertyData infoBytes; ///< of that file, as special slot 1 hashes them
+    PropertyValue info;     ///< the same, read; an empty dictionary if there is none
+    std::string executable; ///< the file that is signed: of a bundle without code, its Info.plist
+    bool hasExecutable = false; ///< false if `executable` is the Info.plist
+    BundleForm form = BundleForm::Flat;
+    bool isVersioned = false; ///< a framework with a folder Versions
+    std::string infoProblem;  ///< why the Info.plist cannot be read; empty if it can
+    /// Breaches that signing refuses and that verifying reports when it is strict.
+    std::vector<LayoutFault> layoutFaults;
+
+    /// Where the seal is: codeRoot/_CodeSignature/CodeResources.
+    [[nodiscard]] std::string sealPath() const;
+    [[nodiscard]] std::string signatureFolder() const;
+    /// The name that a code directory gets without other wishes: CFBundleIdentifier, else
+    /// CFBundleName; absent if the Info.plist has neither.
+    [[nodiscard]] std::optional<std::string> identifier() const;
+    /// Whether CFBundlePackageType is APPL, which a description calls an app bundle.
+    [[nodiscard]] bool isApplication() const;
+};
+
+/// Finds the parts of the bundle in the folder `path`; `version` names the version of a framework,
+/// Current if empty. Unsupported if the folder is no bundle: the sentence starts with the
+/// platform's message, to stand behind the path. Any thread.
+[[nodiscard]] base::Result<Bundle> openBundle(std::string_view path, std::string_view version = {});
+
+/// Whether a bundle may be signed: the first breach of its layout, or rules of its own
+/// (CFBundleResourceSpecification), as a sentence. Any thread.
+[[nodiscard]] base::Outcome checkSignable(const Bundle& bundle);
+
+/// The folder of the bundle whose main executable the file `path` is; absent if it is none's. A
+/// lone path to it means the bundle, for signing as for verifying. Any thread.
+[[nodiscard]] std::optional<std::string> bundleOfExecutable(std::string_view path);
+
+/// The folders of the versions of a framework that are not its current one, sorted; none if it has
+/// no versions. Any thread.
+[[nodiscard]] std::vector<std::string> otherVersions(std::string_view framework);
+
+} // namespace sign

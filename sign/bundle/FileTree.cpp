@@ -1,0 +1,122 @@
+#include "sign/bundle/FileTree.h"
+
+#include "base/FileDescriptor.h"
+#include "base/Printable.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace sign {
+
+namespace {
+
+struct FolderClose {
+    void operator()(DIR* folder) const { closedir(folder); }
+};
+struct MemoryFree {
+    void operator()(char* memory) const { std::free(memory); }
+};
+
+char lowered(char letter) {
+    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+}
+
+} // namespace
+
+bool FileEntry::isFolder() const {
+    return S_ISDIR(mode);
+}
+bool FileEntry::isFile() const {
+    return S_ISREG(mode);
+}
+bool FileEntry::isLink() const {
+    return S_ISLNK(mode);
+}
+bool FileEntry::isPlainData() const {
+    return isFile() && (mode & (S_IXUSR | S_IXGRP | S_IXOTH)) == 0;
+}
+
+base::Result<std::vector<FileEntry>> entriesOf(const std::string& folder) {
+    const std::unique_ptr<DIR, FolderClose> opened(opendir(folder.c_str()));
+    if (!opened)
+        return base::systemError("read the folder", folder, errno);
+    std::vector<FileEntry> entries;
+    while (true) {
+        errno = 0;
+        const dirent* read = readdir(opened.get());
+        if (!read)
+            break;
+        FileEntry entry{read->d_name};
+        if (entry.name == "." || entry.name == "..")
+            continue;
+        struct stat status {};
+        if (fstatat(dirfd(opened.get()), read->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0)
+            return base::systemError("look at", folder + "/" + entry.name, errno);
+        entry.mode = status.st_mode;
+        entry.size = static_cast<std::uint64_t>(status.st_size);
+        entries.push_back(std::move(entry));
+    }
+    if (errno != 0)
+        return base::systemError("read the folder", folder, errno);
+    std::sort(entries.begin(), entries.end(),
+              [](const FileEntry& a, const FileEntry& b) { return a.name < b.name; });
+    return entries;
+}
+
+base::Result<PropertyData> wholeFile(const std::string& path, std::uint64_t most) {
+    // Not to wait at a pipe, whose other end nobody may ever open.
+    const auto file =
+        base::FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    struct stat status {};
+    if (!file.open() || fstat(file.get(), &status) != 0)
+        return base::systemError("read", path, errno);
+    const auto size = static_cast<std::uint64_t>(status.st_size);
+    if (!S_ISREG(status.st_mode) || size > most)
+        return base::Error{base::ErrorKind::Unsupported,
+                           "\"" + base::printable(path) + "\" is not a plain file of at most " +
+                               std::to_string(most >> 20U) + " MB. Get it anew."};
+    PropertyData bytes(size);
+    const auto got = base::readAt(file.get(), bytes.data(), bytes.size(), 0);
+    if (!got)
+        return base::systemError("read", path, errno);
+    bytes.resize(*got);
+    return bytes;
+}
+
+std::optional<std::string> linkTarget(const std::string& path) {
+    std::string target(PATH_MAX, '\0');
+    const ssize_t size = readlink(path.c_str(), target.data(), target.size());
+    if (size < 0)
+        return std::nullopt;
+    target.resize(static_cast<std::size_t>(size));
+    return target;
+}
+
+bool isFolder(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool isFile(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+std::optional<std::string> realPath(const std::string& path) {
+    const std::unique_ptr<char, MemoryFree> resolved(realpath(path.c_str(), nullptr));
+    return resolved ? std::optional<std::string>(resolved.get()) : std::nullopt;
+}
+
+bool sameWithoutCase(std::string_view left, std::string_view right) {
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                      [](char a, char b) { return lowered(a) == lowered(b); });
+}
+
+} // namespace sign

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "base/Result.h"
+#include "sign/PropertyList.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace sign {
+
+/// One entry of a folder; links are not followed.
+struct FileEntry {
+    std::string name;
+    mode_t mode = 0;
+    std::uint64_t size = 0;
+
+    [[nodiscard]] bool isFolder() const;
+    [[nodiscard]] bool isFile() const;
+    [[nodiscard]] bool isLink() const;
+    /// A file that nobody may execute.
+    [[nodiscard]] bool isPlainData() const;
+};
+
+/// All but "." and "..", sorted by the bytes of their names.
+[[nodiscard]] base::Result<std::vector<FileEntry>> entriesOf(const std::string& folder);
+
+/// The bytes of a plain file, without following a link at its end; Unsupported if there are more
+/// than `most`, or if it is no plain file.
+[[nodiscard]] base::Result<PropertyData> wholeFile(const std::string& path, std::uint64_t most);
+
+/// Where a link leads, as it says; absent if it is none.
+[[nodiscard]] std::optional<std::string> linkTarget(const std::string& path);
+
+/// Whether these are there; links are followed.
+[[nodiscard]] bool isFolder(const std::string& path);
+[[nodiscard]] bool isFile(const std::string& path);
+
+/// The path without links; absent if nothing is there.
+[[nodiscard]] std::optional<std::string> realPath(const std::string& path);
+
+/// Whether the names differ in the case of ASCII letters at most.
+[[nodiscard]] bool sameWithoutCase(std::string_view left, std::string_view right);
+
+} // namespace sign

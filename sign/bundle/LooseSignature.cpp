@@ -1,0 +1,155 @@
+#include "sign/bundle/LooseSignature.h"
+
+#include "base/FileDescriptor.h"
+#include "base/Printable.h"
+#include "sign/bundle/FileTree.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace sign {
+
+namespace {
+
+constexpr std::size_t mostAlternates = 5;
+constexpr std::uint64_t mostBytes = std::uint64_t{16} << 20U;
+
+/// The platform names alternate code directories after requirements.
+std::string alternateName(std::size_t number) {
+    return "CodeRequirements-" + std::to_string(number);
+}
+
+/// Absent if there is no such file.
+base::Result<std::optional<LooseSignature::Blob>> readPart(const Bundle& bundle,
+                                                           const std::string& name) {
+    const std::string path = bundle.signatureFolder() + "/" + name;
+    if (access(path.c_str(), F_OK) != 0 && errno == ENOENT)
+        return std::optional<LooseSignature::Blob>();
+    auto bytes = wholeFile(path, mostBytes);
+    if (!bytes)
+        return bytes.error();
+    return std::optional(std::move(*bytes));
+}
+
+struct Part {
+    std::string name;
+    base::Bytes bytes;
+};
+
+std::vector<Part> partsOf(const LooseSignature& signature) {
+    std::vector<Part> parts;
+    for (std::size_t number = 0; number < signature.directories.size(); ++number)
+        parts.push_back(
+            {number == 0 ? "CodeDirectory" : alternateName(number), signature.directories[number]});
+    for (const auto& [name, blob] : {std::pair{"CodeRequirements", &signature.requirements},
+                                     {"CodeEntitlements", &signature.entitlements},
+                                     {"CodeEntitlementDER", &signature.entitlementsDer},
+                                     {"CodeSignature", &signature.cms}}) {
+        if (*blob)
+            parts.push_back({name, **blob});
+    }
+    return parts;
+}
+
+std::string asideName(const std::string& path) {
+    return path + ".cstemp";
+}
+
+base::Outcome writeAside(const std::string& path, base::Bytes bytes) {
+    const std::string aside = asideName(path);
+    unlink(aside.c_str());
+    const auto file = base::FileDescriptor::openAt(AT_FDCWD, aside.c_str(),
+                                                   O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0644);
+    if (!file.open() || !base::writeAt(file.get(), bytes, 0) || fsync(file.get()) != 0)
+        return base::systemError("write", aside, errno);
+    return {};
+}
+
+/// Gives all files their names, or takes all away.
+base::Outcome nameParts(const std::string& folder, const std::vector<Part>& parts,
+                        base::Outcome written) {
+    for (const Part& part : parts) {
+        const std::string path = folder + "/" + part.name;
+        if (written && std::rename(asideName(path).c_str(), path.c_str()) != 0)
+            written = base::systemError("replace", path, errno);
+        if (!written)
+            unlink(asideName(path).c_str());
+    }
+    return written;
+}
+
+} // namespace
+
+std::vector<std::string> signatureFiles(const LooseSignature& signature) {
+    std::vector<std::string> names = {"CodeResources"};
+    for (const Part& part : partsOf(signature))
+        names.push_back(part.name);
+    return names;
+}
+
+base::Outcome removeUnusedSignatureFiles(const Bundle& bundle,
+                                         const std::vector<std::string>& kept) {
+    const auto entries = entriesOf(bundle.signatureFolder());
+    if (!entries)
+        return entries.error();
+    for (const FileEntry& entry : *entries) {
+        const std::string path = bundle.signatureFolder() + "/" + entry.name;
+        const bool isOurs = entry.name.starts_with("Code") && !entry.isFolder();
+        if (isOurs && std::find(kept.begin(), kept.end(), entry.name) == kept.end() &&
+            unlink(path.c_str()) != 0)
+            return base::systemError("delete", path, errno);
+    }
+    return {};
+}
+
+base::Result<LooseSignature> readLooseSignature(const Bundle& bundle) {
+    LooseSignature signature;
+    for (std::size_t number = 0; number <= mostAlternates; ++number) {
+        auto directory = readPart(bundle, number == 0 ? "CodeDirectory" : alternateName(number));
+        if (!directory)
+            return directory.error();
+        if (!*directory)
+            break;
+        signature.directories.push_back(std::move(**directory));
+    }
+    if (signature.directories.empty())
+        return base::Error{base::ErrorKind::NotFound,
+                           std::string(faultMessage(FaultCode::NotSigned))};
+    for (const auto& [name, blob] : {std::pair{"CodeRequirements", &signature.requirements},
+                                     {"CodeEntitlements", &signature.entitlements},
+                                     {"CodeEntitlementDER", &signature.entitlementsDer},
+                                     {"CodeSignature", &signature.cms}}) {
+        auto part = readPart(bundle, name);
+        if (!part)
+            return part.error();
+        *blob = std::move(*part);
+    }
+    return signature;
+}
+
+base::Outcome writeLooseSignature(const Bundle& bundle, const LooseSignature& signature,
+                                  base::Bytes seal) {
+    const std::string folder = bundle.signatureFolder();
+    if (mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST)
+        return base::systemError("make the folder", folder, errno);
+    std::vector<Part> parts = {{"CodeResources", seal}};
+    for (Part& part : partsOf(signature))
+        parts.push_back(std::move(part));
+    base::Outcome written;
+    for (const Part& part : parts) {
+        if (written)
+            written = writeAside(folder + "/" + part.name, part.bytes);
+    }
+    if (auto named = nameParts(folder, parts, std::move(written)); !named)
+        return named;
+    std::vector<std::string> kept;
+    for (const Part& part : parts)
+        kept.push_back(part.name);
+    return removeUnusedSignatureFiles(bundle, kept);
+}
+
+} // namespace sign

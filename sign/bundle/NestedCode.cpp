@@ -1,0 +1,117 @@
+#include "sign/bundle/NestedCode.h"
+
+#include "base/Printable.h"
+#include "sign/bundle/Bundle.h"
+#include "sign/bundle/FileTree.h"
+#include "sign/bundle/MachOFile.h"
+#include "sign/bundle/SealWalk.h"
+
+#include <algorithm>
+
+namespace sign {
+
+namespace {
+
+constexpr unsigned mostNesting = 64;
+
+/// A bundle in a place for resources is code only if it has some.
+bool isBundleWithCode(const std::string& folder) {
+    const auto bundle = openBundle(folder);
+    return bundle && bundle->hasExecutable && isSignableMachO(bundle->executable);
+}
+
+base::Error noBundle(const std::string& folder, const base::Error& reason) {
+    if (reason.kind != base::ErrorKind::Unsupported)
+        return reason;
+    return {base::ErrorKind::Unsupported,
+            "\"" + base::printable(folder) +
+                "\" has a dot in its name and lies in a place for code, so macOS takes it for a "
+                "bundle, which it is not: " +
+                reason.sentence +
+                ". Move it to Contents/Resources and leave a link to it in its place."};
+}
+
+class Planner {
+public:
+    base::Outcome addBundle(Bundle bundle, unsigned depth, bool isNested) {
+        if (depth > mostNesting)
+            return base::Error{base::ErrorKind::Unsupported,
+                               "The bundles in \"" + base::printable(bundle.path) +
+                                   "\" are nested deeper than 64 levels. Make them flatter."};
+        if (auto signable = checkSignable(bundle); !signable)
+            return signable;
+        if (auto inside = addInside(bundle, depth); !inside)
+            return inside;
+        if (bundle.isVersioned) {
+            for (const std::string& version : otherVersions(bundle.path)) {
+                auto other = openBundle(version);
+                if (!other)
+                    return noBundle(version, other.error());
+                if (auto added = addBundle(std::move(*other), depth, isNested); !added)
+                    return added;
+            }
+        }
+        objects_.push_back({std::move(bundle.path), depth, true, isNested});
+        return {};
+    }
+
+    std::vector<CodeObject> take() {
+        std::stable_sort(
+            objects_.begin(), objects_.end(),
+            [](const CodeObject& a, const CodeObject& b) { return a.depth > b.depth; });
+        return std::move(objects_);
+    }
+
+private:
+    base::Outcome addInside(const Bundle& bundle, unsigned depth) {
+        const auto rules =
+            SealRules::read(SealRules::standard(bundle.form), bundle, bundle.infoPlist);
+        if (!rules)
+            return rules.error();
+        const auto items = sealItems(bundle, *rules, isBundleWithCode);
+        if (!items)
+            return items.error();
+        for (const SealItem& item : *items) {
+            if (auto sealable = checkSealable(bundle, item); !sealable)
+                return sealable;
+            if (auto added = addItem(item, bundle.codeRoot + "/" + item.path, depth + 1); !added)
+                return added;
+        }
+        return {};
+    }
+
+    base::Outcome addItem(const SealItem& item, const std::string& path, unsigned depth) {
+        const bool isNested = item.rule && item.rule->nested;
+        if (item.kind == SealItemKind::File && isSignableMachO(path))
+            objects_.push_back({path, depth, false, isNested});
+        if (item.kind != SealItemKind::Bundle)
+            return {};
+        auto bundle = openBundle(path);
+        if (!bundle)
+            return noBundle(path, bundle.error());
+        return addBundle(std::move(*bundle), depth, isNested);
+    }
+
+    std::vector<CodeObject> objects_;
+};
+
+} // namespace
+
+base::Result<std::vector<CodeObject>> planOf(std::string_view path) {
+    const std::string given(path);
+    const auto owner = isFolder(given) ? std::optional(given) : bundleOfExecutable(given);
+    if (!owner) {
+        if (!isFile(given))
+            return base::systemError("find", given, ENOENT);
+        return std::vector<CodeObject>{{given, 0, false, false}};
+    }
+    auto bundle = openBundle(*owner);
+    if (!bundle)
+        return bundle.error();
+    Planner planner;
+    if (auto added = planner.addBundle(std::move(*bundle), 0, false); !added)
+        return added.error();
+    return planner.take();
+}
+
+} // namespace sign

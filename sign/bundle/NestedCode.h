@@ -1,0 +1,31 @@
+#pragma once
+
+#include "base/Result.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sign {
+
+/// One thing of a package that has a signature of its own.
+struct CodeObject {
+    std::string path;   ///< a bundle's folder, or a file; starts with the package's path
+    unsigned depth = 0; ///< how many code objects hold it
+    bool isBundle = false;
+    /// Whether its bundle's seal names its requirement. If not, the seal has the file's hash, so
+    /// the object must be signed before that bundle as well.
+    bool isNested = false;
+
+    bool operator==(const CodeObject&) const = default;
+};
+
+/// All code objects of the package `path`, in the order in which they are to be signed: from inside
+/// out, the package last. Those of one depth do not hold each other and can be signed at once.
+/// `path` may also be a lone file. Beside what the platform calls nested, each Mach-O file anywhere
+/// counts; a bundle's main executable goes with its bundle. Refuses, in a sentence, a package that
+/// cannot be signed whole: folders with a dot in a place for code that are no bundles, breaches of
+/// the layout, AppleDouble files, rules of its own. Any thread.
+[[nodiscard]] base::Result<std::vector<CodeObject>> planOf(std::string_view path);
+
+} // namespace sign

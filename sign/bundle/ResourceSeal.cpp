@@ -1,0 +1,203 @@
+#include "sign/bundle/ResourceSeal.h"
+
+#include "base/ByteReader.h"
+#include "base/Printable.h"
+#include "base/Utf8.h"
+#include "sign/bundle/FileHashes.h"
+#include "sign/bundle/FileTree.h"
+#include "sign/bundle/MachOFile.h"
+#include "sign/bundle/SealWalk.h"
+
+#include <algorithm>
+
+namespace sign {
+
+namespace {
+
+PropertyValue dataOf(base::Bytes bytes) {
+    return PropertyData(bytes.begin(), bytes.end());
+}
+
+/// XML can hold a tab and the ends of lines, and no other control character.
+base::Outcome checkName(const Bundle& bundle, const std::string& name) {
+    const bool isText = std::none_of(name.begin(), name.end(), [](char letter) {
+        const auto byte = static_cast<unsigned char>(letter);
+        return byte < 0x20 && letter != '\t' && letter != '\n' && letter != '\r';
+    });
+    if (isText && base::isValidUtf8(name))
+        return {};
+    return base::Error{base::ErrorKind::Unsupported,
+                       "The name of \"" + base::printable(bundle.codeRoot + "/" + name) +
+                           "\" is not UTF-8 or has control characters, so no seal can hold it. "
+                           "Rename it."};
+}
+
+class SealMaker {
+public:
+    SealMaker(const Bundle& bundle, const SealMaking& making, const NestedLookup& nested)
+        : bundle_(bundle), making_(making), nested_(nested) {}
+
+    base::Result<ResourceSeal> make() {
+        if (auto signable = checkSignable(bundle_); !signable)
+            return signable.error();
+        const PropertyValue standard = SealRules::standard(bundle_.form);
+        const PropertyValue version1 = SealRules::standardVersion1(bundle_.form);
+        const auto rules = SealRules::read(standard, bundle_, bundle_.path);
+        const auto oldRules = SealRules::read(version1, bundle_, bundle_.path);
+        if (!rules || !oldRules)
+            return rules ? oldRules.error() : rules.error();
+        const auto items = sealItems(bundle_, *rules);
+        if (!items)
+            return items.error();
+        for (const SealItem& item : *items) {
+            if (auto added = add(item, *oldRules); !added)
+                return added.error();
+        }
+        if (auto hashed = addHashes(); !hashed)
+            return hashed.error();
+        PropertyDictionary seal;
+        seal.emplace_back("files", std::move(oldFiles_));
+        seal.emplace_back("files2", std::move(files_));
+        seal.emplace_back("rules", version1);
+        seal.emplace_back("rules2", standard);
+        const std::string xml = applePropertyListXml(std::move(seal));
+        result_.bytes.assign(xml.begin(), xml.end());
+        return std::move(result_);
+    }
+
+private:
+    /// A plain file, between its listing and its hashes.
+    struct Waiting {
+        std::string name;
+        std::optional<SealRule> rule;
+        std::optional<SealRule> oldRule;
+    };
+
+    base::Outcome add(const SealItem& item, const SealRules& oldRules) {
+        if (auto sealable = checkSealable(bundle_, item); !sealable)
+            return sealable;
+        const std::string path = bundle_.codeRoot + "/" + item.path;
+        std::optional<SealRule> oldRule;
+        if (item.kind == SealItemKind::File)
+            oldRule = oldRules.find(item.path);
+        const bool isOld = oldRule && !oldRule->omit;
+        if (!item.isSealed() && !isOld)
+            return {};
+        if (auto named = checkName(bundle_, item.path); !named)
+            return named;
+        if (item.kind == SealItemKind::Link)
+            return addLink(item, path);
+        const bool isNested = item.rule && item.rule->nested && !item.rule->omit;
+        const bool isCode =
+            item.kind == SealItemKind::Bundle || (isNested && isSignableMachO(path));
+        if (isCode) {
+            if (auto added = addCode(item, path); !added)
+                return added;
+        } else if (isNested) {
+            result_.dataAmongCode.push_back(path);
+        }
+        if (item.kind == SealItemKind::Bundle || (isCode && !isOld))
+            return {};
+        hashes_.push_back({path, item.size, isOld || making_.withSha1, item.isSealed() && !isCode});
+        waiting_.push_back({item.path, item.isSealed() && !isCode ? item.rule : std::nullopt,
+                            isOld ? oldRule : std::nullopt});
+        return {};
+    }
+
+    base::Outcome addLink(const SealItem& item, const std::string& path) {
+        auto target = linkTarget(path);
+        if (!target || !base::isValidUtf8(*target))
+            return base::Error{base::ErrorKind::Unsupported,
+                               "The link \"" + base::printable(path) +
+                                   "\" leads to a name that is not UTF-8, so no seal can hold it. "
+                                   "Rename what it leads to."};
+        PropertyDictionary entry;
+        if (item.rule->optional)
+            entry.emplace_back("optional", true);
+        entry.emplace_back("symlink", std::move(*target));
+        files_.emplace_back(item.path, std::move(entry));
+        return {};
+    }
+
+    base::Outcome addCode(const SealItem& item, const std::string& path) {
+        auto seal = nested_(path);
+        if (!seal)
+            return seal.error();
+        PropertyDictionary entry;
+        entry.emplace_back("cdhash", std::move(seal->cdhash));
+        entry.emplace_back("requirement", std::move(seal->requirement));
+        files_.emplace_back(item.path, std::move(entry));
+        return {};
+    }
+
+    base::Outcome addHashes() {
+        if (auto hashed = hashFiles(hashes_, making_.threads); !hashed)
+            return hashed;
+        for (std::size_t index = 0; index < waiting_.size(); ++index) {
+            const FileHashes& hashes = hashes_[index];
+            Waiting& file = waiting_[index];
+            if (hashes.isMissing)
+                return base::Error{base::ErrorKind::Changed,
+                                   "\"" + base::printable(hashes.path) +
+                                       "\" went away while the package was signed. Try again when "
+                                       "nothing writes to the package."};
+            if (file.oldRule)
+                addOldEntry(file, hashes);
+            if (file.rule)
+                addEntry(file, hashes);
+        }
+        return {};
+    }
+
+    void addOldEntry(const Waiting& file, const FileHashes& hashes) {
+        if (!file.oldRule->optional) {
+            oldFiles_.emplace_back(file.name, dataOf(hashes.sha1));
+            return;
+        }
+        PropertyDictionary entry;
+        entry.emplace_back("hash", dataOf(hashes.sha1));
+        entry.emplace_back("optional", true);
+        oldFiles_.emplace_back(file.name, std::move(entry));
+    }
+
+    void addEntry(Waiting& file, const FileHashes& hashes) {
+        PropertyDictionary entry;
+        if (making_.withSha1)
+            entry.emplace_back("hash", dataOf(hashes.sha1));
+        entry.emplace_back("hash2", dataOf(hashes.sha256));
+        if (file.rule->optional)
+            entry.emplace_back("optional", true);
+        files_.emplace_back(std::move(file.name), std::move(entry));
+    }
+
+    const Bundle& bundle_;
+    const SealMaking& making_;
+    const NestedLookup& nested_;
+    std::vector<FileHashes> hashes_;
+    std::vector<Waiting> waiting_; ///< of the same index
+    PropertyDictionary files_;
+    PropertyDictionary oldFiles_;
+    ResourceSeal result_;
+};
+
+} // namespace
+
+base::Result<ResourceSeal> makeSeal(const Bundle& bundle, const SealMaking& making,
+                                    const NestedLookup& nested) {
+    return SealMaker(bundle, making, nested).make();
+}
+
+base::Result<SealFacts> sealFacts(base::Bytes seal, std::string_view name) {
+    const auto read = readPropertyList(seal, name);
+    if (!read)
+        return read.error();
+    SealFacts facts;
+    facts.version = read->find("files2") ? 2 : 1;
+    const PropertyValue* rules = read->find(facts.version == 2 ? "rules2" : "rules");
+    const PropertyValue* files = read->find(facts.version == 2 ? "files2" : "files");
+    facts.rules = rules && rules->dictionary() ? rules->dictionary()->size() : 0;
+    facts.files = files && files->dictionary() ? files->dictionary()->size() : 0;
+    return facts;
+}
+
+} // namespace sign

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "base/Result.h"
+#include "sign/bundle/Bundle.h"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace sign {
+
+/// What a seal keeps of the code that it holds.
+struct NestedSeal {
+    std::vector<std::uint8_t> cdhash; ///< 20 bytes
+    std::string requirement;          ///< text of its designated requirement
+};
+
+/// Tells it of the signed code at a path (a bundle's folder or a Mach-O file), or why it cannot.
+/// Called on the thread that makes the seal, one at a time.
+using NestedLookup = std::function<base::Result<NestedSeal>(const std::string& path)>;
+
+struct SealMaking {
+    bool withSha1 = false; ///< beside SHA-256, if the code directories have both
+    unsigned threads = 1;  ///< how many hash files at once
+};
+
+struct ResourceSeal {
+    std::vector<std::uint8_t> bytes; ///< of _CodeSignature/CodeResources
+    /// Files in places for code that are no Mach-O files: sealed as data. The platform's own tool
+    /// keeps signatures of such in extended attributes, which archives lose.
+    std::vector<std::string> dataAmongCode;
+};
+
+/// Makes the seal of a bundle whose nested code is signed: the same bytes as the platform's tool.
+/// Reads each sealed file once and writes nothing. Changed if a file changes meanwhile.
+[[nodiscard]] base::Result<ResourceSeal> makeSeal(const Bundle& bundle, const SealMaking& making,
+                                                  const NestedLookup& nested);
+
+/// What a description says of a seal.
+struct SealFacts {
+    int version = 2;
+    std::size_t rules = 0;
+    std::size_t files = 0;
+};
+[[nodiscard]] base::Result<SealFacts> sealFacts(base::Bytes seal, std::string_view name);
+
+} // namespace sign

@@ -1,0 +1,109 @@
+#include "sign/bundle/SealWalk.h"
+
+#include "base/FileDescriptor.h"
+#include "base/Printable.h"
+#include "sign/bundle/FileTree.h"
+
+#include <array>
+
+#include <fcntl.h>
+
+namespace sign {
+
+namespace {
+
+constexpr unsigned mostFolders = 200;
+
+class Walk {
+public:
+    Walk(const Bundle& bundle, const SealRules& rules, const BundleTest& isBundle)
+        : bundle_(bundle), rules_(rules), isBundle_(isBundle) {}
+
+    base::Outcome enter(const std::string& prefix, unsigned depth) {
+        if (depth > mostFolders)
+            return base::Error{base::ErrorKind::Unsupported,
+                               "The folders in \"" + base::printable(bundle_.path) +
+                                   "\" are nested deeper than 200 levels. Make them flatter."};
+        const auto entries = entriesOf(bundle_.codeRoot + "/" + prefix);
+        if (!entries)
+            return entries.error();
+        for (const FileEntry& entry : *entries) {
+            std::string path = prefix + entry.name;
+            const auto rule = rules_.find(path);
+            if (rule && rule->exclude)
+                continue;
+            if (!entry.isFolder()) {
+                items_.push_back({std::move(path),
+                                  entry.isFile()   ? SealItemKind::File
+                                  : entry.isLink() ? SealItemKind::Link
+                                                   : SealItemKind::Other,
+                                  rule, entry.size});
+            } else if (isItem(entry, path, rule)) {
+                items_.push_back({std::move(path), SealItemKind::Bundle, rule, 0});
+            } else if (auto entered = enter(path + "/", depth + 1); !entered) {
+                return entered;
+            }
+        }
+        return {};
+    }
+
+    std::vector<SealItem> take() { return std::move(items_); }
+
+private:
+    bool isItem(const FileEntry& entry, const std::string& path,
+                const std::optional<SealRule>& rule) const {
+        if (entry.name.find('.') == std::string::npos)
+            return false;
+        return (rule && rule->nested) || (isBundle_ && isBundle_(bundle_.codeRoot + "/" + path));
+    }
+
+    const Bundle& bundle_;
+    const SealRules& rules_;
+    const BundleTest& isBundle_;
+    std::vector<SealItem> items_;
+};
+
+std::string_view nameIn(std::string_view path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+/// By its first bytes (RFC 1740): a file may have such a name for other reasons.
+bool isAppleDouble(const std::string& path) {
+    constexpr std::array<std::uint8_t, 4> magic = {0x00, 0x05, 0x16, 0x07};
+    std::array<std::uint8_t, 4> start{};
+    const auto file =
+        base::FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    return file.open() && base::readAt(file.get(), start.data(), start.size(), 0) == start.size() &&
+           start == magic;
+}
+
+} // namespace
+
+base::Result<std::vector<SealItem>> sealItems(const Bundle& bundle, const SealRules& rules,
+                                              const BundleTest& isBundle) {
+    Walk walk(bundle, rules, isBundle);
+    if (auto walked = walk.enter("", 0); !walked)
+        return walked.error();
+    return walk.take();
+}
+
+base::Outcome checkSealable(const Bundle& bundle, const SealItem& item) {
+    const std::string path = bundle.codeRoot + "/" + item.path;
+    const std::string_view name = nameIn(item.path);
+    if (item.kind == SealItemKind::Other)
+        return base::Error{base::ErrorKind::Unsupported,
+                           "\"" + base::printable(path) +
+                               "\" is neither a file nor a folder nor a link. Delete it."};
+    if (item.kind == SealItemKind::Link && name == ".DS_Store")
+        return base::Error{base::ErrorKind::Unsupported,
+                           "\"" + base::printable(path) +
+                               "\" is a link, which macOS does not let pass. Delete it."};
+    if (item.kind == SealItemKind::File && name.starts_with("._") && isAppleDouble(path))
+        return base::Error{base::ErrorKind::Unsupported,
+                           "\"" + base::printable(path) +
+                               "\" is an AppleDouble file, which macOS turns into attributes of "
+                               "another file, so that the seal breaks. Delete it."};
+    return {};
+}
+
+} // namespace sign

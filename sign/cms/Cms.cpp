@@ -1,0 +1,150 @@
+#include "sign/cms/Cms.h"
+
+#include "base/ByteReader.h"
+#include "sign/cms/CmsAttributes.h"
+
+#include <algorithm>
+#include <array>
+
+#include <openssl/objects.h>
+
+namespace sign {
+namespace {
+
+base::Error failed(const std::string& what) {
+    return {base::ErrorKind::System,
+            "The signature could not be made: " + what + ": " + openSslReason() + ". Try again."};
+}
+
+/// The outer levels have indefinite lengths, as Apple's own tool writes them.
+base::Result<Blob> encoded(CMS_ContentInfo* cms) {
+    unsigned char* bytes = nullptr;
+    const int size = ASN1_item_ndef_i2d(reinterpret_cast<ASN1_VALUE*>(cms), &bytes,
+                                        ASN1_ITEM_rptr(CMS_ContentInfo));
+    if (size <= 0)
+        return failed("encoding");
+    Blob blob(bytes, bytes + size);
+    OPENSSL_free(bytes);
+    return blob;
+}
+
+bool addTime(CMS_SignerInfo* signer, std::int64_t seconds) {
+    const Asn1TimeOwner time(ASN1_TIME_set(nullptr, static_cast<time_t>(seconds)));
+    return time && CMS_signed_add1_attr_by_NID(signer, NID_pkcs9_signingTime, time->type,
+                                               time.get(), -1) == 1;
+}
+
+bool addHashes(CMS_SignerInfo* signer, std::span<const DirectoryDigest> directories) {
+    const std::string list = hashListXml(directories);
+    if (CMS_signed_add1_attr_by_OBJ(signer, objectOf(hashListOid).get(), V_ASN1_OCTET_STRING,
+                                    list.data(), static_cast<int>(list.size())) != 1)
+        return false;
+    using AttributeOwner = OpenSslOwner<X509_ATTRIBUTE, X509_ATTRIBUTE_free>;
+    AttributeOwner agility;
+    for (const DirectoryDigest& directory : directories) {
+        const Blob element = hashAgilityElement(directory);
+        const auto size = static_cast<int>(element.size());
+        if (!agility)
+            agility.reset(X509_ATTRIBUTE_create_by_OBJ(nullptr, objectOf(hashAgilityOid).get(),
+                                                       V_ASN1_SEQUENCE, element.data(), size));
+        else if (X509_ATTRIBUTE_set1_data(agility.get(), V_ASN1_SEQUENCE, element.data(), size) !=
+                 1)
+            return false;
+    }
+    return agility && CMS_signed_add1_attr(signer, agility.get()) == 1;
+}
+
+/// Names the algorithms as Apple does: the hash with a NULL for its parameters, which OpenSSL
+/// leaves out, and a signature by RSA together with its hash, where OpenSSL names the key's alone.
+void nameAlgorithms(CMS_SignerInfo* signer) {
+    X509_ALGOR* hash = nullptr;
+    X509_ALGOR* algorithm = nullptr;
+    CMS_SignerInfo_get0_algs(signer, nullptr, nullptr, &hash, &algorithm);
+    X509_ALGOR_set0(hash, OBJ_nid2obj(NID_sha256), V_ASN1_NULL, nullptr);
+    const ASN1_OBJECT* name = nullptr;
+    X509_ALGOR_get0(&name, nullptr, nullptr, algorithm);
+    if (OBJ_obj2nid(name) == NID_rsaEncryption)
+        X509_ALGOR_set0(algorithm, OBJ_nid2obj(NID_sha256WithRSAEncryption), V_ASN1_NULL, nullptr);
+}
+
+/// Does the same for the set of hash algorithms, which no function of OpenSSL reaches. It stands
+/// behind the version, and the levels around it have indefinite lengths.
+void nameHashInSet(Blob& cms) {
+    constexpr std::array<std::uint8_t, 15> without = {
+        0x31, 0x0D, 0x30, 0x0B, 0x06, 0x09, 0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x01};
+    constexpr std::array<std::uint8_t, 2> null = {0x05, 0x00};
+    const auto set = std::search(cms.begin(), cms.end(), without.begin(), without.end());
+    if (set == cms.end())
+        return;
+    set[1] = static_cast<std::uint8_t>(set[1] + null.size());
+    set[3] = static_cast<std::uint8_t>(set[3] + null.size());
+    cms.insert(set + without.size(), null.begin(), null.end());
+}
+
+base::Result<CmsOwner> decoded(base::Bytes cms) {
+    const unsigned char* at = cms.data();
+    CmsOwner handle(d2i_CMS_ContentInfo(nullptr, &at, static_cast<long>(cms.size())));
+    const STACK_OF(CMS_SignerInfo)* signers =
+        handle && OBJ_obj2nid(CMS_get0_type(handle.get())) == NID_pkcs7_signed
+            ? CMS_get0_SignerInfos(handle.get())
+            : nullptr;
+    if (signers == nullptr || sk_CMS_SignerInfo_num(signers) != 1) {
+        (void)openSslReason();
+        return base::Error{base::ErrorKind::Damaged,
+                           "The signature is no CMS of one signer. Sign the code again."};
+    }
+    return handle;
+}
+
+CMS_SignerInfo* signerOf(CMS_ContentInfo* cms) {
+    return sk_CMS_SignerInfo_value(CMS_get0_SignerInfos(cms), 0);
+}
+
+} // namespace
+
+base::Result<Blob> makeCms(const Identity& identity, base::Bytes primaryDirectory,
+                           std::span<const DirectoryDigest> directories, std::int64_t signingTime) {
+    const CmsOwner cms(
+        CMS_sign(nullptr, nullptr, nullptr, nullptr, CMS_PARTIAL | CMS_DETACHED | CMS_BINARY));
+    if (!cms)
+        return failed("beginning");
+    for (const Certificate& certificate : identity.chain)
+        if (CMS_add1_cert(cms.get(), certificate.handle()) != 1)
+            return failed("adding a certificate");
+    const auto held = identity.key->hold();
+    CMS_SignerInfo* signer =
+        CMS_add1_signer(cms.get(), identity.chain.front().handle(), identity.key->handle(),
+                        EVP_sha256(), CMS_PARTIAL | CMS_NOSMIMECAP | CMS_NOCERTS | CMS_BINARY);
+    if (signer == nullptr || !addTime(signer, signingTime) || !addHashes(signer, directories))
+        return failed("adding the signer");
+    const BioOwner content = bioOf(primaryDirectory);
+    if (CMS_final(cms.get(), content.get(), nullptr, CMS_DETACHED | CMS_BINARY) != 1)
+        return failed("signing with the key of " + identity.label);
+    nameAlgorithms(signer);
+    auto bytes = encoded(cms.get());
+    if (bytes)
+        nameHashInSet(*bytes);
+    return bytes;
+}
+
+base::Result<Blob> signatureValueOf(base::Bytes cms) {
+    auto handle = decoded(cms);
+    if (!handle)
+        return handle.error();
+    const ASN1_OCTET_STRING* value = CMS_SignerInfo_get0_signature(signerOf(handle->get()));
+    const unsigned char* bytes = ASN1_STRING_get0_data(value);
+    return Blob(bytes, bytes + ASN1_STRING_length(value));
+}
+
+base::Result<Blob> withTimeStamp(base::Bytes cms, base::Bytes token) {
+    auto handle = decoded(cms);
+    if (!handle)
+        return handle.error();
+    if (CMS_unsigned_add1_attr_by_NID(signerOf(handle->get()), NID_id_smime_aa_timeStampToken,
+                                      V_ASN1_SEQUENCE, token.data(),
+                                      static_cast<int>(token.size())) != 1)
+        return failed("adding the time stamp");
+    return encoded(handle->get());
+}
+
+} // namespace sign

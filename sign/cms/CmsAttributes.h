@@ -1,0 +1,27 @@
+#pragma once
+
+#include "sign/cms/Cms.h"
+
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace sign {
+
+/// The object identifiers of Apple's attributes, and of the token in an unsigned one.
+inline constexpr const char* hashListOid = "1.2.840.113635.100.9.1";
+inline constexpr const char* hashAgilityOid = "1.2.840.113635.100.9.2";
+
+[[nodiscard]] Asn1ObjectOwner objectOf(const char* dotted);
+
+/// The property list of all code directory hashes, in the order of their types, each of 20 bytes.
+[[nodiscard]] std::string hashListXml(std::span<const DirectoryDigest> directories);
+
+/// One element of the hash agility attribute: SEQUENCE { type, hash }.
+[[nodiscard]] Blob hashAgilityElement(const DirectoryDigest& directory);
+
+/// The values of a signed attribute as DER; empty if there is no such attribute.
+[[nodiscard]] std::vector<Blob> signedValues(const CMS_SignerInfo* signer, const ASN1_OBJECT* oid);
+
+} // namespace sign

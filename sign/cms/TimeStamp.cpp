@@ -1,0 +1,140 @@
+#include "sign/cms/TimeStamp.h"
+
+#include "sign/cms/TimeStampToken.h"
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+#include <openssl/http.h>
+#include <openssl/rand.h>
+
+namespace sign {
+namespace {
+
+using RequestOwner = OpenSslOwner<TS_REQ, TS_REQ_free>;
+using ReplyOwner = OpenSslOwner<TS_RESP, TS_RESP_free>;
+using AlgorithmOwner = OpenSslOwner<X509_ALGOR, X509_ALGOR_free>;
+using ImprintOwner = OpenSslOwner<TS_MSG_IMPRINT, TS_MSG_IMPRINT_free>;
+using IntegerOwner = OpenSslOwner<ASN1_INTEGER, ASN1_INTEGER_free>;
+using NumberOwner = OpenSslOwner<BIGNUM, BN_free>;
+
+constexpr int secondsToAnswer = 15;
+/// A server that is gone takes the whole time of a try, for OpenSSL tries to connect until then.
+constexpr int secondsInAll = 30;
+constexpr std::size_t longestReply = std::size_t{1} << 20U;
+constexpr int tries = 4;
+constexpr std::chrono::milliseconds firstPause{500};
+
+base::Error unavailable() {
+    return {base::ErrorKind::Unavailable, "The timestamp service is not available."};
+}
+
+base::Error wrongReply(const std::string& url, const std::string& what) {
+    return {base::ErrorKind::Damaged, "The timestamp service " + url +
+                                          " gave an answer that is not valid: " + what +
+                                          ". Use another one."};
+}
+
+/// The parts of an address.
+struct Address {
+    std::string host;
+    std::string port;
+    std::string path;
+};
+
+base::Result<Address> addressIn(const std::string& url) {
+    char* host = nullptr;
+    char* port = nullptr;
+    char* path = nullptr;
+    int isTls = 0;
+    const int parsed = OSSL_HTTP_parse_url(url.c_str(), &isTls, nullptr, &host, &port, nullptr,
+                                           &path, nullptr, nullptr);
+    Address address;
+    if (parsed == 1)
+        address = {host, port, path};
+    OPENSSL_free(host);
+    OPENSSL_free(port);
+    OPENSSL_free(path);
+    if (parsed == 1 && isTls == 0 && url.starts_with("http://"))
+        return address;
+    (void)openSslReason();
+    return base::Error{base::ErrorKind::Usage,
+                       "The timestamp service \"" + url +
+                           "\" is no address that begins with http://. Give "
+                           "the address of a server for RFC 3161."};
+}
+
+RequestOwner requestFor(base::Bytes signatureValue) {
+    RequestOwner request(TS_REQ_new());
+    TS_REQ_set_version(request.get(), 1);
+    const AlgorithmOwner algorithm(X509_ALGOR_new());
+    X509_ALGOR_set0(algorithm.get(), OBJ_nid2obj(NID_sha256), V_ASN1_NULL, nullptr);
+    const ImprintOwner imprint(TS_MSG_IMPRINT_new());
+    TS_MSG_IMPRINT_set_algo(imprint.get(), algorithm.get());
+    const Digest digest = digestOf(HashType::Sha256, signatureValue);
+    Blob bytes(digest.bytes().begin(), digest.bytes().end());
+    TS_MSG_IMPRINT_set_msg(imprint.get(), bytes.data(), static_cast<int>(bytes.size()));
+    TS_REQ_set_msg_imprint(request.get(), imprint.get());
+    const NumberOwner number(BN_new());
+    BN_rand(number.get(), 64, BN_RAND_TOP_ANY, BN_RAND_BOTTOM_ANY);
+    const IntegerOwner nonce(BN_to_ASN1_INTEGER(number.get(), nullptr));
+    TS_REQ_set_nonce(request.get(), nonce.get());
+    TS_REQ_set_cert_req(request.get(), 1);
+    return request;
+}
+
+/// Sends the request once. Null if nothing answers in time, or something that is no reply.
+ReplyOwner exchange(const Address& address, TS_REQ* request, int seconds) {
+    const Blob der = derOf(i2d_TS_REQ, request);
+    BioOwner body(BIO_new(BIO_s_mem()));
+    BIO_write(body.get(), der.data(), static_cast<int>(der.size()));
+    const BioOwner answer(OSSL_HTTP_transfer(
+        nullptr, address.host.c_str(), address.port.c_str(), address.path.c_str(), 0, nullptr,
+        nullptr, nullptr, nullptr, nullptr, nullptr, 0, nullptr, "application/timestamp-query",
+        body.get(), "application/timestamp-reply", 1, longestReply, seconds, 0));
+    ReplyOwner reply(answer ? d2i_TS_RESP_bio(answer.get(), nullptr) : nullptr);
+    if (!reply)
+        (void)openSslReason();
+    return reply;
+}
+
+ReplyOwner exchangeInTries(const Address& address, TS_REQ* request) {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point end = Clock::now() + std::chrono::seconds(secondsInAll);
+    ReplyOwner reply = exchange(address, request, secondsToAnswer);
+    for (int pause = 0; pause < tries - 1 && !reply; ++pause) {
+        std::this_thread::sleep_for(firstPause * (1 << pause));
+        const auto left = std::chrono::ceil<std::chrono::seconds>(end - Clock::now()).count();
+        if (left <= 0)
+            break;
+        reply = exchange(address, request, std::min(static_cast<int>(left), secondsToAnswer));
+    }
+    return reply;
+}
+
+} // namespace
+
+base::Result<Blob> requestTimeStamp(const std::string& url, base::Bytes signatureValue) {
+    auto address = addressIn(url);
+    if (!address)
+        return address.error();
+    const RequestOwner request = requestFor(signatureValue);
+    const ReplyOwner reply = exchangeInTries(*address, request.get());
+    if (!reply)
+        return unavailable();
+    const long status =
+        ASN1_INTEGER_get(TS_STATUS_INFO_get0_status(TS_RESP_get_status_info(reply.get())));
+    PKCS7* token = TS_RESP_get_token(reply.get());
+    if (status != TS_STATUS_GRANTED && status != TS_STATUS_GRANTED_WITH_MODS)
+        return wrongReply(url, "it refuses the request");
+    if (token == nullptr || PKCS7_type_is_signed(token) != 1)
+        return wrongReply(url, "it holds no token");
+    const std::string fault =
+        faultOfToken(token, signatureValue, TS_REQ_get_nonce(request.get()), TokenRoots::Any);
+    if (!fault.empty())
+        return wrongReply(url, fault);
+    return derOf(i2d_PKCS7, token);
+}
+
+} // namespace sign

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "sign/identity/Certificate.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+// Time stamps of signatures (RFC 3161).
+namespace sign {
+
+/// The server that Apple's own tool asks.
+inline constexpr const char* appleTimeStampServer = "http://timestamp.apple.com/ts01";
+
+/// Asks the server at `url` (http) for a token over the bytes of a signature, and checks it whole.
+/// Tries again a few times, after growing pauses, if nothing answers; proxies are taken from
+/// http_proxy and no_proxy. Blocks for up to 30 seconds; any thread, many at once. Unavailable if
+/// nothing answers, Damaged if the answer is not right.
+[[nodiscard]] base::Result<Blob> requestTimeStamp(const std::string& url,
+                                                  base::Bytes signatureValue);
+
+/// The time that a token names, in seconds since 1970, without any check; none if it is no token.
+[[nodiscard]] std::optional<std::int64_t> timeOfToken(base::Bytes token);
+
+/// The same after all has been checked: that it is over these bytes, its signature, chain and
+/// usage. If `codeRoot`, the root of the code's chain, is Apple's, that of the token has to be
+/// Apple's too. Any thread.
+[[nodiscard]] base::Result<std::int64_t> checkToken(base::Bytes token, base::Bytes signatureValue,
+                                                    const Certificate& codeRoot);
+
+} // namespace sign

@@ -1,0 +1,148 @@
+#include "sign/identity/IdentityList.h"
+
+#include "sign/identity/TrustedRoots.h"
+
+#include <algorithm>
+#include <ctime>
+
+namespace sign {
+namespace {
+
+bool isHash(std::string_view text) {
+    return text.size() == 40 &&
+           text.find_first_not_of("0123456789ABCDEFabcdef") == std::string_view::npos;
+}
+
+bool equalsHash(std::string_view a, std::string_view b) {
+    return std::ranges::equal(a, b, [](char x, char y) {
+        return x == y || (x >= 'A' && x - 'A' + 'a' == y) || (y >= 'A' && y - 'A' + 'a' == x);
+    });
+}
+
+bool isTrusted(const std::vector<Certificate>& chain) {
+    // Who keeps a certificate that has signed itself trusts it.
+    return chain.size() == 1 || countsAsAppleRoot(chain.back());
+}
+
+std::string_view sentenceOf(IdentityFault fault) {
+    switch (fault) {
+    case IdentityFault::None:
+        return "";
+    case IdentityFault::NoKey:
+        return "its key is missing. Import the file that holds it.";
+    case IdentityFault::NotForCode:
+        return "its certificate is not for code signing. Request one that is.";
+    case IdentityFault::Expired:
+        return "its certificate has expired. Request a new one.";
+    case IdentityFault::NotYetValid:
+        return "its certificate is not valid yet. Check the clock.";
+    case IdentityFault::ChainIncomplete:
+        return "the certificate of its issuer is missing. Import it again with --chain.";
+    case IdentityFault::NotTrusted:
+        return "its root certificate is not trusted. Put it into the folder roots of the "
+               "identities.";
+    }
+    return "";
+}
+
+base::Error notFound(std::string_view text) {
+    return {base::ErrorKind::NotFound, std::string(text) + ": no identity found"};
+}
+
+} // namespace
+
+std::string_view nameOf(IdentityFault fault) {
+    switch (fault) {
+    case IdentityFault::None:
+        return "";
+    case IdentityFault::NoKey:
+        return "no key";
+    case IdentityFault::NotForCode:
+        return "CSSMERR_TP_VERIFY_ACTION_FAILED";
+    case IdentityFault::Expired:
+        return "CSSMERR_TP_CERT_EXPIRED";
+    case IdentityFault::NotYetValid:
+        return "CSSMERR_TP_CERT_NOT_VALID_YET";
+    case IdentityFault::ChainIncomplete:
+        return "chain incomplete";
+    case IdentityFault::NotTrusted:
+        return "CSSMERR_TP_NOT_TRUSTED";
+    }
+    return "";
+}
+
+IdentityFault faultOf(const KeptCertificate& kept, std::int64_t now) {
+    const Certificate& leaf = kept.chain.front();
+    if (!kept.hasKey)
+        return IdentityFault::NoKey;
+    if (!leaf.signsCode(true))
+        return IdentityFault::NotForCode;
+    for (const Certificate& certificate : kept.chain) {
+        if (now > certificate.notAfter())
+            return IdentityFault::Expired;
+        if (now < certificate.notBefore())
+            return IdentityFault::NotYetValid;
+    }
+    if (!kept.chain.back().isSelfIssued())
+        return IdentityFault::ChainIncomplete;
+    return isTrusted(kept.chain) ? IdentityFault::None : IdentityFault::NotTrusted;
+}
+
+base::Result<std::vector<ListedIdentity>> listIdentities() {
+    const auto folder = IdentityFolder::ofUser();
+    if (!folder)
+        return folder.error();
+    const auto kept = folder->certificates();
+    if (!kept)
+        return kept.error();
+    std::vector<ListedIdentity> list;
+    const std::int64_t now = std::time(nullptr);
+    for (const KeptCertificate& certificate : *kept)
+        list.push_back(
+            {certificate.hash, certificate.chain.front().label(), faultOf(certificate, now)});
+    return list;
+}
+
+base::Result<Identity> findIdentity(std::string_view hashOrNamePart) {
+    const auto folder = IdentityFolder::ofUser();
+    if (!folder)
+        return folder.error();
+    const auto kept = folder->certificates();
+    if (!kept)
+        return kept.error();
+    std::vector<const KeptCertificate*> fitting;
+    for (const KeptCertificate& certificate : *kept) {
+        const bool fits =
+            isHash(hashOrNamePart)
+                ? equalsHash(certificate.hash, hashOrNamePart)
+                : certificate.chain.front().label().find(hashOrNamePart) != std::string::npos;
+        if (fits)
+            fitting.push_back(&certificate);
+    }
+    const std::int64_t now = std::time(nullptr);
+    // One that cannot sign gives way to others, such as its successor of the same name.
+    const auto able = std::stable_partition(
+        fitting.begin(), fitting.end(), [&](const KeptCertificate* certificate) {
+            return faultOf(*certificate, now) == IdentityFault::None;
+        });
+    const auto ableCount = static_cast<std::size_t>(able - fitting.begin());
+    if (fitting.empty() || hashOrNamePart.empty())
+        return notFound(hashOrNamePart);
+    if (ableCount > 1)
+        return base::Error{base::ErrorKind::Conflict,
+                           std::string(hashOrNamePart) + ": ambiguous (matches \"" +
+                               fitting[0]->chain.front().label() + "\" and \"" +
+                               fitting[1]->chain.front().label() + "\")"};
+    const KeptCertificate& chosen = *fitting.front();
+    const IdentityFault fault = faultOf(chosen, now);
+    if (fault != IdentityFault::None)
+        return base::Error{base::ErrorKind::Unavailable,
+                           std::string(hashOrNamePart) +
+                               ": this identity cannot sign: " + std::string(sentenceOf(fault))};
+    auto key = folder->openKey(chosen);
+    if (!key)
+        return key.error();
+    return Identity{chosen.hash, chosen.chain.front().label(), chosen.chain, *std::move(key)};
+}
+
+} // namespace sign

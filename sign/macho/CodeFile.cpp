@@ -1,0 +1,217 @@
+#include "sign/macho/CodeFile.h"
+
+#include "base/ByteReader.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include <fcntl.h>
+
+namespace sign {
+namespace {
+
+constexpr std::uint32_t universalMagic = 0xCAFEBABE;
+constexpr std::uint32_t universalMagic64 = 0xCAFEBABF;
+/// A Java class file has the same magic and its version, 45 and more, in place of the count.
+constexpr std::uint32_t mostSlices = 29;
+constexpr std::uint64_t mostCommands = 16U << 20U;
+constexpr std::uint32_t mostAlignment = 30;
+
+base::Error damaged(const std::string& path, const std::string& what) {
+    return {base::ErrorKind::Damaged, "The Mach-O file " + path + " is damaged: " + what +
+                                          ". Build it anew or get another copy."};
+}
+
+base::Error changed(const std::string& path) {
+    return {base::ErrorKind::Changed,
+            path + " changed while it was read. Close what writes to it and try again."};
+}
+
+bool isMachMagic(base::Bytes start) {
+    return start.size() >= 4 &&
+           (base::ByteReader(start).takeBig<std::uint32_t>() & ~1U) == 0xFEEDFACE;
+}
+
+bool startsLikeMachO(base::Bytes start) {
+    const std::array<std::uint8_t, 4> swapped{start.size() < 4 ? std::uint8_t{0} : start[3],
+                                              start.size() < 4 ? std::uint8_t{0} : start[2],
+                                              start.size() < 4 ? std::uint8_t{0} : start[1],
+                                              start.size() < 4 ? std::uint8_t{0} : start[0]};
+    return isMachMagic(start) || isMachMagic(swapped);
+}
+
+} // namespace
+
+base::Result<CodeFile> CodeFile::open(const std::string& path) {
+    CodeFile file;
+    file.path_ = path;
+    // Else the open of a pipe would wait for a writer.
+    file.file_ = base::FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NONBLOCK);
+    if (!file.file_.open() || ::fstat(file.file_.get(), &file.status_) != 0)
+        return base::systemError("open", path, errno);
+    if (!S_ISREG(file.status_.st_mode))
+        return base::Error{base::ErrorKind::Unsupported, path + " is not a file. Check the path."};
+    if (auto read = file.readSlices(); !read)
+        return read.error();
+    return file;
+}
+
+base::Outcome CodeFile::readSlices() {
+    auto start = read({0, std::min<std::uint64_t>(size(), 32 * (mostSlices + 1))});
+    if (!start)
+        return start.error();
+    base::ByteReader reader(*start);
+    const auto magic = reader.takeBig<std::uint32_t>();
+    const auto count = reader.takeBig<std::uint32_t>();
+    const bool isUniversal = magic == universalMagic || magic == universalMagic64;
+    if (!reader.failed() && isUniversal && count <= mostSlices) {
+        isUniversal_ = true;
+        isUniversal64_ = magic == universalMagic64;
+        return readUniversal(*start);
+    }
+    return startsLikeMachO(*start) ? addSlice({0, size()}) : base::Outcome();
+}
+
+base::Outcome CodeFile::readUniversal(base::Bytes start) {
+    base::ByteReader reader(start);
+    (void)reader.take(4);
+    const auto count = reader.takeBig<std::uint32_t>();
+    if (count == 0)
+        return damaged(path_, "it has no architecture");
+    std::vector<FileRange> ranges;
+    std::vector<std::array<std::uint32_t, 2>> kinds;
+    for (std::uint32_t index = 0; index < count; ++index) {
+        kinds.push_back({reader.takeBig<std::uint32_t>(), 0});
+        kinds.back()[1] = reader.takeBig<std::uint32_t>();
+        FileRange range;
+        range.offset =
+            isUniversal64_ ? reader.takeBig<std::uint64_t>() : reader.takeBig<std::uint32_t>();
+        range.size =
+            isUniversal64_ ? reader.takeBig<std::uint64_t>() : reader.takeBig<std::uint32_t>();
+        alignments_.push_back(reader.takeBig<std::uint32_t>());
+        if (isUniversal64_)
+            (void)reader.take(4);
+        ranges.push_back(range);
+    }
+    if (reader.failed())
+        return damaged(path_, "the table of its architectures is cut short");
+    for (std::size_t index = 0; index < ranges.size(); ++index) {
+        if (auto added = addSlice(ranges[index]); !added)
+            return added;
+        MachSlice& slice = slices_.back();
+        slice.listedSubtype = kinds[index][1];
+        if (kinds[index][0] != slice.cpuType || (kinds[index][1] & 0xFFFFFFU) != slice.cpuSubtype)
+            return damaged(path_, "the table of its architectures names another than a slice is");
+    }
+    std::ranges::sort(ranges, {}, &FileRange::offset);
+    for (std::size_t index = 1; index < ranges.size(); ++index)
+        if (ranges[index].offset < ranges[index - 1].offset + ranges[index - 1].size)
+            return damaged(path_, "two of its architectures overlap");
+    return {};
+}
+
+base::Outcome CodeFile::addSlice(FileRange range) {
+    if (range.size > size() || range.offset > size() - range.size)
+        return damaged(path_, "an architecture reaches past the end");
+    auto start = read({range.offset, std::min<std::uint64_t>(range.size, 32)});
+    if (!start)
+        return start.error();
+    auto commandsSize = commandsSizeOf(*start, path_);
+    if (!commandsSize)
+        return isUniversal_ || start->size() >= 28 ? commandsSize.error()
+                                                   : damaged(path_, "it ends inside of its header");
+    if (*commandsSize > std::min(range.size, mostCommands))
+        return damaged(path_, "its load commands reach past the end");
+    auto commands = read({range.offset, *commandsSize});
+    if (!commands)
+        return commands.error();
+    auto slice = readMachSlice(std::move(*commands), range.offset, range.size, path_);
+    if (!slice)
+        return slice.error();
+    slices_.push_back(std::move(*slice));
+    return {};
+}
+
+std::size_t CodeFile::nativeSlice() const {
+    for (std::size_t index = 0; index < slices_.size(); ++index)
+        if (slices_[index].architecture() == "arm64")
+            return index;
+    return 0;
+}
+
+base::Outcome CodeFile::read(std::uint8_t* to, FileRange range) const {
+    const auto count = base::readAt(file_.get(), to, range.size, range.offset);
+    if (!count)
+        return base::systemError("read", path_, errno);
+    if (*count != range.size)
+        return changed(path_);
+    return {};
+}
+
+base::Result<Blob> CodeFile::read(FileRange range) const {
+    Blob bytes(range.size);
+    if (auto done = read(bytes.data(), range); !done)
+        return done.error();
+    return bytes;
+}
+
+base::Outcome CodeFile::checkStructure() const {
+    for (const MachSlice& slice : slices_) {
+        if (slice.structureEnd != slice.size)
+            return damaged(path_, "there is data behind its last segment");
+        if (slice.type != slices_.front().type)
+            return damaged(path_, "its architectures are of different file types");
+    }
+    return isUniversal_ ? checkGaps() : base::Outcome();
+}
+
+base::Outcome CodeFile::checkGaps() const {
+    std::vector<std::size_t> order(slices_.size());
+    for (std::size_t index = 0; index < order.size(); ++index)
+        order[index] = index;
+    std::ranges::sort(order, {}, [this](std::size_t index) { return slices_[index].offset; });
+    std::uint64_t end = 8 + slices_.size() * (isUniversal64_ ? 32 : 20);
+    for (const std::size_t index : order) {
+        const MachSlice& slice = slices_[index];
+        if (alignments_[index] > mostAlignment ||
+            slice.offset % (std::uint64_t{1} << alignments_[index]) != 0)
+            return damaged(path_, "an architecture does not lie at a multiple of its alignment");
+        if (slice.offset < end)
+            return damaged(path_, "an architecture overlaps the table of architectures");
+        const std::uint64_t gap = slice.offset - end;
+        if (index != order.front() && gap >= std::uint64_t{1} << alignments_[index])
+            return damaged(path_, "there is room for data between its architectures");
+        constexpr std::uint64_t piece = 1U << 20U;
+        for (std::uint64_t at = 0; at < gap; at += piece) {
+            auto bytes = read({end + at, std::min(piece, gap - at)});
+            if (!bytes)
+                return bytes.error();
+            if (std::ranges::any_of(*bytes, [](std::uint8_t byte) { return byte != 0; }))
+                return damaged(path_, "there is data between its architectures");
+        }
+        end = slice.offset + slice.size;
+    }
+    if (end != size())
+        return damaged(path_, "there is data behind its last architecture");
+    return {};
+}
+
+base::Outcome CodeFile::checkUnchanged() const {
+    struct stat now {};
+    struct stat named {};
+    if (::fstat(file_.get(), &now) != 0 || ::stat(path_.c_str(), &named) != 0)
+        return changed(path_);
+    const auto time = [](const struct stat& status) {
+#ifdef __APPLE__
+        return std::array{status.st_mtimespec.tv_sec, status.st_mtimespec.tv_nsec};
+#else
+        return std::array{status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+#endif
+    };
+    if (now.st_size != status_.st_size || time(now) != time(status_) ||
+        named.st_ino != status_.st_ino || named.st_dev != status_.st_dev)
+        return changed(path_);
+    return {};
+}
+
+} // namespace sign

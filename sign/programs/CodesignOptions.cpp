@@ -1,0 +1,375 @@
+#include "sign/programs/CodesignOptions.h"
+
+#include "base/ByteReader.h"
+#include "base/Number.h"
+#include "sign/bundle/FileTree.h"
+#include "sign/signature/CodeDirectory.h"
+#include "sign/signature/RequirementText.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <limits>
+#include <utility>
+
+#include <getopt.h>
+
+namespace sign {
+
+const char* const codesignUsage = R"(usage: kelpmoray-codesign OPERATION [OPTION]... PATH...
+Signs code for Apple's platforms and checks and shows signatures. PATH is a Mach-O file or a bundle.
+
+Operations:
+  -s, --sign IDENTITY     sign with the identity of this hash or part of a name; - signs ad hoc
+  -v, --verify            check the signature; -v without another operation is the same
+  -d, --display           show the signature; each -v shows more, up to -dvvvv
+      --remove-signature  take the signature away
+      --plan              print the code objects of a package in the order in which they are to be
+                          signed, each with a zero byte behind it
+
+To sign:
+  -f, --force             replace a signature that is there
+      --deep              sign all code in a package from inside out; with --verify, check it too
+  -i, --identifier ID     in place of the one that the code gives
+      --prefix PREFIX     put before an identifier that has no dot
+  -o, --options FLAGS     a list such as runtime,library, or a number
+      --runtime-version V in place of the SDK's, such as 13.3.0
+      --entitlements FILE an XML property list
+  -r, --requirements REQ  a file, or =TEXT, such as "=designated => identifier com.example.a"
+      --timestamp[=URL]   ask Apple's time stamp server, or this one; =none asks none
+      --preserve-metadata[=LIST]  keep from the old signature: identifier, entitlements,
+                          requirements, flags, runtime
+      --pagesize SIZE     of the hashes: 4096 or 16384
+      --bundle-version V  the version of a framework, in place of the current one
+
+To verify:
+      --strict            also check what only the platform's strict mode looks at
+  -R, --test-requirement REQ  also check that the code meets this requirement: a file, or =TEXT
+
+To display:
+  -r -                    print the requirements on standard output
+      --entitlements :-   print the entitlements on standard output
+
+      --verbose[=N]       like N times -v
+      --help, --version   show this text, or the version
+
+Exit status: 0 done, 1 failed, 2 wrong usage, 3 only the requirement of -R is not met.
+)";
+
+namespace {
+
+enum LongOption : int {
+    Verify = 256,
+    Deep,
+    Prefix,
+    RuntimeVersion,
+    Entitlements,
+    Timestamp,
+    Preserve,
+    PageSize,
+    BundleVersion,
+    Strict,
+    Remove,
+    Plan,
+    Verbose,
+    Help,
+    Version,
+};
+
+const std::array longOptions{
+    option{"sign", required_argument, nullptr, 's'},
+    option{"verify", no_argument, nullptr, Verify},
+    option{"display", no_argument, nullptr, 'd'},
+    option{"remove-signature", no_argument, nullptr, Remove},
+    option{"plan", no_argument, nullptr, Plan},
+    option{"force", no_argument, nullptr, 'f'},
+    option{"deep", no_argument, nullptr, Deep},
+    option{"identifier", required_argument, nullptr, 'i'},
+    option{"prefix", required_argument, nullptr, Prefix},
+    option{"options", required_argument, nullptr, 'o'},
+    option{"runtime-version", required_argument, nullptr, RuntimeVersion},
+    option{"entitlements", required_argument, nullptr, Entitlements},
+    option{"requirements", required_argument, nullptr, 'r'},
+    option{"timestamp", optional_argument, nullptr, Timestamp},
+    option{"preserve-metadata", optional_argument, nullptr, Preserve},
+    option{"pagesize", required_argument, nullptr, PageSize},
+    option{"bundle-version", required_argument, nullptr, BundleVersion},
+    option{"strict", optional_argument, nullptr, Strict},
+    option{"test-requirement", required_argument, nullptr, 'R'},
+    option{"verbose", optional_argument, nullptr, Verbose},
+    option{"help", no_argument, nullptr, Help},
+    option{"version", no_argument, nullptr, Version},
+    option{nullptr, 0, nullptr, 0},
+};
+
+constexpr const char* appleTimestampServer = "http://timestamp.apple.com/ts01";
+constexpr std::uint64_t mostFileSize = 16U << 20U;
+
+base::Error usage(const std::string& sentence) {
+    return {base::ErrorKind::Usage, sentence};
+}
+
+base::Result<std::uint32_t> versionNumber(std::string_view text) {
+    std::uint32_t version = 0;
+    unsigned parts = 0;
+    for (std::size_t at = 0; at <= text.size(); ++parts) {
+        const std::size_t end = std::min(text.find('.', at), text.size());
+        const auto number = base::numberIn<std::uint32_t>(text.substr(at, end - at), 0,
+                                                          parts == 0 ? 0xFFFFU : 0xFFU);
+        if (!number || parts > 2)
+            return usage("The runtime version is \"" + std::string(text) +
+                         "\". Give it like 13.3.0.");
+        version |= *number << (16U - 8U * parts);
+        at = end + 1;
+    }
+    return version;
+}
+
+/// The text behind "=", or what a file holds.
+base::Result<Blob> textOrFile(const std::string& value) {
+    if (value.starts_with("="))
+        return Blob(value.begin() + 1, value.end());
+    auto bytes = wholeFile(value, mostFileSize);
+    if (!bytes)
+        return usage(bytes.error().sentence);
+    return bytes;
+}
+
+class OptionReader {
+public:
+    base::Result<CodesignOptions> read(int count, char** arguments) {
+        int option = 0;
+        ::opterr = 0;
+        ::optind = 1;
+        while ((option = ::getopt_long(count, arguments, ":s:dfi:o:r:R:v", longOptions.data(),
+                                       nullptr)) != -1) {
+            const bool isShort = optopt > 0 && optopt < Verify;
+            const std::string given =
+                isShort ? std::string{'-', static_cast<char>(optopt)} : arguments[optind - 1];
+            if (auto applied = apply(option, optarg == nullptr ? "" : optarg, given); !applied)
+                return applied.error();
+        }
+        for (int index = optind; index < count; ++index)
+            options_.paths.emplace_back(arguments[index]);
+        return finish();
+    }
+
+private:
+    base::Outcome choose(Operation operation) {
+        if (options_.operation != Operation::None && options_.operation != operation)
+            return usage("Give one operation only. See kelpmoray-codesign --help.");
+        options_.operation = operation;
+        return {};
+    }
+
+    base::Outcome apply(int option, const std::string& value, const std::string& given) {
+        switch (option) {
+        case 's':
+            options_.identity = value;
+            return choose(Operation::Sign);
+        case 'd':
+            return choose(Operation::Display);
+        case Verify:
+            return choose(Operation::Verify);
+        case Remove:
+            return choose(Operation::RemoveSignature);
+        case Plan:
+            return choose(Operation::Plan);
+        case Help:
+            options_.operation = Operation::Help;
+            return {};
+        case Version:
+            options_.operation = Operation::Version;
+            return {};
+        case ':':
+            return usage("The option " + given + " needs a value. See kelpmoray-codesign --help.");
+        case '?':
+            return usage("There is no option " + given + ". See kelpmoray-codesign --help.");
+        default:
+            return applySetting(option, value);
+        }
+    }
+
+    base::Outcome applySetting(int option, const std::string& value) {
+        SigningOptions& signing = options_.signing;
+        switch (option) {
+        case 'f':
+            signing.force = true;
+            return {};
+        case 'v':
+            ++options_.verbosity;
+            return {};
+        case Deep:
+            signing.deep = true;
+            return {};
+        case Strict:
+            options_.strict = true;
+            return {};
+        case 'i':
+            signing.identifier = value;
+            return {};
+        case Prefix:
+            signing.prefix = value;
+            return {};
+        case BundleVersion:
+            signing.bundleVersion = value;
+            return {};
+        case Timestamp:
+            wantsTimestamp_ = true;
+            timestamp_ = value.empty() ? appleTimestampServer : value;
+            return {};
+        default:
+            return applyRead(option, value);
+        }
+    }
+
+    /// Settings whose value is read here.
+    base::Outcome applyRead(int option, const std::string& value) {
+        switch (option) {
+        case 'o':
+            return take(flagsOfNames(value), options_.signing.flags);
+        case RuntimeVersion:
+            return take(versionNumber(value), options_.signing.runtime);
+        case PageSize:
+            if (value != "4096" && value != "16384")
+                return usage("The page size is \"" + value + "\". Give 4096 or 16384.");
+            options_.signing.pageShift = value == "4096" ? 12 : 14;
+            return {};
+        case Verbose: {
+            const auto level = base::numberIn<unsigned>(value.empty() ? "1" : value, 0, 9);
+            if (!level)
+                return usage("The level is \"" + value + "\". Give a number from 0 to 9.");
+            options_.verbosity += *level;
+            return {};
+        }
+        case Entitlements:
+            entitlements_ = value;
+            return {};
+        case 'r':
+            requirements_ = value;
+            return {};
+        case 'R':
+            return readTestRequirement(value);
+        default:
+            return preserve(value);
+        }
+    }
+
+    template <typename Value>
+    static base::Outcome take(base::Result<Value> value, std::optional<Value>& to) {
+        if (!value)
+            return value.error();
+        to = *value;
+        return {};
+    }
+
+    base::Outcome preserve(std::string_view list) {
+        PreservedMetadata& kept = options_.signing.preserve;
+        if (list.empty())
+            list = "identifier,entitlements,requirements,flags,runtime";
+        while (!list.empty()) {
+            const std::string_view word = list.substr(0, list.find(','));
+            list.remove_prefix(std::min(list.size(), word.size() + 1));
+            const std::array words{std::pair{"identifier", &kept.identifier},
+                                   std::pair{"entitlements", &kept.entitlements},
+                                   std::pair{"requirements", &kept.requirements},
+                                   std::pair{"flags", &kept.flags},
+                                   std::pair{"runtime", &kept.runtime}};
+            const auto* found =
+                std::ranges::find_if(words, [word](const auto& one) { return one.first == word; });
+            if (found == words.end())
+                return usage("--preserve-metadata does not know \"" + std::string(word) +
+                             "\". Give identifier, entitlements, requirements, flags or runtime.");
+            *found->second = true;
+        }
+        return {};
+    }
+
+    base::Outcome readTestRequirement(const std::string& value) {
+        auto bytes = textOrFile(value);
+        if (!bytes)
+            return bytes.error();
+        const bool isBlob = magicOf(*bytes) == std::uint32_t(BlobMagic::OneRequirement);
+        auto requirement =
+            isBlob ? readRequirement(*bytes) : parsedRequirement(base::textOf(*bytes));
+        if (!requirement)
+            return usage(requirement.error().sentence);
+        options_.requirement = std::move(*requirement);
+        return {};
+    }
+
+    base::Outcome readRequirements() {
+        auto bytes = textOrFile(requirements_);
+        if (!bytes)
+            return bytes.error();
+        const bool isBlob = magicOf(*bytes) == std::uint32_t(BlobMagic::Requirements);
+        auto set = isBlob ? readRequirementSet(*bytes) : parsedRequirementSet(base::textOf(*bytes));
+        if (!set)
+            return usage(set.error().sentence);
+        options_.signing.requirements = std::move(*set);
+        return {};
+    }
+
+    base::Outcome finishSigning() {
+        if (!requirements_.empty())
+            if (auto done = readRequirements(); !done)
+                return done;
+        if (!entitlements_.empty()) {
+            auto bytes = wholeFile(entitlements_, mostFileSize);
+            if (!bytes)
+                return usage(bytes.error().sentence);
+            options_.signing.entitlements = std::move(*bytes);
+        }
+        if (wantsTimestamp_ && timestamp_ != "none")
+            options_.signing.timestampUrl = timestamp_;
+        return {};
+    }
+
+    base::Outcome finishDisplay() {
+        if (!requirements_.empty() && requirements_ != "-")
+            return usage("With --display, -r takes only - for standard output.");
+        if (!entitlements_.empty() && entitlements_ != ":-" && entitlements_ != "-")
+            return usage("With --display, --entitlements takes only :- for standard output.");
+        options_.showRequirements = !requirements_.empty();
+        options_.showEntitlements = !entitlements_.empty();
+        return {};
+    }
+
+    base::Result<CodesignOptions> finish() {
+        const Operation given = options_.operation;
+        if (given == Operation::Help || given == Operation::Version)
+            return std::move(options_);
+        // Without an operation, -v is one.
+        if (given == Operation::None && options_.verbosity > 0) {
+            options_.operation = Operation::Verify;
+            --options_.verbosity;
+        }
+        if (options_.operation == Operation::None)
+            return usage("Say what to do: --sign, --verify, --display, --remove-signature or "
+                         "--plan. See kelpmoray-codesign --help.");
+        if (options_.paths.empty())
+            return usage("Give a file or a bundle. See kelpmoray-codesign --help.");
+        base::Outcome finished;
+        if (options_.operation == Operation::Sign)
+            finished = finishSigning();
+        else if (options_.operation == Operation::Display)
+            finished = finishDisplay();
+        if (!finished)
+            return finished.error();
+        return std::move(options_);
+    }
+
+    CodesignOptions options_;
+    std::string entitlements_;
+    std::string requirements_;
+    std::string timestamp_;
+    bool wantsTimestamp_ = false;
+};
+
+} // namespace
+
+base::Result<CodesignOptions> readCodesignOptions(int count, char** arguments) {
+    return OptionReader().read(count, arguments);
+}
+
+} // namespace sign

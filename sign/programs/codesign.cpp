@@ -1,0 +1,191 @@
+#include "base/ByteReader.h"
+#include "base/Printable.h"
+#include "base/ProgramStart.h"
+#include "sign/Description.h"
+#include "sign/SignatureVerifier.h"
+#include "sign/Signer.h"
+#include "sign/bundle/NestedCode.h"
+#include "sign/identity/IdentityList.h"
+#include "sign/programs/CodesignOptions.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <thread>
+
+namespace sign {
+namespace {
+
+constexpr int done = 0;
+constexpr int failed = 1;
+constexpr int wrongUsage = 2;
+constexpr int requirementNotMet = 3;
+
+/// Writes one line that a terminal shows and does not obey, whatever is in it.
+void printLine(std::FILE* to, const std::string& line) {
+    std::fprintf(to, "%s\n", base::printable(line).c_str());
+}
+
+/// "PATH: SENTENCE", unless the sentence names the path itself.
+int reportOf(const std::string& path, const base::Error& error) {
+    constexpr std::string_view second = "\nIn subcomponent: ";
+    const std::size_t end = error.sentence.find(second);
+    const std::string first = error.sentence.substr(0, end);
+    printLine(stderr, first.starts_with(path + ": ") ? first : path + ": " + first);
+    if (end != std::string::npos)
+        printLine(stderr, error.sentence.substr(end + 1));
+    return failed;
+}
+
+int signOne(const std::string& path, const CodesignOptions& options) {
+    SigningObserver observer;
+    observer.replacesSignature = [](const std::string& replaced) {
+        printLine(stderr, replaced + ": replacing existing signature");
+    };
+    observer.warns = [](const std::string& sentence) { printLine(stderr, sentence); };
+    if (options.verbosity > 0)
+        observer.isSigned = [](const SignedCode& code) {
+            printLine(stderr, code.path + ": signed " + code.format + " [" + code.identifier + ']');
+        };
+    const auto signedIt = sign(path, options.signing, observer);
+    return signedIt ? done : reportOf(path, signedIt.error());
+}
+
+int displayOne(const std::string& path, const CodesignOptions& options) {
+    const auto code = StaticCode::open(path, options.signing.bundleVersion);
+    if (!code)
+        return reportOf(path, code.error());
+    const auto text = describe(*code, std::min(options.verbosity, 4U));
+    if (!text)
+        return reportOf(path, text.error());
+    std::fputs(text->c_str(), stderr);
+    if (options.showRequirements) {
+        const auto requirements = requirementsOf(*code);
+        if (!requirements)
+            return reportOf(path, requirements.error());
+        std::fputs(requirements->c_str(), stdout);
+    }
+    if (options.showEntitlements) {
+        const auto entitlements = entitlementsOf(*code);
+        if (!entitlements)
+            return reportOf(path, entitlements.error());
+        std::fwrite(entitlements->data(), 1, entitlements->size(), stdout);
+    }
+    return done;
+}
+
+/// A line for each file that a seal and its bundle do not agree about.
+void printChanges(const VerifyFault& fault) {
+    for (const SealFault& change : fault.changes) {
+        const char* kind = change.change == SealChange::Added      ? "file added: "
+                           : change.change == SealChange::Modified ? "file modified: "
+                                                                   : "file missing: ";
+        printLine(stdout, kind + change.file);
+    }
+}
+
+int reportFault(const std::string& path, const VerifyFault& fault, unsigned verbosity) {
+    printLine(stderr, path + ": " + std::string(faultMessage(fault.code)));
+    if (!fault.subcomponent.empty())
+        printLine(stderr, "In subcomponent: " + fault.subcomponent);
+    if (!fault.architecture.empty())
+        printLine(stderr, "In architecture: " + fault.architecture);
+    if (verbosity > 0)
+        printChanges(fault);
+    return failed;
+}
+
+int verifyOne(const std::string& path, const CodesignOptions& options) {
+    VerifyOptions wanted;
+    wanted.deep = options.signing.deep;
+    wanted.strict = options.strict;
+    wanted.requirement = options.requirement;
+    wanted.bundleVersion = options.signing.bundleVersion;
+    wanted.threads = options.signing.threads;
+    const auto report = verify(path, wanted);
+    if (!report)
+        return reportOf(path, report.error());
+    if (options.verbosity > 1)
+        for (const std::string& nested : report->nested)
+            for (const char* step : {"--prepared:", "--validated:"})
+                printLine(stderr, step + nested);
+    if (!report->faults.empty())
+        return reportFault(path, report->faults.front(), options.verbosity);
+    if (options.verbosity > 0)
+        for (const char* fact : {": valid on disk", ": satisfies its Designated Requirement"})
+            printLine(stderr, path + fact);
+    if (!options.requirement)
+        return done;
+    if (!report->meetsRequirement) {
+        printLine(stderr,
+                  "test-requirement: " + std::string(faultMessage(FaultCode::RequirementFailed)));
+        return requirementNotMet;
+    }
+    if (options.verbosity > 0)
+        printLine(stderr, path + ": explicit requirement satisfied");
+    return done;
+}
+
+int planOne(const std::string& path) {
+    const auto plan = planOf(path);
+    if (!plan)
+        return reportOf(path, plan.error());
+    for (const CodeObject& object : *plan)
+        std::fwrite(object.path.c_str(), 1, object.path.size() + 1, stdout);
+    return done;
+}
+
+int removeOne(const std::string& path, const CodesignOptions& options) {
+    const auto removed = removeSignature(path, options.signing.bundleVersion);
+    return removed ? done : reportOf(path, removed.error());
+}
+
+int runOn(const std::string& path, const CodesignOptions& options) {
+    switch (options.operation) {
+    case Operation::Sign:
+        return signOne(path, options);
+    case Operation::Verify:
+        return verifyOne(path, options);
+    case Operation::Display:
+        return displayOne(path, options);
+    case Operation::RemoveSignature:
+        return removeOne(path, options);
+    default:
+        return planOne(path);
+    }
+}
+
+int run(int count, char** arguments) {
+    base::startProgram();
+    auto options = readCodesignOptions(count, arguments);
+    if (!options) {
+        printLine(stderr, "kelpmoray-codesign: " + options.error().sentence);
+        return wrongUsage;
+    }
+    if (options->operation == Operation::Help || options->operation == Operation::Version) {
+        const bool isHelp = options->operation == Operation::Help;
+        std::fputs(isHelp ? codesignUsage : "kelpmoray-codesign " KELPMORAY_VERSION "\n", stdout);
+        return done;
+    }
+    if (options->operation == Operation::Sign && options->identity != "-") {
+        auto identity = findIdentity(options->identity);
+        if (!identity) {
+            printLine(stderr, identity.error().sentence);
+            return failed;
+        }
+        options->signing.identity = std::make_shared<Identity>(std::move(*identity));
+    }
+    options->signing.threads = std::max(1U, std::thread::hardware_concurrency());
+    int status = done;
+    for (const std::string& path : options->paths)
+        status = std::max(status, runOn(path, *options));
+    return std::fflush(stdout) == 0 ? status : failed;
+}
+
+} // namespace
+} // namespace sign
+
+int main(int argc, char** argv) {
+    return sign::run(argc, argv);
+}

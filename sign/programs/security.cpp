@@ -1,0 +1,324 @@
+#include "base/ByteReader.h"
+#include "base/Printable.h"
+#include "base/ProgramStart.h"
+#include "base/ReplacedFile.h"
+#include "sign/identity/CertificateFile.h"
+#include "sign/identity/CertificateMaker.h"
+#include "sign/identity/IdentityImport.h"
+#include "sign/identity/IdentityList.h"
+#include "sign/identity/KeyFile.h"
+#include "sign/identity/Token.h"
+#include "sign/programs/SecurityOptions.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <functional>
+#include <map>
+#include <span>
+
+#include <openssl/pem.h>
+#include <strings.h>
+
+namespace sign {
+namespace {
+
+constexpr int done = 0;
+constexpr int failed = 1;
+constexpr int wrongUsage = 2;
+
+base::Error usage(const char* sentence) {
+    return {base::ErrorKind::Usage, sentence};
+}
+
+void printLine(const std::string& line) {
+    std::printf("%s\n", base::printable(line).c_str());
+}
+
+std::string day(std::int64_t seconds) {
+    const auto time = static_cast<std::time_t>(seconds);
+    std::tm parts{};
+    gmtime_r(&time, &parts);
+    char text[16];
+    return std::strftime(text, sizeof text, "%Y-%m-%d", &parts) > 0 ? text : "";
+}
+
+/// A text in JSON (RFC 8259).
+std::string quoted(const std::string& text) {
+    std::string json = "\"";
+    for (const char c : base::printable(text)) {
+        if (c == '"' || c == '\\')
+            json += '\\';
+        json += c;
+    }
+    return json + '"';
+}
+
+/// One numbered line for each identity, as the platform's tool prints them.
+std::size_t printNumbered(const std::vector<ListedIdentity>& identities) {
+    std::size_t number = 0;
+    for (const ListedIdentity& identity : identities) {
+        const std::string fault(nameOf(identity.fault));
+        std::printf("%3zu) %s \"%s\"%s\n", ++number, identity.hash.c_str(),
+                    base::printable(identity.label).c_str(),
+                    fault.empty() ? "" : (" (" + fault + ')').c_str());
+    }
+    return number;
+}
+
+void printJson(const std::vector<ListedIdentity>& identities) {
+    const char* separator = "";
+    std::fputs("[", stdout);
+    for (const ListedIdentity& identity : identities) {
+        std::printf("%s\n  {\"hash\": \"%s\", \"name\": %s, \"valid\": %s, \"reason\": \"%s\"}",
+                    separator, identity.hash.c_str(), quoted(identity.label).c_str(),
+                    identity.fault == IdentityFault::None ? "true" : "false",
+                    std::string(nameOf(identity.fault)).c_str());
+        separator = ",";
+    }
+    std::fputs("\n]\n", stdout);
+}
+
+base::Outcome findIdentities(const SecurityOptions& options) {
+    if (options.has("-p") && options.value("-p") != "codesigning")
+        return usage("The only policy is codesigning.");
+    auto all = listIdentities();
+    if (!all)
+        return all.error();
+    std::vector<ListedIdentity> valid;
+    std::ranges::copy_if(*all, std::back_inserter(valid), [](const ListedIdentity& identity) {
+        return identity.fault == IdentityFault::None;
+    });
+    if (options.has("--json")) {
+        printJson(options.has("-v") ? valid : *all);
+        return {};
+    }
+    if (!options.has("-v")) {
+        std::fputs("\nPolicy: Code Signing\n  Matching identities\n", stdout);
+        std::printf("     %zu identities found\n\n  Valid identities only\n", printNumbered(*all));
+    }
+    std::printf("     %zu valid identities found\n", printNumbered(valid));
+    return {};
+}
+
+base::Result<Secret> passphraseOf(const SecurityOptions& options) {
+    if (options.has("-P") && options.has("--passphrase-file"))
+        return usage("-P and --passphrase-file exclude each other.");
+    if (options.has("--passphrase-file"))
+        return Secret::inFile(options.value("--passphrase-file"));
+    return Secret(options.value("-P"));
+}
+
+void printFound(const char* what, const std::vector<Certificate>& chain) {
+    const Certificate& leaf = chain.front();
+    printLine(std::string(what) + " \"" + leaf.label() + "\"");
+    std::printf("  SHA-1 %s, valid until %s\n", hex(leaf.sha1().bytes()).c_str(),
+                day(leaf.notAfter()).c_str());
+    for (const Certificate& issuer : std::span(chain).subspan(1))
+        printLine("  issued by \"" + issuer.label() + "\"");
+}
+
+base::Outcome import(const SecurityOptions& options) {
+    auto folder = IdentityFolder::ofUser();
+    if (!folder)
+        return folder.error();
+    auto passphrase = passphraseOf(options);
+    if (!passphrase)
+        return passphrase.error();
+    auto found = findInFiles(*folder,
+                             {.file = options.arguments.front(),
+                              .keyFile = options.value("--key"),
+                              .chainFile = options.value("--chain"),
+                              .mayDownload = options.has("--download")},
+                             *passphrase);
+    if (!found)
+        return found.error();
+    printFound("Found", found->chain);
+    std::fflush(stdout); // before anything is stored
+    if (options.has("--dry-run"))
+        return {};
+    if (found->key)
+        if (auto added = folder->addKey(found->key.get()); !added)
+            return added;
+    if (auto added = folder->addCertificate(found->chain); !added)
+        return added;
+    std::puts("Imported.");
+    return {};
+}
+
+base::Outcome writeOutput(const std::string& path, base::Bytes bytes) {
+    if (path.empty()) {
+        std::fwrite(bytes.data(), 1, bytes.size(), stdout);
+        return {};
+    }
+    auto file = base::ReplacedFile::createFor(path);
+    if (!file)
+        return file.error();
+    if (!base::writeAt(file->descriptor(), bytes, 0))
+        return base::systemError("write", path, errno);
+    return file->commit();
+}
+
+base::Outcome createRequest(const SecurityOptions& options) {
+    if (options.value("--name").empty() || options.value("--email").empty())
+        return usage("Give --name and --email.");
+    auto folder = IdentityFolder::ofUser();
+    if (!folder)
+        return folder.error();
+    auto key = newKey();
+    if (!key)
+        return key.error();
+    auto request =
+        certificateRequest(key->get(), options.value("--name"), options.value("--email"));
+    if (!request)
+        return request.error();
+    if (auto added = folder->addKey(key->get()); !added)
+        return added;
+    if (auto written = writeOutput(options.value("--output"), *request); !written)
+        return written;
+    if (options.has("--output"))
+        printLine("The request is in " + options.value("--output") +
+                  ". Upload it to the developer portal, then import the certificate that you get.");
+    return {};
+}
+
+base::Outcome createTestIdentity(const SecurityOptions& options) {
+    std::string name = options.arguments.front();
+    if (name.empty())
+        return usage("Give a name.");
+    // Lists tell the kind of an identity from its holder by the colon.
+    if (name.find(": ") == std::string::npos)
+        name.insert(0, "Test Identity: ");
+    auto folder = IdentityFolder::ofUser();
+    if (!folder)
+        return folder.error();
+    auto key = newKey();
+    if (!key)
+        return key.error();
+    auto certificate = selfSignedCertificate(key->get(), name);
+    if (!certificate)
+        return certificate.error();
+    if (auto added = folder->addKey(key->get()); !added)
+        return added;
+    if (auto added = folder->addCertificate({*certificate}); !added)
+        return added;
+    printFound("Made", {*certificate});
+    return {};
+}
+
+/// The certificate whose hash is given with -Z.
+base::Result<KeptCertificate> certificateNamed(const IdentityFolder& folder,
+                                               const SecurityOptions& options) {
+    const std::string wanted = options.value("-Z");
+    if (wanted.empty())
+        return usage("Give the hash of a certificate with -Z.");
+    auto kept = folder.certificates();
+    if (!kept)
+        return kept.error();
+    for (KeptCertificate& certificate : *kept)
+        if (::strcasecmp(certificate.hash.c_str(), wanted.c_str()) == 0)
+            return std::move(certificate);
+    return base::Error{base::ErrorKind::NotFound, wanted + ": no identity found"};
+}
+
+base::Outcome deleteIdentity(const SecurityOptions& options) {
+    const auto folder = IdentityFolder::ofUser();
+    if (!folder)
+        return folder.error();
+    const auto kept = certificateNamed(*folder, options);
+    if (!kept)
+        return kept.error();
+    return folder->remove(*kept);
+}
+
+base::Outcome exportCertificate(const SecurityOptions& options) {
+    const auto folder = IdentityFolder::ofUser();
+    if (!folder)
+        return folder.error();
+    const auto kept = certificateNamed(*folder, options);
+    if (!kept)
+        return kept.error();
+    const BioOwner sink(BIO_new(BIO_s_mem()));
+    PEM_write_bio_X509(sink.get(), kept->chain.front().handle());
+    return writeOutput(options.value("--output"), bytesOf(sink.get()));
+}
+
+base::Outcome addToken(const SecurityOptions& options) {
+    const std::string& uri = options.arguments.front();
+    auto folder = IdentityFolder::ofUser();
+    if (!folder)
+        return folder.error();
+    auto token = openTokenKey(uri);
+    if (!token)
+        return token.error();
+    const std::string keyId = keyIdOf(token->key->handle());
+    std::vector<Certificate> known;
+    for (const char* option : {"--certificate", "--chain"}) {
+        if (!options.has(option))
+            continue;
+        auto read = readCertificates(options.value(option));
+        if (!read)
+            return read.error();
+        known.insert(known.end(), read->begin(), read->end());
+    }
+    if (token->certificate)
+        known.push_back(*token->certificate);
+    const auto leaf = std::ranges::find(
+        known, keyId, [](const Certificate& certificate) { return keyIdOf(certificate); });
+    if (leaf == known.end())
+        return base::Error{base::ErrorKind::NotFound,
+                           "The token has no certificate for its key. Give it with --certificate."};
+    std::vector<Certificate> pool = folder->pool();
+    pool.insert(pool.end(), known.begin(), known.end());
+    auto chain = chainFor(*leaf, std::move(pool), options.has("--download"));
+    if (!chain)
+        return chain.error();
+    if (auto added = folder->addToken(keyId, uri); !added)
+        return added;
+    if (auto added = folder->addCertificate(*chain); !added)
+        return added;
+    printFound("Added", *chain);
+    return {};
+}
+
+int run(const std::vector<std::string>& arguments) {
+    const auto options = readSecurityOptions(arguments);
+    const auto report = [](const base::Error& error) {
+        std::fprintf(stderr, "kelpmoray-security: %s\n", base::printable(error.sentence).c_str());
+        return error.kind == base::ErrorKind::Usage ? wrongUsage : failed;
+    };
+    if (!options)
+        return report(options.error());
+    const std::map<std::string, std::function<base::Outcome(const SecurityOptions&)>> commands = {
+        {"find-identity", findIdentities},
+        {"import", import},
+        {"create-request", createRequest},
+        {"create-test-identity", createTestIdentity},
+        {"delete-identity", deleteIdentity},
+        {"export-certificate", exportCertificate},
+        {"add-token", addToken},
+    };
+    const auto command = commands.find(options->command);
+    if (command == commands.end()) {
+        std::fputs(options->command == "--version" ? "kelpmoray-security " KELPMORAY_VERSION "\n"
+                                                   : securityUsage,
+                   stdout);
+        return done;
+    }
+    const base::Outcome outcome = command->second(*options);
+    if (!outcome)
+        return report(outcome.error());
+    if (std::fflush(stdout) != 0)
+        return report(base::systemError("write", "standard output", errno));
+    return done;
+}
+
+} // namespace
+} // namespace sign
+
+int main(int argc, char** argv) {
+    base::startProgram();
+    sign::hideMemory();
+    return sign::run({argv + 1, argv + argc});
+}

@@ -1,0 +1,405 @@
+#include "base/Number.h"
+#include "sign/signature/ObjectIdentifier.h"
+#include "sign/signature/RequirementText.h"
+#include "sign/signature/RequirementWords.h"
+
+#include <limits>
+#include <optional>
+
+namespace sign {
+namespace {
+
+using Op = Requirement::Op;
+
+constexpr int deepest = 200;
+
+struct Token {
+    enum class Kind { End, Word, Quoted, Hash, Bytes, Sign };
+    Kind kind = Kind::End;
+    std::string text{}; ///< of a quoted text, a hash and bytes: what they stand for
+};
+
+bool isWordCharacter(char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '.' ||
+           c == '_';
+}
+
+std::optional<std::string> bytesOfHex(std::string_view digits) {
+    if (digits.size() % 2 != 0)
+        return std::nullopt;
+    std::string bytes;
+    for (; !digits.empty(); digits.remove_prefix(2)) {
+        unsigned byte = 0;
+        const auto parsed = std::from_chars(digits.data(), digits.data() + 2, byte, 16);
+        if (parsed.ptr != digits.data() + 2)
+            return std::nullopt;
+        bytes += static_cast<char>(byte);
+    }
+    return bytes;
+}
+
+/// Cuts a text into tokens. None where it is not understood.
+class Lexer {
+public:
+    explicit Lexer(std::string_view text) : rest_(text) {}
+
+    std::optional<Token> next() {
+        if (!skipBlanks())
+            return std::nullopt;
+        if (rest_.empty())
+            return Token{};
+        if (rest_[0] == '"')
+            return quoted(Token::Kind::Quoted);
+        if (rest_.starts_with("H\"")) {
+            rest_.remove_prefix(1);
+            return quoted(Token::Kind::Hash);
+        }
+        if (isWordCharacter(rest_[0]))
+            return word();
+        for (const std::string_view sign : {"=>", "<=", ">="}) {
+            if (rest_.starts_with(sign))
+                return take(Token::Kind::Sign, 2);
+        }
+        return std::string_view("()[]=<>~!*-").find(rest_[0]) == std::string_view::npos
+                   ? std::nullopt
+                   : std::optional(take(Token::Kind::Sign, 1));
+    }
+
+private:
+    /// Comments are blanks too. False if one does not end.
+    bool skipBlanks() {
+        for (;;) {
+            const std::size_t blanks = rest_.find_first_not_of(" \t\n\v\f\r");
+            rest_.remove_prefix(std::min(blanks, rest_.size()));
+            if (rest_.starts_with("/*")) {
+                const std::size_t end = rest_.find("*/", 2);
+                if (end == std::string_view::npos)
+                    return false;
+                rest_.remove_prefix(end + 2);
+            } else if (rest_.starts_with("//") || rest_.starts_with('#')) {
+                rest_.remove_prefix(std::min(rest_.find('\n'), rest_.size()));
+            } else {
+                return true;
+            }
+        }
+    }
+
+    Token take(Token::Kind kind, std::size_t size) {
+        Token token{kind, std::string(rest_.substr(0, size))};
+        rest_.remove_prefix(size);
+        return token;
+    }
+
+    std::optional<Token> word() {
+        std::size_t size = 0;
+        while (size < rest_.size() && isWordCharacter(rest_[size]))
+            ++size;
+        Token token = take(Token::Kind::Word, size);
+        if (!token.text.starts_with("0x"))
+            return token;
+        auto bytes = bytesOfHex(std::string_view(token.text).substr(2));
+        if (!bytes)
+            return std::nullopt;
+        return Token{Token::Kind::Bytes, *std::move(bytes)};
+    }
+
+    std::optional<Token> quoted(Token::Kind kind) {
+        Token token{kind};
+        std::size_t at = 1;
+        for (; at < rest_.size() && rest_[at] != '"'; ++at) {
+            if (rest_[at] == '\\' && at + 1 < rest_.size())
+                ++at;
+            token.text += rest_[at];
+        }
+        if (at >= rest_.size())
+            return std::nullopt;
+        rest_.remove_prefix(at + 1);
+        if (kind != Token::Kind::Hash)
+            return token;
+        auto bytes = bytesOfHex(token.text);
+        if (!bytes)
+            return std::nullopt;
+        token.text = *std::move(bytes);
+        return token;
+    }
+
+    std::string_view rest_;
+};
+
+/// Reads expressions. After something that is not understood every further step gives up at once.
+class Parser {
+public:
+    explicit Parser(std::string_view text) : lexer_(text) { advance(); }
+
+    [[nodiscard]] bool failed() const { return !failure_.empty(); }
+    [[nodiscard]] bool atEnd() const { return token_.kind == Token::Kind::End && !failed(); }
+    [[nodiscard]] base::Error error() const {
+        return {base::ErrorKind::Usage,
+                "The code requirement is not understood at " + failure_ +
+                    ". Write it as Apple's code requirement language asks."};
+    }
+
+    Requirement takeAnyOf(int depth = 0) {
+        std::vector<Requirement> parts;
+        do
+            parts.push_back(takeAllOf(depth));
+        while (accept("or") && !failed());
+        return anyOf(std::move(parts));
+    }
+
+    /// The kind before "=>".
+    RequirementKind takeKind() {
+        for (std::uint32_t number = 1; number <= 5; ++number) {
+            const auto kind = static_cast<RequirementKind>(number);
+            if (accept(requirementKindName(kind))) {
+                expect("=>");
+                return kind;
+            }
+        }
+        fail();
+        return {};
+    }
+
+    [[nodiscard]] bool atKind() const {
+        for (std::uint32_t number = 1; number <= 5; ++number)
+            if (isNow(requirementKindName(static_cast<RequirementKind>(number))))
+                return true;
+        return false;
+    }
+
+    void fail() {
+        if (!failed())
+            failure_ = token_.kind == Token::Kind::End ? "its end" : '"' + token_.text + '"';
+    }
+
+private:
+    void advance() {
+        auto next = lexer_.next();
+        if (next) {
+            token_ = *std::move(next);
+            return;
+        }
+        fail();
+        token_ = {};
+    }
+
+    [[nodiscard]] bool isNow(std::string_view text) const {
+        return (token_.kind == Token::Kind::Word || token_.kind == Token::Kind::Sign) &&
+               token_.text == text;
+    }
+
+    bool accept(std::string_view text) {
+        if (failed() || !isNow(text))
+            return false;
+        advance();
+        return true;
+    }
+
+    void expect(std::string_view text) {
+        if (!accept(text))
+            fail();
+    }
+
+    std::string takeValue() {
+        const bool isValue = token_.kind == Token::Kind::Quoted ||
+                             token_.kind == Token::Kind::Bytes || token_.kind == Token::Kind::Word;
+        if (!isValue || failed()) {
+            fail();
+            return {};
+        }
+        std::string value = std::move(token_.text);
+        advance();
+        return value;
+    }
+
+    std::string takeHash() {
+        if (token_.kind != Token::Kind::Hash) {
+            fail();
+            return {};
+        }
+        std::string bytes = std::move(token_.text);
+        advance();
+        return bytes;
+    }
+
+    std::int32_t takeNumber() {
+        const bool isNegative = accept("-");
+        const auto number =
+            base::numberIn<std::int32_t>(token_.text, 0, std::numeric_limits<std::int32_t>::max());
+        if (token_.kind != Token::Kind::Word || !number) {
+            fail();
+            return 0;
+        }
+        advance();
+        return isNegative ? -*number : *number;
+    }
+
+    Requirement takeAllOf(int depth) {
+        std::vector<Requirement> parts;
+        do
+            parts.push_back(takePrimary(depth));
+        while (accept("and") && !failed());
+        return allOf(std::move(parts));
+    }
+
+    Requirement takePrimary(int depth) {
+        if (depth > deepest)
+            fail();
+        if (failed())
+            return {};
+        if (accept("(")) {
+            Requirement inner = takeAnyOf(depth + 1);
+            expect(")");
+            return inner;
+        }
+        if (accept("!")) {
+            Requirement negated{.op = Op::Not};
+            negated.operands.push_back(takePrimary(depth + 1));
+            return negated;
+        }
+        if (accept("anchor"))
+            return takeAnchor();
+        if (accept("certificate") || accept("cert"))
+            return takeCertificate(takeSlot());
+        return takeSimple();
+    }
+
+    Requirement takeSimple() {
+        if (accept("always") || accept("true"))
+            return {.op = Op::Always};
+        if (accept("never") || accept("false"))
+            return {.op = Op::Never};
+        if (accept("notarized"))
+            return {.op = Op::Notarized};
+        if (accept("legacy"))
+            return {.op = Op::Legacy};
+        if (accept("identifier")) {
+            accept("=");
+            return {.op = Op::Identifier, .text = takeValue()};
+        }
+        if (accept("cdhash"))
+            return {.op = Op::CodeDirectoryHash, .text = takeHash()};
+        if (accept("platform")) {
+            expect("=");
+            return {.op = Op::Platform, .slot = takeNumber()};
+        }
+        for (const Op op : {Op::Info, Op::Entitlement}) {
+            if (!accept(op == Op::Info ? "info" : "entitlement"))
+                continue;
+            Requirement requirement{.op = op, .text = takeKey()};
+            requirement.match = takeMatch();
+            return requirement;
+        }
+        fail();
+        return {};
+    }
+
+    Requirement takeAnchor() {
+        if (accept("trusted"))
+            return {.op = Op::AnchorTrusted};
+        if (!accept("apple"))
+            return takeCertificate(-1);
+        if (accept("generic"))
+            return {.op = Op::AnchorAppleGeneric};
+        if (token_.kind == Token::Kind::Quoted ||
+            (token_.kind == Token::Kind::Word && !isRequirementKeyword(token_.text)))
+            return {.op = Op::NamedAnchor, .text = takeValue()};
+        return {.op = Op::AnchorApple};
+    }
+
+    CertificateSlot takeSlot() {
+        if (accept("leaf"))
+            return 0;
+        if (accept("root") || accept("anchor"))
+            return -1;
+        return takeNumber();
+    }
+
+    Requirement takeCertificate(CertificateSlot slot) {
+        if (accept("trusted"))
+            return {.op = Op::CertificateTrusted, .slot = slot};
+        if (accept("="))
+            return {.op = Op::CertificateHash, .slot = slot, .text = takeHash()};
+        Requirement requirement{.op = Op::CertificateField, .slot = slot, .text = takeKey()};
+        for (const auto& [prefix, op] : {std::pair("field.", Op::CertificateExtension),
+                                         std::pair("policy.", Op::CertificatePolicy),
+                                         std::pair("timestamp.", Op::CertificateTimestamp)}) {
+            if (!requirement.text.starts_with(prefix))
+                continue;
+            requirement.op = op;
+            requirement.text.erase(0, std::string_view(prefix).size());
+            if (encodedOid(requirement.text).empty())
+                fail();
+        }
+        requirement.match = takeMatch();
+        return requirement;
+    }
+
+    std::string takeKey() {
+        expect("[");
+        std::string key = takeValue();
+        while (!failed() && !isNow("]"))
+            key += takeValue();
+        expect("]");
+        return key;
+    }
+
+    Match takeMatch() {
+        using Kind = Match::Kind;
+        if (accept("exists"))
+            return {};
+        if (accept("absent"))
+            return {.kind = Kind::Absent};
+        if (accept("=")) {
+            const bool starsBefore = accept("*");
+            Match match{.kind = Kind::Equal, .text = takeValue()};
+            const bool starsBehind = accept("*");
+            if (starsBefore)
+                match.kind = starsBehind ? Kind::Contains : Kind::EndsWith;
+            else if (starsBehind)
+                match.kind = Kind::BeginsWith;
+            return match;
+        }
+        for (const auto& [sign, kind] :
+             {std::pair("~", Kind::Contains), std::pair("<", Kind::Less),
+              std::pair(">", Kind::Greater), std::pair("<=", Kind::LessOrEqual),
+              std::pair(">=", Kind::GreaterOrEqual)}) {
+            if (accept(sign))
+                return {.kind = kind, .text = takeValue()};
+        }
+        return {};
+    }
+
+    Lexer lexer_;
+    Token token_;
+    std::string failure_;
+};
+
+} // namespace
+
+base::Result<Requirement> parsedRequirement(std::string_view text) {
+    Parser parser(text);
+    Requirement requirement = parser.takeAnyOf();
+    if (!parser.atEnd())
+        parser.fail();
+    if (parser.failed())
+        return parser.error();
+    return requirement;
+}
+
+base::Result<RequirementSet> parsedRequirementSet(std::string_view text) {
+    Parser parser(text);
+    RequirementSet set;
+    do {
+        const RequirementKind kind = parser.takeKind();
+        Requirement requirement = parser.takeAnyOf();
+        set.insert_or_assign(kind, std::move(requirement));
+    } while (parser.atKind() && !parser.failed());
+    if (!parser.atEnd())
+        parser.fail();
+    if (parser.failed())
+        return parser.error();
+    return set;
+}
+
+} // namespace sign

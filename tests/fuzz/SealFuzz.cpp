@@ -1,0 +1,52 @@
+#include "base/ByteReader.h"
+#include "sign/bundle/ResourceSeal.h"
+#include "sign/bundle/SealCheck.h"
+#include "tests/fuzz/FuzzInput.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+
+namespace {
+
+/// SHA-256 of "abc", and the same in base64, but for its last letter, which has bits to spare.
+constexpr std::array<std::uint8_t, 32> hash = {
+    0xba, 0x78, 0x16, 0xbf, 0x8f, 0x01, 0xcf, 0xea, 0x41, 0x41, 0x40, 0xde, 0x5d, 0xae, 0x22, 0x23,
+    0xb0, 0x03, 0x61, 0xa3, 0x96, 0x17, 0x7a, 0x9c, 0xb4, 0x10, 0xff, 0x61, 0xf2, 0x00, 0x15, 0xad};
+constexpr std::string_view hashText = "ungWv48Bz+pBQUDeXa4iI7ADYaOWF3qctBD/YfIAFa";
+
+sign::Bundle makeBundle(const TemporaryFolder& folder) {
+    const std::string app = folder.makeApplication("a.app");
+    folder.makeFile("a.app/Contents/Resources/a.txt", "abc");
+    folder.makeLink("a.app/Contents/Resources/link", "a.txt");
+    folder.makeFile("a.app/Contents/_CodeSignature/CodeResources");
+    return *sign::openBundle(app);
+}
+
+} // namespace
+
+/// The seal of a bundle that stays the same.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const TemporaryFolder folder;
+    static const sign::Bundle bundle = makeBundle(folder);
+    const base::Bytes seal(data, size);
+    sign::SealChecking checking;
+    checking.strict = true;
+    const auto report = sign::checkSeal(bundle, seal, checking);
+    require(static_cast<bool>(report), "a seal is no reason to fail");
+    if (report->faults.empty()) {
+        std::string text(base::textOf(seal));
+        const bool hasHash =
+            std::search(seal.begin(), seal.end(), hash.begin(), hash.end()) != seal.end();
+        // The reader of XML passes over what is no base64.
+        std::erase_if(text, [](char letter) {
+            return std::isalnum(static_cast<unsigned char>(letter)) == 0 && letter != '+' &&
+                   letter != '/';
+        });
+        require(hasHash || text.find(hashText) != std::string::npos,
+                "only a seal with a file's hash is valid for it");
+    }
+    (void)sign::sealFacts(seal, "seal");
+    return 0;
+}

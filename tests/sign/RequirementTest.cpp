@@ -1,0 +1,183 @@
+#include "base/ByteReader.h"
+#include "sign/signature/DesignatedRequirement.h"
+#include "sign/signature/RequirementText.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using sign::CertificateFacts;
+using sign::CodeFacts;
+
+sign::Requirement parsed(const std::string& text) {
+    auto requirement = sign::parsedRequirement(text);
+    EXPECT_TRUE(requirement) << text << ": " << requirement.error().sentence;
+    return requirement ? *requirement : sign::Requirement{};
+}
+
+sign::Digest digest(char fill, std::size_t size = 20) {
+    return sign::Digest(base::bytesOf(std::string(size, fill)));
+}
+
+CertificateFacts apple(std::map<std::string, std::string, std::less<>> subject,
+                       std::set<std::string, std::less<>> extensions, bool isRoot = false) {
+    return {
+        .subject = std::move(subject), .extensions = std::move(extensions), .isAppleRoot = isRoot};
+}
+
+const std::vector<CertificateFacts> developerId = {
+    apple({{"CN", "Developer ID Application: A (9TEAM)"}, {"OU", "9TEAM"}},
+          {"1.2.840.113635.100.6.1.13"}),
+    apple({{"CN", "Developer ID Certification Authority"}}, {"1.2.840.113635.100.6.2.6"}),
+    apple({{"CN", "Apple Root CA"}}, {}, true)};
+
+CodeFacts code() {
+    CodeFacts facts{.identifier = "org.example.tool",
+                    .codeDirectoryHashes = {digest('a'), digest('b')},
+                    .chain = developerId,
+                    .platform = 1};
+    sign::PropertyDictionary info;
+    info.emplace_back("CFBundleVersion", sign::PropertyValue(std::string("1.10.2")));
+    info.emplace_back("Off", sign::PropertyValue(false));
+    sign::PropertyArray names;
+    names.emplace_back(std::string("x"));
+    names.emplace_back(std::string("fun"));
+    info.emplace_back("Names", sign::PropertyValue(std::move(names)));
+    facts.info = sign::PropertyValue(std::move(info));
+    return facts;
+}
+
+TEST(Requirement, survives_its_text_and_its_bytes) {
+    // Each is what Apple's tools print.
+    for (const char* text : {
+             "always",
+             "identifier simple",
+             "identifier \"org.example.tool\" and anchor apple",
+             "identifier \"say \\\"\\\\\"",
+             "identifier 0xc3a4",
+             "anchor apple generic and ! legacy",
+             "! (always or never)",
+             "(always or never) and notarized",
+             "always and never or notarized",
+             "cdhash H\"6161616161616161616161616161616161616161\" or platform = 2",
+             "certificate root = H\"6161616161616161616161616161616161616161\"",
+             "certificate leaf[subject.OU] = \"9TEAM\" and certificate "
+             "1[field.1.2.840.113635.100.6.2.6] "
+             "/* exists */",
+             "certificate leaf[subject.CN] = Apple* and certificate -2[policy.1.2.840.5] absent ",
+             "info[CFBundleVersion] >= \"1.2\" and entitlement[a.b] = *c and info[x] ~ y",
+             "anchor trusted or certificate 1 trusted or anchor apple Name",
+         }) {
+        const sign::Requirement requirement = parsed(text);
+        EXPECT_EQ(sign::requirementText(requirement), text);
+        const sign::Blob blob = sign::requirementBlob(requirement);
+        auto again = sign::readRequirement(blob);
+        ASSERT_TRUE(again) << text;
+        EXPECT_EQ(*again, requirement) << text;
+        EXPECT_EQ(blob.size() % 4, 0U);
+        for (std::size_t size = 0; size < blob.size(); ++size)
+            EXPECT_FALSE(sign::readRequirement(base::Bytes(blob).first(size))) << text;
+    }
+    for (const char* text :
+         {"", "and", "identifier", "always always", "(always", "cdhash 12", "identifier \"x",
+          "certificate leaf[field.x]", "/* always", "info[a", "anchor = \"x\"", "0x1"})
+        EXPECT_FALSE(sign::parsedRequirement(text)) << text;
+}
+
+TEST(Requirement, has_the_bytes_of_the_published_form) {
+    EXPECT_EQ(sign::hex(sign::requirementBlob(parsed("identifier abcde and anchor apple"))),
+              "fade0c00"
+              "00000024"
+              "00000001"
+              "00000006"
+              "00000002"
+              "00000005"
+              "6162636465000000"
+              "00000003");
+}
+
+TEST(RequirementSet, keeps_kinds_apart_and_in_order) {
+    auto set = sign::parsedRequirementSet("library => anchor apple designated => always // last");
+    ASSERT_TRUE(set);
+    const sign::Blob blob = sign::requirementSetBlob(*set);
+    auto again = sign::readRequirementSet(blob);
+    ASSERT_TRUE(again);
+    EXPECT_EQ(*again, *set);
+    EXPECT_EQ(again->begin()->first, sign::RequirementKind::Designated);
+    EXPECT_EQ(sign::hex(sign::requirementSetBlob({})), "fade0c010000000c00000000");
+    EXPECT_FALSE(sign::parsedRequirementSet("always"));
+    EXPECT_FALSE(sign::parsedRequirementSet("designated => always =>"));
+}
+
+TEST(RequirementCheck, compares_as_the_platform_does) {
+    const struct {
+        const char* text;
+        bool holds;
+    } rows[] = {
+        {"identifier \"org.example.tool\"", true},
+        {"identifier \"org.example.tool2\"", false},
+        {"anchor apple generic and not_there", false},
+        {"anchor apple generic", true},
+        {"anchor apple", false},
+        {"cdhash H\"6262626262626262626262626262626262626262\"", true},
+        {"cdhash H\"6363636363636363636363636363636363636363\"", false},
+        {"info[CFBundleVersion] > \"1.9\"", true},
+        {"info[CFBundleVersion] < \"1.10.2\"", false},
+        {"info[CFBundleVersion] = 1.1*", true},
+        {"info[Off]", false},
+        {"info[None] absent", true},
+        {"info[Names] = fun", true},
+        {"certificate leaf[subject.OU] = \"9TEAM\"", true},
+        {"certificate 1[field.1.2.840.113635.100.6.2.6]", true},
+        {"certificate 7[field.1.2.840.113635.100.6.2.6] absent", false},
+        {"certificate root[field.1.2.3] absent", true},
+        {"platform = 1 and ! platform = 2", true},
+        {"notarized or anchor trusted", false},
+    };
+    for (const auto& [text, holds] : rows) {
+        auto requirement = sign::parsedRequirement(text);
+        EXPECT_EQ(requirement && sign::meets(code(), *requirement), holds) << text;
+    }
+}
+
+TEST(DesignatedRequirement, depends_on_who_issued_the_chain) {
+    const auto text = [](const std::vector<CertificateFacts>& chain) {
+        return sign::requirementText(sign::defaultDesignatedRequirement("a.b", chain));
+    };
+    EXPECT_EQ(
+        text(developerId),
+        "identifier \"a.b\" and anchor apple generic and certificate "
+        "1[field.1.2.840.113635.100.6.2.6] /* exists */ and certificate "
+        "leaf[field.1.2.840.113635.100.6.1.13] /* exists */ and certificate leaf[subject.OU] = "
+        "\"9TEAM\"");
+    EXPECT_EQ(sign::teamOf(developerId), "9TEAM");
+
+    std::vector<CertificateFacts> development = developerId;
+    development[0] =
+        apple({{"CN", "Apple Development: B"}, {"OU", "T"}}, {"1.2.840.113635.100.6.1.12"});
+    development[1].extensions = {"1.2.840.113635.100.6.2.1"};
+    EXPECT_EQ(
+        text(development),
+        "identifier \"a.b\" and anchor apple generic and certificate leaf[subject.CN] = \"Apple "
+        "Development: B\" and certificate 1[field.1.2.840.113635.100.6.2.1] /* exists */");
+    EXPECT_EQ(sign::teamOf(development), "T");
+    development.erase(development.begin() + 1);
+    EXPECT_EQ(text(development), "identifier \"a.b\" and anchor apple");
+
+    std::vector<CertificateFacts> own = {{.sha1 = digest('a')}, {.sha1 = digest('b')}};
+    const std::string a = "6161616161616161616161616161616161616161";
+    const std::string b = "6262626262626262626262626262626262626262";
+    EXPECT_EQ(text(own), "identifier \"a.b\" and certificate leaf = H\"" + a + '"');
+    own[0].subject["O"] = "X";
+    EXPECT_EQ(text(own), "identifier \"a.b\" and certificate leaf = H\"" + a + '"');
+    own[1].subject["O"] = "X";
+    EXPECT_EQ(text(own), "identifier \"a.b\" and certificate root = H\"" + b + '"');
+    own.pop_back();
+    EXPECT_EQ(text(own), "identifier \"a.b\" and certificate root = H\"" + a + '"');
+    EXPECT_EQ(sign::teamOf(own), std::nullopt);
+    const sign::Digest hashes[] = {digest('a'), digest('b')};
+    EXPECT_EQ(sign::requirementText(sign::adHocDesignatedRequirement(hashes)),
+              "cdhash H\"" + a + "\" or cdhash H\"" + b + '"');
+}
+
+} // namespace

@@ -1,0 +1,172 @@
+#include "sign/cms/TimeStamp.h"
+
+#include "base/ByteReader.h"
+#include "tests/sign/HttpServer.h"
+#include "tests/sign/TestAuthority.h"
+#include "tests/support/ScopedEnvironment.h"
+
+#include <gmock/gmock.h>
+
+namespace sign {
+namespace {
+
+using testing::HasSubstr;
+
+const Blob signature = {1, 2, 3, 4};
+constexpr const char* replyType = "application/timestamp-reply";
+
+using RequestOwner = OpenSslOwner<TS_REQ, TS_REQ_free>;
+
+RequestOwner requestIn(const HttpServer::Request& request) {
+    const auto* at = reinterpret_cast<const unsigned char*>(request.body.data());
+    return RequestOwner(d2i_TS_REQ(nullptr, &at, static_cast<long>(request.body.size())));
+}
+
+Blob imprintIn(TS_REQ* request) {
+    const ASN1_OCTET_STRING* hash = TS_MSG_IMPRINT_get_msg(TS_REQ_get_msg_imprint(request));
+    return {ASN1_STRING_get0_data(hash), ASN1_STRING_get0_data(hash) + ASN1_STRING_length(hash)};
+}
+
+std::string responseWith(long status, const Blob& token) {
+    const OpenSslOwner<TS_RESP, TS_RESP_free> response(TS_RESP_new());
+    const OpenSslOwner<TS_STATUS_INFO, TS_STATUS_INFO_free> info(TS_STATUS_INFO_new());
+    TS_STATUS_INFO_set_status(info.get(), static_cast<int>(status));
+    TS_RESP_set_status_info(response.get(), info.get());
+    if (!token.empty()) {
+        const unsigned char* at = token.data();
+        PKCS7* decoded = d2i_PKCS7(nullptr, &at, static_cast<long>(token.size()));
+        TS_RESP_set_tst_info(response.get(), decoded, PKCS7_to_TS_TST_INFO(decoded));
+    }
+    return std::string(base::textOf(derOf(i2d_TS_RESP, response.get())));
+}
+
+std::string granted(const Blob& token) {
+    return HttpServer::reply("200 OK", replyType, responseWith(TS_STATUS_GRANTED, token));
+}
+
+/// What an honest server answers.
+std::string honest(const HttpServer::Request& request) {
+    const Authorities& made = Authorities::shared();
+    const RequestOwner asked = requestIn(request);
+    return granted(
+        tokenOf({.imprint = imprintIn(asked.get()), .nonce = TS_REQ_get_nonce(asked.get())},
+                made.clock, {made.root.certificate}));
+}
+
+TEST(TimeStampTest, AsksForATokenOverTheSignatureAndItsCertificates) {
+    const HttpServer server([](const HttpServer::Request& request) {
+        const RequestOwner asked = requestIn(request);
+        EXPECT_EQ(request.target, "/ts01");
+        EXPECT_EQ(imprintIn(asked.get()), sha256Of(signature));
+        EXPECT_EQ(TS_REQ_get_cert_req(asked.get()), 1);
+        EXPECT_EQ(TS_REQ_get_policy_id(asked.get()), nullptr);
+        return honest(request);
+    });
+    const auto token = requestTimeStamp(server.url() + "/ts01", signature);
+    ASSERT_TRUE(token) << token.error().sentence;
+    EXPECT_NEAR(static_cast<double>(timeOfToken(*token).value_or(0)),
+                static_cast<double>(std::time(nullptr)), 60);
+    EXPECT_TRUE(checkToken(*token, signature, Authorities::shared().otherRoot.certificate));
+}
+
+TEST(TimeStampTest, BelievesNoServerThatLies) {
+    const Authorities& made = Authorities::shared();
+    const Issued usedUp = issue("Used Up", &made.root, forTime, {-10 * day, -day});
+    const std::vector<Certificate> root = {made.root.certificate};
+    struct Case {
+        const char* what;
+        std::function<Blob(TS_REQ*)> token;
+        const char* sentence;
+        long status = TS_STATUS_GRANTED;
+    };
+    const OpenSslOwner<ASN1_INTEGER, ASN1_INTEGER_free> one(ASN1_INTEGER_new());
+    ASN1_INTEGER_set(one.get(), 1);
+    const auto by = [](const Issued& clock, const std::vector<Certificate>& issuers) {
+        return [&clock, issuers](TS_REQ* asked) {
+            return tokenOf({.imprint = imprintIn(asked), .nonce = TS_REQ_get_nonce(asked)}, clock,
+                           issuers);
+        };
+    };
+    const Case cases[] = {
+        {"other imprint",
+         [&](TS_REQ* asked) {
+             return tokenOf({.imprint = Blob(32, 7), .nonce = TS_REQ_get_nonce(asked)}, made.clock,
+                            root);
+         },
+         "imprint"},
+        {"other nonce",
+         [&](TS_REQ* asked) {
+             return tokenOf({.imprint = imprintIn(asked), .nonce = one.get()}, made.clock, root);
+         },
+         "nonce"},
+        {"no nonce",
+         [&](TS_REQ* asked) { return tokenOf({.imprint = imprintIn(asked)}, made.clock, root); },
+         "nonce"},
+        {"no usage", by(made.leaf, {made.middle.certificate, made.root.certificate}),
+         "certificate verify error"},
+        {"expired", by(usedUp, root), "certificate verify error"},
+        {"no root", by(made.clock, {}), "certificate verify error"},
+        {"refusal", [](TS_REQ*) { return Blob(); }, "it refuses", TS_STATUS_REJECTION},
+    };
+    for (const Case& each : cases) {
+        const HttpServer server([&](const HttpServer::Request& request) {
+            const RequestOwner asked = requestIn(request);
+            return HttpServer::reply("200 OK", replyType,
+                                     responseWith(each.status, each.token(asked.get())));
+        });
+        const auto token = requestTimeStamp(server.url(), signature);
+        ASSERT_FALSE(token) << each.what;
+        EXPECT_THAT(token.error().sentence, HasSubstr(each.sentence)) << each.what;
+        EXPECT_THAT(token.error().sentence, HasSubstr(server.url())) << each.what;
+        EXPECT_EQ(server.requests(), 1) << each.what;
+    }
+}
+
+TEST(TimeStampTest, TriesAgainWhenNothingUsefulAnswers) {
+    const HttpServer server([](const HttpServer::Request& request) {
+        switch (request.number) {
+        case 1:
+            return HttpServer::reply("503 Busy", "text/plain", "later");
+        case 2:
+            return HttpServer::reply("200 OK", "text/html", "<p>later");
+        default:
+            return honest(request);
+        }
+    });
+    const auto token = requestTimeStamp(server.url(), signature);
+    EXPECT_TRUE(token) << token.error().sentence;
+    EXPECT_EQ(server.requests(), 3);
+}
+
+TEST(TimeStampTest, SaysWhenNoServiceIsThere) {
+    const HttpServer server([](const HttpServer::Request&) { return std::string(); });
+    const auto token = requestTimeStamp(server.url(), signature);
+    ASSERT_FALSE(token);
+    EXPECT_EQ(token.error().kind, base::ErrorKind::Unavailable);
+    EXPECT_EQ(token.error().sentence, "The timestamp service is not available.");
+    EXPECT_EQ(server.requests(), 4);
+    EXPECT_EQ(requestTimeStamp("https://127.0.0.1/", signature).error().kind,
+              base::ErrorKind::Usage);
+}
+
+TEST(TimeStampTest, GoesThroughTheProxyExceptWhereItIsToldNotTo) {
+    std::string target;
+    const HttpServer proxy([&](const HttpServer::Request& request) {
+        target = request.target;
+        return honest(request);
+    });
+    const HttpServer server(honest);
+    const ScopedEnvironment http("http_proxy", proxy.url());
+    {
+        const ScopedEnvironment none("no_proxy", std::nullopt);
+        EXPECT_TRUE(requestTimeStamp("http://time.invalid/ts01", signature));
+        EXPECT_EQ(target, "http://time.invalid:80/ts01");
+    }
+    const ScopedEnvironment except("no_proxy", "127.0.0.1");
+    EXPECT_TRUE(requestTimeStamp(server.url(), signature));
+    EXPECT_EQ(proxy.requests(), 1);
+    EXPECT_EQ(server.requests(), 1);
+}
+
+} // namespace
+} // namespace sign

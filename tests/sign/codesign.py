@@ -1,0 +1,459 @@
+#!/usr/bin/env python3
+"""The signer as a program: what it signs, what it refuses, every fault that it finds, its options and streams.
+
+KELPMORAY_CODESIGN names the program.
+"""
+import contextlib
+import hashlib
+import http.server
+import os
+import plistlib
+import re
+import shutil
+import signal
+import stat
+import struct
+import subprocess
+import sys
+import tempfile
+import threading
+import unittest
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
+
+import fixtures  # noqa: E402
+from programs import BUILD, PATIENCE, SCRATCH, FolderTest, run, write  # noqa: E402
+
+CODESIGN = os.environ.get("KELPMORAY_CODESIGN", os.path.join(BUILD, "bin/kelpmoray-codesign"))
+
+
+def read(path):
+    with open(path, "rb") as file:
+        return file.read()
+
+
+def tree(folder):
+    """All that is in a folder: links with their targets, files with mode and content."""
+    found = {}
+    for where, folders, files in os.walk(folder):
+        for name in folders + files:
+            path = os.path.join(where, name)
+            if os.path.islink(path):
+                found[path] = os.readlink(path)
+            elif os.path.isfile(path):
+                found[path] = (stat.S_IMODE(os.stat(path).st_mode), read(path))
+    return found
+
+
+def flip(path, at):
+    data = bytearray(read(path))
+    data[at] ^= 0x10
+    write(path, bytes(data))
+
+
+class CodeTest(FolderTest):
+    @classmethod
+    def setUpClass(cls):
+        cls.workshop = tempfile.mkdtemp(prefix="kelpmoray code ", dir=SCRATCH)
+        cls.addClassCleanup(shutil.rmtree, cls.workshop)
+        cls.linker = fixtures.Linker(cls.workshop)
+
+    def copy(self, source, name="a b"):
+        return fixtures.put(source, self.path(name))
+
+    def codesign(self, *arguments, **environment):
+        return run([CODESIGN, *arguments], cwd=self.folder, env={**os.environ, **environment})
+
+    def assert_quiet(self, *arguments, **environment):
+        self.assertEqual(self.codesign(*arguments, **environment), (0, ""))
+
+    def sign(self, path, *arguments, identity="-", **environment):
+        status, said = self.codesign("--sign", identity, *arguments, path, **environment)
+        self.assertEqual(status, 0, said)
+        return said
+
+    def assert_valid(self, path, **environment):
+        self.assert_quiet("--verify", "--deep", "--strict", path, **environment)
+
+    def assert_hashes(self, path):
+        """By a count of our own here: every page of every slice has its hash."""
+        data, shapes = read(path), []
+        for start, _ in fixtures.slices(data):
+            blobs = fixtures.blobs(data, fixtures.signature_place(data, start)[1])
+            for slot, blob in blobs.items():
+                if slot == 0 or 0x1000 <= slot < 0x1005:
+                    self.assertEqual(fixtures.wrong_hashes(data, start, blob), 0)
+                    shapes.append((slot, blob[37], 1 << blob[39]))
+        return shapes
+
+
+class SigningFiles(CodeTest):
+    def test_all_slices_of_a_file_are_signed_alike(self):
+        path = self.copy(self.linker.universal())
+        self.assertRegex(self.sign(path, "-v", "--prefix", "com.example."),
+                         r"signed Mach-O universal \(x86_64 arm64\) \[com.example.a b\]\n\Z")
+        self.assertEqual(self.assert_hashes(path), [(0, 2, 4096), (0, 2, 16384)])
+        data = read(path)
+        self.assertEqual([start % 0x4000 for start, _ in fixtures.slices(data)], [0, 0])
+        self.assertEqual(data.count(b"com.example.a b\0"), 2)
+        self.assert_valid(path)
+
+    def test_systems_that_know_no_sha256_get_both_hashes(self):
+        path = self.copy(self.linker.link("exe-old", "x86_64", "10.9"))
+        self.sign(path)
+        self.assertEqual(self.assert_hashes(path), [(0, 1, 4096), (0x1000, 2, 4096)])
+        self.assert_valid(path)
+        self.assertIn("Hash choices=sha1,sha256\n", self.codesign("-dvvv", path)[1])
+
+    def test_the_room_is_what_the_platforms_own_tool_makes(self):
+        path = self.copy(self.linker.link("exe-arm64"))
+        self.sign(path)
+        data = read(path)
+        command, place = fixtures.signature_place(data, 0)
+        blobs = fixtures.blobs(data, place)
+        sizes = sum(len(blob) for slot, blob in blobs.items() if slot != 0x10000)
+        # A directory of version 0x20400 is counted as one of 0x20500.
+        expected = (12 + 8 * len(blobs) + sizes + 8 + 18000 + 15) // 16 * 16
+        self.assertEqual(struct.unpack_from("<I", data, command + 12)[0], expected)
+        self.assertEqual(len(data), place + expected)
+        self.assertEqual(sorted(blobs), [0, 2, 0x10000])
+
+    def test_signing_again_and_after_a_removal_gives_the_same_bytes(self):
+        path = self.copy(self.linker.link("exe-linker", signed=True))
+        os.chmod(path, 0o751)
+        self.assertEqual(self.sign(path, "-i", "x.y"), "")  # a linker's signature is no obstacle
+        signed = read(path)
+        self.assertEqual(self.codesign("-s", "-", path), (1, f"{path}: is already signed\n"))
+        self.assertEqual(self.sign(path, "-f", "--preserve-metadata=identifier"),
+                         f"{path}: replacing existing signature\n")
+        self.assertEqual(read(path), signed)
+        self.assert_quiet("--remove-signature", path)
+        self.assertEqual(self.codesign("--verify", path), (1, f"{path}: code object is not signed at all\n"))
+        self.sign(path, "-i", "x.y", "--pagesize", "16384")
+        self.assertEqual((read(path), stat.S_IMODE(os.stat(path).st_mode)), (signed, 0o751))
+
+    def test_entitlements_and_flags_go_where_they_belong(self):
+        path, library = self.copy(self.linker.link("exe-arm64")), self.copy(self.linker.library(), "lib")
+        xml = plistlib.dumps({"com.apple.security.get-task-allow": True, "a": ["b", 3], "get-task-allow": True})
+        write(self.path("x.plist"), xml)
+        for code in (path, library):
+            self.sign(code, "--entitlements", self.path("x.plist"), "-o", "runtime,library")
+            self.assert_valid(code)
+        said = self.codesign("-dvvvv", path)[1]
+        self.assertRegex(said, r"flags=0x12002\(adhoc,library-validation,runtime\) hashes=\d+\+7 ")
+        self.assertIn("Executable Segment flags=0x11\n", said)
+        self.assertIn("Runtime Version=14.0.0\n", said)
+        shown = subprocess.run([CODESIGN, "-d", "--entitlements", ":-", path], capture_output=True, check=True)
+        self.assertEqual(shown.stdout, xml)
+        self.assertEqual(self.codesign("-d", "--entitlements", ":-", library)[1], f"Executable={library}\n")
+        write(self.path("x.plist"), plistlib.dumps({}, fmt=plistlib.FMT_BINARY))
+        self.assertEqual(self.codesign("-f", "-s", "-", "--entitlements", self.path("x.plist"), path)[0], 1)
+
+    def test_old_processors_are_served_in_their_order_of_bytes(self):
+        for order, wide, cpu in (("<", False, 7), (">", False, 18), (">", True, 0x01000012)):
+            header = 32 if wide else 28
+            path = write(self.path("old"), fixtures.handmade(order, wide, cpu))
+            self.sign(path)
+            self.assert_valid(path)
+            data = read(path)
+            _, _, _, _, count, size = struct.unpack_from(order + "6I", data)
+            command = struct.unpack_from(order + "4I", data, header + size - 16)
+            self.assertEqual((count, command[:2], command[2] + command[3]), (3, (0x1D, 16), len(data)))
+            linkedit = header + (72 if wide else 56) + (32 if wide else 28)
+            vm_size, offset, file_size = struct.unpack_from(order + ("3Q" if wide else "3I"), data, linkedit)
+            self.assertEqual((vm_size % 0x4000, offset + file_size), (0, len(data)))
+
+    def test_names_become_identifiers(self):
+        for name, identifier in {"libfoo.1.2.dylib": "libfoo.1", "libz7.3.5": "libz7", "x.y": "x", "plain": "plain"}.items():
+            path = self.copy(self.linker.library(), name)
+            self.sign(path)
+            found = re.search("Identifier=(.*)", self.codesign("-dv", path)[1])[1]
+            self.assertRegex(found, re.escape(identifier) + ("$" if "." in identifier else "-55554944[0-9a-f]{32}$"))
+
+    def test_what_cannot_be_signed_is_refused_and_left_alone(self):
+        linked = read(self.linker.link("exe-arm64"))
+        wide = struct.pack(">2I2I2Q2I", 0xCAFEBABF, 1, 0x0100000C, 0, 0x4000, len(linked), 14, 0)
+        for content, words in {
+                read(os.path.join(self.workshop, "arm64.o")): "files of its type have no signature",
+                linked + b"x" * 20: "there is data behind its __LINKEDIT segment",
+                read(self.linker.link("no-room", flags=("-headerpad", "0"))): "no room for the load command",
+                wide.ljust(0x4000, b"\0") + linked: "offsets of 64 bits",
+                b"#!/bin/sh\n": "it is no Mach-O file",
+                linked[:3000]: "is damaged",
+                linked[:40]: "is damaged",
+                b"\xca\xfe\xba\xbe\0\0\0\2": "is damaged"}.items():
+            path = write(self.path("bad"), content)
+            status, said = self.codesign("-s", "-", path)
+            self.assertEqual((status, said.count("\n")), (1, 1), said)
+            self.assertIn(words, said)
+            self.assertEqual(read(path), content)
+            self.assert_names(self.folder, "bad")
+
+    def test_a_run_that_is_killed_leaves_the_old_file_and_nothing_else(self):
+        path = self.copy(self.linker.link("exe-arm64"))
+        with contextlib.ExitStack() as stack:
+            server = stack.enter_context(http.server.HTTPServer(("127.0.0.1", 0), http.server.BaseHTTPRequestHandler))
+            owner = Owner(self.workshop)
+            process = stack.enter_context(subprocess.Popen(
+                [CODESIGN, "-s", owner.authority.HOLDER, f"--timestamp=http://127.0.0.1:{server.server_port}/", path],
+                env={**os.environ, **owner.environment}, stderr=subprocess.DEVNULL))
+            server.socket.settimeout(PATIENCE)
+            stack.enter_context(server.socket.accept()[0])  # it asks for the stamp, so all else is done
+            process.send_signal(signal.SIGTERM)
+            self.assertEqual(process.wait(), -signal.SIGTERM)
+        self.assertEqual(read(path), read(self.linker.link("exe-arm64")))
+        self.assert_names(self.folder, "a b")
+
+
+class Owner:
+    """An identity in a folder of its own, as the program looks for it."""
+    kept = {}
+
+    def __new__(cls, folder):
+        if folder not in cls.kept:
+            cls.kept[folder] = super().__new__(cls)
+            cls.kept[folder].make(os.path.join(folder, "authority"))
+        return cls.kept[folder]
+
+    def make(self, folder):
+        os.mkdir(folder)
+        self.authority = fixtures.Authority(folder)
+        home = os.path.join(folder, "identities")
+        os.makedirs(home + "/roots", 0o700)
+        os.chmod(home, 0o700)
+        shutil.copy(folder + "/root.pem", home + "/roots")
+        write(folder + "/passphrase", "secret", 0o600)
+        self.environment = {"KELPMORAY_IDENTITIES": home, "KELPMORAY_PASSPHRASE_FILE": folder + "/passphrase"}
+        chain = b"".join(read(f"{folder}/{name}.pem") for name in ("leaf", "middle", "root"))
+        der = fixtures.check_call("openssl", "x509", "-in", folder + "/leaf.pem", "-outform", "DER")
+        write(f"{home}/certificates/{hashlib.sha1(der).hexdigest().upper()}.pem", chain, 0o600)
+        public = fixtures.check_call("openssl", "rsa", "-in", folder + "/leaf.key", "-RSAPublicKey_out", "-outform", "DER")
+        os.mkdir(home + "/keys")
+        fixtures.check_call("openssl", "pkcs8", "-topk8", "-in", folder + "/leaf.key", "-passout", "pass:secret", "-out",
+                            f"{home}/keys/{hashlib.sha1(public).hexdigest()}.pem")
+        for path in (home + "/certificates", home + "/keys"):
+            os.chmod(path, 0o700)
+        os.chmod(f"{home}/keys/{hashlib.sha1(public).hexdigest()}.pem", 0o600)
+
+
+class SigningWithAnIdentity(CodeTest):
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.owner = Owner(cls.workshop)
+
+    def sign_stamped(self, path, *arguments):
+        with self.owner.authority.time_server() as (url, count):
+            said = self.sign(path, f"--timestamp={url}", *arguments, identity=self.owner.authority.HOLDER,
+                             **self.owner.environment)
+        return said, count[0]
+
+    def test_the_signature_holds_for_openssl_too(self):
+        path = self.copy(self.linker.link("exe-arm64"))
+        self.assertEqual(self.sign_stamped(path, "-o", "runtime", "-i", "com.example.x"), ("", 1))
+        self.assert_valid(path, **self.owner.environment)
+        data = read(path)
+        blobs = fixtures.blobs(data, fixtures.signature_place(data, 0)[1])
+        write(self.path("cms"), blobs[0x10000][8:])
+        write(self.path("directory"), blobs[0])
+        fixtures.check_call("openssl", "cms", "-verify", "-inform", "DER", "-in", self.path("cms"), "-content",
+                            self.path("directory"), "-binary", "-purpose", "any", "-ignore_critical", "-CAfile",
+                            self.owner.authority.folder + "/root.pem", "-out", self.path("out"))
+        said = self.codesign("-dvv", "-r-", path, **self.owner.environment)[1]
+        for line in (f"Authority={self.owner.authority.HOLDER}\n", "Authority=Test Root CA\n", "\nTimestamp=",
+                     "TeamIdentifier=ABCDE12345\n", 'designated => identifier "com.example.x" and anchor apple generic '
+                     "and certificate 1[field.1.2.840.113635.100.6.2.6] /* exists */ and certificate "
+                     "leaf[field.1.2.840.113635.100.6.1.13] /* exists */ and certificate leaf[subject.OU] = ABCDE12345"):
+            self.assertIn(line, said)
+        wrong_team = "a Team Identifier is wrong or inappropriate"
+        self.assertEqual(self.codesign("--verify", path, KELPMORAY_IDENTITIES=self.path("none")),
+                         (1, f"{path}: {wrong_team}\n"))
+
+    def test_a_package_is_signed_whole_with_one_stamp_a_signature(self):
+        app = fixtures.make_application(self.linker, self.path("My App.app"))
+        plan = self.codesign("--plan", app)[1].split("\0")[:-1]
+        said, stamps = self.sign_stamped(app, "--deep", "-v")
+        self.assertEqual([line.split(": signed ")[0] for line in said.splitlines() if ": signed " in line], plan)
+        self.assertEqual(stamps, len(plan) + 1)  # the main executable has two slices
+        self.assert_valid(app, **self.owner.environment)
+        self.assertEqual(plan[-1], app)
+
+    def test_an_answer_that_is_no_stamp_changes_nothing(self):
+        app = fixtures.make_application(self.linker, self.path("My App.app"))
+        before = tree(app)
+
+        class Nonsense(http.server.BaseHTTPRequestHandler):
+            def do_POST(self):
+                self.send_response(200)
+                self.end_headers()
+                self.wfile.write(b"nonsense")
+
+            def log_message(self, *_):
+                pass
+
+        with http.server.ThreadingHTTPServer(("127.0.0.1", 0), Nonsense) as server:
+            threading.Thread(target=server.serve_forever).start()
+            status, _ = self.codesign("--deep", "-s", self.owner.authority.HOLDER, app,
+                                      f"--timestamp=http://127.0.0.1:{server.server_port}/", **self.owner.environment)
+            server.shutdown()
+        self.assertEqual((status, tree(app)), (1, before))
+
+    def test_an_identity_that_is_not_there_is_named(self):
+        path = self.copy(self.linker.link("exe-arm64"))
+        self.assertEqual(self.codesign("-s", "Nobody", path, **self.owner.environment),
+                         (1, "Nobody: no identity found\n"))
+
+
+MESSAGES = {
+    "unsigned": "code object is not signed at all",
+    "signature": "invalid signature (code or signature have been modified)",
+    "info": "invalid Info.plist (plist or signature have been modified)",
+    "directory": "invalid resource directory (directory or signature have been modified)",
+    "none": "code has no resources but signature indicates they must be present",
+    "resource": "a sealed resource is missing or invalid",
+    "nested": "nested code is modified or invalid",
+    "root": "unsealed contents present in the bundle root",
+    "framework root": "unsealed contents present in the root directory of an embedded framework",
+    "version": "embedded framework contains modified or invalid version",
+    "bundle": "bundle format unrecognized, invalid, or unsuitable",
+    "link": "invalid destination for symbolic link in bundle",
+    "executable": "main executable failed strict validation",
+    "regular": "the main executable or Info.plist must be a regular file (no symlinks, etc.)",
+    "rules": "resource envelope is obsolete (custom omit rules)",
+    "version 1": "resource envelope is obsolete (version 1 signature)",
+    "requirement": "code failed to satisfy specified code requirement(s)",
+    "object": "object file format unrecognized, invalid, or unsuitable",
+}
+
+
+def reseal(app, change):
+    """Changes the seal of an application that is signed ad hoc, and makes its code directories say so."""
+    path = app + "/Contents/_CodeSignature/CodeResources"
+    seal = plistlib.loads(read(path))
+    change(seal)
+    write(path, plistlib.dumps(seal))
+    main = app + "/Contents/MacOS/main"
+    data = bytearray(read(main))
+    for start, _ in fixtures.slices(data):
+        place = fixtures.signature_place(data, start)[1]
+        directory = place + struct.unpack_from(">I", data, place + 16)[0]
+        slot = directory + struct.unpack_from(">I", data, directory + 16)[0] - 3 * 32
+        data[slot:slot + 32] = hashlib.sha256(read(path)).digest()
+    write(main, bytes(data), 0o755)
+
+
+def replace_by_link(path, target):
+    os.remove(path)
+    os.symlink(target, path)
+
+
+def append(path, data="x"):
+    with open(path, "a") as file:
+        file.write(data)
+
+
+class Damage(CodeTest):
+    """Each damage to an application, with the message and the lines behind it that tell of it."""
+    FOO = "Frameworks/Foo.framework"
+    CASES = [
+        ("unsigned", lambda c: write(c + "MacOS/helper", read(c + "../../exe")), ["In subcomponent: {}MacOS/helper"]),
+        ("signature", lambda c: flip(c + "MacOS/main", 0x4200), ["In architecture: x86_64"]),
+        ("signature", lambda c: flip(c + "Frameworks/lib blank.dylib", 0x1000),
+         ["In subcomponent: {}Frameworks/lib blank.dylib"]),
+        ("info", lambda c: append(c + "Info.plist", "\n"), ["In architecture: x86_64"]),
+        ("directory", lambda c: append(c + "_CodeSignature/CodeResources", "\n"), ["In architecture: x86_64"]),
+        ("none", lambda c: os.remove(c + "_CodeSignature/CodeResources"), ["In architecture: x86_64"]),
+        ("resource", lambda c: append(c + "Resources/line\nfeed <&> 日本"), ["file modified: {}Resources/line?feed <&> 日本"]),
+        ("resource", lambda c: write(c + "Resources/new", "x"), ["file added: {}Resources/new"]),
+        ("resource", lambda c: os.remove(c + "Resources/module.node"), ["file missing: {}Resources/module.node"]),
+        ("resource", lambda c: append(c + "PlugIns/Pictures.bundle/Contents/Resources/picture"),
+         ["In subcomponent: {}PlugIns/Pictures.bundle",
+          "file modified: {}PlugIns/Pictures.bundle/Contents/Resources/picture"]),
+        ("unsigned", lambda c: os.remove(c + "PlugIns/Pictures.bundle/Contents/_CodeSignature/CodeDirectory"),
+         ["In subcomponent: {}PlugIns/Pictures.bundle"]),
+        ("nested", lambda c: shutil.copy(c + "MacOS/helper", c + "Frameworks/lib blank.dylib"),
+         ["file modified: {}Frameworks/lib blank.dylib"]),
+        ("root", lambda c: write(c + "../stray", "x"), []),
+        ("root", lambda c: write(c + "_CodeSignature/stray", "x"), []),
+        ("framework root", lambda c: write(c + Damage.FOO + "/stray", "x"), ["In subcomponent: {}" + FOO]),
+        ("version", lambda c: append(c + Damage.FOO + "/Versions/A/Resources/Info.plist"), ["In subcomponent: {}" + FOO]),
+        ("bundle", lambda c: shutil.rmtree(c + "XPCServices/Service.xpc/Contents"),
+         ["In subcomponent: {}XPCServices/Service.xpc"]),
+        ("executable", lambda c: append(c + "MacOS/helper"), ["In subcomponent: {}MacOS/helper"]),
+        ("regular", lambda c: (shutil.copy(c + "XPCServices/Service.xpc/Contents/Info.plist", c + "../../info"),
+                               replace_by_link(c + "XPCServices/Service.xpc/Contents/Info.plist", c + "../../info")),
+         ["In subcomponent: {}XPCServices/Service.xpc"]),
+        ("rules", lambda c: reseal(c + "..", lambda seal: seal["rules2"].update({"^x$": {"omit": True}})), []),
+        ("version 1", lambda c: reseal(c + "..", lambda seal: [seal.pop(key) for key in ("files2", "rules2")]), []),
+        ("link", lambda c: (replace_by_link(c + "Resources/link", "/etc/passwd"), reseal(
+            c + "..", lambda seal: seal["files2"].update({"Resources/link": {"symlink": "/etc/passwd"}}))), []),
+        ("object", lambda c: os.truncate(c + "MacOS/helper", 3000), ["In subcomponent: {}MacOS/helper"]),
+        ("requirement", lambda c: CodeTest.sign(Damage.now, c + "..", "-f", "-r", "=designated => identifier other"),
+         ["In architecture: x86_64"]),
+    ]
+
+    def test_each_is_told_by_the_platforms_message(self):
+        whole = fixtures.make_application(self.linker, self.path("Whole.app"))
+        self.sign(whole, "--deep")
+        self.assert_valid(whole)
+        self.copy(self.linker.link("exe-arm64"), "exe")
+        Damage.now = self
+        for number, (message, damage, lines) in enumerate(self.CASES):
+            app = self.path(f"Damaged {number}.app")
+            with self.subTest(message=message, lines=lines):
+                shutil.copytree(whole, app, symlinks=True)
+                damage(app + "/Contents/")
+                status, said = self.codesign("--verify", "--deep", "--strict", "-v", app)
+                self.assertEqual(status, 1, said)
+                told = said.splitlines()
+                self.assertIn(f"{app}: {MESSAGES[message]}", told)
+                told.remove(f"{app}: {MESSAGES[message]}")
+                self.assertEqual(told, [line.format(app + "/Contents/") for line in lines])
+        self.assertEqual({case[0] for case in self.CASES}, set(MESSAGES))
+
+    def test_only_a_requirement_that_is_not_met_has_a_status_of_its_own(self):
+        path = self.copy(self.linker.link("exe-arm64"))
+        self.sign(path, "-i", "com.example.x")
+        for text, expected in {
+                '=identifier "com.example.x"': (0, ""), '=identifier "com.example.x" and ! anchor apple': (0, ""),
+                "=identifier other": (3, f"test-requirement: {MESSAGES['requirement']}\n")}.items():
+            self.assertEqual(self.codesign("--verify", "-R", text, path), expected)
+
+
+class Options(CodeTest):
+    def test_wrong_usage_is_told_in_one_sentence(self):
+        path = self.copy(self.linker.link("exe-arm64"))
+        for arguments in ([], [path], ["--sign"], ["-s", "-"], ["--nonsense", path], ["-x", path], ["-s", "-", "-d", path],
+                          ["-s", "-", "-o", "adhoc", path], ["-s", "-", "--runtime-version", "1.2.3.4", path],
+                          ["-s", "-", "--preserve-metadata=everything", path], ["--verify", "-R", "=identifier", path],
+                          ["-s", "-", "-r", "=designated identifier x", path], ["-s", "-", "--pagesize", "1", path],
+                          ["-s", "-", "--entitlements", self.path("none"), path], ["-d", "-r", "x", path]):
+            status, said = self.codesign(*arguments)
+            self.assertEqual(status, 2, arguments)
+            self.assertRegex(said, r"\Akelpmoray-codesign: [^\n]+[.]\n\Z")
+        self.assertEqual(read(path), read(self.linker.link("exe-arm64")))
+
+    def test_help_and_version_go_to_standard_output(self):
+        for option, words in {"--help": "usage: kelpmoray-codesign", "--version": "kelpmoray-codesign "}.items():
+            done = subprocess.run([CODESIGN, option], capture_output=True, check=True, text=True)
+            self.assertTrue(done.stdout.startswith(words) and not done.stderr)
+
+    def test_display_levels_tell_more_and_more(self):
+        path = self.copy(self.linker.link("exe-arm64"))
+        self.sign(path, "-i", "com.example.x")
+        for level, keys in {
+                "-d": ["Executable"],
+                "-dv": ["Executable", "Identifier", "Format", "CodeDirectory v", "Signature", "Info.plist",
+                        "TeamIdentifier", "Sealed Resources", "Internal requirements count"],
+                "-dvvvv": ["Executable", "Identifier", "Format", "CodeDirectory v", "VersionPlatform", "VersionMin",
+                           "VersionSDK", "Hash type", "CandidateCDHash sha256", "CandidateCDHashFull sha256",
+                           "Hash choices", "CMSDigest", "CMSDigestType", "Executable Segment base",
+                           "Executable Segment limit", "Executable Segment flags", "Page size", "CDHash", "Signature",
+                           "Info.plist", "TeamIdentifier", "Sealed Resources", "Internal requirements count"]}.items():
+            done = subprocess.run([CODESIGN, level, path], capture_output=True, check=True, text=True)
+            self.assertEqual([line.split("=")[0] for line in done.stderr.splitlines()], keys)
+            self.assertEqual(done.stdout, "")
+
+
+if __name__ == "__main__":
+    unittest.main()
