@@ -6,6 +6,7 @@
 #include <libp11.h>
 #include <map>
 #include <span>
+#include <vector>
 
 #include <openssl/err.h>
 
@@ -120,7 +121,9 @@ base::Result<TokenKey> openTokenKey(const std::string& uri) {
     auto pin = pinFor(*attributes);
     if (!pin)
         return pin.error();
-    auto* module = new Module;
+    // Never freed, and known to the end: the keys that were opened refer to them.
+    static auto& modules = *new std::vector<Module*>;
+    auto* module = modules.emplace_back(new Module);
     const std::string path = attribute(*attributes, "module-path");
     if (auto loaded = module->load(path.empty() ? everyKnownModule : path); !loaded)
         return loaded.error();
