@@ -70,7 +70,8 @@ int displayOne(const std::string& path, const CodesignOptions& options) {
         const auto entitlements = entitlementsOf(*code);
         if (!entitlements)
             return reportOf(path, entitlements.error());
-        std::fwrite(entitlements->data(), 1, entitlements->size(), stdout);
+        if (!entitlements->empty())
+            std::fwrite(entitlements->data(), 1, entitlements->size(), stdout);
     }
     return done;
 }
