@@ -7,7 +7,7 @@
 namespace sign {
 
 /// Where the user's identities are: KELPMORAY_IDENTITIES, else kelpmoray/identities in the user's
-/// data folder (XDG Base Directory Specification). Empty if the user has no home. Any thread.
+/// data folder (XDG base directories). Empty if the user has no home. Any thread.
 [[nodiscard]] std::string identityFolderPath();
 
 /// Whether it is one of Apple's root certificates, which are known by their SHA-256. Those in the
