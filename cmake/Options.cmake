@@ -8,5 +8,8 @@ target_include_directories(kelpmoray_options INTERFACE ${PROJECT_SOURCE_DIR})
 if(KELPMORAY_SANITIZE)
   target_compile_options(kelpmoray_options INTERFACE
     -fsanitize=${KELPMORAY_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  # g++ 12 loses sight of what is initialized in the code that the sanitizers add.
+  target_compile_options(kelpmoray_options INTERFACE
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   target_link_options(kelpmoray_options INTERFACE -fsanitize=${KELPMORAY_SANITIZE})
 endif()
