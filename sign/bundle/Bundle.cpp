@@ -58,12 +58,13 @@ bool isInside(const std::string& path, const std::string& folder) {
 }
 
 /// The entry of that name, whatever the case of its letters; empty if there is none.
-std::string entryNamed(const std::vector<FileEntry>& entries, std::string_view name) {
-    for (const FileEntry& entry : entries) {
-        if (sameWithoutCase(entry.name, name))
-            return entry.name;
+std::string entryNamed(const std::vector<std::string>& names, std::string_view wanted) {
+    std::string first;
+    for (const std::string& name : names) {
+        if (sameWithoutCase(name, wanted) && (first.empty() || name < first))
+            first = name;
     }
-    return {};
+    return first;
 }
 
 /// Goes into the version of a framework, if the folder is a versioned one.
@@ -97,16 +98,16 @@ base::Outcome findRoot(Bundle& bundle, std::string_view version) {
 
 /// Finds form, code root and Info.plist in the root.
 base::Outcome findForm(Bundle& bundle) {
-    auto entries = entriesOf(bundle.root);
-    if (!entries)
-        return entries.error();
+    auto names = namesIn(bundle.root);
+    if (!names)
+        return names.error();
     std::array<std::string_view, 3> order = {"Contents", "Resources", "Support Files"};
     if (!bundle.isVersioned && bundle.root.ends_with(".framework"))
         std::swap(order[0], order[1]);
     std::string found;
     std::string_view form;
     for (const std::string_view name : order) {
-        found = entryNamed(*entries, name);
+        found = entryNamed(*names, name);
         if (!found.empty() && isFolder(bundle.root + "/" + found)) {
             form = name;
             break;
@@ -124,12 +125,13 @@ base::Outcome findForm(Bundle& bundle) {
         bundle.form = BundleForm::Resources;
         infoFolder = bundle.root + "/" + found;
     }
-    entries = entriesOf(infoFolder);
-    if (!entries)
-        return entries.error();
-    std::string info = entryNamed(*entries, "Info-macos.plist");
+    if (infoFolder != bundle.root)
+        names = namesIn(infoFolder);
+    if (!names)
+        return names.error();
+    std::string info = entryNamed(*names, "Info-macos.plist");
     if (info.empty())
-        info = entryNamed(*entries, "Info.plist");
+        info = entryNamed(*names, "Info.plist");
     if (!info.empty())
         bundle.infoPlist = infoFolder + "/" + info;
     if (linkTarget(bundle.signatureFolder()))

@@ -24,6 +24,28 @@ struct MemoryFree {
     void operator()(char* memory) const { std::free(memory); }
 };
 
+/// Gives `take` the descriptor of the folder and each name in it but "." and "..".
+template <typename Take>
+base::Outcome forEachName(const std::string& folder, const Take& take) {
+    const std::unique_ptr<DIR, FolderClose> opened(opendir(folder.c_str()));
+    if (!opened)
+        return base::systemError("read the folder", folder, errno);
+    while (true) {
+        errno = 0;
+        const dirent* read = readdir(opened.get());
+        if (!read)
+            break;
+        const std::string_view name = read->d_name;
+        if (name == "." || name == "..")
+            continue;
+        if (auto taken = take(dirfd(opened.get()), read->d_name); !taken)
+            return taken;
+    }
+    if (errno != 0)
+        return base::systemError("read the folder", folder, errno);
+    return {};
+}
+
 char lowered(char letter) {
     return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
 }
@@ -44,30 +66,30 @@ bool FileEntry::isPlainData() const {
 }
 
 base::Result<std::vector<FileEntry>> entriesOf(const std::string& folder) {
-    const std::unique_ptr<DIR, FolderClose> opened(opendir(folder.c_str()));
-    if (!opened)
-        return base::systemError("read the folder", folder, errno);
     std::vector<FileEntry> entries;
-    while (true) {
-        errno = 0;
-        const dirent* read = readdir(opened.get());
-        if (!read)
-            break;
-        FileEntry entry{read->d_name};
-        if (entry.name == "." || entry.name == "..")
-            continue;
+    const auto take = [&](int descriptor, const char* name) -> base::Outcome {
         struct stat status {};
-        if (fstatat(dirfd(opened.get()), read->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0)
-            return base::systemError("look at", folder + "/" + entry.name, errno);
-        entry.mode = status.st_mode;
-        entry.size = static_cast<std::uint64_t>(status.st_size);
-        entries.push_back(std::move(entry));
-    }
-    if (errno != 0)
-        return base::systemError("read the folder", folder, errno);
+        if (fstatat(descriptor, name, &status, AT_SYMLINK_NOFOLLOW) != 0)
+            return base::systemError("look at", folder + "/" + name, errno);
+        entries.push_back({name, status.st_mode, static_cast<std::uint64_t>(status.st_size)});
+        return {};
+    };
+    if (auto read = forEachName(folder, take); !read)
+        return read.error();
     std::sort(entries.begin(), entries.end(),
               [](const FileEntry& a, const FileEntry& b) { return a.name < b.name; });
     return entries;
+}
+
+base::Result<std::vector<std::string>> namesIn(const std::string& folder) {
+    std::vector<std::string> names;
+    const auto take = [&names](int, const char* name) -> base::Outcome {
+        names.emplace_back(name);
+        return {};
+    };
+    if (auto read = forEachName(folder, take); !read)
+        return read.error();
+    return names;
 }
 
 base::Result<PropertyData> wholeFile(const std::string& path, std::uint64_t most) {

@@ -29,6 +29,9 @@ struct FileEntry {
 /// All but "." and "..", sorted by the bytes of their names.
 [[nodiscard]] base::Result<std::vector<FileEntry>> entriesOf(const std::string& folder);
 
+/// The names of all but "." and "..", in no order; much faster than entriesOf().
+[[nodiscard]] base::Result<std::vector<std::string>> namesIn(const std::string& folder);
+
 /// The bytes of a plain file, without following a link at its end; Unsupported if there are more
 /// than `most`, or if it is no plain file.
 [[nodiscard]] base::Result<PropertyData> wholeFile(const std::string& path, std::uint64_t most);
