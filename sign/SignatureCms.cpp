@@ -1,6 +1,5 @@
 #include "sign/SignatureCms.h"
 
-#include "sign/cms/Cms.h"
 #include "sign/cms/TimeStamp.h"
 #include "sign/signature/DesignatedRequirement.h"
 
@@ -26,24 +25,15 @@ std::vector<CertificateFacts> signingChain(const Identity& identity) {
     return factsOf(identity.chain);
 }
 
-base::Result<Blob> makeSignature(const Identity& identity,
-                                 const std::vector<CodeDirectory>& directories) {
-    return makeCms(identity, directories.front().blob(), digestsOf(directories),
-                   std::time(nullptr));
+base::Result<CmsSignature> makeSignature(const Identity& identity,
+                                         const std::vector<CodeDirectory>& directories) {
+    return CmsSignature::make(identity, directories.front().blob(), digestsOf(directories),
+                              std::time(nullptr));
 }
 
-base::Outcome stampSignature(Blob& cms, const std::string& url) {
-    const auto value = signatureValueOf(cms);
-    if (!value)
-        return value.error();
-    const auto token = requestTimeStamp(url, *value);
-    if (!token)
-        return token.error();
-    auto stamped = withTimeStamp(cms, *token);
-    if (!stamped)
-        return stamped.error();
-    cms = std::move(*stamped);
-    return {};
+base::Outcome stampSignature(CmsSignature& cms, const std::string& url) {
+    const auto token = requestTimeStamp(url, cms.value());
+    return token ? cms.addTimeStamp(*token) : token.error();
 }
 
 SignerFacts signerFactsOf(const Blob& cms) {

@@ -2,6 +2,7 @@
 
 #include "base/Result.h"
 #include "sign/StaticCode.h"
+#include "sign/cms/Cms.h"
 #include "sign/signature/RequirementCheck.h"
 
 #include <cstdint>
@@ -11,17 +12,15 @@
 
 namespace sign {
 
-struct Identity;
-
 /// What requirements ask about the certificates of an identity, the leaf first. Any thread.
 [[nodiscard]] std::vector<CertificateFacts> signingChain(const Identity& identity);
 
 /// The CMS over code directories, the primary one first, signed now. Any thread.
-[[nodiscard]] base::Result<Blob> makeSignature(const Identity& identity,
-                                               const std::vector<CodeDirectory>& directories);
+[[nodiscard]] base::Result<CmsSignature>
+makeSignature(const Identity& identity, const std::vector<CodeDirectory>& directories);
 
-/// Has the signature in `cms` stamped by the server at `url`. Waits for it; any thread.
-[[nodiscard]] base::Outcome stampSignature(Blob& cms, const std::string& url);
+/// Has the signature stamped by the server at `url`. Waits for it; any thread.
+[[nodiscard]] base::Outcome stampSignature(CmsSignature& cms, const std::string& url);
 
 /// What a description tells of a CMS, whether or not it is valid. Times are seconds since 1970.
 struct SignerFacts {

@@ -75,6 +75,9 @@ private:
             return made.error();
         if (auto stamped = stamp(jobs); !stamped)
             return stamped.error();
+        for (const auto& job : jobs)
+            if (auto encoded = job ? job->encodeCms() : base::Outcome(); !encoded)
+                return encoded.error();
         return jobs;
     }
 
@@ -96,7 +99,7 @@ private:
     base::Outcome stamp(const Jobs& jobs) const {
         if (options_.timestampUrl.empty())
             return {};
-        std::vector<Blob*> signatures;
+        std::vector<CmsSignature*> signatures;
         for (const auto& job : jobs)
             if (job)
                 std::ranges::move(job->stampable(), std::back_inserter(signatures));

@@ -1,7 +1,6 @@
 #include "sign/SigningJob.h"
 
 #include "sign/DesignatedCode.h"
-#include "sign/SignatureCms.h"
 #include "sign/bundle/FileTree.h"
 #include "sign/bundle/LooseSignature.h"
 #include "sign/bundle/ResourceSeal.h"
@@ -206,19 +205,32 @@ base::Outcome SigningJob::makeCms() {
             auto cms = makeSignature(*options_.identity, work.directories);
             if (!cms)
                 return cms.error();
-            work.cms = std::move(*cms);
+            work.made.emplace(std::move(*cms));
         }
     if (file_)
         file_->startWriteBack();
     return {};
 }
 
-std::vector<Blob*> SigningJob::stampable() {
-    std::vector<Blob*> all;
+std::vector<CmsSignature*> SigningJob::stampable() {
+    std::vector<CmsSignature*> all;
     for (Work& work : works_)
-        if (!work.cms.empty())
-            all.push_back(&work.cms);
+        if (work.made)
+            all.push_back(&*work.made);
     return all;
+}
+
+base::Outcome SigningJob::encodeCms() {
+    for (Work& work : works_) {
+        if (!work.made)
+            continue;
+        auto encoded = work.made->encoded();
+        if (!encoded)
+            return encoded.error();
+        work.cms = std::move(*encoded);
+        work.made.reset();
+    }
+    return {};
 }
 
 BlobMap SigningJob::blobsOf(const Work& work) const {

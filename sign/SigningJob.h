@@ -1,6 +1,7 @@
 #pragma once
 
 #include "sign/AsideFile.h"
+#include "sign/SignatureCms.h"
 #include "sign/SigningPlan.h"
 #include "sign/macho/SignatureRoom.h"
 #include "sign/signature/PageHashes.h"
@@ -39,7 +40,9 @@ public:
     /// The CMS of each signature, after the pages are hashed. Nothing to do if ad hoc.
     [[nodiscard]] base::Outcome makeCms();
     /// The CMS of each signature, to be stamped in place. Empty if ad hoc.
-    [[nodiscard]] std::vector<Blob*> stampable();
+    [[nodiscard]] std::vector<CmsSignature*> stampable();
+    /// The bytes of each CMS, after it was stamped. Nothing to do if ad hoc.
+    [[nodiscard]] base::Outcome encodeCms();
     /// The size that prepare() has to leave for the CMS if it does not fit.
     [[nodiscard]] std::optional<std::size_t> largerCmsSize() const;
     /// Writes the signatures and waits until all is on the disk. Changed if the code is not what it
@@ -59,6 +62,7 @@ private:
         std::uint64_t offset = 0; ///< of the slice in the new file
         BlobMap blobs;            ///< all but code directories and CMS
         std::vector<CodeDirectory> directories;
+        std::optional<CmsSignature> made; ///< until it is encoded
         Blob cms;
     };
 

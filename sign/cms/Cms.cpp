@@ -81,30 +81,17 @@ void nameHashInSet(Blob& cms) {
     cms.insert(set + without.size(), null.begin(), null.end());
 }
 
-base::Result<CmsOwner> decoded(base::Bytes cms) {
-    const unsigned char* at = cms.data();
-    CmsOwner handle(d2i_CMS_ContentInfo(nullptr, &at, static_cast<long>(cms.size())));
-    const STACK_OF(CMS_SignerInfo)* signers =
-        handle && OBJ_obj2nid(CMS_get0_type(handle.get())) == NID_pkcs7_signed
-            ? CMS_get0_SignerInfos(handle.get())
-            : nullptr;
-    if (signers == nullptr || sk_CMS_SignerInfo_num(signers) != 1) {
-        (void)openSslReason();
-        return base::Error{base::ErrorKind::Damaged,
-                           "The signature is no CMS of one signer. Sign the code again."};
-    }
-    return handle;
-}
-
 CMS_SignerInfo* signerOf(CMS_ContentInfo* cms) {
     return sk_CMS_SignerInfo_value(CMS_get0_SignerInfos(cms), 0);
 }
 
 } // namespace
 
-base::Result<Blob> makeCms(const Identity& identity, base::Bytes primaryDirectory,
-                           std::span<const DirectoryDigest> directories, std::int64_t signingTime) {
-    const CmsOwner cms(
+base::Result<CmsSignature> CmsSignature::make(const Identity& identity,
+                                              base::Bytes primaryDirectory,
+                                              std::span<const DirectoryDigest> directories,
+                                              std::int64_t signingTime) {
+    CmsOwner cms(
         CMS_sign(nullptr, nullptr, nullptr, nullptr, CMS_PARTIAL | CMS_DETACHED | CMS_BINARY));
     if (!cms)
         return failed("beginning");
@@ -121,30 +108,27 @@ base::Result<Blob> makeCms(const Identity& identity, base::Bytes primaryDirector
     if (CMS_final(cms.get(), content.get(), nullptr, CMS_DETACHED | CMS_BINARY) != 1)
         return failed("signing with the key of " + identity.label);
     nameAlgorithms(signer);
-    auto bytes = encoded(cms.get());
-    if (bytes)
-        nameHashInSet(*bytes);
-    return bytes;
+    return CmsSignature(std::move(cms));
 }
 
-base::Result<Blob> signatureValueOf(base::Bytes cms) {
-    auto handle = decoded(cms);
-    if (!handle)
-        return handle.error();
-    const ASN1_OCTET_STRING* value = CMS_SignerInfo_get0_signature(signerOf(handle->get()));
-    const unsigned char* bytes = ASN1_STRING_get0_data(value);
-    return Blob(bytes, bytes + ASN1_STRING_length(value));
+base::Bytes CmsSignature::value() const {
+    const ASN1_OCTET_STRING* value = CMS_SignerInfo_get0_signature(signerOf(handle_.get()));
+    return {ASN1_STRING_get0_data(value), static_cast<std::size_t>(ASN1_STRING_length(value))};
 }
 
-base::Result<Blob> withTimeStamp(base::Bytes cms, base::Bytes token) {
-    auto handle = decoded(cms);
-    if (!handle)
-        return handle.error();
-    if (CMS_unsigned_add1_attr_by_NID(signerOf(handle->get()), NID_id_smime_aa_timeStampToken,
+base::Outcome CmsSignature::addTimeStamp(base::Bytes token) {
+    if (CMS_unsigned_add1_attr_by_NID(signerOf(handle_.get()), NID_id_smime_aa_timeStampToken,
                                       V_ASN1_SEQUENCE, token.data(),
                                       static_cast<int>(token.size())) != 1)
         return failed("adding the time stamp");
-    return encoded(handle->get());
+    return {};
+}
+
+base::Result<Blob> CmsSignature::encoded() const {
+    auto bytes = sign::encoded(handle_.get());
+    if (bytes)
+        nameHashInSet(*bytes);
+    return bytes;
 }
 
 } // namespace sign

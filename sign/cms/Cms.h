@@ -18,17 +18,25 @@ struct DirectoryDigest {
     Digest digest; ///< in full, even of a type that is cut
 };
 
-/// Signs the primary code directory, without a time stamp. `signingTime` is in seconds since 1970.
-/// Any thread.
-[[nodiscard]] base::Result<Blob> makeCms(const Identity& identity, base::Bytes primaryDirectory,
-                                         std::span<const DirectoryDigest> directories,
-                                         std::int64_t signingTime);
+/// A CMS that is made here. Each on one thread at a time.
+class CmsSignature {
+public:
+    /// Signs the primary code directory. `signingTime` is in seconds since 1970. Any thread.
+    [[nodiscard]] static base::Result<CmsSignature>
+    make(const Identity& identity, base::Bytes primaryDirectory,
+         std::span<const DirectoryDigest> directories, std::int64_t signingTime);
 
-/// The bytes that a time stamp has to be asked for. Any thread.
-[[nodiscard]] base::Result<Blob> signatureValueOf(base::Bytes cms);
+    /// The bytes that a time stamp has to be asked for; valid as long as this object.
+    [[nodiscard]] base::Bytes value() const;
+    /// Puts a time stamp token (RFC 3161) beside the signature.
+    [[nodiscard]] base::Outcome addTimeStamp(base::Bytes token);
+    [[nodiscard]] base::Result<Blob> encoded() const;
 
-/// The CMS with a time stamp token (RFC 3161) beside its signature. Any thread.
-[[nodiscard]] base::Result<Blob> withTimeStamp(base::Bytes cms, base::Bytes token);
+private:
+    explicit CmsSignature(CmsOwner handle) : handle_(std::move(handle)) {}
+
+    CmsOwner handle_;
+};
 
 /// What a CMS says. Times are seconds since 1970.
 struct CmsFacts {

@@ -1,5 +1,6 @@
 #include "base/ByteReader.h"
 #include "sign/PropertyList.h"
+#include "sign/cms/CertificateCut.h"
 #include "sign/cms/Cms.h"
 #include "sign/cms/CmsAttributes.h"
 #include "sign/cms/TimeStamp.h"
@@ -24,9 +25,13 @@ base::Error wrong(std::string sentence) {
 class SignedMessage {
 public:
     static base::Result<SignedMessage> read(base::Bytes cms) {
-        const unsigned char* at = cms.data();
         SignedMessage message;
-        message.handle_.reset(d2i_CMS_ContentInfo(nullptr, &at, static_cast<long>(cms.size())));
+        auto cut = cutCertificates(cms);
+        if (cut) {
+            const unsigned char* at = cut->rest.data();
+            const auto size = static_cast<long>(cut->rest.size());
+            message.handle_.reset(d2i_CMS_ContentInfo(nullptr, &at, size));
+        }
         if (!message.handle_ ||
             OBJ_obj2nid(CMS_get0_type(message.handle_.get())) != NID_pkcs7_signed)
             return wrong("The signature is no CMS.");
@@ -34,7 +39,7 @@ public:
         if (signers == nullptr || sk_CMS_SignerInfo_num(signers) != 1)
             return wrong("The CMS has not exactly one signer.");
         message.signer_ = sk_CMS_SignerInfo_value(signers, 0);
-        message.takeCertificates();
+        message.certificates_ = std::move(cut->certificates);
         return message;
     }
 
@@ -82,18 +87,6 @@ public:
     }
 
 private:
-    void takeCertificates() {
-        struct FreeStack {
-            void operator()(STACK_OF(X509) * stack) const { sk_X509_pop_free(stack, X509_free); }
-        };
-        const std::unique_ptr<STACK_OF(X509), FreeStack> stack(CMS_get1_certs(handle_.get()));
-        for (int at = 0; stack && at < sk_X509_num(stack.get()); ++at) {
-            X509* certificate = sk_X509_value(stack.get(), at);
-            X509_up_ref(certificate);
-            certificates_.emplace_back(CertificateOwner(certificate));
-        }
-    }
-
     CmsOwner handle_;
     CMS_SignerInfo* signer_ = nullptr;
     std::vector<Certificate> certificates_;

@@ -1,5 +1,6 @@
 #include "sign/cms/TimeStamp.h"
 
+#include "sign/cms/BerElements.h"
 #include "sign/cms/TimeStampToken.h"
 
 #include <algorithm>
@@ -13,7 +14,7 @@ namespace sign {
 namespace {
 
 using RequestOwner = OpenSslOwner<TS_REQ, TS_REQ_free>;
-using ReplyOwner = OpenSslOwner<TS_RESP, TS_RESP_free>;
+using StatusOwner = OpenSslOwner<TS_STATUS_INFO, TS_STATUS_INFO_free>;
 using AlgorithmOwner = OpenSslOwner<X509_ALGOR, X509_ALGOR_free>;
 using ImprintOwner = OpenSslOwner<TS_MSG_IMPRINT, TS_MSG_IMPRINT_free>;
 using IntegerOwner = OpenSslOwner<ASN1_INTEGER, ASN1_INTEGER_free>;
@@ -84,8 +85,32 @@ RequestOwner requestFor(base::Bytes signatureValue) {
     return request;
 }
 
-/// Sends the request once. Null if nothing answers in time, or something that is no reply.
-ReplyOwner exchange(const Address& address, TS_REQ* request, int seconds) {
+/// A TimeStampResp, not checked yet.
+struct Reply {
+    long status = 0;
+    Blob token; ///< as it came; empty if there is none
+};
+
+std::optional<Reply> readReply(BIO* answer) {
+    Blob bytes(longestReply);
+    const int size = BIO_read(answer, bytes.data(), static_cast<int>(bytes.size()));
+    const auto whole = size > 0 ? firstElementIn({bytes.data(), std::size_t(size)}) : std::nullopt;
+    const auto parts = whole && whole->isSequence() ? elementsIn(whole->content) : std::nullopt;
+    if (!parts || parts->empty() || parts->size() > 2)
+        return std::nullopt;
+    const unsigned char* at = parts->front().whole.data();
+    const auto length = static_cast<long>(parts->front().whole.size());
+    const StatusOwner status(d2i_TS_STATUS_INFO(nullptr, &at, length));
+    if (!status)
+        return std::nullopt;
+    Reply reply{ASN1_INTEGER_get(TS_STATUS_INFO_get0_status(status.get())), {}};
+    if (parts->size() == 2)
+        reply.token.assign(parts->back().whole.begin(), parts->back().whole.end());
+    return reply;
+}
+
+/// Sends the request once. Absent if nothing answers in time, or something that is no reply.
+std::optional<Reply> exchange(const Address& address, TS_REQ* request, int seconds) {
     const Blob der = derOf(i2d_TS_REQ, request);
     BioOwner body(BIO_new(BIO_s_mem()));
     BIO_write(body.get(), der.data(), static_cast<int>(der.size()));
@@ -93,16 +118,18 @@ ReplyOwner exchange(const Address& address, TS_REQ* request, int seconds) {
         nullptr, address.host.c_str(), address.port.c_str(), address.path.c_str(), 0, nullptr,
         nullptr, nullptr, nullptr, nullptr, nullptr, 0, nullptr, "application/timestamp-query",
         body.get(), "application/timestamp-reply", 1, longestReply, seconds, 0));
-    ReplyOwner reply(answer ? d2i_TS_RESP_bio(answer.get(), nullptr) : nullptr);
+    std::optional<Reply> reply;
+    if (answer)
+        reply = readReply(answer.get());
     if (!reply)
         (void)openSslReason();
     return reply;
 }
 
-ReplyOwner exchangeInTries(const Address& address, TS_REQ* request) {
+std::optional<Reply> exchangeInTries(const Address& address, TS_REQ* request) {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point end = Clock::now() + std::chrono::seconds(secondsInAll);
-    ReplyOwner reply = exchange(address, request, secondsToAnswer);
+    auto reply = exchange(address, request, secondsToAnswer);
     for (int pause = 0; pause < tries - 1 && !reply; ++pause) {
         std::this_thread::sleep_for(firstPause * (1 << pause));
         const auto left = std::chrono::ceil<std::chrono::seconds>(end - Clock::now()).count();
@@ -120,21 +147,19 @@ base::Result<Blob> requestTimeStamp(const std::string& url, base::Bytes signatur
     if (!address)
         return address.error();
     const RequestOwner request = requestFor(signatureValue);
-    const ReplyOwner reply = exchangeInTries(*address, request.get());
+    auto reply = exchangeInTries(*address, request.get());
     if (!reply)
         return unavailable();
-    const long status =
-        ASN1_INTEGER_get(TS_STATUS_INFO_get0_status(TS_RESP_get_status_info(reply.get())));
-    PKCS7* token = TS_RESP_get_token(reply.get());
-    if (status != TS_STATUS_GRANTED && status != TS_STATUS_GRANTED_WITH_MODS)
+    if (reply->status != TS_STATUS_GRANTED && reply->status != TS_STATUS_GRANTED_WITH_MODS)
         return wrongReply(url, "it refuses the request");
-    if (token == nullptr || PKCS7_type_is_signed(token) != 1)
+    const Pkcs7Owner token = decodedToken(reply->token);
+    if (!token)
         return wrongReply(url, "it holds no token");
     const std::string fault =
-        faultOfToken(token, signatureValue, TS_REQ_get_nonce(request.get()), TokenRoots::Any);
+        faultOfToken(token.get(), signatureValue, TS_REQ_get_nonce(request.get()), TokenRoots::Any);
     if (!fault.empty())
         return wrongReply(url, fault);
-    return derOf(i2d_PKCS7, token);
+    return std::move(reply->token);
 }
 
 } // namespace sign

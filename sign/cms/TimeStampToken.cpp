@@ -1,5 +1,6 @@
 #include "sign/cms/TimeStampToken.h"
 
+#include "sign/cms/CertificateCut.h"
 #include "sign/cms/TimeStamp.h"
 #include "sign/identity/CertificateChain.h"
 #include "sign/identity/TrustedRoots.h"
@@ -59,17 +60,22 @@ bool isVerified(PKCS7* token, TokenRoots roots, const TS_TST_INFO* content, cons
     return TS_RESP_verify_token(context.get(), token) == 1;
 }
 
-base::Result<Pkcs7Owner> decodedToken(base::Bytes token) {
-    const unsigned char* at = token.data();
-    Pkcs7Owner decoded(d2i_PKCS7(nullptr, &at, static_cast<long>(token.size())));
-    if (!decoded || PKCS7_type_is_signed(decoded.get()) != 1) {
+} // namespace
+
+Pkcs7Owner decodedToken(base::Bytes token) {
+    const auto cut = cutCertificates(token);
+    const unsigned char* at = cut ? cut->rest.data() : nullptr;
+    Pkcs7Owner decoded(cut ? d2i_PKCS7(nullptr, &at, static_cast<long>(cut->rest.size()))
+                           : nullptr);
+    bool isWhole = decoded && PKCS7_type_is_signed(decoded.get()) == 1;
+    for (std::size_t index = 0; isWhole && index < cut->certificates.size(); ++index)
+        isWhole = PKCS7_add_certificate(decoded.get(), cut->certificates[index].handle()) == 1;
+    if (!isWhole) {
         (void)openSslReason();
-        return wrong("it is malformed");
+        decoded.reset();
     }
     return decoded;
 }
-
-} // namespace
 
 std::int64_t timeOf(const TS_TST_INFO* content) {
     std::tm parts{};
@@ -112,10 +118,10 @@ std::string faultOfToken(PKCS7* token, base::Bytes signatureValue, const ASN1_IN
 }
 
 std::optional<std::int64_t> timeOfToken(base::Bytes token) {
-    auto decoded = decodedToken(token);
+    const Pkcs7Owner decoded = decodedToken(token);
     if (!decoded)
         return std::nullopt;
-    const TimeStampContentOwner content(PKCS7_to_TS_TST_INFO(decoded->get()));
+    const TimeStampContentOwner content(PKCS7_to_TS_TST_INFO(decoded.get()));
     if (!content) {
         (void)openSslReason();
         return std::nullopt;
@@ -125,14 +131,14 @@ std::optional<std::int64_t> timeOfToken(base::Bytes token) {
 
 base::Result<std::int64_t> checkToken(base::Bytes token, base::Bytes signatureValue,
                                       const Certificate& codeRoot) {
-    auto decoded = decodedToken(token);
+    const Pkcs7Owner decoded = decodedToken(token);
     if (!decoded)
-        return decoded.error();
+        return wrong("it is malformed");
     const TokenRoots roots = countsAsAppleRoot(codeRoot) ? TokenRoots::Apple : TokenRoots::Any;
-    if (const std::string fault = faultOfToken(decoded->get(), signatureValue, nullptr, roots);
+    if (const std::string fault = faultOfToken(decoded.get(), signatureValue, nullptr, roots);
         !fault.empty())
         return wrong(fault);
-    const TimeStampContentOwner content(PKCS7_to_TS_TST_INFO(decoded->get()));
+    const TimeStampContentOwner content(PKCS7_to_TS_TST_INFO(decoded.get()));
     return timeOf(content.get());
 }
 

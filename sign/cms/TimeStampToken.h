@@ -17,6 +17,9 @@ enum class TokenRoots {
     Apple, ///< those that count as Apple's; that the token holds one is not enough
 };
 
+/// A token in DER; null if it is none. Any thread.
+[[nodiscard]] Pkcs7Owner decodedToken(base::Bytes token);
+
 /// Empty if it is fine; else why it is not. `token` is checked against the bytes of a signature,
 /// and against the nonce if there is one.
 [[nodiscard]] std::string faultOfToken(PKCS7* token, base::Bytes signatureValue,

@@ -31,8 +31,12 @@ std::vector<DirectoryDigest> bothDirectories() {
     return {digestWith(HashType::Sha1, directory), digestWith(HashType::Sha256, alternate)};
 }
 
+CmsSignature signatureBy(const Identity& identity, std::int64_t time = std::time(nullptr)) {
+    return *CmsSignature::make(identity, base::bytesOf(directory), bothDirectories(), time);
+}
+
 Blob cmsBy(const Identity& identity, std::int64_t time = std::time(nullptr)) {
-    return *makeCms(identity, base::bytesOf(directory), bothDirectories(), time);
+    return *signatureBy(identity, time).encoded();
 }
 
 Identity usualIdentity() {
@@ -41,10 +45,11 @@ Identity usualIdentity() {
 }
 
 /// With a token over `stamped`, or over its own signature if that is empty.
-Blob stamp(const Blob& cms, const Issued& clock, const std::vector<Certificate>& issuers,
+Blob stamp(CmsSignature cms, const Issued& clock, const std::vector<Certificate>& issuers,
            const Blob& stamped = {}) {
-    const Blob bytes = stamped.empty() ? *signatureValueOf(cms) : stamped;
-    return *withTimeStamp(cms, tokenOf({.imprint = sha256Of(bytes)}, clock, issuers));
+    const base::Bytes bytes = stamped.empty() ? cms.value() : stamped;
+    EXPECT_TRUE(cms.addTimeStamp(tokenOf({.imprint = sha256Of(bytes)}, clock, issuers)));
+    return *cms.encoded();
 }
 
 /// Signed by openssl's own means, without the attributes that name the directories.
@@ -78,7 +83,8 @@ private:
 TEST_F(CmsTest, SaysWhoSignedAndWhen) {
     const std::int64_t time = std::time(nullptr) - 1000;
     const Blob plain = cmsBy(usualIdentity(), time);
-    const Blob stamped = stamp(plain, made.clock, {made.root.certificate});
+    const Blob stamped =
+        stamp(signatureBy(usualIdentity(), time), made.clock, {made.root.certificate});
     const auto facts = checkCms(stamped, base::bytesOf(directory), bothDirectories());
     ASSERT_TRUE(facts) << facts.error().sentence;
     EXPECT_EQ(facts->chain, usualIdentity().chain);
@@ -122,8 +128,9 @@ TEST_F(CmsTest, NoticesWhatIsWrong) {
     const Issued another = issue("Not For Code", &made.middle, forTime);
     const std::int64_t now = std::time(nullptr);
     const std::vector<Certificate> issuers = {made.middle.certificate, made.root.certificate};
-    const Blob good = cmsBy(usualIdentity());
-    const Blob value = *signatureValueOf(good);
+    const CmsSignature signature = signatureBy(usualIdentity());
+    const Blob good = *signature.encoded();
+    const Blob value(signature.value().begin(), signature.value().end());
     Blob altered = good;
     placeOf(value, altered)[40] ^= 1U;
 
@@ -149,15 +156,18 @@ TEST_F(CmsTest, NoticesWhatIsWrong) {
         {"expired now, not then", cmsBy(identityOf(usedUp, issuers), now - 7 * day), ""},
         {"expired then", cmsBy(identityOf(usedUp, issuers), now - 2 * day), "was not valid"},
         {"the secure time counts",
-         stamp(cmsBy(identityOf(usedUp, issuers), now - 7 * day), made.clock, issuers),
+         stamp(signatureBy(identityOf(usedUp, issuers), now - 7 * day), made.clock, issuers),
          "was not valid"},
         {"the future", cmsBy(usualIdentity(), now + day), "in the future"},
-        {"a stamp of other bytes", stamp(good, made.clock, issuers, Blob{1, 2, 3}),
+        {"a stamp of other bytes",
+         stamp(signatureBy(usualIdentity()), made.clock, issuers, Blob{1, 2, 3}),
          "time stamp is not valid"},
         {"a clock of another root, beside Apple's",
-         stamp(good, made.otherClock, {made.otherRoot.certificate, made.root.certificate}),
+         stamp(signatureBy(usualIdentity()), made.otherClock,
+               {made.otherRoot.certificate, made.root.certificate}),
          "time stamp is not valid"},
-        {"a clock for code", stamp(good, made.leaf, issuers), "time stamp is not valid"},
+        {"a clock for code", stamp(signatureBy(usualIdentity()), made.leaf, issuers),
+         "time stamp is not valid"},
         {"no CMS", Blob{0x30, 0x03, 0x02, 0x01, 0x01}, "no CMS"},
     };
     for (const Case& each : cases) {
@@ -174,7 +184,7 @@ TEST_F(CmsTest, NoticesWhatIsWrong) {
 TEST_F(CmsTest, TakesAnyRootOfAClockForCodeThatIsNotApples) {
     const Issued leaf = issue("Self Made: Jo (LOCAL)", nullptr, forCode);
     const Blob cms =
-        stamp(cmsBy(identityOf(leaf, {})), made.otherClock, {made.otherRoot.certificate});
+        stamp(signatureBy(identityOf(leaf, {})), made.otherClock, {made.otherRoot.certificate});
     const auto checked = checkCms(cms, base::bytesOf(directory), bothDirectories());
     EXPECT_TRUE(checked) << checked.error().sentence;
 }
