@@ -1,138 +1,193 @@
 #include "sign/Signer.h"
 
 #include "sign/Description.h"
-#include "sign/ForEach.h"
 #include "sign/OpenFiles.h"
 #include "sign/SignatureCms.h"
 #include "sign/SigningJob.h"
+#include "sign/TaskLanes.h"
 #include "sign/bundle/NestedCode.h"
 
 #include <algorithm>
+#include <atomic>
+#include <deque>
 #include <mutex>
+#include <unordered_map>
 
 namespace sign {
 namespace {
 
-/// Syncing waits for the disk and not for the processor: the more wait together, the better.
-constexpr unsigned syncingThreads = 32;
+/// How many threads may wait for the time stamp server or for the disk at once.
+constexpr unsigned waitingThreads = 512;
 
-/// How many requests may wait for the time stamp server at once.
-constexpr unsigned stampingThreads = 512;
-
-/// Signs code objects that do not hold each other, all at once.
-class BatchSigner {
+/// Signs the code objects of a package. Each begins as soon as all in it are signed; so one waits
+/// for its time stamp or for the disk while others are hashed.
+class PackageSigner {
 public:
-    BatchSigner(const SigningOptions& options, const SigningObserver& observer)
-        : options_(options), observer_(observer) {}
+    PackageSigner(std::vector<CodeObject> objects, const SigningOptions& options,
+                  const SigningObserver& observer)
+        : options_(options), observer_(observer), operand_(objects.back().path),
+          lanes_(options.threads, waitingThreads) {
+        for (CodeObject& object : objects)
+            items_.emplace_back(std::move(object));
+        findContainers();
+    }
 
-    base::Outcome sign(const std::vector<CodeObject>& objects, const std::string& operand) {
-        cmsSizes_.assign(objects.size(), SigningJob::usualCmsSize);
-        auto jobs = make(objects, operand);
-        if (!jobs)
-            return jobs.error();
-        for (unsigned attempt = 0; attempt < mostAttempts && growRooms(*jobs); ++attempt) {
-            jobs->clear();
-            if (jobs = make(objects, operand); !jobs)
-                return jobs.error();
-        }
-        if (auto finished = forEach(jobs->size(), std::max(options_.threads, syncingThreads),
-                                    [&](std::size_t at) { return finish((*jobs)[at].get()); });
-            !finished)
-            return finished;
-        return commit(*jobs);
+    base::Outcome sign() {
+        for (Item& item : items_)
+            if (item.unsignedParts == 0)
+                ready_.push_back(&item);
+        startReady();
+        return lanes_.run();
     }
 
 private:
-    using Jobs = std::vector<std::unique_ptr<SigningJob>>;
+    struct Item {
+        explicit Item(CodeObject named) : object(std::move(named)) {}
+
+        CodeObject object;
+        Item* container = nullptr;
+        std::size_t unsignedParts = 0;
+        std::size_t cmsSize = SigningJob::usualCmsSize;
+        unsigned attempts = 0;
+        std::unique_ptr<SigningJob> job{};
+        std::vector<PageJob> pages{};
+        std::atomic<std::size_t> left = 0; ///< runs of pages, then time stamps
+        std::optional<SignedCode> signedCode{};
+        bool isDone = false;
+    };
     static constexpr unsigned mostAttempts = 3;
 
-    base::Result<Jobs> make(const std::vector<CodeObject>& objects, const std::string& operand) {
-        Jobs jobs(objects.size());
-        const auto bundles = std::ranges::count(objects, true, &CodeObject::isBundle);
-        // Few bundles: each seals with all threads; many: each thread seals one.
-        const bool manyBundles = bundles >= std::ptrdiff_t(options_.threads);
-        const unsigned outer = bundles == 0 || manyBundles ? options_.threads : 1;
-        const auto prepare = [&](std::size_t at) {
-            const bool isOperand = objects[at].path == operand;
-            const bool isFirst = cmsSizes_[at] == SigningJob::usualCmsSize;
-            return prepareOne(jobs[at], objects[at].path,
-                              {isOperand, manyBundles ? 1 : options_.threads, cmsSizes_[at],
-                               isOperand && isFirst ? observer_.replacesSignature : nullptr,
-                               [this](const std::string& sentence) { warn(sentence); }});
-        };
-        if (auto prepared = forEach(objects.size(), outer, prepare); !prepared)
-            return prepared.error();
-        std::vector<PageJob> pages;
-        for (const auto& job : jobs)
-            if (job)
-                job->addPages(pages);
-        if (auto hashed = hashPages(pages, options_.threads); !hashed)
-            return hashed.error();
-        const auto makeCms = [&jobs](std::size_t at) {
-            return jobs[at] ? jobs[at]->makeCms() : base::Outcome();
-        };
-        if (auto made = forEach(jobs.size(), options_.threads, makeCms); !made)
-            return made.error();
-        if (auto stamped = stamp(jobs); !stamped)
-            return stamped.error();
-        for (const auto& job : jobs)
-            if (auto encoded = job ? job->encodeCms() : base::Outcome(); !encoded)
-                return encoded.error();
-        return jobs;
+    /// An object's container is the nearest folder around it that is an object too.
+    void findContainers() {
+        std::unordered_map<std::string_view, Item*> byPath;
+        for (Item& item : items_)
+            byPath.emplace(item.object.path, &item);
+        for (Item& item : items_) {
+            std::string_view folder = item.object.path;
+            for (std::size_t slash = folder.rfind('/');
+                 slash != std::string_view::npos && item.container == nullptr;
+                 slash = folder.rfind('/')) {
+                folder = folder.substr(0, slash);
+                if (const auto found = byPath.find(folder); found != byPath.end())
+                    item.container = found->second;
+            }
+            if (item.container != nullptr)
+                ++item.container->unsignedParts;
+        }
     }
 
-    base::Outcome prepareOne(std::unique_ptr<SigningJob>& job, const std::string& path,
-                             const SigningJob::Preparing& preparing) const {
-        auto prepared = SigningJob::prepare(path, options_, preparing);
-        if (prepared) {
-            job = std::move(*prepared);
+    /// Begins what is ready, as far as there may be open files. Any thread.
+    void startReady() {
+        const std::lock_guard lock(mutex_);
+        for (; open_ < mostOpen_ && !ready_.empty(); ready_.pop_front(), ++open_) {
+            Item* item = ready_.front();
+            const bool isContainer = item->object.isBundle;
+            const auto start = [this, item] { return prepare(*item); };
+            // What others wait for goes first.
+            isContainer ? lanes_.workFirst(start) : lanes_.work(start);
+        }
+    }
+
+    base::Outcome prepare(Item& item) {
+        const bool isOperand = item.object.path == operand_;
+        const auto replaces =
+            isOperand && item.attempts == 0 ? observer_.replacesSignature : nullptr;
+        auto job = SigningJob::prepare(item.object.path, options_,
+                                       {isOperand, options_.threads, item.cmsSize, replaces,
+                                        [this](const std::string& sentence) { warn(sentence); }});
+        if (!job) {
+            // Nested code that is signed already keeps its signature.
+            const bool isKept =
+                job.error().kind == base::ErrorKind::Conflict && !isOperand && !options_.force;
+            if (!isKept)
+                return job.error();
+            lanes_.call([this, &item] { return conclude(item); });
             return {};
         }
-        // Nested code that is signed already keeps its signature.
-        if (prepared.error().kind == base::ErrorKind::Conflict && !preparing.isOperand &&
-            !options_.force)
+        item.job = std::move(*job);
+        return hash(item);
+    }
+
+    base::Outcome hash(Item& item) {
+        item.pages.clear();
+        item.job->addPages(item.pages);
+        const std::vector<PageRun> runs = runsOf(item.pages);
+        item.left = std::max<std::size_t>(runs.size(), 1);
+        for (std::size_t at = 1; at < runs.size(); ++at)
+            lanes_.workFirst([this, &item, run = runs[at]] { return hashOne(item, &run); });
+        return hashOne(item, runs.empty() ? nullptr : runs.data());
+    }
+
+    base::Outcome hashOne(Item& item, const PageRun* run) {
+        if (auto hashed = run != nullptr ? hashRun(*run) : base::Outcome(); !hashed)
+            return hashed;
+        if (--item.left != 0)
             return {};
-        return prepared.error();
+        if (auto made = item.job->makeCms(); !made)
+            return made;
+        return stamp(item);
     }
 
     /// Asks for all time stamps at once: what takes time is the way to the server and back.
-    base::Outcome stamp(const Jobs& jobs) const {
-        if (options_.timestampUrl.empty())
-            return {};
+    base::Outcome stamp(Item& item) {
         std::vector<CmsSignature*> signatures;
-        for (const auto& job : jobs)
-            if (job)
-                std::ranges::move(job->stampable(), std::back_inserter(signatures));
-        return forEach(signatures.size(), stampingThreads, [&](std::size_t at) {
-            return stampSignature(*signatures[at], options_.timestampUrl);
-        });
+        if (!options_.timestampUrl.empty())
+            signatures = item.job->stampable();
+        item.left = signatures.size();
+        if (signatures.empty())
+            lanes_.wait([this, &item] { return finish(item); });
+        for (CmsSignature* signature : signatures)
+            lanes_.wait([this, &item, signature]() -> base::Outcome {
+                if (auto stamped = stampSignature(*signature, options_.timestampUrl); !stamped)
+                    return stamped;
+                return --item.left == 0 ? finish(item) : base::Outcome();
+            });
+        return {};
     }
 
-    /// Whether a CMS is larger than what was left for it; there will be enough the next time.
-    bool growRooms(const Jobs& jobs) {
-        bool grown = false;
-        for (std::size_t at = 0; at < jobs.size(); ++at)
-            if (const auto size = jobs[at] ? jobs[at]->largerCmsSize() : std::nullopt) {
-                cmsSizes_[at] = *size;
-                grown = true;
-            }
-        return grown;
-    }
-
-    static base::Outcome finish(SigningJob* job) {
-        return job != nullptr ? job->finish() : base::Outcome();
-    }
-
-    base::Outcome commit(const Jobs& jobs) const {
-        for (const auto& job : jobs) {
-            if (!job)
-                continue;
-            if (auto done = job->commit(); !done)
-                return done;
-            if (observer_.isSigned)
-                observer_.isSigned(
-                    {job->code().path(), formatOf(job->code()), job->plan().identifier});
+    base::Outcome finish(Item& item) {
+        if (auto encoded = item.job->encodeCms(); !encoded)
+            return encoded;
+        // A CMS that is larger than what was left for it gets enough the next time.
+        if (const auto size = item.job->largerCmsSize(); size && ++item.attempts < mostAttempts) {
+            item.cmsSize = *size;
+            lanes_.workFirst([this, &item] { return prepare(item); });
+            return {};
         }
+        if (auto finished = item.job->finish(); !finished)
+            return finished;
+        lanes_.call([this, &item] { return commit(item); });
+        return {};
+    }
+
+    base::Outcome commit(Item& item) {
+        if (auto done = item.job->commit(); !done)
+            return done;
+        if (observer_.isSigned)
+            item.signedCode = {item.job->code().path(), formatOf(item.job->code()),
+                               item.job->plan().identifier};
+        // To close a file that has no name any more takes long.
+        lanes_.wait([job = std::shared_ptr(std::move(item.job))]() mutable -> base::Outcome {
+            job.reset();
+            return {};
+        });
+        return conclude(item);
+    }
+
+    /// Tells of the objects in the order of the plan.
+    base::Outcome conclude(Item& item) {
+        item.isDone = true;
+        for (; concluded_ < items_.size() && items_[concluded_].isDone; ++concluded_)
+            if (const auto& code = items_[concluded_].signedCode)
+                observer_.isSigned(*code);
+        {
+            const std::lock_guard lock(mutex_);
+            --open_;
+            Item* container = item.container;
+            if (container != nullptr && --container->unsignedParts == 0)
+                ready_.push_front(container);
+        }
+        startReady();
         return {};
     }
 
@@ -144,8 +199,15 @@ private:
 
     const SigningOptions& options_;
     const SigningObserver& observer_;
-    std::vector<std::size_t> cmsSizes_;
+    std::string operand_;
+    std::deque<Item> items_; ///< inside out
+    std::size_t concluded_ = 0;
+    const std::size_t mostOpen_ = std::min<std::size_t>(mostOpenObjects(), waitingThreads);
+    std::mutex mutex_; ///< for the three below
+    std::deque<Item*> ready_;
+    std::size_t open_ = 0;
     std::mutex warning_;
+    TaskLanes lanes_;
 };
 
 } // namespace
@@ -159,17 +221,7 @@ base::Outcome sign(const std::string& path, const SigningOptions& options,
             return plan.error();
         objects = std::move(*plan);
     }
-    const std::string operand = objects.back().path;
-    const std::size_t most = mostOpenObjects();
-    for (auto at = objects.begin(); at != objects.end();) {
-        auto end = std::ranges::find_if(
-            at, objects.end(), [&](const CodeObject& one) { return one.depth != at->depth; });
-        end = at + std::min(end - at, std::ptrdiff_t(most));
-        if (auto done = BatchSigner(options, observer).sign({at, end}, operand); !done)
-            return done;
-        at = end;
-    }
-    return {};
+    return PackageSigner(std::move(objects), options, observer).sign();
 }
 
 } // namespace sign

@@ -26,8 +26,22 @@ struct PageJob {
     std::vector<PageTarget> targets;
 };
 
-/// Hashes the pages of all jobs on `threads` threads; reads every byte once, whatever the number of
-/// targets. Needs 256 KiB a thread.
+/// What one thread takes of a job at once: enough that no two threads write into one small file,
+/// and little enough that no thread is busy for long when the others have nothing left.
+struct PageRun {
+    const PageJob* job;
+    std::uint64_t offset;
+    std::uint64_t size;
+};
+
+/// The runs of all jobs, which have to outlive them.
+[[nodiscard]] std::vector<PageRun> runsOf(const std::vector<PageJob>& jobs);
+
+/// Hashes the pages of one run; reads every byte once, whatever the number of targets. Needs 256
+/// KiB. Any thread, others of the same job at once.
+[[nodiscard]] base::Outcome hashRun(const PageRun& run);
+
+/// Does so for all runs of all jobs on `threads` threads.
 [[nodiscard]] base::Outcome hashPages(const std::vector<PageJob>& jobs, unsigned threads);
 
 } // namespace sign
