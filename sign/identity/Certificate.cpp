@@ -5,7 +5,9 @@
 
 #include <array>
 #include <ctime>
+#include <mutex>
 #include <openssl/x509v3.h>
+#include <unordered_set>
 
 #include <openssl/pem.h>
 
@@ -61,6 +63,30 @@ std::string dotted(const ASN1_OBJECT* object) {
     std::array<char, 128> text{};
     const int size = OBJ_obj2txt(text.data(), static_cast<int>(text.size()), object, 1);
     return size > 0 && static_cast<std::size_t>(size) < text.size() ? std::string(text.data()) : "";
+}
+
+/// Pairs of which one has signed the other: each code object of a package brings the same ones.
+class IssuedCertificates {
+public:
+    bool contains(const std::string& pair) {
+        const std::lock_guard lock(mutex_);
+        return pairs_.contains(pair);
+    }
+    void add(const std::string& pair) {
+        constexpr std::size_t most = 256;
+        const std::lock_guard lock(mutex_);
+        if (pairs_.size() >= most)
+            pairs_.clear();
+        pairs_.insert(pair);
+    }
+
+private:
+    std::mutex mutex_;
+    std::unordered_set<std::string> pairs_;
+};
+
+std::string textOf(const Blob& bytes) {
+    return std::string(base::textOf(bytes));
 }
 
 } // namespace
@@ -125,13 +151,19 @@ bool Certificate::isSelfIssued() const {
 }
 
 bool Certificate::isIssuedBy(const Certificate& issuer) const {
+    static IssuedCertificates known;
+    const std::string pair = textOf(der()) + textOf(issuer.der());
+    if (known.contains(pair))
+        return true;
     // One that has signed itself need not be allowed to sign others.
     const bool mayBeIssuer =
         *this == issuer || (X509_check_issued(issuer.handle(), handle()) == X509_V_OK &&
                             X509_check_ca(issuer.handle()) > 0);
     const bool isIssuer =
         mayBeIssuer && X509_verify(handle(), X509_get0_pubkey(issuer.handle())) == 1;
-    if (!isIssuer)
+    if (isIssuer)
+        known.add(pair);
+    else
         (void)openSslReason();
     return isIssuer;
 }
