@@ -24,7 +24,8 @@ FaultCode faultOfSlot(std::uint32_t number) {
 }
 
 /// The first slot whose hash is not that of what it stands for.
-std::optional<std::uint32_t> wrongSlot(const CodeDirectory& directory, const BlobMap& components) {
+std::optional<std::uint32_t> wrongSlot(const CodeDirectory& directory,
+                                       const std::map<std::uint32_t, base::Bytes>& components) {
     std::uint32_t last = directory.facts().specialCount;
     for (const auto& [number, bytes] : components)
         if (number < slot::firstAlternate)
@@ -112,12 +113,13 @@ base::Outcome CodeCheck::checkSlice(std::size_t index) {
 }
 
 base::Outcome CodeCheck::checkSlots(Slice& slice, std::size_t index) {
-    BlobMap components = slice.parts.components;
-    auto info = code_->infoPlist(index);
+    std::map<std::uint32_t, base::Bytes> components(slice.parts.components.begin(),
+                                                    slice.parts.components.end());
+    const auto info = code_->infoPlist(index);
     if (!info)
         return info.error();
     if (*info)
-        components.emplace(slot::infoPlist, std::move(**info));
+        components.emplace(slot::infoPlist, **info);
     if (index == 0) {
         auto seal = code_->seal();
         if (!seal)

@@ -15,6 +15,8 @@ namespace {
 class XmlWriter {
 public:
     std::string take(const PropertyValue& value) {
+        // Memory that is never written takes no place; a text that grows takes twice its own.
+        text_.reserve(headSize + mostSizeOf(value, 0));
         text_ = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
                 "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
                 "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
@@ -25,6 +27,24 @@ public:
     }
 
 private:
+    /// Enough for most values; a text full of what is escaped grows later.
+    static constexpr std::size_t headSize = 256;
+    static std::size_t mostSizeOf(const PropertyValue& value, std::size_t depth) {
+        constexpr std::size_t ofTags = 40;
+        std::size_t size = ofTags + 2 * depth;
+        if (const PropertyDictionary* dictionary = value.dictionary())
+            for (const auto& [key, inner] : *dictionary)
+                size += ofTags + key.size() + depth + mostSizeOf(inner, depth + 1);
+        else if (const PropertyArray* array = value.array())
+            for (const PropertyValue& inner : *array)
+                size += mostSizeOf(inner, depth + 1);
+        else if (const PropertyData* data = value.data())
+            size += 2 * data->size();
+        else if (const std::string* text = value.string())
+            size += text->size();
+        return size;
+    }
+
     void write(const PropertyValue& value, unsigned depth) {
         std::visit([&](const auto& kind) { writeKind(kind, depth); }, value.kinds());
     }

@@ -1,5 +1,6 @@
 #include "sign/SigningJob.h"
 
+#include "base/ByteReader.h"
 #include "sign/DesignatedCode.h"
 #include "sign/bundle/FileTree.h"
 #include "sign/bundle/LooseSignature.h"
@@ -78,7 +79,7 @@ base::Outcome SigningJob::makeBundleSeal(const Preparing& preparing) {
         if (preparing.warns)
             preparing.warns(path + " is no code, but lies in a folder for code. It is sealed as "
                                    "data; move it to Resources.");
-    seal_ = std::move(seal->bytes);
+    seal_ = std::move(seal->xml);
     return {};
 }
 
@@ -129,11 +130,11 @@ base::Outcome SigningJob::prepareWork(Work& work, std::size_t index, std::size_t
     const auto info = code_.infoPlist(index);
     if (!info)
         return info.error();
-    BlobMap hashed = work.blobs;
+    std::map<std::uint32_t, base::Bytes> hashed(work.blobs.begin(), work.blobs.end());
     if (*info)
         hashed.emplace(slot::infoPlist, **info);
     if (seal_)
-        hashed.emplace(slot::resources, *seal_);
+        hashed.emplace(slot::resources, base::bytesOf(*seal_));
     DirectoryFacts facts = factsOf(work);
     facts.specialCount = hashed.rbegin()->first;
     std::vector<HashType> types{HashType::Sha256};
@@ -282,7 +283,7 @@ base::Outcome SigningJob::finish() {
         if (!file)
             return file.error();
         sealFile_.emplace(std::move(*file));
-        for (const auto& step : {sealFile_->write(*seal_, 0), sealFile_->sync()})
+        for (const auto& step : {sealFile_->write(base::bytesOf(*seal_), 0), sealFile_->sync()})
             if (!step)
                 return step;
     }
@@ -313,7 +314,7 @@ base::Outcome SigningJob::commitLoose() {
     loose.entitlements = part(slot::entitlements);
     loose.entitlementsDer = part(slot::entitlementsDer);
     loose.cms = work.cms;
-    return writeLooseSignature(*code_.bundle(), loose, *seal_);
+    return writeLooseSignature(*code_.bundle(), loose, base::bytesOf(*seal_));
 }
 
 } // namespace sign

@@ -79,7 +79,7 @@ private:
     StaticCode code_;
     SigningPlan plan_;
     const SigningOptions& options_;
-    std::optional<Blob> seal_;
+    std::optional<std::string> seal_;
     std::vector<Work> works_;
     UniversalLayout layout_;
     std::optional<AsideFile> file_;

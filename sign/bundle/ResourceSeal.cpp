@@ -46,13 +46,8 @@ public:
         const auto oldRules = SealRules::read(version1, bundle_, bundle_.path);
         if (!rules || !oldRules)
             return rules ? oldRules.error() : rules.error();
-        const auto items = sealItems(bundle_, *rules);
-        if (!items)
-            return items.error();
-        for (const SealItem& item : *items) {
-            if (auto added = add(item, *oldRules); !added)
-                return added.error();
-        }
+        if (auto added = addItems(*rules, *oldRules); !added)
+            return added.error();
         if (auto hashed = addHashes(); !hashed)
             return hashed.error();
         PropertyDictionary seal;
@@ -60,18 +55,30 @@ public:
         seal.emplace_back("files2", std::move(files_));
         seal.emplace_back("rules", version1);
         seal.emplace_back("rules2", standard);
-        const std::string xml = applePropertyListXml(std::move(seal));
-        result_.bytes.assign(xml.begin(), xml.end());
+        result_.xml = applePropertyListXml(std::move(seal));
         return std::move(result_);
     }
 
 private:
-    /// A plain file, between its listing and its hashes.
+    /// The rules for a plain file, between its listing and its hashes.
     struct Waiting {
-        std::string name;
         std::optional<SealRule> rule;
         std::optional<SealRule> oldRule;
     };
+
+    base::Outcome addItems(const SealRules& rules, const SealRules& oldRules) {
+        const auto items = sealItems(bundle_, rules);
+        if (!items)
+            return items.error();
+        // A vector that grows takes twice its memory for a while.
+        hashes_.reserve(items->size());
+        waiting_.reserve(items->size());
+        for (const SealItem& item : *items) {
+            if (auto added = add(item, oldRules); !added)
+                return added;
+        }
+        return {};
+    }
 
     base::Outcome add(const SealItem& item, const SealRules& oldRules) {
         if (auto sealable = checkSealable(bundle_, item); !sealable)
@@ -99,7 +106,7 @@ private:
         if (item.kind == SealItemKind::Bundle || (isCode && !isOld))
             return {};
         hashes_.push_back({path, item.size, isOld || making_.withSha1, item.isSealed() && !isCode});
-        waiting_.push_back({item.path, item.isSealed() && !isCode ? item.rule : std::nullopt,
+        waiting_.push_back({item.isSealed() && !isCode ? item.rule : std::nullopt,
                             isOld ? oldRule : std::nullopt});
         return {};
     }
@@ -133,41 +140,45 @@ private:
     base::Outcome addHashes() {
         if (auto hashed = hashFiles(hashes_, making_.threads); !hashed)
             return hashed;
+        files_.reserve(files_.size() + waiting_.size());
         for (std::size_t index = 0; index < waiting_.size(); ++index) {
             const FileHashes& hashes = hashes_[index];
-            Waiting& file = waiting_[index];
+            const Waiting& file = waiting_[index];
             if (hashes.isMissing)
                 return base::Error{base::ErrorKind::Changed,
                                    "\"" + base::printable(hashes.path) +
                                        "\" went away while the package was signed. Try again when "
                                        "nothing writes to the package."};
+            std::string name = hashes.path.substr(bundle_.codeRoot.size() + 1);
             if (file.oldRule)
-                addOldEntry(file, hashes);
+                addOldEntry(name, *file.oldRule, hashes);
             if (file.rule)
-                addEntry(file, hashes);
+                addEntry(std::move(name), *file.rule, hashes);
         }
+        hashes_ = {};
+        waiting_ = {};
         return {};
     }
 
-    void addOldEntry(const Waiting& file, const FileHashes& hashes) {
-        if (!file.oldRule->optional) {
-            oldFiles_.emplace_back(file.name, dataOf(hashes.sha1));
+    void addOldEntry(const std::string& name, const SealRule& rule, const FileHashes& hashes) {
+        if (!rule.optional) {
+            oldFiles_.emplace_back(name, dataOf(hashes.sha1));
             return;
         }
         PropertyDictionary entry;
         entry.emplace_back("hash", dataOf(hashes.sha1));
         entry.emplace_back("optional", true);
-        oldFiles_.emplace_back(file.name, std::move(entry));
+        oldFiles_.emplace_back(name, std::move(entry));
     }
 
-    void addEntry(Waiting& file, const FileHashes& hashes) {
+    void addEntry(std::string name, const SealRule& rule, const FileHashes& hashes) {
         PropertyDictionary entry;
         if (making_.withSha1)
             entry.emplace_back("hash", dataOf(hashes.sha1));
         entry.emplace_back("hash2", dataOf(hashes.sha256));
-        if (file.rule->optional)
+        if (rule.optional)
             entry.emplace_back("optional", true);
-        files_.emplace_back(std::move(file.name), std::move(entry));
+        files_.emplace_back(std::move(name), std::move(entry));
     }
 
     const Bundle& bundle_;

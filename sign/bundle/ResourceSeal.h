@@ -26,7 +26,7 @@ struct SealMaking {
 };
 
 struct ResourceSeal {
-    std::vector<std::uint8_t> bytes; ///< of _CodeSignature/CodeResources
+    std::string xml; ///< the bytes of _CodeSignature/CodeResources
     /// Files in places for code that are no Mach-O files: sealed as data. The platform's own tool
     /// keeps signatures of such in extended attributes, which archives lose.
     std::vector<std::string> dataAmongCode;

@@ -30,7 +30,7 @@ std::string sealOf(const Bundle& bundle, bool withSha1 = false) {
         ADD_FAILURE() << seal.error().sentence;
         return {};
     }
-    return {seal->bytes.begin(), seal->bytes.end()};
+    return seal->xml;
 }
 
 /// One line an entry: its name and its keys.
