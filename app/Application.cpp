@@ -35,7 +35,7 @@ void Application::start(const LocationList& locations) {
         .bundle = bundle_,
         .settings = *settings_,
         .notifications = notifications_,
-        .tools = {},
+        .tools = ToolPaths::of(bundle_),
         .terminate = &QApplication::quit,
         .notifyUser = [this](const QString& summary, const QString& body) {
             notifyUser(QString::fromStdString(bundle_.identifier), summary, body);

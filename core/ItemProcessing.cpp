@@ -47,6 +47,8 @@ std::vector<ScriptRun> runScripts(const MainBundle& bundle, const ProcessingHook
     if (!hooks.doNotCodesign()) {
         runs.push_back(
             runScript(hooks, bundle.pathForResource("fenwoCodesignApps", "sh"), package, identity));
+        if (!hooks.goesOnAfter(runs.back()))
+            return runs;
     }
     runs.push_back(
         runScript(hooks, bundle.pathForResource("fenwoJustZipApps", "sh"), package, std::nullopt));
@@ -65,13 +67,17 @@ bool processPackage(const Caller& caller, const MainBundle& bundle, const Proces
     return true;
 }
 
-void processEntry(const Caller& caller, const MainBundle& bundle, const ProcessingHooks& hooks,
-                  const std::string& entry) {
+std::vector<std::string> packagesToProcess(const Caller& caller, const std::string& entry) {
     const Caller here = caller.in("doProcessItemNew:");
     here.step("...");
     const LocationList items = {FileUrl::fileURLWithPath(entry)};
     const auto packages = validItemsFromUrls(caller, items);
     here.step("...appsToSign(%i) = %@", packages ? packages->size() : 0, packages);
-    for (const std::string& package : packages.value_or(std::vector<std::string>{}))
-        processPackage(here, bundle, hooks, package);
+    return packages.value_or(std::vector<std::string>{});
+}
+
+void processEntry(const Caller& caller, const MainBundle& bundle, const ProcessingHooks& hooks,
+                  const std::string& entry) {
+    for (const std::string& package : packagesToProcess(caller, entry))
+        processPackage(caller.in("doProcessItemNew:"), bundle, hooks, package);
 }

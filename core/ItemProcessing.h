@@ -33,6 +33,8 @@ struct ProcessingHooks {
     };
     std::function<std::optional<std::string>(const std::string& command)> runShellCommand =
         ::runShellCommand;
+    /// Whether the package's next script runs after this one.
+    std::function<bool(const ScriptRun& run)> goesOnAfter = [](const auto&) { return true; };
     /// A package's scripts are about to run.
     std::function<void(const std::string& package)> packageStarted = [](const auto&) {};
     /// A package's scripts have run.
@@ -54,7 +56,7 @@ struct ProcessingHooks {
 
 /// Runs the right scripts over one package, each to its end: the one of the edition that never
 /// signs if the bundle has it; else the signing one, unless signing is off, and then the packing
-/// one. How a script ends changes nothing.
+/// one. How a script ends changes nothing, unless a hook decides so.
 std::vector<ScriptRun> runScripts(const MainBundle& bundle, const ProcessingHooks& hooks,
                                   const std::optional<std::string>& package,
                                   const std::optional<std::string>& identity);
@@ -63,6 +65,11 @@ std::vector<ScriptRun> runScripts(const MainBundle& bundle, const ProcessingHook
 /// package is not valid.
 bool processPackage(const Caller& caller, const MainBundle& bundle, const ProcessingHooks& hooks,
                     const std::string& package);
+
+/// The packages that one entry of the work set (a folder, or a package itself) stands for, in
+/// order.
+[[nodiscard]] std::vector<std::string> packagesToProcess(const Caller& caller,
+                                                         const std::string& entry);
 
 /// Processes the packages of one entry of the work set (a folder, or a package itself), one after
 /// the other. Blocks while the scripts run: never for the main thread.

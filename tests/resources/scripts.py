@@ -80,7 +80,8 @@ class Packing(Scripts):
         self.make_noting("bin/ditto")
         self.make_noting("in/libexec/kelpmoray/kelpmoray-zip", "echo a remark")
         self.folders("in/share/kelpmoray")
-        shutil.copy(os.path.join(RESOURCES, PACKING), self.path("in/share/kelpmoray"))
+        for script in PACKING, "scriptOutput.sh":
+            shutil.copy(os.path.join(RESOURCES, script), self.path("in/share/kelpmoray"))
         self.assertEqual(run([self.path("in/share/kelpmoray", PACKING), self.path("X.app")],
                              env=self.environment), (0, f"  a remark\npacked: {self.path('X.zip')}\n"))
         self.assertEqual(read(self.path("calls")),
