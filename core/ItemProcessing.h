@@ -21,6 +21,7 @@
 struct ScriptRun {
     std::string scriptFileName;        ///< "(null)" when the script is missing
     std::optional<std::string> output; ///< none when it wrote nothing usable
+    double seconds = 0;                ///< that it took
 };
 
 /// What processing asks its caller and tells it, on the thread that processes. Each has a value
@@ -35,8 +36,15 @@ struct ProcessingHooks {
         ::runShellCommand;
     /// Whether the package's next script runs after this one.
     std::function<bool(const ScriptRun& run)> goesOnAfter = [](const auto&) { return true; };
+    /// Asked before each package: whether it is to be processed. The others are left as they are.
+    std::function<bool()> goesOn = [] { return true; };
+    /// These are the entry's packages.
+    std::function<void(const std::vector<std::string>& packages)> packagesFound = [](const auto&) {
+    };
     /// A package's scripts are about to run.
     std::function<void(const std::string& package)> packageStarted = [](const auto&) {};
+    std::function<void(const std::string& scriptFileName)> scriptStarted = [](const auto&) {};
+    std::function<void(const ScriptRun& run)> scriptEnded = [](const auto&) {};
     /// A package's scripts have run.
     std::function<void(const std::string& package, const std::vector<ScriptRun>& runs)>
         packageProcessed = [](const auto&, const auto&) {};
@@ -72,6 +80,7 @@ bool processPackage(const Caller& caller, const MainBundle& bundle, const Proces
                                                          const std::string& entry);
 
 /// Processes the packages of one entry of the work set (a folder, or a package itself), one after
-/// the other. Blocks while the scripts run: never for the main thread.
-void processEntry(const Caller& caller, const MainBundle& bundle, const ProcessingHooks& hooks,
+/// the other. False if some were left because the hooks said so. Blocks while the scripts run:
+/// never for the main thread.
+bool processEntry(const Caller& caller, const MainBundle& bundle, const ProcessingHooks& hooks,
                   const std::string& entry);
