@@ -97,6 +97,11 @@ class SigningFiles(CodeTest):
         self.assertEqual([start % 0x4000 for start, _ in fixtures.slices(data)], [0, 0])
         self.assertEqual(data.count(b"com.example.a b\0"), 2)
         self.assert_valid(path)
+        self.sign(path, "-f", "--prefix", "com.example.")
+        self.assertEqual(read(path), data)
+        for arguments in (("--pagesize", "4096"), ()):  # what an old signature has is kept
+            self.sign(path, "-f", *arguments)
+            self.assertEqual(self.assert_hashes(path), [(0, 2, 4096), (0, 2, 4096)])
 
     def test_systems_that_know_no_sha256_get_both_hashes(self):
         path = self.copy(self.linker.link("exe-old", "x86_64", "10.9"))
