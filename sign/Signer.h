@@ -36,7 +36,8 @@ struct SigningOptions {
     std::string prefix;                         ///< put before identifiers without a dot
     std::optional<std::uint32_t> flags;         ///< of the code directory (CodeDirectory.h)
     std::optional<std::uint32_t> runtime;       ///< version as X<<16|Y<<8|Z; the SDK's if absent
-    std::optional<Blob> entitlements;           ///< XML, kept as it is
+    std::optional<Blob> entitlements;           ///< XML, kept as it is; not of nested code
+    std::optional<Blob> helperEntitlements;     ///< same, of the applications nested in the code
     std::optional<RequirementSet> requirements; ///< the designated one is added if it is missing
     std::string timestampUrl;                   ///< no time stamp if empty
     PreservedMetadata preserve;
@@ -52,11 +53,11 @@ struct SignedCode {
     std::string identifier;
 };
 
-/// Told while it happens, on the calling thread.
+/// Told while it happens.
 struct SigningObserver {
-    std::function<void(const std::string& path)> replacesSignature;
-    std::function<void(const SignedCode& code)> isSigned;
-    std::function<void(const std::string& sentence)> warns;
+    std::function<void(const std::string& path)> replacesSignature; ///< once, on any thread
+    std::function<void(const SignedCode& code)> isSigned;   ///< on the calling thread, inside out
+    std::function<void(const std::string& sentence)> warns; ///< one at a time, on any thread
 };
 
 /// Signs the file or bundle at `path`. Conflict with "PATH: is already signed" if it is and `force`

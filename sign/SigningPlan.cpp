@@ -175,13 +175,24 @@ private:
         return {};
     }
 
+    /// Nested code has a purpose of its own, so the entitlements of what holds it are not its own.
+    [[nodiscard]] const std::optional<Blob>& givenEntitlements() const {
+        static const std::optional<Blob> none;
+        if (isOperand_)
+            return options_.entitlements;
+        const bool isHelper =
+            code_.bundle() && code_.bundle()->hasExecutable && code_.bundle()->isApplication();
+        return isHelper ? options_.helperEntitlements : none;
+    }
+
     base::Outcome chooseEntitlements() {
+        const std::optional<Blob>& given = givenEntitlements();
         const Blob* kept =
             old_ && options_.preserve.entitlements ? old_->component(slot::entitlements) : nullptr;
-        if (!options_.entitlements && kept == nullptr)
+        if (!given && kept == nullptr)
             return {};
-        auto read = options_.entitlements ? entitlementsFromXml(*options_.entitlements, "given")
-                                          : entitlementsFromBlob(*kept, code_.path());
+        auto read = given ? entitlementsFromXml(*given, "given")
+                          : entitlementsFromBlob(*kept, code_.path());
         if (!read)
             return read.error();
         plan_.entitlements = std::move(*read);

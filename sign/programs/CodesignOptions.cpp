@@ -34,7 +34,8 @@ To sign:
       --prefix PREFIX     put before an identifier that has no dot
   -o, --options FLAGS     a list such as runtime,library, or a number
       --runtime-version V in place of the SDK's, such as 13.3.0
-      --entitlements FILE an XML property list
+      --entitlements FILE an XML property list; not for nested code
+      --helper-entitlements FILE  the same for nested applications, with --deep
   -r, --requirements REQ  a file, or =TEXT, such as "=designated => identifier com.example.a"
       --timestamp[=URL]   ask Apple's time stamp server, or this one; =none asks none
       --preserve-metadata[=LIST]  keep from the old signature: identifier, entitlements,
@@ -64,6 +65,7 @@ enum LongOption : int {
     Prefix,
     RuntimeVersion,
     Entitlements,
+    HelperEntitlements,
     Timestamp,
     Preserve,
     PageSize,
@@ -89,6 +91,7 @@ const std::array longOptions{
     option{"options", required_argument, nullptr, 'o'},
     option{"runtime-version", required_argument, nullptr, RuntimeVersion},
     option{"entitlements", required_argument, nullptr, Entitlements},
+    option{"helper-entitlements", required_argument, nullptr, HelperEntitlements},
     option{"requirements", required_argument, nullptr, 'r'},
     option{"timestamp", optional_argument, nullptr, Timestamp},
     option{"preserve-metadata", optional_argument, nullptr, Preserve},
@@ -245,6 +248,9 @@ private:
         case Entitlements:
             entitlements_ = value;
             return {};
+        case HelperEntitlements:
+            helperEntitlements_ = value;
+            return {};
         case 'r':
             requirements_ = value;
             return {};
@@ -314,11 +320,18 @@ private:
         if (!requirements_.empty())
             if (auto done = readRequirements(); !done)
                 return done;
-        if (!entitlements_.empty()) {
-            auto bytes = wholeFile(entitlements_, mostFileSize);
+        if (!helperEntitlements_.empty() && !options_.signing.deep)
+            return usage("--helper-entitlements has no effect without --deep. Give both.");
+        SigningOptions& signing = options_.signing;
+        for (const auto& [file, to] :
+             {std::pair{&entitlements_, &signing.entitlements},
+              std::pair{&helperEntitlements_, &signing.helperEntitlements}}) {
+            if (file->empty())
+                continue;
+            auto bytes = wholeFile(*file, mostFileSize);
             if (!bytes)
                 return usage(bytes.error().sentence);
-            options_.signing.entitlements = std::move(*bytes);
+            *to = std::move(*bytes);
         }
         if (wantsTimestamp_ && timestamp_ != "none")
             options_.signing.timestampUrl = timestamp_;
@@ -361,6 +374,7 @@ private:
 
     CodesignOptions options_;
     std::string entitlements_;
+    std::string helperEntitlements_;
     std::string requirements_;
     std::string timestamp_;
     bool wantsTimestamp_ = false;

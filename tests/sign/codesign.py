@@ -154,6 +154,18 @@ class SigningFiles(CodeTest):
         write(self.path("x.plist"), plistlib.dumps({}, fmt=plistlib.FMT_BINARY))
         self.assertEqual(self.codesign("-f", "-s", "-", "--entitlements", self.path("x.plist"), path)[0], 1)
 
+    def test_entitlements_of_a_package_and_of_the_applications_in_it_are_told_apart(self):
+        app = fixtures.make_application(self.linker, self.path("My App.app"))
+        for name in ("outer", "helper"):
+            write(self.path(name), plistlib.dumps({name: True}))
+        given = ("--entitlements", self.path("outer"), "--helper-entitlements", self.path("helper"))
+        self.sign(app, "--deep", *given)
+        contents, found = app + "/Contents/", {}
+        for code in (app, contents + "Library/LoginItems/Login.app", contents + "XPCServices/Service.xpc", contents + "MacOS/helper"):
+            found[code] = subprocess.run([CODESIGN, "-d", "--entitlements", ":-", code], capture_output=True, check=True).stdout
+        self.assertEqual(list(found.values()), [read(self.path("outer")), read(self.path("helper")), b"", b""])
+        self.assertEqual(self.codesign("-f", "-s", "-", *given, app)[0], 2)
+
     def test_old_processors_are_served_in_their_order_of_bytes(self):
         for order, wide, cpu in (("<", False, 7), (">", False, 18), (">", True, 0x01000012)):
             header = 32 if wide else 28
