@@ -1,5 +1,6 @@
 #include "base/Number.h"
 #include "sign/signature/ObjectIdentifier.h"
+#include "sign/signature/RequirementLexer.h"
 #include "sign/signature/RequirementText.h"
 #include "sign/signature/RequirementWords.h"
 
@@ -13,126 +14,15 @@ using Op = Requirement::Op;
 
 constexpr int deepest = 200;
 
-struct Token {
-    enum class Kind { End, Word, Quoted, Hash, Bytes, Sign };
-    Kind kind = Kind::End;
-    std::string text{}; ///< of a quoted text, a hash and bytes: what they stand for
-};
-
-bool isWordCharacter(char c) {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '.' ||
-           c == '_';
-}
-
-std::optional<std::string> bytesOfHex(std::string_view digits) {
-    if (digits.size() % 2 != 0)
-        return std::nullopt;
-    std::string bytes;
-    for (; !digits.empty(); digits.remove_prefix(2)) {
-        unsigned byte = 0;
-        const auto parsed = std::from_chars(digits.data(), digits.data() + 2, byte, 16);
-        if (parsed.ptr != digits.data() + 2)
-            return std::nullopt;
-        bytes += static_cast<char>(byte);
-    }
-    return bytes;
-}
-
-/// Cuts a text into tokens. None where it is not understood.
-class Lexer {
-public:
-    explicit Lexer(std::string_view text) : rest_(text) {}
-
-    std::optional<Token> next() {
-        if (!skipBlanks())
-            return std::nullopt;
-        if (rest_.empty())
-            return Token{};
-        if (rest_[0] == '"')
-            return quoted(Token::Kind::Quoted);
-        if (rest_.starts_with("H\"")) {
-            rest_.remove_prefix(1);
-            return quoted(Token::Kind::Hash);
-        }
-        if (isWordCharacter(rest_[0]))
-            return word();
-        for (const std::string_view sign : {"=>", "<=", ">="}) {
-            if (rest_.starts_with(sign))
-                return take(Token::Kind::Sign, 2);
-        }
-        return std::string_view("()[]=<>~!*-").find(rest_[0]) == std::string_view::npos
-                   ? std::nullopt
-                   : std::optional(take(Token::Kind::Sign, 1));
-    }
-
-private:
-    /// Comments are blanks too. False if one does not end.
-    bool skipBlanks() {
-        for (;;) {
-            const std::size_t blanks = rest_.find_first_not_of(" \t\n\v\f\r");
-            rest_.remove_prefix(std::min(blanks, rest_.size()));
-            if (rest_.starts_with("/*")) {
-                const std::size_t end = rest_.find("*/", 2);
-                if (end == std::string_view::npos)
-                    return false;
-                rest_.remove_prefix(end + 2);
-            } else if (rest_.starts_with("//") || rest_.starts_with('#')) {
-                rest_.remove_prefix(std::min(rest_.find('\n'), rest_.size()));
-            } else {
-                return true;
-            }
-        }
-    }
-
-    Token take(Token::Kind kind, std::size_t size) {
-        Token token{kind, std::string(rest_.substr(0, size))};
-        rest_.remove_prefix(size);
-        return token;
-    }
-
-    std::optional<Token> word() {
-        std::size_t size = 0;
-        while (size < rest_.size() && isWordCharacter(rest_[size]))
-            ++size;
-        Token token = take(Token::Kind::Word, size);
-        if (!token.text.starts_with("0x"))
-            return token;
-        auto bytes = bytesOfHex(std::string_view(token.text).substr(2));
-        if (!bytes)
-            return std::nullopt;
-        return Token{Token::Kind::Bytes, *std::move(bytes)};
-    }
-
-    std::optional<Token> quoted(Token::Kind kind) {
-        Token token{kind};
-        std::size_t at = 1;
-        for (; at < rest_.size() && rest_[at] != '"'; ++at) {
-            if (rest_[at] == '\\' && at + 1 < rest_.size())
-                ++at;
-            token.text += rest_[at];
-        }
-        if (at >= rest_.size())
-            return std::nullopt;
-        rest_.remove_prefix(at + 1);
-        if (kind != Token::Kind::Hash)
-            return token;
-        auto bytes = bytesOfHex(token.text);
-        if (!bytes)
-            return std::nullopt;
-        token.text = *std::move(bytes);
-        return token;
-    }
-
-    std::string_view rest_;
-};
-
 /// Reads expressions. After something that is not understood every further step gives up at once.
 class Parser {
 public:
     explicit Parser(std::string_view text) : lexer_(text) { advance(); }
 
     [[nodiscard]] bool failed() const { return !failure_.empty(); }
-    [[nodiscard]] bool atEnd() const { return token_.kind == Token::Kind::End && !failed(); }
+    [[nodiscard]] bool atEnd() const {
+        return token_.kind == RequirementToken::Kind::End && !failed();
+    }
     [[nodiscard]] base::Error error() const {
         return {base::ErrorKind::Usage,
                 "The code requirement is not understood at " + failure_ +
@@ -169,7 +59,8 @@ public:
 
     void fail() {
         if (!failed())
-            failure_ = token_.kind == Token::Kind::End ? "its end" : '"' + token_.text + '"';
+            failure_ =
+                token_.kind == RequirementToken::Kind::End ? "its end" : '"' + token_.text + '"';
     }
 
 private:
@@ -184,7 +75,8 @@ private:
     }
 
     [[nodiscard]] bool isNow(std::string_view text) const {
-        return (token_.kind == Token::Kind::Word || token_.kind == Token::Kind::Sign) &&
+        return (token_.kind == RequirementToken::Kind::Word ||
+                token_.kind == RequirementToken::Kind::Sign) &&
                token_.text == text;
     }
 
@@ -201,8 +93,9 @@ private:
     }
 
     std::string takeValue() {
-        const bool isValue = token_.kind == Token::Kind::Quoted ||
-                             token_.kind == Token::Kind::Bytes || token_.kind == Token::Kind::Word;
+        const bool isValue = token_.kind == RequirementToken::Kind::Quoted ||
+                             token_.kind == RequirementToken::Kind::Bytes ||
+                             token_.kind == RequirementToken::Kind::Word;
         if (!isValue || failed()) {
             fail();
             return {};
@@ -213,7 +106,7 @@ private:
     }
 
     std::string takeHash() {
-        if (token_.kind != Token::Kind::Hash) {
+        if (token_.kind != RequirementToken::Kind::Hash) {
             fail();
             return {};
         }
@@ -226,7 +119,7 @@ private:
         const bool isNegative = accept("-");
         const auto number =
             base::numberIn<std::int32_t>(token_.text, 0, std::numeric_limits<std::int32_t>::max());
-        if (token_.kind != Token::Kind::Word || !number) {
+        if (token_.kind != RequirementToken::Kind::Word || !number) {
             fail();
             return 0;
         }
@@ -301,8 +194,8 @@ private:
             return takeCertificate(-1);
         if (accept("generic"))
             return {.op = Op::AnchorAppleGeneric};
-        if (token_.kind == Token::Kind::Quoted ||
-            (token_.kind == Token::Kind::Word && !isRequirementKeyword(token_.text)))
+        if (token_.kind == RequirementToken::Kind::Quoted ||
+            (token_.kind == RequirementToken::Kind::Word && !isRequirementKeyword(token_.text)))
             return {.op = Op::NamedAnchor, .text = takeValue()};
         return {.op = Op::AnchorApple};
     }
@@ -370,8 +263,8 @@ private:
         return {};
     }
 
-    Lexer lexer_;
-    Token token_;
+    RequirementLexer lexer_;
+    RequirementToken token_;
     std::string failure_;
 };
 
