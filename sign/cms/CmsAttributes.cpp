@@ -60,10 +60,11 @@ Blob hashAgilityElement(const DirectoryDigest& directory) {
 
 std::vector<Blob> signedValues(const CMS_SignerInfo* signer, const ASN1_OBJECT* oid) {
     std::vector<Blob> values;
-    const int at = CMS_signed_get_attr_by_OBJ(signer, oid, -1);
-    X509_ATTRIBUTE* attribute = at < 0 ? nullptr : CMS_signed_get_attr(signer, at);
-    for (int value = 0; attribute != nullptr && value < X509_ATTRIBUTE_count(attribute); ++value)
-        values.push_back(derOf(i2d_ASN1_TYPE, X509_ATTRIBUTE_get0_type(attribute, value)));
+    for (int at = -1; (at = CMS_signed_get_attr_by_OBJ(signer, oid, at)) >= 0;) {
+        X509_ATTRIBUTE* attribute = CMS_signed_get_attr(signer, at);
+        for (int value = 0; value < X509_ATTRIBUTE_count(attribute); ++value)
+            values.push_back(derOf(i2d_ASN1_TYPE, X509_ATTRIBUTE_get0_type(attribute, value)));
+    }
     return values;
 }
 

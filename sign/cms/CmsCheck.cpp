@@ -141,7 +141,8 @@ bool bindsDirectories(const SignedMessage& message, std::span<const DirectoryDig
     std::set<std::string> wanted;
     for (const DirectoryDigest& directory : directories)
         wanted.emplace(base::textOf(hashAgilityElement(directory)));
-    if (!agility.empty() && found != wanted)
+    // One entry for each kind of hash: which of two would count?
+    if (!agility.empty() && (found != wanted || agility.size() != wanted.size()))
         return false;
     return directories.size() < 2 || (list != nullptr && !agility.empty());
 }

@@ -1,6 +1,7 @@
 #include "sign/cms/Cms.h"
 
 #include "base/ByteReader.h"
+#include "sign/cms/CmsAttributes.h"
 #include "sign/cms/TimeStamp.h"
 #include "tests/sign/TestAuthority.h"
 #include "tests/support/ScopedEnvironment.h"
@@ -52,14 +53,22 @@ Blob stamp(CmsSignature cms, const Issued& clock, const std::vector<Certificate>
     return *cms.encoded();
 }
 
-/// Signed by openssl's own means, without the attributes that name the directories.
-Blob cmsWithoutAttributes() {
+/// Signed by openssl's own means: of the attributes that name the directories it has one, with
+/// these hashes, or none.
+Blob cmsOfOpenSsl(const std::vector<DirectoryDigest>& named = {}) {
     const Authorities& made = Authorities::shared();
-    constexpr unsigned flags = CMS_BINARY | CMS_DETACHED | CMS_NOSMIMECAP;
-    const CmsOwner cms(CMS_sign(made.leaf.certificate.handle(), made.leaf.key.get(), nullptr,
-                                bioOf(base::bytesOf(directory)).get(), flags));
+    constexpr unsigned flags = CMS_BINARY | CMS_DETACHED | CMS_NOSMIMECAP | CMS_PARTIAL;
+    const CmsOwner cms(CMS_sign(nullptr, nullptr, nullptr, nullptr, flags));
+    CMS_SignerInfo* signer = CMS_add1_signer(cms.get(), made.leaf.certificate.handle(),
+                                             made.leaf.key.get(), EVP_sha256(), flags);
+    for (const DirectoryDigest& one : named) {
+        const Blob element = hashAgilityElement(one);
+        CMS_signed_add1_attr_by_OBJ(signer, objectOf(hashAgilityOid).get(), V_ASN1_SEQUENCE,
+                                    element.data(), static_cast<int>(element.size()));
+    }
     for (const Certificate& issuer : {made.middle.certificate, made.root.certificate})
         CMS_add1_cert(cms.get(), issuer.handle());
+    CMS_final(cms.get(), bioOf(base::bytesOf(directory)).get(), nullptr, flags);
     return derOf(i2d_CMS_ContentInfo, cms.get());
 }
 
@@ -148,8 +157,13 @@ TEST_F(CmsTest, NoticesWhatIsWrong) {
         {"another directory", good, "does not match the code directory", bothDirectories(), "x"},
         {"another alternate", good, "does not name the code directories", swapped},
         {"one directory less", good, "does not name the code directories", {swapped[0]}},
-        {"two that nothing binds", cmsWithoutAttributes(), "does not name the code directories"},
-        {"one that nothing else binds", cmsWithoutAttributes(), "", {swapped[0]}},
+        {"two that nothing binds", cmsOfOpenSsl(), "does not name the code directories"},
+        {"one that nothing else binds", cmsOfOpenSsl(), "", {swapped[0]}},
+        {"one that is named", cmsOfOpenSsl({swapped[0]}), "", {swapped[0]}},
+        {"one that is named twice",
+         cmsOfOpenSsl({swapped[0], swapped[0]}),
+         "does not name the code directories",
+         {swapped[0]}},
         {"the signature's bytes", altered, "signature over the attributes is wrong"},
         {"no root", cmsBy(identityOf(made.leaf, {made.middle.certificate})), "which is no root"},
         {"the usage", cmsBy(identityOf(another, issuers)), "is not for code signing"},
