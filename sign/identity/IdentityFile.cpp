@@ -4,6 +4,7 @@
 #include "sign/identity/CertificateFile.h"
 #include "sign/identity/KeyFile.h"
 
+#include <openssl/err.h>
 #include <openssl/provider.h>
 
 namespace sign {
@@ -11,12 +12,21 @@ namespace {
 
 using Pkcs12Owner = OpenSslOwner<PKCS12, PKCS12_free>;
 
-/// Keychains export with RC2 and triple DES, which OpenSSL keeps in a provider of their own.
+/// Keychains export with RC2 and triple DES, which OpenSSL keeps in a provider of their own. A
+/// system need not have it.
 void loadOldAlgorithms() {
     static const bool loaded = OSSL_PROVIDER_load(nullptr, "default") != nullptr &&
                                OSSL_PROVIDER_load(nullptr, "legacy") != nullptr;
     if (!loaded)
         (void)openSslReason();
+}
+
+/// Whether an algorithm was missing, and not the right passphrase. Forgets the errors.
+bool lacksAlgorithm() {
+    bool lacks = false;
+    while (const unsigned long code = ERR_get_error())
+        lacks = lacks || ERR_GET_REASON(code) == ERR_R_UNSUPPORTED;
+    return lacks;
 }
 
 base::Result<IdentityFile> readPkcs12(PKCS12* file, const Secret& passphrase,
@@ -26,7 +36,11 @@ base::Result<IdentityFile> readPkcs12(PKCS12* file, const Secret& passphrase,
     X509* leaf = nullptr;
     STACK_OF(X509)* others = nullptr;
     if (PKCS12_parse(file, passphrase.text().c_str(), &key, &leaf, &others) != 1) {
-        (void)openSslReason();
+        if (lacksAlgorithm())
+            return base::Error{base::ErrorKind::Unavailable,
+                               path + " is encrypted with old algorithms, for which OpenSSL's "
+                                      "module \"legacy\" is missing. Install it, or export the "
+                                      "identity with AES-256."};
         return base::Error{base::ErrorKind::Denied,
                            "The passphrase does not open " + path + ". Give the right one."};
     }

@@ -31,6 +31,11 @@ base::Error unavailable(const std::string& what) {
     return {base::ErrorKind::Unavailable, what};
 }
 
+struct Pin {
+    std::string file; ///< empty if there is none
+    Secret secret;
+};
+
 /// A module that is loaded, its tokens, and the one that is used. Stays loaded to the end of the
 /// process: the keys that were opened refer to it.
 class Module {
@@ -57,16 +62,15 @@ public:
         return unavailable("No token fits the URI. Plug it in, or see \"p11tool --list-tokens\".");
     }
 
-    base::Outcome logIn(const Secret& pin) {
+    base::Outcome logIn(const Pin& pin) {
         if (slot_->token->loginRequired == 0)
             return {};
-        if (pin.empty())
+        if (pin.file.empty())
             return unavailable("The key on the token is locked. Name the file with its PIN in "
                                "KELPMORAY_PIN_FILE.");
-        if (PKCS11_login(slot_, 0, pin.text().c_str()) != 0)
-            return unavailable(
-                "The key on the token is locked: its PIN is not accepted. Correct the "
-                "file that KELPMORAY_PIN_FILE names.");
+        if (PKCS11_login(slot_, 0, pin.secret.text().c_str()) != 0)
+            return unavailable("The key on the token is locked: the PIN in " + pin.file +
+                               " is not accepted. Correct it.");
         return {};
     }
 
@@ -100,16 +104,20 @@ private:
     PKCS11_SLOT* slot_ = nullptr;
 };
 
-base::Result<Secret> pinFor(const Attributes& attributes) {
-    std::string source = attribute(attributes, "pin-source");
-    if (source.starts_with("file:"))
-        source.erase(0, std::string_view("file:").size());
+base::Result<Pin> pinFor(const Attributes& attributes) {
+    Pin pin{.file = attribute(attributes, "pin-source"), .secret = {}};
+    if (pin.file.starts_with("file:"))
+        pin.file.erase(0, std::string_view("file:").size());
     const char* file = std::getenv("KELPMORAY_PIN_FILE");
-    if (source.empty() && file != nullptr)
-        source = file;
-    if (source.empty())
-        return Secret();
-    return Secret::inFile(source);
+    if (pin.file.empty() && file != nullptr)
+        pin.file = file;
+    if (pin.file.empty())
+        return pin;
+    auto secret = Secret::inFile(pin.file);
+    if (!secret)
+        return secret.error();
+    pin.secret = *std::move(secret);
+    return pin;
 }
 
 } // namespace

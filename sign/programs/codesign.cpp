@@ -172,7 +172,10 @@ int run(int count, char** arguments) {
     if (options->operation == Operation::Sign && options->identity != "-") {
         auto identity = findIdentity(options->identity);
         if (!identity) {
-            printLine(stderr, identity.error().sentence);
+            // What the platform tells of the name given begins with that name.
+            const std::string& sentence = identity.error().sentence;
+            const bool isOfName = sentence.starts_with(options->identity + ": ");
+            printLine(stderr, (isOfName ? "" : "kelpmoray-codesign: ") + sentence);
             return failed;
         }
         options->signing.identity = std::make_shared<Identity>(std::move(*identity));

@@ -100,6 +100,10 @@ class Commands(SecurityTest):
                 (("add-token", "token=x"), 2, "no PKCS#11 URI")):
             self.assertIn(said, self.run_security(*arguments, status=status), arguments)
         self.assertIn("Exit status", self.run_security("--help"))
+        self.openssl("pkcs12", "-export", "-legacy", "-inkey", "leaf.key", "-in", "leaf.pem", "-out", "old.p12", "-passout",
+                     "pass:x")
+        self.assertIn('module "legacy" is missing',
+                      self.run_security("import", "old.p12", "-P", "x", status=1, OPENSSL_MODULES=self.path("none")))
 
 
 class Keepers(SecurityTest):
@@ -117,7 +121,7 @@ class Keepers(SecurityTest):
         add = ("add-token", f"pkcs11:token=kelp;object=leaf?module-path={module[0]}", "--certificate", "leaf.pem")
         self.assertIn("KELPMORAY_PIN_FILE", self.run_security(*add, status=1))
         wrong = self.secret("wrong", "9999")
-        self.assertIn("not accepted", self.run_security(*add, status=1, KELPMORAY_PIN_FILE=wrong))
+        self.assertIn(f"PIN in {wrong} is not accepted", self.run_security(*add, status=1, KELPMORAY_PIN_FILE=wrong))
         self.assertEqual(self.names(), [])
         self.run_security(*add, KELPMORAY_PIN_FILE=self.secret("pin", "1234"))
         self.assertEqual(self.names(), [LEAF])
