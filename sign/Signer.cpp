@@ -177,6 +177,8 @@ private:
     /// Tells of the objects in the order of the plan.
     base::Outcome conclude(Item& item) {
         item.isDone = true;
+        if (observer_.progresses)
+            observer_.progresses(++done_, items_.size());
         for (; concluded_ < items_.size() && items_[concluded_].isDone; ++concluded_)
             if (const auto& code = items_[concluded_].signedCode)
                 observer_.isSigned(*code);
@@ -201,7 +203,8 @@ private:
     const SigningObserver& observer_;
     std::string operand_;
     std::deque<Item> items_; ///< inside out
-    std::size_t concluded_ = 0;
+    std::size_t done_ = 0;
+    std::size_t concluded_ = 0; ///< the first of these have been told of
     const std::size_t mostOpen_ = std::min<std::size_t>(mostOpenObjects(), waitingThreads);
     std::mutex mutex_; ///< for the three below
     std::deque<Item*> ready_;

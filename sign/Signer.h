@@ -56,7 +56,9 @@ struct SignedCode {
 /// Told while it happens.
 struct SigningObserver {
     std::function<void(const std::string& path)> replacesSignature; ///< once, on any thread
-    std::function<void(const SignedCode& code)> isSigned;   ///< on the calling thread, inside out
+    std::function<void(const SignedCode& code)> isSigned; ///< on the calling thread, inside out
+    /// How many code objects of all are done, on the calling thread.
+    std::function<void(std::size_t done, std::size_t total)> progresses;
     std::function<void(const std::string& sentence)> warns; ///< one at a time, on any thread
 };
 

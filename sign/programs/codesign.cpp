@@ -1,6 +1,7 @@
 #include "base/ByteReader.h"
 #include "base/Printable.h"
 #include "base/ProgramStart.h"
+#include "base/ProgressChannel.h"
 #include "sign/Description.h"
 #include "sign/SignatureVerifier.h"
 #include "sign/Signer.h"
@@ -47,6 +48,11 @@ int signOne(const std::string& path, const CodesignOptions& options) {
     if (options.verbosity > 0)
         observer.isSigned = [](const SignedCode& code) {
             printLine(stderr, code.path + ": signed " + code.format + " [" + code.identifier + ']');
+        };
+    base::ProgressChannel progress;
+    if (progress.open())
+        observer.progresses = [&progress](std::size_t signedOnes, std::size_t all) {
+            progress.tell(signedOnes, all);
         };
     const auto signedIt = sign(path, options.signing, observer);
     return signedIt ? done : reportOf(path, signedIt.error());
