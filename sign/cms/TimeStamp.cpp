@@ -92,7 +92,7 @@ struct Reply {
 };
 
 std::optional<Reply> readReply(BIO* answer) {
-    Blob bytes(BIO_pending(answer));
+    Blob bytes(BIO_ctrl_pending(answer));
     const int size = BIO_read(answer, bytes.data(), static_cast<int>(bytes.size()));
     const auto whole = size > 0 ? firstElementIn({bytes.data(), std::size_t(size)}) : std::nullopt;
     const auto parts = whole && whole->isSequence() ? elementsIn(whole->content) : std::nullopt;
