@@ -31,24 +31,26 @@ DeflateReader::DeflateReader() : decompressor_(libdeflate_alloc_decompressor()) 
         throw std::bad_alloc();
 }
 
-base::Result<base::Bytes> DeflateReader::read(const ArchiveReader& archive, const std::string& name,
+base::Result<base::Bytes> DeflateReader::read(ArchiveWindow& archive, const std::string& name,
                                               std::uint64_t start, std::uint64_t end,
                                               std::size_t size, bool isLast) {
     if (end < start || end - start > longestStream || size > longestPiece)
         return malformed(name);
-    const auto streamSize = static_cast<std::size_t>(end - start);
-    stream_.clear();
-    if (auto read = archive.read(stream_.tail(streamSize), streamSize, start); !read)
-        return read.error();
-    stream_.extend(streamSize);
-    if (!isLast)
+    auto stream = archive.bytes(start, static_cast<std::size_t>(end - start));
+    if (!stream)
+        return stream;
+    if (!isLast) {
+        stream_.clear();
+        stream_.append(*stream);
         stream_.append(emptyFinalBlock);
+        stream = stream_.bytes();
+    }
     content_.clear();
     std::size_t used = 0;
     const auto result =
-        libdeflate_deflate_decompress_ex(decompressor_.get(), stream_.data(), stream_.size(),
+        libdeflate_deflate_decompress_ex(decompressor_.get(), stream->data(), stream->size(),
                                          content_.tail(size), size, &used, nullptr);
-    if (result != LIBDEFLATE_SUCCESS || used != stream_.size())
+    if (result != LIBDEFLATE_SUCCESS || used != stream->size())
         return malformed(name);
     content_.extend(size);
     return content_.bytes();
