@@ -10,10 +10,16 @@ Application::Application()
     : requests_(
           bundle_.identifier,
           [this](const LocationList& urls) {
-              activateIgnoringOtherApps(window_.get());
+              showWindow();
               open(urls);
           },
-          [this] { activateIgnoringOtherApps(window_.get()); }) {}
+          [this] { showWindow(); },
+          [this](const QString& action, const QString& target) {
+              if (!actions_.act(action, target))
+                  showWindow();
+              else if (!window_->isVisible())
+                  QApplication::quit(); // the bus has started us for this alone
+          }) {}
 
 Application::~Application() = default;
 
@@ -21,12 +27,22 @@ bool Application::handOver(const LocationList& locations, const ActivationTokens
     return requests_.handOver(locations, tokens);
 }
 
+void Application::showWindow() {
+    window_->show();
+    activateIgnoringOtherApps(window_.get());
+}
+
 void Application::start(const LocationList& locations) {
+    const bool startedByBus = qEnvironmentVariableIsSet("DBUS_STARTER_ADDRESS");
+    for (const char* name : {"DBUS_STARTER_ADDRESS", "DBUS_STARTER_BUS_TYPE"})
+        qunsetenv(name); // not for those that we start
     QApplication::setDesktopFileName(QString::fromStdString(bundle_.identifier));
     QApplication::setQuitOnLastWindowClosed(
         delegate_.applicationShouldTerminateAfterLastWindowClosed());
     QObject::connect(qApp, &QApplication::aboutToQuit, &requests_, [this] {
         requests_.release();
+        if (lastRunFailed_)
+            RunActions::startLastRun();
         delegate_.applicationWillTerminate();
     });
 
@@ -35,13 +51,23 @@ void Application::start(const LocationList& locations) {
         .bundle = bundle_,
         .settings = *settings_,
         .notifications = notifications_,
-        .tools = {},
+        .tools = ToolPaths::of(bundle_),
         .terminate = &QApplication::quit,
-        .notifyUser = [this](const QString& summary, const QString& body) {
-            notifyUser(QString::fromStdString(bundle_.identifier), summary, body);
-        }};
+        .notifyUser =
+            [this](const QString& summary, const QString& body) {
+                notifyUser(QString::fromStdString(bundle_.identifier), summary, body);
+            },
+        .runs = runs_,
+        .tellFailure =
+            [this](const EndedRun& run) {
+                RunActions::tellFailure(bundle_.identifier, run);
+                lastRunFailed_ = true;
+            },
+        .showLastRun = &RunActions::startLastRun};
     window_ = std::make_unique<MainWindow>(surroundings, delegate_);
-    window_->show();
+    // Started by the bus, we get a request, which may ask for no window.
+    if (!startedByBus)
+        window_->show();
     delegate_.applicationDidFinishLaunching();
     if (!locations.empty())
         open(locations);

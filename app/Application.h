@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/AppDelegate.h"
+#include "app/results/RunActions.h"
 #include "app/toolkit/FileOpenEvents.h"
 #include "app/toolkit/NotificationCenter.h"
 #include "app/toolkit/OpenRequests.h"
@@ -24,6 +25,7 @@ public:
     void start(const LocationList& locations);
 
 private:
+    void showWindow();
     void open(const LocationList& locations);
 
     MainBundle bundle_ = MainBundle::ofThisProcess();
@@ -31,6 +33,10 @@ private:
     AppDelegate delegate_{notifications_};
     OpenRequests requests_;
     FileOpenEvents fileOpenEvents_{[this](const QStringList& uris) { requests_.open(uris); }};
+    RunReporter runs_{RunRecord::userFolder(),
+                      bundle_.infoDictionary["CFBundleShortVersionString"]};
+    RunActions actions_;
+    bool lastRunFailed_ = false;
     std::unique_ptr<SettingsStore> settings_;
     std::unique_ptr<MainWindow> window_;
 };

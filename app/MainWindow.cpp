@@ -8,13 +8,17 @@
 #include "app/toolkit/Queues.h"
 #include "app/toolkit/SettingsStore.h"
 #include "app/toolkit/WindowLevel.h"
+#include "core/Expectation.h"
 #include "core/Log.h"
 #include "core/Path.h"
 #include "ui_MainWindow.h"
 
 #include <QApplication>
+#include <QClipboard>
 #include <QEvent>
 #include <QFontInfo>
+#include <QMenu>
+#include <QMessageBox>
 #include <QPainter>
 
 namespace {
@@ -41,11 +45,18 @@ QIcon spinnerIcon(const QPalette& palette, int size, qreal pixelRatio) {
     return icon;
 }
 
+ViewController::Surroundings explainedBy(MainWindow& window,
+                                         ViewController::Surroundings surroundings) {
+    surroundings.explain = [&window](const std::string& sentence) { window.explain(sentence); };
+    return surroundings;
+}
+
 } // namespace
 
 MainWindow::MainWindow(const ViewController::Surroundings& surroundings, AppDelegate& delegate)
-    : surroundings_(surroundings), delegate_(delegate), ui_(std::make_unique<Ui::MainWindow>()),
-      controller_(surroundings), help_(surroundings.bundle) {
+    : surroundings_(explainedBy(*this, surroundings)), delegate_(delegate),
+      ui_(std::make_unique<Ui::MainWindow>()), controller_(surroundings_),
+      help_(surroundings.bundle) {
     setWindowTitle(tr("Kelpmoray"));
     setMinimumSize(420, 300);
     qApp->installEventFilter(this);
@@ -71,6 +82,7 @@ void MainWindow::fill() {
     connectOutlets();
     bindControls();
     connectActions();
+    showRuns();
     setWindowIcon(applicationIcon());
     drawIcons();
     QFont larger = ui_->invitation->font();
@@ -144,6 +156,113 @@ void MainWindow::connectActions() {
             [this] { controller_.ibTestSpin(sender()); });
     connect(ui_->quitAction, &QAction::triggered, this, [this] { surroundings_.terminate(); });
     connect(ui_->helpAction, &QAction::triggered, this, &MainWindow::showHelp);
+    connect(ui_->lastRunAction, &QAction::triggered, this, [this] { surroundings_.showLastRun(); });
+    connect(ui_->aboutAction, &QAction::triggered, this, &MainWindow::showAbout);
+    connect(ui_->stop, &QPushButton::clicked, this, [this] {
+        controller_.stopProcessing();
+        ui_->stop->setEnabled(false);
+    });
+    connect(ui_->dragDropView, &MyDragDropView::dropped, this,
+            [this](const LocationList& locations) {
+                for (const LocationItem& location : locations)
+                    controller_.explainRefusal(location);
+            });
+}
+
+void MainWindow::showRuns() {
+    ui_->results->showRun(&surroundings_.runs.model());
+    connect(ui_->results, &ResultsList::revealWanted, this, [this](const QString& path) {
+        controller_.doRevealItem(LocationItem(path.toStdString()));
+    });
+    connect(&surroundings_.runs, &RunReporter::progressChanged, this, &MainWindow::showProgress);
+    auto* menu = new QMenu(ui_->waiting);
+    ui_->waiting->setMenu(menu);
+    connect(menu, &QMenu::aboutToShow, this, &MainWindow::fillWaitingMenu);
+    connect(&identities_, &ArrayController::selectionChanged, this, &MainWindow::showExpectation);
+    connect(&surroundings_.settings, &SettingsStore::changed, this, &MainWindow::showExpectation);
+    noticeEnd_.setSingleShot(true);
+    connect(&noticeEnd_, &QTimer::timeout, ui_->notice, &QWidget::hide);
+}
+
+void MainWindow::showProgress() {
+    const RunReporter& runs = surroundings_.runs;
+    const bool hasResults = surroundings_.runs.model().rowCount() > 0;
+    ui_->applicationIcon->setVisible(!hasResults);
+    ui_->progressArea->setVisible(controller_.isProcessing());
+    ui_->progressBar->setValue(static_cast<int>(1000 * runs.share()));
+    ui_->stepLine->setFullText(runs.progressText());
+    launcherEntry_.show(controller_.isProcessing() ? std::optional(runs.share()) : std::nullopt);
+}
+
+std::vector<std::string> MainWindow::waiting() const {
+    const auto set = controller_.fSetOfFolders();
+    std::vector<std::string> entries = set ? set->allObjects() : std::vector<std::string>{};
+    if (controller_.isProcessing() && controller_.fSearchPath())
+        std::erase(entries, *controller_.fSearchPath());
+    return entries;
+}
+
+void MainWindow::fillWaitingMenu() {
+    QMenu& menu = *ui_->waiting->menu();
+    menu.clear();
+    const std::vector<std::string> entries = waiting();
+    for (const std::string& entry : entries) {
+        const QString path = QString::fromStdString(entry).replace('&', "&&");
+        menu.addAction(tr("Remove %1").arg(fontMetrics().elidedText(path, Qt::ElideMiddle, 400)),
+                       this, [this, entry] { controller_.removeWaiting(entry); });
+    }
+    menu.addSeparator();
+    menu.addAction(tr("&Clear All"), this, [this, entries] {
+        for (const std::string& entry : entries)
+            controller_.removeWaiting(entry);
+    });
+}
+
+void MainWindow::showExpectation() {
+    const auto set = controller_.fSetOfFolders();
+    const std::vector<std::string> entries = set ? set->allObjects() : std::vector<std::string>{};
+    const bool toSay = !entries.empty() && !controller_.isProcessing();
+    ui_->expectation->setVisible(toSay);
+    if (!toSay)
+        return;
+    Expectation all;
+    for (const std::string& entry : entries) {
+        const Expectation one = expectationOf(entry);
+        all.packages.insert(all.packages.end(), one.packages.begin(), one.packages.end());
+        all.replaced += one.replaced;
+    }
+    const auto selected = identities_.selectedObjects();
+    ui_->expectation->setFullText(QString::fromStdString(
+        textOf(all, surroundings_.settings.boolForKey(Names::doNotCodesign),
+               selected.empty() ? std::nullopt : std::optional(selected.front().identitystring))));
+}
+
+void MainWindow::explain(const std::string& sentence) {
+    using namespace std::chrono_literals;
+    const QString text = QString::fromStdString(sentence);
+    // What came just before is read on.
+    ui_->notice->setText(noticeEnd_.isActive() && !ui_->notice->text().contains(text)
+                             ? ui_->notice->text().section('\n', -2) + '\n' + text
+                             : text);
+    ui_->notice->show();
+    noticeEnd_.start(4s + 60ms * text.size());
+}
+
+void MainWindow::showAbout() {
+    QMessageBox about(this);
+    about.setWindowTitle(tr("About Kelpmoray"));
+    about.setIconPixmap(applicationIcon().pixmap(applicationIconSize));
+    about.setTextFormat(Qt::PlainText);
+    about.setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+    about.setText(
+        QString::fromStdString(surroundings_.settings.stringForKey(Names::version).value_or("")) +
+        tr("\n\nKelpmoray: MIT License\nQt %1: GNU LGPL version 3\nlibdeflate: MIT License")
+            .arg(qVersion()));
+    QPushButton* copy = about.addButton(tr("&Copy"), QMessageBox::ActionRole);
+    about.addButton(QMessageBox::Close);
+    about.exec();
+    if (about.clickedButton() == copy)
+        QGuiApplication::clipboard()->setText(about.text());
 }
 
 void MainWindow::showHelp() {
@@ -171,6 +290,12 @@ void MainWindow::showProperties() {
                               : count == 1 ? tr("1 folder waiting")
                                            : tr("%1 folders waiting").arg(count));
     ui_->button1->setEnabled(count > 0);
+    ui_->waiting->setVisible(!waiting().empty());
+    ui_->stop->setVisible(controller_.isProcessing());
+    if (!controller_.isProcessing())
+        ui_->stop->setEnabled(true);
+    showProgress();
+    showExpectation();
     ui_->progressview->setVisible(busy);
     // The signer must not change in the middle of a folder.
     ui_->identityArea->setEnabled(!controller_.isProcessing());

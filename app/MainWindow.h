@@ -2,9 +2,11 @@
 
 #include "app/MyWebViewController.h"
 #include "app/ViewController.h"
+#include "app/results/LauncherEntry.h"
 #include "app/toolkit/ArrayController.h"
 
 #include <QMainWindow>
+#include <QTimer>
 
 #include <memory>
 
@@ -26,6 +28,9 @@ public:
     MainWindow(const ViewController::Surroundings& surroundings, AppDelegate& delegate);
     ~MainWindow() override;
 
+    /// Shows a sentence for as long as it takes to read. Main thread.
+    void explain(const std::string& sentence);
+
     /// Fills the window and wakes the controllers now, unless that is done.
     void load();
     [[nodiscard]] ViewController& controller() { return controller_; }
@@ -43,6 +48,12 @@ private:
     void bindIdentities();
     void explainIdentities();
     void showHelp();
+    void showAbout();
+    void showRuns();
+    void showProgress();
+    void showExpectation();
+    void fillWaitingMenu();
+    [[nodiscard]] std::vector<std::string> waiting() const;
     void showProperties();
     void drawIcons();
 
@@ -50,6 +61,8 @@ private:
     AppDelegate& delegate_;
     std::unique_ptr<Ui::MainWindow> ui_;
     ArrayController identities_;
+    QTimer noticeEnd_;
+    LauncherEntry launcherEntry_;
     ViewController controller_;
     MyWebViewController help_;
     bool loaded_ = false;

@@ -151,6 +151,8 @@ void MyDragDropView::doTheStuff(const DraggingPasteboard& pasteboard) {
     else if (pasteboard.filenames())
         validItems = validFilenames(*pasteboard.filenames());
     logEvent("validitems = %@", validItems);
+    if (pasteboard.urls())
+        emit dropped(*pasteboard.urls());
     if (delegate_ != nullptr)
         delegate_->applicationOpenURLs(validItems);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/Location.h"
+
 #include <QWidget>
 
 class AppDelegate;
@@ -30,6 +32,10 @@ public:
     /// Sorts out what cannot be processed and hands the rest on, also when nothing is left.
     void doTheStuff(const DraggingPasteboard& pasteboard);
     void draggingEnded();
+
+signals:
+    /// All that was dropped, what cannot be processed too.
+    void dropped(const LocationList& locations);
 
 protected:
     void dragEnterEvent(QDragEnterEvent* event) override;

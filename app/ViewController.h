@@ -1,6 +1,10 @@
 #pragma once
 
+#include "app/MyDragDropView.h"
 #include "app/ViewControllerProperties.h"
+#include "app/results/RunReporter.h"
+#include "app/toolkit/ArrayController.h"
+#include "app/toolkit/AtomicProperty.h"
 #include "app/toolkit/NotificationCenter.h"
 #include "core/Caller.h"
 #include "core/Confirmation.h"
@@ -38,6 +42,14 @@ public:
         std::function<void()> terminate;
         /// Shows a person a summary and a body, outside the window.
         std::function<void(const QString& summary, const QString& body)> notifyUser;
+        /// Is told what happens to packages.
+        RunReporter& runs;
+        /// A run has ended in which something failed.
+        std::function<void(const EndedRun& run)> tellFailure;
+        /// Starts the program that shows the record of the last run.
+        std::function<void()> showLastRun = [] {};
+        /// Says in the window, for as long as it takes to read, why something was not taken.
+        std::function<void(const std::string& sentence)> explain = [](const auto&) {};
     };
 
     explicit ViewController(Surroundings surroundings);
@@ -73,12 +85,15 @@ public:
     void addItemsToBeProcessedSet(const LocationList& items);
     /// Adds it as it is, in a later turn, and starts the loop if it is the only one. Any thread.
     void addItemToBeProcessedSet(const std::string& item);
+    /// Says why `location` is not taken, if it is not. Main thread.
+    void explainRefusal(const LocationItem& location);
     void handleNewSearchPath(const Notification& notification);
     void handleNewSearchPathOLD(const Notification& notification);
     void ibChangePath(QObject* sender);
 
     // The doProcessItem methods block while scripts run: processing queue only. The others: any.
     [[nodiscard]] static SerialQueue& processQueue();
+    /// If it is stopped on the way, the entry stays.
     void doProcessItemNew(const std::string& entry);
     void doProcessItem(const std::string& package);
     void doProcessItemOnly(const std::string& package);
@@ -89,21 +104,22 @@ public:
     void doButton1(QObject* sender);
     /// One turn of the batch loop. Processing queue only.
     void doButton1Loop(QObject* sender);
+    /// Lets the script that runs end, leaves the other packages, and ends the loop there. What was
+    /// being processed waits on.
+    void stopProcessing() { isStopping_.set(true); }
+    /// Takes an entry off the ones that wait.
+    void removeWaiting(const std::string& entry);
 
 private:
-    struct RunTally {
-        int packed = 0, notPacked = 0, notSigned = 0;
-    };
-
     [[nodiscard]] Caller receiver() const;
     [[nodiscard]] QWidget* window() const;
     [[nodiscard]] std::optional<IdentityRecord> selectedIdentity() const;
     [[nodiscard]] IdentityList identities() const;
     [[nodiscard]] ProcessingHooks processingHooks();
     void refreshNumberOfFolders();
+    void refuseDuplicate(const std::string& path);
     void finishItem(const std::string& item, const std::optional<LocationItem>& revealed,
                     std::chrono::microseconds pause);
-    void addToTally(const std::vector<ScriptRun>& runs);
     void tellEndOfRun();
     void processSearchPath();
     void startLoop();
@@ -113,7 +129,7 @@ private:
     void confirmed(const std::string& entry, Confirmation::Answer answer);
 
     Surroundings surroundings_;
-    RunTally tally_;          // processing queue only
     bool looksAgain_ = false; // when the panel is closed
+    AtomicProperty<bool> isStopping_;
     QPointer<QObject> representedObject_;
 };

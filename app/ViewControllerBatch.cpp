@@ -86,11 +86,15 @@ void ViewController::confirmed(const std::string& entry, Confirmation::Answer an
     looksAgain_ = false; // the loop goes on, or is to stop
     switch (answer) {
     case Confirmation::Answer::Process:
+        isStopping_.set(false);
         setProcessing(true);
         processQueue().async([this, entry] {
             doProcessItemNew(entry);
             MainQueue::async(this, [this] { setProcessing(false); });
-            doButton1Loop(nullptr);
+            if (!isStopping_.get())
+                return doButton1Loop(nullptr);
+            tellEndOfRun();
+            MainQueue::async(this, [this] { setFButton1Busy(false); });
         });
         break;
     case Confirmation::Answer::Skip:
@@ -106,4 +110,9 @@ void ViewController::confirmed(const std::string& entry, Confirmation::Answer an
         MainQueue::async(this, [this] { setFButton1Busy(false); });
         break;
     }
+}
+
+void ViewController::removeWaiting(const std::string& entry) {
+    fSetOfFolders()->remove(entry);
+    refreshNumberOfFolders();
 }

@@ -113,7 +113,7 @@ void ViewController::ibClickedOnCheckButton(QObject*) {
 }
 
 bool ViewController::isValidItemToSign(const std::string& path) {
-    return ::isValidItemToSign(receiver(), path,
+    return ::isValidItemToSign(receiver(), surroundings_.tools, path,
                                surroundings_.settings.boolForKey(Names::doNotCodesign),
                                [this] { return identities(); });
 }

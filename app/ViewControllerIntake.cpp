@@ -3,6 +3,7 @@
 #include "app/toolkit/ChoosePanel.h"
 #include "app/toolkit/QtDescription.h"
 #include "app/toolkit/Queues.h"
+#include "core/LocationCheck.h"
 #include "core/LocationExpansion.h"
 #include "core/Log.h"
 
@@ -30,6 +31,19 @@ std::optional<LocationList> locationsIn(const NotificationObject& object) {
 
 } // namespace
 
+void ViewController::refuseDuplicate(const std::string& path) {
+    playBeep();
+    surroundings_.explain(path + ": it waits already, and is not added again");
+}
+
+void ViewController::explainRefusal(const LocationItem& location) {
+    const std::optional<std::string> path = pathOf(location);
+    if (!path)
+        return;
+    if (auto checked = checkLocation(*path, *path); !checked)
+        surroundings_.explain(checked.error().sentence);
+}
+
 void ViewController::addItemsToBeProcessedSet(const LocationList& items) {
     static constexpr const char* methodName = "addItemsToBeProcessedSet:";
     if (items.empty()) {
@@ -48,7 +62,7 @@ void ViewController::addItemsToBeProcessedSet(const LocationList& items) {
             else if (set->add(*path))
                 refreshNumberOfFolders();
             else
-                playBeep();
+                refuseDuplicate(*path);
         }
         receiver().in(methodName).step(" = final self.fSetOfFolders(%lu) = %@", set->count(), *set);
     });
@@ -58,7 +72,7 @@ void ViewController::addItemToBeProcessedSet(const std::string& item) {
     receiver().in("addItemToBeProcessedSet:").step(" = itemToAdd = %@", item);
     MainQueue::async(this, [this, item] {
         if (!fSetOfFolders()->add(item)) {
-            playBeep();
+            refuseDuplicate(item);
             return;
         }
         refreshNumberOfFolders();
@@ -78,6 +92,8 @@ void ViewController::handleNewSearchPath(const Notification& notification) {
         if (validUrlToAdd(location))
             urls.push_back(location);
     }
+    for (const LocationItem& location : *locations)
+        explainRefusal(location);
     if (urls.empty()) {
         receiver().in(methodName).step("  NOT GOOD??? empty array....");
         return;

@@ -5,7 +5,7 @@
 #include "app/toolkit/SettingsStore.h"
 #include "app/toolkit/WindowLevel.h"
 #include "core/Log.h"
-#include "core/ScriptOutcome.h"
+#include "core/RunSummary.h"
 #include "core/ShellRunners.h"
 
 #include <QApplication>
@@ -46,44 +46,41 @@ void ViewController::finishItem(const std::string& item,
     MainQueue::async(this, [this] { refreshNumberOfFolders(); });
 }
 
-void ViewController::addToTally(const std::vector<ScriptRun>& runs) {
-    using Kind = ScriptOutcome::Kind;
-    // The script that packs comes last.
-    const bool packed = !runs.empty() && outcomeOf(runs.back()).kind == Kind::Packed;
-    ++(packed ? tally_.packed : tally_.notPacked);
-    if (runs.size() > 1 && outcomeOf(runs.front()).kind == Kind::Failed)
-        ++tally_.notSigned;
-}
-
 void ViewController::tellEndOfRun() {
-    if (tally_.packed + tally_.notPacked == 0)
+    const std::optional<EndedRun> run = surroundings_.runs.runEnded();
+    if (!run)
         return;
-    const bool failed = tally_.notPacked + tally_.notSigned > 0;
-    QString body = tr("%1 packed").arg(tally_.packed);
-    if (tally_.notPacked > 0)
-        body += tr(", %1 not packed").arg(tally_.notPacked);
-    if (tally_.notSigned > 0)
-        body += tr(", %1 not signed").arg(tally_.notSigned);
-    if (failed)
-        body += tr("; the log tells why");
-    tally_ = {};
-    MainQueue::async(this, [this, body, failed] {
-        // A person who looks at the window sees that all is done, but not what failed.
-        if (failed || QApplication::activeWindow() == nullptr)
+    const RunTally tally = tallyOf(run->packages);
+    if (tally.notPacked + tally.notSigned > 0) {
+        MainQueue::async(this, [this, run = *run] { surroundings_.tellFailure(run); });
+        return;
+    }
+    const QString body = tr("%1 packed").arg(tally.packed);
+    MainQueue::async(this, [this, body] {
+        if (QApplication::activeWindow() == nullptr)
             surroundings_.notifyUser(tr("Packages are done"), body);
     });
 }
 
 void ViewController::doProcessItemNew(const std::string& entry) {
+    RunReporter& runs = surroundings_.runs;
     ProcessingHooks hooks = processingHooks();
-    hooks.packageStarted = [this](const std::string& package) {
+    std::optional<std::string> identity;
+    hooks.codesigningIdentity = [this, &identity] { return identity = getCodesigningIdentity(); };
+    hooks.goesOn = [this] { return !isStopping_.get(); };
+    hooks.packagesFound = [&runs](const auto& packages) { runs.packagesFound(packages.size()); };
+    hooks.packageStarted = [&, this](const std::string& package) {
+        const bool isSigned = !hooks.doNotCodesign() &&
+                              !surroundings_.bundle.pathForResource("fenwoZipAppsDNP", "sh");
+        runs.packageStarted(package, entry,
+                            isSigned ? std::optional(identity.value_or("")) : std::nullopt);
         MainQueue::async(this, [this, package] { setFProgressString1(progressText(package)); });
     };
-    hooks.packageProcessed = [this](const std::string&, const std::vector<ScriptRun>& runs) {
-        addToTally(runs);
-    };
-    processEntry(receiver(), surroundings_.bundle, hooks, entry);
-    finishItem(entry, entry, 10ms);
+    hooks.scriptStarted = [&runs](const std::string& script) { runs.scriptStarted(script); };
+    hooks.scriptEnded = [&runs](const ScriptRun& run) { runs.scriptEnded(run); };
+    hooks.packageProcessed = [&runs](const auto&, const auto&) { runs.packageEnded(); };
+    if (processEntry(receiver(), surroundings_.bundle, hooks, entry))
+        finishItem(entry, entry, 10ms);
 }
 
 void ViewController::doProcessItem(const std::string& package) {

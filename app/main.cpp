@@ -1,6 +1,9 @@
 #include "app/Application.h"
+#include "app/results/ResultsWindow.h"
 #include "app/toolkit/FileUris.h"
+#include "app/toolkit/NamedImage.h"
 #include "app/toolkit/Queues.h"
+#include "app/toolkit/WindowLevel.h"
 #include "base/ProgramStart.h"
 #include "core/Path.h"
 
@@ -16,10 +19,12 @@
 namespace {
 
 constexpr const char* help = R"(usage: kelpmoray [PATH...]
+       kelpmoray --last-run
 
 Opens the window and the PATHs in it: application packages (Name.app) and folders that hold some, or
 their file URLs. If it runs already, it is handed the PATHs.
 
+  --last-run           show what became of the packages of the last run, and of earlier ones
   --help, --version    print this, or the version, and end
 )";
 
@@ -52,6 +57,22 @@ LocationList locationsIn(int argc, char** argv) {
     return locations;
 }
 
+bool isLastRunAsked(int argc, char** argv) {
+    return argc == 2 && std::string_view(argv[1]) == "--last-run";
+}
+
+/// A program of its own, which the one with the main window may outlive or not.
+int showLastRun() {
+    const RunActions actions;
+    QApplication::setDesktopFileName(
+        QString::fromStdString(MainBundle::ofThisProcess().identifier));
+    ResultsWindow window(RunRecord::userFolder(), {&RunActions::reveal, &RunActions::startWith});
+    window.setWindowIcon(applicationIcon());
+    window.show();
+    activateIgnoringOtherApps(&window);
+    return endJobs(QApplication::exec());
+}
+
 /// The toolkit would advise to install the program again, and abort.
 void sayThatThereIsNoDisplay(QtMsgType type, const QMessageLogContext& context,
                              const QString& message) {
@@ -80,6 +101,8 @@ int main(int argc, char** argv) {
     qInstallMessageHandler(nullptr);
     QApplication::setApplicationName("kelpmoray");
     const LocationList locations = locationsIn(argc, argv);
+    if (isLastRunAsked(argc, argv))
+        return showLastRun();
     Application application;
     if (application.handOver(locations, tokens))
         return 0;

@@ -181,7 +181,7 @@ bool Batch::isValid(const std::string& package) {
         ++failed_;
         return false;
     }
-    return isValidItemToSign(caller_, package, options_.doNotCodesign,
+    return isValidItemToSign(caller_, environment_.tools, package, options_.doNotCodesign,
                              [this] { return identities_; });
 }
 

@@ -31,8 +31,9 @@ bool runWithEnoughStack(std::function<void()> work) {
 }
 
 ExitStatus runBatch(const Options& options) {
-    Batch batch({.bundle = MainBundle::ofThisProcess(),
-                 .tools = {},
+    const MainBundle bundle = MainBundle::ofThisProcess();
+    Batch batch({.bundle = bundle,
+                 .tools = ToolPaths::of(bundle),
                  .in = std::cin,
                  .out = std::cout,
                  .err = std::cerr,

@@ -58,7 +58,7 @@ int showWindow(QApplication& toolkit, const std::string& which) {
         return QApplication::exec();
     }
     Application application;
-    if (application.handOver({}))
+    if (application.handOver(LocationList{}))
         return 1;
     application.start({});
     return QApplication::exec();

@@ -76,6 +76,7 @@ int main(int argc, char** argv) {
 
     NotificationCenter notifications;
     AppDelegate delegate(notifications);
+    RunReporter runs(root / "runs", "1.0");
     SettingsStore settings(QString::fromStdString(root / "settings.ini"));
     const auto start = std::chrono::steady_clock::now();
     double inWindow = 0;
@@ -88,7 +89,9 @@ int main(int argc, char** argv) {
                                inWindow = secondsSince(start);
                                QApplication::quit();
                            },
-                       .notifyUser = [](const QString&, const QString&) {}},
+                       .notifyUser = [](const QString&, const QString&) {},
+                       .runs = runs,
+                       .tellFailure = [](const EndedRun&) {}},
                       delegate);
     int processed = 0;
     double atHundred = 0;

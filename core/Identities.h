@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/Caller.h"
+#include "core/ToolPaths.h"
 
 #include <cstddef>
 #include <optional>
@@ -20,12 +21,6 @@ void describe(BoundedText& out, const IdentityRecord& record);
 
 /// What the record "Do NOT Codesign" has for its identity string.
 inline constexpr std::string_view doNotCodesignIdentity = "donotcodesign";
-
-/// The tools that the listing command names. Neither path may hold a blank.
-struct ToolPaths {
-    std::string security = "/usr/bin/security";
-    std::string awk = "/usr/bin/awk";
-};
 
 /// The shell command line that prints one line "Kind$$ Holder" for each valid identity.
 [[nodiscard]] std::string identityListingCommand(const ToolPaths& tools);

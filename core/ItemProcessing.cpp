@@ -5,6 +5,8 @@
 #include "core/Path.h"
 #include "core/ScriptOutcome.h"
 
+#include <chrono>
+
 namespace {
 
 ScriptRun runScript(const ProcessingHooks& hooks, const std::optional<std::string>& script,
@@ -12,10 +14,15 @@ ScriptRun runScript(const ProcessingHooks& hooks, const std::optional<std::strin
                     const std::optional<std::string>& identity) {
     const std::string command = scriptCommandLine(script, package, identity);
     logEvent("cmdstring = %@", command);
-    ScriptRun run{script ? lastPathComponent(*script) : "(null)", hooks.runShellCommand(command)};
+    ScriptRun run{script ? lastPathComponent(*script) : "(null)", std::nullopt};
+    hooks.scriptStarted(run.scriptFileName);
+    const auto start = std::chrono::steady_clock::now();
+    run.output = hooks.runShellCommand(command);
+    run.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     const bool failed = outcomeOf(run).kind == ScriptOutcome::Kind::Failed;
     Log::writeFormatted(failed ? Log::Severity::Error : Log::Severity::Info, "result of %@ = %@",
                         run.scriptFileName, run.output);
+    hooks.scriptEnded(run);
     return run;
 }
 
@@ -47,6 +54,8 @@ std::vector<ScriptRun> runScripts(const MainBundle& bundle, const ProcessingHook
     if (!hooks.doNotCodesign()) {
         runs.push_back(
             runScript(hooks, bundle.pathForResource("fenwoCodesignApps", "sh"), package, identity));
+        if (!hooks.goesOnAfter(runs.back()))
+            return runs;
     }
     runs.push_back(
         runScript(hooks, bundle.pathForResource("fenwoJustZipApps", "sh"), package, std::nullopt));
@@ -65,13 +74,23 @@ bool processPackage(const Caller& caller, const MainBundle& bundle, const Proces
     return true;
 }
 
-void processEntry(const Caller& caller, const MainBundle& bundle, const ProcessingHooks& hooks,
-                  const std::string& entry) {
+std::vector<std::string> packagesToProcess(const Caller& caller, const std::string& entry) {
     const Caller here = caller.in("doProcessItemNew:");
     here.step("...");
     const LocationList items = {FileUrl::fileURLWithPath(entry)};
     const auto packages = validItemsFromUrls(caller, items);
     here.step("...appsToSign(%i) = %@", packages ? packages->size() : 0, packages);
-    for (const std::string& package : packages.value_or(std::vector<std::string>{}))
-        processPackage(here, bundle, hooks, package);
+    return packages.value_or(std::vector<std::string>{});
+}
+
+bool processEntry(const Caller& caller, const MainBundle& bundle, const ProcessingHooks& hooks,
+                  const std::string& entry) {
+    const std::vector<std::string> packages = packagesToProcess(caller, entry);
+    hooks.packagesFound(packages);
+    for (const std::string& package : packages) {
+        if (!hooks.goesOn())
+            return false;
+        processPackage(caller.in("doProcessItemNew:"), bundle, hooks, package);
+    }
+    return true;
 }

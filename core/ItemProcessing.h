@@ -21,6 +21,7 @@
 struct ScriptRun {
     std::string scriptFileName;        ///< "(null)" when the script is missing
     std::optional<std::string> output; ///< none when it wrote nothing usable
+    double seconds = 0;                ///< that it took
 };
 
 /// What processing asks its caller and tells it, on the thread that processes. Each has a value
@@ -33,8 +34,17 @@ struct ProcessingHooks {
     };
     std::function<std::optional<std::string>(const std::string& command)> runShellCommand =
         ::runShellCommand;
+    /// Whether the package's next script runs after this one.
+    std::function<bool(const ScriptRun& run)> goesOnAfter = [](const auto&) { return true; };
+    /// Asked before each package: whether it is to be processed. The others are left as they are.
+    std::function<bool()> goesOn = [] { return true; };
+    /// These are the entry's packages.
+    std::function<void(const std::vector<std::string>& packages)> packagesFound = [](const auto&) {
+    };
     /// A package's scripts are about to run.
     std::function<void(const std::string& package)> packageStarted = [](const auto&) {};
+    std::function<void(const std::string& scriptFileName)> scriptStarted = [](const auto&) {};
+    std::function<void(const ScriptRun& run)> scriptEnded = [](const auto&) {};
     /// A package's scripts have run.
     std::function<void(const std::string& package, const std::vector<ScriptRun>& runs)>
         packageProcessed = [](const auto&, const auto&) {};
@@ -54,7 +64,7 @@ struct ProcessingHooks {
 
 /// Runs the right scripts over one package, each to its end: the one of the edition that never
 /// signs if the bundle has it; else the signing one, unless signing is off, and then the packing
-/// one. How a script ends changes nothing.
+/// one. How a script ends changes nothing, unless a hook decides so.
 std::vector<ScriptRun> runScripts(const MainBundle& bundle, const ProcessingHooks& hooks,
                                   const std::optional<std::string>& package,
                                   const std::optional<std::string>& identity);
@@ -64,7 +74,13 @@ std::vector<ScriptRun> runScripts(const MainBundle& bundle, const ProcessingHook
 bool processPackage(const Caller& caller, const MainBundle& bundle, const ProcessingHooks& hooks,
                     const std::string& package);
 
+/// The packages that one entry of the work set (a folder, or a package itself) stands for, in
+/// order.
+[[nodiscard]] std::vector<std::string> packagesToProcess(const Caller& caller,
+                                                         const std::string& entry);
+
 /// Processes the packages of one entry of the work set (a folder, or a package itself), one after
-/// the other. Blocks while the scripts run: never for the main thread.
-void processEntry(const Caller& caller, const MainBundle& bundle, const ProcessingHooks& hooks,
+/// the other. False if some were left because the hooks said so. Blocks while the scripts run:
+/// never for the main thread.
+bool processEntry(const Caller& caller, const MainBundle& bundle, const ProcessingHooks& hooks,
                   const std::string& entry);

@@ -7,22 +7,31 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdint>
+#include <mutex>
 
 namespace {
 
-/// Ignores SIGCHLD for its life, then puts back what it found.
+/// Ignores SIGCHLD for its life, then puts back what it found. Commands may run on several threads
+/// at once: the first one ignores it, the last one puts it back.
 class IgnoredChildSignal {
 public:
-    IgnoredChildSignal() : previous_(std::signal(SIGCHLD, SIG_IGN)) {}
+    IgnoredChildSignal() {
+        const std::lock_guard lock(mutex);
+        if (users++ == 0)
+            previous = std::signal(SIGCHLD, SIG_IGN);
+    }
     ~IgnoredChildSignal() {
-        if (std::signal(SIGCHLD, previous_) == SIG_ERR)
+        const std::lock_guard lock(mutex);
+        if (--users == 0 && std::signal(SIGCHLD, previous) == SIG_ERR)
             logFailure("error reseting SIGCHLD");
     }
     IgnoredChildSignal(const IgnoredChildSignal&) = delete;
     IgnoredChildSignal& operator=(const IgnoredChildSignal&) = delete;
 
 private:
-    void (*previous_)(int);
+    static inline std::mutex mutex;
+    static inline int users = 0;
+    static inline void (*previous)(int) = SIG_DFL;
 };
 
 std::optional<std::string> decoded(std::string bytes) {

@@ -41,11 +41,11 @@ std::optional<std::string> knownAuthority(const std::vector<std::string>& author
 }
 
 /// None if the package is not signed.
-std::optional<std::vector<std::string>> signingAuthorities(const std::string& path) {
-    const std::string command =
-        formatted("/usr/bin/codesign -dv --verbose=4 \"%@\" 2>&1 |awk '/^Authority=/ "
-                  "{sub(\"^Authority=\",\"\");print $0;}'",
-                  standardizedPath(path));
+std::optional<std::vector<std::string>> signingAuthorities(const ToolPaths& tools,
+                                                           const std::string& path) {
+    const std::string command = formatted("%@ -dv --verbose=4 \"%@\" 2>&1 |awk '/^Authority=/ "
+                                          "{sub(\"^Authority=\",\"\");print $0;}'",
+                                          tools.codesign, standardizedPath(path));
     logEvent("cmd = %@", command);
     std::optional<std::vector<std::string>> lines;
     if (const auto output = VornNSStringAdditions::outputWhenRunAsShellCommand(command))
@@ -56,8 +56,8 @@ std::optional<std::vector<std::string>> signingAuthorities(const std::string& pa
 
 } // namespace
 
-bool isValidItemToSign(const Caller& caller, const std::string& path, bool doNotCodesign,
-                       const std::function<IdentityList()>& identities) {
+bool isValidItemToSign(const Caller& caller, const ToolPaths& tools, const std::string& path,
+                       bool doNotCodesign, const std::function<IdentityList()>& identities) {
     const Caller here = caller.in("isValidItemToSign:");
     if (doNotCodesign) {
         here.step("...returning Valid as prefDoNotCodesign = NO...");
@@ -65,7 +65,7 @@ bool isValidItemToSign(const Caller& caller, const std::string& path, bool doNot
     }
     if (!isInspected(here, path))
         return true;
-    const auto authorities = signingAuthorities(path);
+    const auto authorities = signingAuthorities(tools, path);
     if (!authorities)
         return true;
     const auto found = knownAuthority(*authorities, identities);

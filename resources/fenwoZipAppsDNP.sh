@@ -11,4 +11,5 @@ the resources it is the only one that runs.
 USAGE
     exit 0
 fi
-exec "$(dirname -- "$0")/fenwoJustZipApps.sh" "$@"
+case "$0" in */*) exec "${0%/*}/fenwoJustZipApps.sh" "$@" ;; esac
+exec ./fenwoJustZipApps.sh "$@"

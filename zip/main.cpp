@@ -1,20 +1,19 @@
 #include "base/Number.h"
 #include "base/Printable.h"
 #include "base/ProgramStart.h"
+#include "base/ProgressChannel.h"
 #include "base/Version.h"
 #include "zip/Compressor.h"
 #include "zip/Packer.h"
 #include "zip/ZipFormat.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
 #include <string>
 #include <string_view>
 #include <thread>
-#include <utility>
 
 #include <getopt.h>
 #include <unistd.h>
@@ -109,26 +108,6 @@ base::Outcome apply(int option, const char* value, const std::string& given, Com
     }
 }
 
-/// Prints at most ten lines a second, and one at the end.
-class ProgressPrinter {
-public:
-    void operator()(std::uint64_t bytes, std::uint64_t total) {
-        const auto now = std::chrono::steady_clock::now();
-        // Entries without content may follow the last byte.
-        const bool isNews = bytes == total ? !std::exchange(saidAll_, true) : now >= next_;
-        if (!isNews)
-            return;
-        next_ = now + std::chrono::milliseconds(100);
-        const double share =
-            total == 0 ? 1 : static_cast<double>(bytes) / static_cast<double>(total);
-        std::fprintf(stderr, "%d%%\n", static_cast<int>(100 * share));
-    }
-
-private:
-    std::chrono::steady_clock::time_point next_;
-    bool saidAll_ = false;
-};
-
 int run(int argumentCount, char** arguments) {
     base::startProgram();
     static const option longOptions[] = {{"reproducible", no_argument, nullptr, Reproducible},
@@ -156,9 +135,12 @@ int run(int argumentCount, char** arguments) {
     }
     if (argumentCount - optind != 2)
         return report("Give an archive and a package. See kelpmoray-zip --help.", wrongUsage);
+    base::ProgressChannel progress(line.showProgress);
+    if (progress.open())
+        line.options.progress = [&](std::uint64_t bytes, std::uint64_t total) {
+            progress.tell(bytes, total);
+        };
     line.options.notice = [](const std::string& sentence) { report(sentence, done); };
-    if (line.showProgress)
-        line.options.progress = ProgressPrinter();
     auto packed = pack(arguments[optind], arguments[optind + 1], line.options);
     return packed ? done : report(packed.error().sentence, failed);
 }

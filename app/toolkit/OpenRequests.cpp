@@ -22,9 +22,10 @@ QString objectPath(const std::string& identifier) {
 } // namespace
 
 OpenRequests::OpenRequests(std::string identifier, std::function<void(const LocationList&)> opened,
-                           std::function<void()> activated)
+                           std::function<void()> activated,
+                           std::function<void(const QString&, const QString&)> acted)
     : identifier_(std::move(identifier)), opened_(std::move(opened)),
-      activated_(std::move(activated)) {
+      activated_(std::move(activated)), acted_(std::move(acted)) {
     new OpenRequestsAdaptor(this);
 }
 
@@ -129,8 +130,8 @@ void OpenRequestsAdaptor::Open(const QStringList& uris, const QVariantMap& platf
     requests_->open(uris);
 }
 
-void OpenRequestsAdaptor::ActivateAction(const QString&, const QVariantList&,
+void OpenRequestsAdaptor::ActivateAction(const QString& name, const QVariantList& parameter,
                                          const QVariantMap& platformData) {
     useTokens(platformData);
-    requests_->activate();
+    requests_->act(name, parameter.empty() ? QString() : parameter.front().toString());
 }

@@ -29,7 +29,8 @@ public:
     /// `opened` gets the locations of each request, `activated` asks for the window to come to
     /// front.
     OpenRequests(std::string identifier, std::function<void(const LocationList&)> opened,
-                 std::function<void()> activated);
+                 std::function<void()> activated,
+                 std::function<void(const QString& action, const QString& target)> acted);
 
     /// Hands `locations` to the application that already runs; without any it is brought to the
     /// front. False if none runs: then this one is the application from now on. A request is sent
@@ -41,6 +42,8 @@ public:
 
     void activate();
     void open(const QStringList& uris);
+    /// An action of the desktop entry or of a notification, with what went along with it.
+    void act(const QString& action, const QString& target) { acted_(action, target); }
 
 private:
     [[nodiscard]] QDBusMessage request(const QString& owner, const LocationList& locations,
@@ -49,6 +52,7 @@ private:
     std::string identifier_;
     std::function<void(const LocationList&)> opened_;
     std::function<void()> activated_;
+    std::function<void(const QString&, const QString&)> acted_;
 };
 
 /// What the bus sees of OpenRequests.

@@ -2,8 +2,21 @@
 
 #include <QString>
 
-/// Shows a person something that became of an application outside its window: the
-/// interface org.freedesktop.Notifications (defined by freedesktop.org under "Desktop
-/// Notifications") on the session bus. `identifier` names the application's desktop entry and icon.
-/// Without a service that shows notifications nothing happens. Any thread.
-void notifyUser(const QString& identifier, const QString& summary, const QString& body);
+#include <vector>
+
+/// A button of a notification. `name` is an action of org.freedesktop.Application, so that a
+/// desktop that keeps notifications starts the application for it.
+struct NotificationAction {
+    QString name;
+    QString title;
+    QString target; ///< what goes along with it; may be empty
+};
+
+/// Shows a person something that became of an application while they looked elsewhere, on the
+/// session bus: through org.gtk.Notifications where there is one, since that outlives the process,
+/// else through org.freedesktop.Notifications (defined by freedesktop.org under "Desktop
+/// Notifications"), with "NAME TARGET" as the key of an action. `identifier` names the
+/// application's desktop entry and icon. Where nobody shows notifications nothing happens. Any
+/// thread.
+void notifyUser(const QString& identifier, const QString& summary, const QString& body,
+                const std::vector<NotificationAction>& actions = {});

@@ -280,7 +280,29 @@ TEST_F(BatchLoop, TellsTheEndOfARunToWhoLooksElsewhere) {
     ASSERT_TRUE(waitUntil([] { return QApplication::activeWindow() == nullptr; }));
     folder.makeFile("go on");
     awaitTermination();
-    EXPECT_THAT(told, ElementsAre("Packages are done: 3 packed, 3 not signed; the log tells why"));
+    EXPECT_THAT(told, ElementsAre("3 packages: 0 done, 3 failed."));
+}
+
+TEST_F(BatchLoop, StopsBetweenTwoPackagesAndLeavesTheEntry) {
+    settings.setBool("prefDoNotCodesign", true);
+    installScript("fenwoJustZipApps",
+                  "while [ ! -e '" + folder.path("go on") + "' ]; do :; done; echo \"packed: $1\"");
+    start({"A"});
+    QTest::mouseClick(sheet()->findChild<QPushButton*>("Process"), Qt::LeftButton);
+    ASSERT_TRUE(waitUntil([this] { return find("stop")->isVisible() && !calls().empty(); }));
+    find<QPushButton>("stop")->click();
+    folder.makeFile("go on");
+    ASSERT_TRUE(waitUntil([this] { return !controller().fButton1Busy(); }));
+    const std::string begun = calls();
+    EXPECT_EQ(std::ranges::count(begun, '\n'), 1) << begun;
+    EXPECT_THAT(waiting(), ElementsAre(folder.path("A")));
+    EXPECT_EQ(terminations, 0);
+    EXPECT_FALSE(find("stop")->isVisible());
+    const auto recorded = recordedRuns(folder.path("runs"));
+    ASSERT_EQ(recorded.size(), 1U);
+    EXPECT_EQ(stateWord(readRun(recorded.front())->packages.at(0)), "Done");
+    EXPECT_EQ(runs.model().rowCount(), 1);
+    EXPECT_TRUE(find("results")->isVisible());
 }
 
 TEST_F(BatchLoop, TellsWhoSeesTheWindowOfFailuresOnly) {
@@ -297,7 +319,10 @@ TEST_F(BatchLoop, TellsWhoSeesTheWindowOfFailuresOnly) {
         press("Process");
         press(answer);
         ASSERT_EQ(told.size(), 1U) << answer;
-        EXPECT_THAT(told.front(), testing::HasSubstr("0 packed, ")) << "counted anew each run";
-        EXPECT_THAT(told.front(), testing::EndsWith(" not packed; the log tells why"));
+        EXPECT_THAT(told.front(),
+                    testing::EndsWith(": 0 done, " +
+                                      std::to_string(answer == std::string("Process") ? 3 : 1) +
+                                      " failed."))
+            << answer;
     }
 }

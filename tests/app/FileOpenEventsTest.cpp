@@ -15,7 +15,8 @@ using testing::IsEmpty;
 TEST(FileOpenEvents, OfOneTurnAreOneRequestInTheirOrder) {
     std::vector<LocationList> opened;
     OpenRequests requests(
-        "org.example.test", [&](const LocationList& urls) { opened.push_back(urls); }, [] {});
+        "org.example.test", [&](const LocationList& urls) { opened.push_back(urls); }, [] {},
+        [](const auto&, const auto&) {});
     const FileOpenEvents events([&](const QStringList& uris) { requests.open(uris); });
     const auto send = [](const auto& what) {
         QFileOpenEvent event(what);

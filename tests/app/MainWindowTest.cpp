@@ -89,7 +89,9 @@ TEST_F(Window, WakesWithoutADropView) {
                           .notifications = notifications,
                           .tools = tools,
                           .terminate = [] {},
-                          .notifyUser = {}});
+                          .notifyUser = {},
+                          .runs = runs,
+                          .tellFailure = {}});
     alone.setView(&view);
     alone.awakeFromNib();
     EXPECT_EQ(log.count(formatted("%@", &alone) +
@@ -104,7 +106,9 @@ TEST_F(Window, WakesOnceItHasBeenPainted) {
                                                                   .notifications = notifications,
                                                                   .tools = tools,
                                                                   .terminate = [] {},
-                                                                  .notifyUser = {}},
+                                                                  .notifyUser = {},
+                                                                  .runs = runs,
+                                                                  .tellFailure = {}},
                                      delegate);
     EXPECT_EQ(controller().fSetOfFolders(), nullptr);
     window->show();

@@ -8,6 +8,7 @@
 #include "app/toolkit/QtDescription.h"
 #include "app/toolkit/Queues.h"
 #include "app/toolkit/SettingsStore.h"
+#include "core/RunSummary.h"
 #include "tests/app/Support.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/ScopedEnvironment.h"
@@ -50,16 +51,19 @@ struct WindowFixture : testing::Test {
     }
     MainWindow& openWindow() {
         window = std::make_unique<MainWindow>(
-            ViewController::Surroundings{.bundle = bundle,
-                                         .settings = settings,
-                                         .notifications = notifications,
-                                         .tools = tools,
-                                         .terminate = [this] { ++terminations; },
-                                         .notifyUser =
-                                             [this](const QString& summary, const QString& body) {
-                                                 told.push_back(
-                                                     (summary + ": " + body).toStdString());
-                                             }},
+            ViewController::Surroundings{
+                .bundle = bundle,
+                .settings = settings,
+                .notifications = notifications,
+                .tools = tools,
+                .terminate = [this] { ++terminations; },
+                .notifyUser =
+                    [this](const QString& summary, const QString& body) {
+                        told.push_back((summary + ": " + body).toStdString());
+                    },
+                .runs = runs,
+                .tellFailure =
+                    [this](const EndedRun& run) { told.push_back(summaryOf(run.packages)); }},
             delegate);
         wasOpened = true;
         window->load();
@@ -127,6 +131,7 @@ struct WindowFixture : testing::Test {
     SettingsStore settings{QString::fromStdString(folder.path("settings.ini"))};
     NotificationCenter notifications;
     AppDelegate delegate{notifications};
+    RunReporter runs{folder.path("runs"), "1.0"};
     std::atomic<int> terminations = 0;
     std::vector<std::string> told; ///< to a person who looks elsewhere
     std::unique_ptr<MainWindow> window;

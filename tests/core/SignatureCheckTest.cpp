@@ -1,5 +1,6 @@
 #include "core/SignatureCheck.h"
 
+#include "core/Path.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/ScopedEnvironment.h"
 #include "tests/support/TemporaryFolder.h"
@@ -16,21 +17,22 @@ const Caller caller{"Tester", "<Tester>"};
 const IdentityList identities = {{"donotcodesign", "donotcodesign", "Do NOT Codesign"},
                                  {"K", "Jo (X1)", "K: Jo (X1)"}};
 
-/// The inspector's path is fixed, but the awk behind it is found through the search path: the
-/// stand-in prints the authorities in its stead.
 struct SignatureCheck : testing::Test {
     bool check(const std::string& path, bool doNotCodesign = false) {
-        return isValidItemToSign(caller, path, doNotCodesign, [this] {
+        return isValidItemToSign(caller, tools, path, doNotCodesign, [this] {
             ++timesAsked;
             return identities;
         });
     }
     void authoritiesAre(const std::string& lines) {
-        folder.makeExecutable("bin/awk", "#!/bin/sh\ncat >/dev/null\nprintf '" + lines + "'\n");
+        tools.codesign =
+            inspectors.makeExecutable("codesign", "#!/bin/sh\nprintf 'Format=x\n'\nprintf '" +
+                                                      lines + "' | sed 's/^/Authority=/' >&2\n");
     }
 
     TemporaryFolder folder;
-    ScopedEnvironment searchPath{"PATH", pathWith(folder.path("bin"))};
+    const TemporaryFolder inspectors{TemporaryFolder::withoutBlank};
+    ToolPaths tools;
     LogCapture log;
     int timesAsked = 0;
 };
@@ -62,7 +64,7 @@ TEST_F(SignatureCheck, FindsAnAuthorityAmongTheIdentities) {
     EXPECT_EQ(timesAsked, 2) << "once for each authority up to the match";
     EXPECT_THAT(
         log.messages(),
-        ElementsAre("cmd = /usr/bin/codesign -dv --verbose=4 \"" + folder.path("Tool.APP") +
+        ElementsAre("cmd = " + tools.codesign + " -dv --verbose=4 \"" + folder.path("Tool.APP") +
                         "\" 2>&1 |awk '/^Authority=/ {sub(\"^Authority=\",\"\");print $0;}'",
                     "this item was signed with:\n(\n    \"Some Root\",\n    \"K: Jo (X1)\",\n"
                     "    \"Do NOT Codesign\"\n)",
@@ -90,4 +92,16 @@ TEST_F(SignatureCheck, StandardizesThePathForTheCommandOnly) {
     EXPECT_TRUE(check(folder.path("home/sub/../Tool.app")));
     EXPECT_THAT(log.messages().front(),
                 HasSubstr("--verbose=4 \"" + folder.path("home/Tool.app") + "\""));
+}
+
+TEST(ToolPaths, AreTheSystemsAndOnlyWithoutThoseOurOwn) {
+    const TemporaryFolder folder;
+    const std::string program = folder.makeExecutable("bin/kelpmoray", "");
+    const ToolPaths none = ToolPaths::of(MainBundle::ofExecutable(program));
+    EXPECT_EQ(none.security, "/usr/bin/security");
+    EXPECT_EQ(none.codesign, "/usr/bin/codesign");
+    const std::string own = folder.makeExecutable("bin/kelpmoray-codesign", "");
+    const bool systemSigns = fileExists("/usr/bin/codesign");
+    EXPECT_EQ(ToolPaths::of(MainBundle::ofExecutable(program)).codesign,
+              systemSigns ? "/usr/bin/codesign" : own);
 }

@@ -3,6 +3,7 @@
 
 Needs Xvfb, openbox, xdotool, dbus-daemon and gdbus. KELPMORAY_BUILD names the build (build/dev).
 """
+import json
 import os
 import pathlib
 import signal
@@ -13,7 +14,7 @@ import unittest
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
 
 from desktop import SKIP, TICK_AND_PROCESS, Desktop, Window  # noqa: E402
-from programs import BUILD, ProgramTest, await_that, run  # noqa: E402
+from programs import BUILD, ProgramTest, await_that, run, write  # noqa: E402
 
 FRAMEWORK = "Contents/Frameworks/K.framework/Versions"
 TITLE = "^Kelpmoray$"
@@ -39,6 +40,15 @@ class EndToEnd(ProgramTest):
         """Starts the program and awaits its window."""
         self.program = self.start(*folders)
         self.window = self.desktop.await_window(TITLE)
+
+    def spoil_signing(self, names):
+        """Packages whose path fits the pattern cannot be signed, as long as they are not mended."""
+        script = os.path.join(self.programs.folder, "share/kelpmoray/fenwoCodesignApps.sh")
+        with open(script, encoding="utf-8") as file:
+            self.addCleanup(write, script, file.read(), 0o755)
+        write(script, f'#!/bin/sh\ncase $1 in {names}) [ -e "$1/mended" ] ||'
+                      ' { echo "error: ${1##*/} is broken: mend it"; exit 1; } ;; esac\n'
+                      'echo "signed: $1"\n', 0o755)
 
     def await_no_sheet(self):
         await_that(lambda: not self.desktop.visible_sheet(), "the end of the sheet")
@@ -146,6 +156,7 @@ class Opened(EndToEnd):
 class Told(EndToEnd):
     def test_who_looks_elsewhere_is_told_before_the_program_ends(self):
         self.package("big/Big.app", size=40_000_000)
+        self.spoil_signing("*/Big*")
         heard = self.path("heard")
         with open(heard, "wb") as file:
             monitor = subprocess.Popen(
@@ -171,13 +182,61 @@ class Told(EndToEnd):
                 return file.read()
         await_that(lambda: "int32 -1" in said(), "the notification")
         call = [" ".join(line.split()) for line in said().partition("member=Notify")[2].splitlines()[1:]]
-        self.assertEqual(call[:14], [
+        self.assertEqual(call[:18], [
             'string "Kelpmoray"', "uint32 0", 'string "com.quenbark.kelpmoray"',
-            'string "Packages are done"', 'string "1 packed, 1 not signed; the log tells why"',
-            "array [", "]",
+            'string "The package failed"', 'string "Big.app: Big.app is broken."',
+            "array [", 'string "show-results "', 'string "Show Results"',
+            f'string "show-folder {self.path("big/Big.app")}"', 'string "Show Folder"', "]",
             "array [", "dict entry(", 'string "desktop-entry"',
             'variant string "com.quenbark.kelpmoray"', ")", "]",
             "int32 -1"])  # the service decides how long
+
+
+class AfterAFailure(EndToEnd):
+    """The middle one of three packages cannot be signed, as long as it is not mended."""
+    RESULTS = "^Kelpmoray Results$"
+
+    def setUp(self):
+        super().setUp()
+        self.spoil_signing("*/Two*")
+        self.runs = self.path("home/.local/state/kelpmoray/runs")
+
+    def recorded(self):
+        """The packages of each run, the oldest first: name and state."""
+        found = []
+        for name in sorted(os.listdir(self.runs)) if os.path.exists(self.runs) else []:
+            with open(os.path.join(self.runs, name), encoding="utf-8") as file:
+                found.append({os.path.basename(package["path"]): package["state"]
+                              for package in json.load(file)["packages"]})
+        return found
+
+    def test_the_results_come_and_retry_opens_what_failed(self):
+        self.launch("three")
+        self.desktop.answer()
+        self.assert_ends()
+        results = self.desktop.await_window(self.RESULTS)
+        whole = {"-Three.app": "done", "One.app": "done", "Two ü.app": "failed"}
+        self.assertEqual(self.recorded(), [whole])
+        write(self.path("three/Two ü.app/mended"), "")
+        self.desktop.press(results, "alt+f")
+        self.desktop.answer()
+        await_that(lambda: len(self.recorded()) == 2, "the second run")
+        await_that(lambda: not self.desktop.visible_window(TITLE), "the end")
+        self.assertEqual(self.recorded(), [whole, {"Two ü.app": "done"}])
+        self.assert_packed("three/Two ü")
+
+    def test_a_killed_run_is_told_as_far_as_it_came(self):
+        self.package("three/Z.app", size=40_000_000)
+        self.launch("three")
+        self.desktop.answer()
+        await_that(lambda: self.recorded()[-1:] and "Z.app" in self.recorded()[0], "the last package")
+        self.program.kill()
+        self.assertEqual(self.recorded(), [{"-Three.app": "done", "One.app": "done",
+                                            "Two ü.app": "failed", "Z.app": "running"}])
+        program = Window(self.desktop, [self.programs.window, "--last-run"], self.path("log 2"))
+        self.addCleanup(program.kill)
+        self.desktop.press(self.desktop.await_window(self.RESULTS), "Escape")
+        self.assertEqual(program.end(), 0, program.log())
 
 
 class Helped(EndToEnd):

@@ -197,7 +197,8 @@ class InTheWindow(Names):
         own = [self.path("log"), self.path("home/tools/opened"),
                self.path("home/.config/com.quenbark.kelpmoray.ini")]
         return {path for path in self.everything() - before - {in_bytes(path) for path in own}
-                if not (path.startswith(self.here + b"/") and path.endswith(b".zip"))}
+                if not (path.startswith(self.here + b"/") and path.endswith(b".zip"))
+                and not path.startswith(in_bytes(self.path("home/.local")))}
 
     def test_names_of_packages_in_the_list(self):
         for name, _, _ in [*NAMES, (b"Plain", None, None)]:

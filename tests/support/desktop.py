@@ -29,6 +29,7 @@ class Desktop:
         self.environment = {key: value for key, value in os.environ.items()
                             if key not in ("DBUS_SESSION_BUS_ADDRESS", "DISPLAY", "WAYLAND_DISPLAY")}
         self.environment.update(HOME=home, XDG_CONFIG_HOME=os.path.join(home, ".config"),
+                                XDG_STATE_HOME=os.path.join(home, ".local/state"),
                                 XDG_RUNTIME_DIR=home, QT_QPA_PLATFORM="xcb",
                                 PATH=tools + ":" + os.environ["PATH"])
         # Without -noreset the server starts afresh whenever its last client leaves.

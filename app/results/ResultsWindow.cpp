@@ -1,0 +1,131 @@
+#include "app/results/ResultsWindow.h"
+
+#include "core/Path.h"
+#include "core/RunSummary.h"
+
+#include <QDateTime>
+#include <QHBoxLayout>
+#include <QShortcut>
+#include <QVBoxLayout>
+
+#include <algorithm>
+
+namespace {
+
+QString titleOf(const RecordedRun& run) {
+    const QDateTime started =
+        QDateTime::fromString(QString::fromStdString(run.started), Qt::ISODate).toLocalTime();
+    return QLocale().toString(started, QLocale::ShortFormat) + " · " +
+           QString::fromStdString(summaryOf(run.packages));
+}
+
+QString stateOf(const RecordedRun& run) {
+    QString text = QString::fromStdString(summaryOf(run.packages));
+    if (run.underWay)
+        return text + ResultsWindow::tr(" The run is still under way.");
+    if (!run.finished)
+        return text + ResultsWindow::tr(" The run was interrupted.");
+    return text;
+}
+
+} // namespace
+
+ResultsWindow::ResultsWindow(const std::string& folder, Outside outside)
+    : outside_(std::move(outside)), runs_(new QComboBox), summary_(new QLabel),
+      list_(new ResultsList), message_(new QLabel), reveal_(new QPushButton(tr("&Reveal"))),
+      copy_(new QPushButton(tr("&Copy"))), output_(new QPushButton(tr("Show Full &Output"))),
+      retry_(new QPushButton(tr("Retry &Failed"))) {
+    setObjectName("resultsWindow");
+    setWindowTitle(tr("Kelpmoray Results"));
+    layOut();
+    list_->showRun(&model_);
+    for (const std::string& file : recordedRuns(folder)) {
+        if (const auto run = readRun(file))
+            runs_->addItem(titleOf(*run), QByteArray::fromStdString(file));
+    }
+    runs_->setEnabled(runs_->count() > 1);
+    connect(runs_, &QComboBox::currentIndexChanged, this,
+            [this] { showRun(runs_->currentData().toByteArray().toStdString()); });
+    connect(list_, &ResultsList::revealWanted, this,
+            [this](const QString& path) { outside_.reveal(path.toStdString()); });
+    connect(list_->selectionModel(), &QItemSelectionModel::currentChanged, this,
+            &ResultsWindow::showCurrent);
+    connect(reveal_, &QPushButton::clicked, list_, &ResultsList::revealCurrent);
+    connect(copy_, &QPushButton::clicked, list_, &ResultsList::copyCurrent);
+    connect(output_, &QPushButton::clicked, list_, &ResultsList::showOutputOfCurrent);
+    connect(retry_, &QPushButton::clicked, this, &ResultsWindow::retryFailed);
+    for (const QKeySequence& keys :
+         {QKeySequence(QKeySequence::Quit), QKeySequence(QKeySequence::Close),
+          QKeySequence(Qt::Key_Escape)})
+        connect(new QShortcut(keys, this), &QShortcut::activated, this, &QWidget::close);
+    showRun(runs_->currentData().toByteArray().toStdString());
+}
+
+void ResultsWindow::layOut() {
+    runs_->setObjectName("runs");
+    runs_->setAccessibleName(tr("Run"));
+    runs_->setToolTip(tr("This run, and earlier ones"));
+    runs_->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+    summary_->setObjectName("summary");
+    QFont bold = summary_->font();
+    bold.setBold(true);
+    summary_->setFont(bold);
+    message_->setObjectName("message");
+    for (QLabel* label : {summary_, message_}) {
+        label->setTextFormat(Qt::PlainText);
+        label->setWordWrap(true);
+        label->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    }
+    message_->setMinimumHeight(3 * message_->fontMetrics().height());
+    message_->setAlignment(Qt::AlignTop);
+    list_->setObjectName("results");
+    retry_->setObjectName("retry");
+    auto* buttons = new QHBoxLayout;
+    for (QPushButton* button : {reveal_, copy_, output_})
+        buttons->addWidget(button);
+    buttons->addStretch();
+    buttons->addWidget(retry_);
+    auto* layout = new QVBoxLayout(this);
+    layout->addWidget(runs_);
+    layout->addWidget(summary_);
+    layout->addWidget(list_, 1);
+    layout->addWidget(message_);
+    layout->addLayout(buttons);
+    setMinimumSize(420, 300);
+    resize(620, 440);
+}
+
+void ResultsWindow::showRun(const std::string& file) {
+    const auto run = readRun(file);
+    model_.setPackages(run ? run->packages : std::vector<PackageRecord>{});
+    model_.putFailedFirst();
+    summary_->setText(run ? stateOf(*run) : tr("No run is recorded yet. Process a package first."));
+    retry_->setEnabled(run && std::ranges::any_of(run->packages, hasFailed));
+    list_->setCurrentIndex(model_.index(0, 0));
+    showCurrent();
+}
+
+void ResultsWindow::showCurrent() {
+    const PackageRecord* package = list_->currentPackage();
+    for (QPushButton* button : {reveal_, copy_, output_})
+        button->setEnabled(package != nullptr);
+    QString text;
+    if (package != nullptr) {
+        const auto failure = failureOf(*package);
+        text =
+            QString::fromStdString(failure ? failure->error + "\n" + failure->remedy
+                                           : messageOf(*package).substr(package->path.size() + 1))
+                .trimmed();
+    }
+    message_->setText(text);
+}
+
+void ResultsWindow::retryFailed() {
+    std::vector<std::string> packages;
+    for (const PackageRecord& package : model_.packages()) {
+        if (hasFailed(package) && std::ranges::find(packages, package.path) == packages.end())
+            packages.push_back(package.path);
+    }
+    outside_.retry(packages);
+    close();
+}

@@ -1,0 +1,71 @@
+#include "app/results/RunActions.h"
+
+#include "app/RevealInFinder.h"
+#include "app/toolkit/Queues.h"
+#include "app/toolkit/SessionBus.h"
+#include "core/Path.h"
+#include "core/RunSummary.h"
+
+#include <QCoreApplication>
+#include <QProcess>
+
+#include <algorithm>
+
+RunActions::RunActions() {
+    if (auto bus = sessionBus())
+        bus->connect({}, "/org/freedesktop/Notifications", "org.freedesktop.Notifications",
+                     "ActionInvoked", this, SLOT(invoked(uint, QString)));
+}
+
+void RunActions::invoked(uint, const QString& key) {
+    // Of anybody's notification: ours have the target in the key.
+    act(key.section(' ', 0, 0), key.section(' ', 1));
+}
+
+bool RunActions::act(const QString& action, const QString& target) {
+    if (action == showResults)
+        startLastRun();
+    else if (action == showFolder)
+        reveal(target.toStdString());
+    else
+        return false;
+    return true;
+}
+
+void RunActions::tellFailure(const std::string& identifier, const EndedRun& run) {
+    constexpr std::ptrdiff_t named = 3;
+    std::ptrdiff_t failed = 0;
+    QString body;
+    QString folder;
+    for (const PackageRecord& package : run.packages) {
+        const auto failure = failureOf(package);
+        if (!failure || ++failed > named)
+            continue;
+        if (folder.isEmpty())
+            folder = QString::fromStdString(package.path);
+        body +=
+            QString::fromStdString(lastPathComponent(package.path) + ": " + failure->error) + '\n';
+    }
+    if (failed > named)
+        body += tr("and %1 more").arg(failed - named);
+    const QString title = run.packages.size() == 1
+                              ? tr("The package failed")
+                              : tr("%1 of %2 packages failed").arg(failed).arg(run.packages.size());
+    notifyUser(QString::fromStdString(identifier), title, body.trimmed(),
+               {{showResults, tr("Show Results"), {}}, {showFolder, tr("Show Folder"), folder}});
+}
+
+void RunActions::startLastRun() {
+    QProcess::startDetached(QCoreApplication::applicationFilePath(), {"--last-run"});
+}
+
+void RunActions::startWith(const std::vector<std::string>& packages) {
+    QStringList arguments{"--"};
+    for (const std::string& package : packages)
+        arguments.push_back(QString::fromStdString(package));
+    QProcess::startDetached(QCoreApplication::applicationFilePath(), arguments);
+}
+
+void RunActions::reveal(const std::string& path) {
+    GlobalQueue::async([path] { revealItemInFinder(path); });
+}

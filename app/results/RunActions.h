@@ -1,0 +1,32 @@
+#pragma once
+
+#include "app/results/RunReporter.h"
+#include "app/toolkit/UserNotification.h"
+
+#include <QObject>
+
+/// What a person can do about a run that has ended: the actions of its notification, which come
+/// through the bus while this exists, or start the application. Main thread.
+class RunActions : public QObject {
+    Q_OBJECT
+public:
+    static constexpr const char* showResults = "show-results";
+    static constexpr const char* showFolder = "show-folder";
+
+    RunActions();
+
+    /// False if there is no such action.
+    bool act(const QString& action, const QString& target);
+    /// Tells what failed, whoever looks where. `identifier` is the application's.
+    static void tellFailure(const std::string& identifier, const EndedRun& run);
+    /// Starts the program anew, to show the record of the last run.
+    static void startLastRun();
+    /// Starts the program anew with these packages; one that runs takes them over.
+    static void startWith(const std::vector<std::string>& packages);
+    /// Shows a folder or a package's folder, off the main thread.
+    static void reveal(const std::string& path);
+
+public slots:
+    /// Of org.freedesktop.Notifications.
+    void invoked(uint notification, const QString& key);
+};

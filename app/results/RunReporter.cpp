@@ -1,0 +1,153 @@
+#include "app/results/RunReporter.h"
+
+#include "app/toolkit/Queues.h"
+#include "base/ProgressChannel.h"
+#include "core/Log.h"
+#include "core/Path.h"
+#include "core/RunSummary.h"
+
+#include <QCoreApplication>
+#include <QPointer>
+#include <QSocketNotifier>
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+RunReporter::RunReporter(std::string folder, std::string version)
+    : folder_(std::move(folder)), version_(std::move(version)) {
+    openPipe();
+    // Not only when destroyed: a process that ends while a script runs is not taken apart.
+    connect(qApp, &QCoreApplication::aboutToQuit, this, [this] { unlink(pipePath_.c_str()); });
+    connect(&everySecond_, &QTimer::timeout, this, &RunReporter::progressChanged);
+}
+
+RunReporter::~RunReporter() {
+    if (!pipePath_.empty())
+        unlink(pipePath_.c_str());
+}
+
+void RunReporter::openPipe() {
+    const char* runtime = getenv("XDG_RUNTIME_DIR");
+    if (runtime == nullptr || *runtime != '/')
+        return;
+    pipePath_ = appendingPathComponent(runtime, "kelpmoray-progress-" + std::to_string(getpid()));
+    unlink(pipePath_.c_str()); // of a process that had our number and was killed
+    if (mkfifo(pipePath_.c_str(), 0600) != 0)
+        return;
+    // For writing too: else it would be at its end between two steps.
+    pipe_ = base::FileDescriptor::openAt(AT_FDCWD, pipePath_.c_str(), O_RDWR | O_NONBLOCK);
+    if (!pipe_.open())
+        return;
+    setenv(base::ProgressChannel::variable, pipePath_.c_str(), 1);
+    notifier_ = std::make_unique<QSocketNotifier>(pipe_.get(), QSocketNotifier::Read);
+    connect(notifier_.get(), &QSocketNotifier::activated, this, &RunReporter::readPipe);
+}
+
+void RunReporter::readPipe() {
+    char bytes[512];
+    const ssize_t count = read(pipe_.get(), bytes, sizeof bytes);
+    if (count <= 0)
+        return;
+    // Lines are written whole; the last one counts.
+    const QByteArray lines = QByteArray(bytes, static_cast<int>(count)).trimmed();
+    bool isNumber = false;
+    const int percent = lines.mid(lines.lastIndexOf('\n') + 1).chopped(1).toInt(&isNumber);
+    if (isNumber && lines.endsWith('%') && percent >= 0 && percent <= 100 && progress_.step > 0) {
+        progress_.percent = percent;
+        emit progressChanged();
+    }
+}
+
+void RunReporter::change(std::function<void()> change) {
+    MainQueue::async([self = QPointer<RunReporter>(this), change = std::move(change)] {
+        if (!self)
+            return;
+        change();
+        emit self->progressChanged();
+    });
+}
+
+void RunReporter::packagesFound(std::size_t count) {
+    change([this, count] { progress_ = {.count = count, .package = {}}; });
+}
+
+void RunReporter::packageStarted(const std::string& package, const std::string& entry,
+                                 const std::optional<std::string>& identity) {
+    const bool isFirst = record_ == nullptr;
+    if (isFirst)
+        record_ = std::make_unique<RunRecord>(folder_, version_);
+    record_->packageStarted(package, entry, identity);
+    change([this, isFirst, record = record_->lastPackage(), toBeSigned = identity.has_value()] {
+        if (isFirst)
+            model_.setPackages({});
+        model_.setPackage(model_.packages().size(), record);
+        ++progress_.position;
+        progress_.package = QString::fromStdString(lastPathComponent(record.path));
+        progress_.steps = toBeSigned ? 2 : 1;
+        progress_.step = 0;
+        sinceStart_.start();
+        everySecond_.start(1000);
+    });
+}
+
+void RunReporter::scriptStarted(const std::string& script) {
+    change([this, signing = script == "fenwoCodesignApps.sh"] {
+        ++progress_.step;
+        progress_.percent = 0;
+        progress_.signing = signing;
+    });
+}
+
+void RunReporter::scriptEnded(const ScriptRun& run) {
+    if (record_)
+        record_->scriptEnded(run);
+}
+
+void RunReporter::packageEnded() {
+    if (!record_)
+        return;
+    change([this, record = record_->packageEnded()] {
+        model_.setPackage(model_.packages().size() - 1, record);
+        progress_.step = 0;
+        everySecond_.stop();
+    });
+}
+
+std::optional<EndedRun> RunReporter::runEnded() {
+    if (!record_)
+        return std::nullopt;
+    record_->finish();
+    EndedRun run{record_->file(), record_->packages(), record_->trouble()};
+    record_.reset();
+    if (!run.trouble.empty())
+        Log::writeFormatted(Log::Severity::Error, "record: %@", run.trouble);
+    change([this] {
+        progress_ = {};
+        model_.putFailedFirst();
+    });
+    return run;
+}
+
+double RunReporter::share() const {
+    if (progress_.count == 0)
+        return 0;
+    const double before = static_cast<double>(progress_.position) - (progress_.step > 0 ? 1 : 0);
+    const double within = progress_.step == 0
+                              ? 0
+                              : (progress_.step - 1 + progress_.percent / 100.0) / progress_.steps;
+    return (before + within) / static_cast<double>(progress_.count);
+}
+
+QString RunReporter::progressText() const {
+    if (progress_.step == 0)
+        return {};
+    const QString step = progress_.signing ? tr("Signing %1") : tr("Packing %1");
+    QString text = tr("%1 of %2").arg(progress_.position).arg(progress_.count) + " · " +
+                   step.arg(progress_.package);
+    if (progress_.percent > 0)
+        text += tr(" · %1 %").arg(progress_.percent);
+    return text + " · " +
+           QString::fromStdString(timeText(static_cast<double>(sinceStart_.elapsed()) / 1e3));
+}

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "base/Result.h"
+#include "core/ToolPaths.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// A valid signing identity as the identity tool lists it.
+struct ListedIdentity {
+    std::string hash; ///< SHA-1 of the certificate, 40 hexadecimal digits
+    std::string name; ///< "Kind: Holder"
+};
+
+/// Asks the identity tool; blocks while it runs. Identities for iPhones are left out, as in the
+/// window. Unavailable if there is no such tool. Any thread.
+[[nodiscard]] base::Result<std::vector<ListedIdentity>> listedIdentities(const ToolPaths& tools);
+
+/// The identities in what the tool printed; lines of another form are left out.
+[[nodiscard]] std::vector<ListedIdentity> identitiesWithHashes(std::string_view output);
+
+/// The one that `wanted` stands for: its hash, its name, its holder, or any part of its name that
+/// no other has. NotFound and Conflict name those there are, one a line.
+[[nodiscard]] base::Result<ListedIdentity>
+chosenIdentity(const std::vector<ListedIdentity>& identities, std::string_view wanted);

@@ -1,0 +1,114 @@
+#pragma once
+
+#include "base/FileDescriptor.h"
+#include "core/Json.h"
+#include "core/ScriptOutcome.h"
+
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+enum class PackageState { Running, Done, Failed, Interrupted };
+
+/// One script that ran over a package.
+struct StepRecord {
+    std::string script; ///< its file name
+    double seconds = 0;
+    bool failed = false;
+    std::string lastLine{};
+    std::string output{}; ///< the end of it, of a step that failed only
+};
+
+/// What became of one package.
+struct PackageRecord {
+    struct Archive {
+        std::string path;
+        std::uint64_t size = 0;
+        std::string sha256{}; ///< empty if it could not be read
+    };
+
+    std::string path;
+    std::string entry; ///< the folder or package it was handed over in
+    PackageState state = PackageState::Running;
+    std::string signedAs{};  ///< empty if this run did not sign it
+    std::string notSigned{}; ///< why this run did not sign it; empty if it did, or is about to
+    std::optional<Archive> archive{};
+    std::vector<StepRecord> steps{};
+};
+
+/// A run as it is read back.
+struct RecordedRun {
+    std::string file;
+    std::string started; ///< "2026-05-12T07:45:12Z"
+    std::string version; ///< of the program
+    bool finished = false;
+    bool underWay = false; ///< its process is still at it
+    std::vector<PackageRecord> packages;
+};
+
+/// Keeps what becomes of each package of a run, and writes it as it happens into a file of its own,
+/// which any reader of JSON takes at any moment: what a kill leaves is whole. The newest 50 files
+/// are kept. Where it cannot be written the run goes on, and trouble() tells. Any thread.
+class RunRecord {
+public:
+    static constexpr std::size_t filesKept = 50;
+    /// Of a failed step's output; the end tells why it failed.
+    static constexpr std::size_t outputKept = 64U << 10U;
+
+    /// kelpmoray/runs in the user's folder for state (XDG Base Directory Specification); empty if
+    /// the user has no home.
+    [[nodiscard]] static std::string userFolder();
+
+    /// Nothing is written before the first package has started. With an empty folder nothing is
+    /// written at all.
+    RunRecord(std::string folder, std::string version);
+
+    // Facts, as they happen.
+    /// `identity` is whom it will be signed as; none if it will not be signed.
+    void packageStarted(const std::string& path, const std::string& entry,
+                        const std::optional<std::string>& identity);
+    void scriptEnded(const ScriptRun& run);
+    /// Reads the archive once, for its digest. Gives the package's whole record.
+    PackageRecord packageEnded();
+    /// No package follows.
+    void finish();
+
+    /// Where it is written; empty as long as it is not.
+    [[nodiscard]] std::string file() const;
+    [[nodiscard]] std::vector<PackageRecord> packages() const;
+    /// The package that started last.
+    [[nodiscard]] PackageRecord lastPackage() const;
+    /// Why the file is not complete, as a sentence; empty if it is.
+    [[nodiscard]] std::string trouble() const;
+
+private:
+    void create();
+    void writeLast();
+    void write(const std::string& end);
+    void fail(const std::string& action, const std::string& path);
+
+    mutable std::mutex mutex_;
+    std::string folder_;
+    std::string version_;
+    std::string file_;
+    std::string trouble_;
+    base::FileDescriptor descriptor_;
+    std::uint64_t settled_ = 0; ///< what lies before is not written again
+    std::vector<PackageRecord> packages_;
+};
+
+/// The files of the runs in `folder`, the newest first.
+[[nodiscard]] std::vector<std::string> recordedRuns(const std::string& folder);
+
+/// Whether a process is still writing the file of a run.
+[[nodiscard]] bool isUnderWay(const std::string& file);
+
+/// Reads a run; none if the file is no record of one. Of a file that is cut what is whole is kept,
+/// and a package at which a run that is no longer under way stands is interrupted.
+[[nodiscard]] std::optional<RecordedRun> readRun(const std::string& file);
+
+/// The form that a package has in the file.
+[[nodiscard]] Json jsonOf(const PackageRecord& package);
+[[nodiscard]] PackageRecord packageOf(const Json& json);

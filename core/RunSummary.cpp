@@ -1,0 +1,147 @@
+#include "core/RunSummary.h"
+
+#include "core/Path.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace {
+
+/// Ends in a full stop and begins with a capital, if it begins with a letter.
+std::string sentence(std::string text) {
+    if (text.empty())
+        return text;
+    if (text.front() >= 'a' && text.front() <= 'z')
+        text.front() = static_cast<char>(text.front() - 'a' + 'A');
+    if (text.find_last_of(".!?") != text.size() - 1)
+        text += '.';
+    return text;
+}
+
+std::string counted(std::size_t count, const char* one, const char* many) {
+    return std::to_string(count) + ' ' + (count == 1 ? one : many);
+}
+
+const StepRecord* failedStep(const PackageRecord& package) {
+    const auto found = std::ranges::find(package.steps, true, &StepRecord::failed);
+    return found == package.steps.end() ? nullptr : &*found;
+}
+
+} // namespace
+
+bool hasFailed(const PackageRecord& package) {
+    return package.state == PackageState::Failed || package.state == PackageState::Interrupted;
+}
+
+std::optional<Failure> failureOf(const PackageRecord& package) {
+    if (!hasFailed(package))
+        return std::nullopt;
+    const StepRecord* step = failedStep(package);
+    if (step == nullptr)
+        return Failure{"The run ended before this package was done.",
+                       "Process it again; nothing of it was lost."};
+    // WHAT may hold a path with a colon; the remedy never does.
+    const std::size_t at = step->lastLine.rfind(": ");
+    if (at == std::string::npos)
+        return Failure{sentence(step->lastLine), "See the full output, mend it and try again."};
+    return Failure{sentence(step->lastLine.substr(0, at)), sentence(step->lastLine.substr(at + 2))};
+}
+
+std::string stateWord(const PackageRecord& package) {
+    switch (package.state) {
+    case PackageState::Running:
+        return "Working";
+    case PackageState::Done:
+        return "Done";
+    case PackageState::Interrupted:
+        return "Interrupted";
+    case PackageState::Failed:
+        break;
+    }
+    return package.archive ? "Not signed" : "Not packed";
+}
+
+std::string signatureText(const PackageRecord& package) {
+    if (!package.signedAs.empty())
+        return (package.state == PackageState::Running ? "To be signed as " : "Signed as ") +
+               package.signedAs;
+    if (package.state == PackageState::Running && package.notSigned.empty())
+        return "To be signed";
+    if (package.state == PackageState::Failed && package.archive)
+        return "NOT signed, though it was to be";
+    return package.notSigned.empty() ? "Not signed" : "Not signed: " + package.notSigned;
+}
+
+std::string sizeText(std::uint64_t bytes) {
+    if (bytes < 1000)
+        return counted(bytes, "byte", "bytes");
+    constexpr std::array units = {"kB", "MB", "GB", "TB"};
+    double size = static_cast<double>(bytes) / 1000;
+    std::size_t unit = 0;
+    for (; size >= 999.5 && unit + 1 < units.size(); ++unit)
+        size /= 1000;
+    const auto tenths = std::lround(size * 10);
+    std::string text = std::to_string(tenths / 10);
+    if (tenths < 1000)
+        text += '.' + std::to_string(tenths % 10);
+    return text + ' ' + units.at(unit);
+}
+
+std::string timeText(double seconds) {
+    const long whole = std::max(0L, static_cast<long>(seconds));
+    const auto two = [](long number) { return (number < 10 ? "0" : "") + std::to_string(number); };
+    const long minutes = whole / 60;
+    if (minutes < 60)
+        return std::to_string(minutes) + ':' + two(whole % 60);
+    return std::to_string(minutes / 60) + ':' + two(minutes % 60) + ':' + two(whole % 60);
+}
+
+double secondsOf(const PackageRecord& package) {
+    double sum = 0;
+    for (const StepRecord& step : package.steps)
+        sum += step.seconds;
+    return sum;
+}
+
+std::string messageOf(const PackageRecord& package) {
+    std::string text = package.path + "\n" + stateWord(package) + "\n";
+    if (const auto failure = failureOf(package))
+        text += failure->error + "\n" + failure->remedy + "\n";
+    text += signatureText(package) + "\n";
+    if (const auto& archive = package.archive) {
+        text += archive->path + ", " + sizeText(archive->size) + "\n";
+        if (!archive->sha256.empty())
+            text += "SHA-256 " + archive->sha256 + "\n";
+    }
+    return text;
+}
+
+RunTally tallyOf(const std::vector<PackageRecord>& packages) {
+    RunTally tally{.packages = packages.size()};
+    for (const PackageRecord& package : packages) {
+        if (package.archive)
+            ++tally.packed;
+        else if (package.state != PackageState::Running)
+            ++tally.notPacked;
+        const bool signingFailed =
+            std::ranges::any_of(package.steps, [&package](const StepRecord& step) {
+                return step.failed && (package.archive || &step != &package.steps.back());
+            });
+        if (signingFailed)
+            ++tally.notSigned;
+    }
+    return tally;
+}
+
+std::string summaryOf(const std::vector<PackageRecord>& packages) {
+    const RunTally tally = tallyOf(packages);
+    const auto failed = static_cast<std::size_t>(std::ranges::count_if(packages, hasFailed));
+    const auto running = static_cast<std::size_t>(
+        std::ranges::count(packages, PackageState::Running, &PackageRecord::state));
+    std::string text = counted(tally.packages, "package", "packages") + ": " +
+                       std::to_string(tally.packages - failed - running) + " done";
+    if (failed > 0)
+        text += ", " + std::to_string(failed) + " failed";
+    return text + ".";
+}

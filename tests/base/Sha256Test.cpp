@@ -1,0 +1,45 @@
+#include "base/Sha256.h"
+
+#include "base/ByteReader.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+
+// The digests are those of coreutils' sha256sum, the first three also those of the standard's
+// examples.
+TEST(Sha256, of_a_file_is_what_other_programs_find) {
+    const TemporaryFolder folder;
+    struct {
+        std::string content;
+        const char* digest;
+    } const cases[] = {
+        {"", "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"},
+        {"abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
+        {"abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq",
+         "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1"},
+        {std::string(55, 'a'), "9f4390f8d30c2dd92ec9f095b65e2b9ae9b0a925a5258e241c9f1e910f734318"},
+        {std::string(64, 'a'), "ffe054fe7ae0cb6dc65c3af9b61d5209f439851db43d0ba5997337df154668eb"},
+        {std::string(1'000'000, 'a'),
+         "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0"}};
+    for (const auto& [content, digest] : cases) {
+        const std::string path = folder.makeFile("file", content);
+        const auto found = base::digestOfFile(path);
+        ASSERT_TRUE(found);
+        EXPECT_EQ(found->size, content.size());
+        EXPECT_EQ(found->sha256, digest);
+    }
+    EXPECT_FALSE(base::digestOfFile(folder.path("nothing")));
+}
+
+TEST(Sha256, does_not_depend_on_how_the_bytes_come) {
+    const std::string text(300, 'x');
+    base::Sha256 whole;
+    whole.add(base::bytesOf(text));
+    const base::Sha256::Digest expected = whole.finish();
+    for (std::size_t piece = 1; piece < 130; ++piece) {
+        base::Sha256 inPieces;
+        for (std::size_t at = 0; at < text.size(); at += piece)
+            inPieces.add(base::bytesOf(std::string_view(text).substr(at, piece)));
+        EXPECT_EQ(inPieces.finish(), expected) << piece;
+    }
+}

@@ -1,0 +1,177 @@
+#include "core/RunRecord.h"
+
+#include "core/RunSummary.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <csignal>
+
+#include <gmock/gmock.h>
+#include <locale.h>
+#include <sys/wait.h>
+
+using testing::ElementsAre;
+using testing::SizeIs;
+
+namespace {
+
+const ScriptRun signedRun{"fenwoCodesignApps.sh", "signed: /p/A.app\n", 1.25};
+const ScriptRun notSignedRun{"fenwoCodesignApps.sh",
+                             "codesign: no\nerror: codesign could not sign /p: A.app: see above\n",
+                             1.25};
+
+struct RunRecordTest : testing::Test {
+    void process(RunRecord& record, const std::string& package, const ScriptRun& signing) const {
+        record.packageStarted(package, folder.path(), "Jo (X1)");
+        record.scriptEnded(signing);
+        record.scriptEnded({"fenwoJustZipApps.sh", "packed: " + archive + "\n", 0.5});
+        (void)record.packageEnded();
+    }
+    [[nodiscard]] RecordedRun onlyRun() const {
+        const auto files = recordedRuns(runs);
+        const auto run = files.size() == 1 ? readRun(files.front()) : std::nullopt;
+        EXPECT_TRUE(run) << files.size();
+        return run.value_or(RecordedRun{});
+    }
+
+    TemporaryFolder folder;
+    std::string runs = folder.path("state/runs");
+    std::string archive = folder.makeFile("A.zip", "abc");
+};
+
+} // namespace
+
+TEST(Json, is_written_so_that_it_reads_back) {
+    const Json value = Json::Object{
+        {"a\"\\\n\x01\x7f", Json::Array{true, Json(), std::int64_t{-7}, 2.5, "ä \xff\xc3 日😀"}},
+        {"", Json::Object{}},
+        {"empty", Json::Array{}}};
+    EXPECT_EQ(Json::parse(value.text()), value) << value.text();
+    EXPECT_EQ(Json::parse(" { \"a\" : [ \"\\ud83d\\ude00\\u00e4\\/\" , 1e2 ] } ")
+                  .value_or(Json())["a"]
+                  .array(),
+              (Json::Array{"😀ä/", 100.0}));
+}
+
+TEST(Json, refuses_what_is_not_well_formed) {
+    for (const char* text : {"",
+                             "{",
+                             "[1,]",
+                             "{\"a\":1,}",
+                             "{\"a\":1,\"a\":2}",
+                             "01",
+                             "1.",
+                             ".5",
+                             "+1",
+                             "-",
+                             "1e",
+                             "1.e3",
+                             "tru",
+                             "\"",
+                             "\"\n\"",
+                             "\"\\x\"",
+                             "\"\\ud83d\"",
+                             "\"\\ud83d\\u0041\"",
+                             "\"\\udc41\"",
+                             "\"\xff\"",
+                             "1 2",
+                             "NaN",
+                             "'a'",
+                             "{a:1}"})
+        EXPECT_FALSE(Json::parse(text)) << text;
+    EXPECT_FALSE(Json::parse(std::string(100'000, '[')));
+}
+
+TEST_F(RunRecordTest, keeps_what_became_of_each_package) {
+    const char* const previous = setlocale(LC_ALL, "de_DE.UTF-8");
+    RunRecord record(runs, "1.0");
+    EXPECT_TRUE(recordedRuns(runs).empty());
+    process(record, "/p/A\xff.app", signedRun);
+    process(record, "/p/B.app", notSignedRun);
+    record.packageStarted("/p/C.app", "/p", std::nullopt);
+    // At any moment the file is a document, and says how far the run is.
+    ASSERT_TRUE(Json::parse(contentOf(record.file())));
+    RecordedRun run = onlyRun();
+    EXPECT_TRUE(run.underWay);
+    EXPECT_EQ(run.packages.at(2).state, PackageState::Running);
+    record.scriptEnded({"fenwoJustZipApps.sh", std::nullopt});
+    (void)record.packageEnded();
+    record.finish();
+    setlocale(LC_ALL, previous);
+
+    ASSERT_TRUE(Json::parse(contentOf(record.file())));
+    run = onlyRun();
+    EXPECT_TRUE(run.finished && !run.underWay);
+    ASSERT_THAT(run.packages, SizeIs(3));
+    const PackageRecord& first = run.packages[0];
+    EXPECT_EQ(first.path, "/p/A\xff.app");
+    EXPECT_EQ(first.entry, folder.path());
+    EXPECT_EQ(signatureText(first), "Signed as Jo (X1)");
+    EXPECT_EQ(first.archive->size, 3U);
+    EXPECT_EQ(first.archive->sha256,
+              "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    EXPECT_EQ(secondsOf(first), 1.75);
+    EXPECT_TRUE(first.steps.at(0).output.empty());
+    const PackageRecord& second = run.packages[1];
+    EXPECT_EQ(stateWord(second), "Not signed");
+    EXPECT_EQ(second.signedAs, "");
+    EXPECT_EQ(failureOf(second)->error, "Codesign could not sign /p: A.app.");
+    EXPECT_EQ(failureOf(second)->remedy, "See above.");
+    EXPECT_EQ(second.steps.at(0).output, *notSignedRun.output);
+    EXPECT_EQ(stateWord(run.packages[2]), "Not packed");
+    EXPECT_EQ(summaryOf(run.packages), "3 packages: 1 done, 2 failed.");
+}
+
+TEST_F(RunRecordTest, of_a_killed_run_tells_how_far_it_came) {
+    const pid_t child = fork();
+    if (child == 0) {
+        RunRecord record(runs, "1.0");
+        process(record, "/p/A.app", signedRun);
+        record.packageStarted("/p/B.app", "/p", "Jo (X1)");
+        raise(SIGKILL);
+    }
+    waitpid(child, nullptr, 0);
+    RecordedRun run = onlyRun();
+    EXPECT_FALSE(run.finished || run.underWay);
+    ASSERT_THAT(run.packages, SizeIs(2));
+    EXPECT_EQ(stateWord(run.packages[0]), "Done");
+    EXPECT_EQ(stateWord(run.packages[1]), "Interrupted");
+
+    // A power cut may cut the file too.
+    std::filesystem::resize_file(run.file, std::filesystem::file_size(run.file) - 30);
+    run = onlyRun();
+    EXPECT_THAT(run.packages, SizeIs(1));
+}
+
+TEST_F(RunRecordTest, keeps_the_newest_files_and_those_under_way) {
+    RunRecord underWay(runs, "1.0");
+    process(underWay, "/p/A.app", signedRun);
+    for (int hour = 0; hour < 60; ++hour)
+        folder.makeFile("state/runs/2999-01-01T00-00-" + std::to_string(10 + hour) +
+                        ".000Z-1.json");
+    folder.makeFile("state/runs/notes.json");
+    RunRecord another(runs, "1.0");
+    process(another, "/p/B.app", signedRun);
+    const auto files = recordedRuns(runs);
+    EXPECT_THAT(files, SizeIs(RunRecord::filesKept + 2));
+    EXPECT_THAT(files.front(), testing::HasSubstr("00-69"));
+    EXPECT_TRUE(std::filesystem::exists(folder.path("state/runs/notes.json")));
+    EXPECT_NE(underWay.file(), another.file());
+}
+
+TEST_F(RunRecordTest, goes_on_where_it_cannot_be_written) {
+    folder.makeFile("state", "in the way");
+    RunRecord record(runs, "1.0");
+    process(record, "/p/A.app", signedRun);
+    EXPECT_THAT(record.trouble(), testing::HasSubstr(runs));
+    EXPECT_THAT(record.packages(), SizeIs(1));
+}
+
+TEST(RunSummary, counts_as_file_browsers_do) {
+    EXPECT_EQ(sizeText(1), "1 byte");
+    EXPECT_EQ(sizeText(999), "999 bytes");
+    EXPECT_EQ(sizeText(1'234), "1.2 kB");
+    EXPECT_EQ(sizeText(999'999), "1.0 MB");
+    EXPECT_EQ(sizeText(412'300'000), "412 MB");
+    EXPECT_EQ(timeText(7.9), "0:07");
+    EXPECT_EQ(timeText(3723), "1:02:03");
+}
