@@ -229,8 +229,8 @@ base::Result<base::Bytes> ArchiveWindow::bytes(std::uint64_t offset, std::size_t
     if (offset < start_ || offset - start_ > held_.size() ||
         size > held_.size() - static_cast<std::size_t>(offset - start_)) {
         const std::uint64_t available = archive_.fileSize_ - std::min(archive_.fileSize_, offset);
-        const auto wanted = std::max(
-            size, static_cast<std::size_t>(std::min<std::uint64_t>(available, usualSize)));
+        const auto wanted =
+            std::max(size, static_cast<std::size_t>(std::min<std::uint64_t>(available, usualSize)));
         held_.clear();
         if (auto done = archive_.read(held_.tail(wanted), wanted, offset); !done)
             return done.error();
