@@ -101,6 +101,14 @@ TEST_P(EncoderTest, gives_back_runs_far_matches_noise_and_long_codes) {
         expectBack(start + std::string(1 + size % 7, '\0') + start, "early match");
     }
     expectBack(std::string(3000000, '\0'), "zeros");
+    // Whole chunks, and a little more of any length.
+    for (std::size_t more = 1; more <= zip::longestMatch; ++more) {
+        expectBack(std::string(2 * zip::chunkSize + more, '\0'), "run");
+        expectBack(randomBytes(random_, more) +
+                       std::string(2 * zip::chunkSize + more % 4 - more, '\0') +
+                       randomBytes(random_, 5),
+                   "run between noise");
+    }
     expectBack(randomBytes(random_, 1000000), "noise");
     expectBack(withLongCodes(random_), "long codes");
     expectBack(compressibleBytes(random_, 3000000), "many blocks");
