@@ -83,6 +83,9 @@ public:
     /// Exactly `size` bytes of the archive; valid until the next call.
     [[nodiscard]] base::Result<base::Bytes> bytes(std::uint64_t offset, std::size_t size);
 
+    /// The archive itself, for what is long.
+    [[nodiscard]] const ArchiveReader& archive() const { return archive_; }
+
 private:
     const ArchiveReader& archive_;
     std::uint64_t start_ = 0;

@@ -36,21 +36,28 @@ base::Result<base::Bytes> DeflateReader::read(ArchiveWindow& archive, const std:
                                               std::size_t size, bool isLast) {
     if (end < start || end - start > longestStream || size > longestPiece)
         return malformed(name);
-    auto stream = archive.bytes(start, static_cast<std::size_t>(end - start));
-    if (!stream)
-        return stream;
-    if (!isLast) {
-        stream_.clear();
-        stream_.append(*stream);
-        stream_.append(emptyFinalBlock);
-        stream = stream_.bytes();
+    const auto streamSize = static_cast<std::size_t>(end - start);
+    if (isLast && streamSize <= ArchiveWindow::usualSize) {
+        auto stream = archive.bytes(start, streamSize);
+        return stream ? decompressed(*stream, name, size) : stream;
     }
+    stream_.clear();
+    if (auto read = archive.archive().read(stream_.tail(streamSize), streamSize, start); !read)
+        return read.error();
+    stream_.extend(streamSize);
+    if (!isLast)
+        stream_.append(emptyFinalBlock);
+    return decompressed(stream_.bytes(), name, size);
+}
+
+base::Result<base::Bytes> DeflateReader::decompressed(base::Bytes stream, const std::string& name,
+                                                      std::size_t size) {
     content_.clear();
     std::size_t used = 0;
     const auto result =
-        libdeflate_deflate_decompress_ex(decompressor_.get(), stream->data(), stream->size(),
+        libdeflate_deflate_decompress_ex(decompressor_.get(), stream.data(), stream.size(),
                                          content_.tail(size), size, &used, nullptr);
-    if (result != LIBDEFLATE_SUCCESS || used != stream->size())
+    if (result != LIBDEFLATE_SUCCESS || used != stream.size())
         return malformed(name);
     content_.extend(size);
     return content_.bytes();

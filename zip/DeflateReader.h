@@ -32,6 +32,9 @@ public:
                                                  std::size_t size, bool isLast);
 
 private:
+    [[nodiscard]] base::Result<base::Bytes> decompressed(base::Bytes stream,
+                                                         const std::string& name, std::size_t size);
+
     struct Free {
         void operator()(libdeflate_decompressor* decompressor) const;
     };
