@@ -16,14 +16,13 @@ if [ "$(uname)" = Darwin ] && command -v brew >/dev/null 2>&1; then
     exec brew install $missing
 fi
 
-packages="g++ cmake ninja-build pkg-config libdeflate-dev libssl-dev libplist-dev libp11-dev"
+packages="g++ cmake ninja-build pkg-config libdeflate-dev zlib1g-dev libssl-dev libplist-dev libp11-dev"
 packages="$packages libsecret-1-dev qt6-base-dev fonts-dejavu-core"
 if [ "${1:-}" = --test ]; then
     packages="$packages libgtest-dev libgmock-dev clang-format-14 shellcheck unzip python3 git"
     packages="$packages zip p7zip-full libarchive-tools xvfb xauth openbox xdotool dbus-daemon mount"
     packages="$packages desktop-file-utils appstream groff-base libglib2.0-bin xdg-utils"
-    packages="$packages lintian dpkg-dev file"
-    packages="$packages libarchive-dev zlib1g-dev clang-14 libclang-rt-14-dev gcovr"
+    packages="$packages lintian dpkg-dev file libarchive-dev clang-14 libclang-rt-14-dev gcovr"
     packages="$packages clang-19 libc++-19-dev libc++abi-19-dev googletest"
     packages="$packages lld-14 llvm-14 openssl softhsm2 gnome-keyring"
 fi

@@ -192,17 +192,16 @@ base::Outcome ArchiveReader::readDirectory(const CentralDirectory& directory) {
     return {};
 }
 
-base::Result<std::uint64_t> ArchiveReader::findData(const ArchivedEntry& entry) const {
+base::Result<std::uint64_t> ArchiveReader::findData(const ArchivedEntry& entry,
+                                                    ArchiveWindow& window) const {
     const std::uint64_t available = fileSize_ - std::min(fileSize_, entry.localHeaderOffset);
     constexpr std::size_t extraSizeAtMost = 29;
     const auto size = static_cast<std::size_t>(
         std::min<std::uint64_t>(available, localHeaderSize + entry.name.size() + extraSizeAtMost));
-    base::ByteBuffer bytes;
-    if (auto done = read(bytes.tail(size), size, entry.localHeaderOffset); !done)
-        return done.error();
-    bytes.extend(size);
-
-    ByteReader fields(bytes.bytes());
+    auto bytes = window.bytes(entry.localHeaderOffset, size);
+    if (!bytes)
+        return bytes.error();
+    ByteReader fields(*bytes);
     ArchivedEntry local;
     const bool isSigned = fields.takeLittle<std::uint32_t>() == 0x04034b50;
     takeSharedFields(fields, local);
@@ -224,6 +223,21 @@ base::Outcome ArchiveReader::read(std::uint8_t* to, std::size_t size, std::uint6
     if (*count != size)
         return damaged("its length");
     return {};
+}
+
+base::Result<base::Bytes> ArchiveWindow::bytes(std::uint64_t offset, std::size_t size) {
+    if (offset < start_ || offset - start_ > held_.size() ||
+        size > held_.size() - static_cast<std::size_t>(offset - start_)) {
+        const std::uint64_t available = archive_.fileSize_ - std::min(archive_.fileSize_, offset);
+        const auto wanted =
+            std::max(size, static_cast<std::size_t>(std::min<std::uint64_t>(available, usualSize)));
+        held_.clear();
+        if (auto done = archive_.read(held_.tail(wanted), wanted, offset); !done)
+            return done.error();
+        held_.extend(wanted);
+        start_ = offset;
+    }
+    return held_.bytes().subspan(static_cast<std::size_t>(offset - start_), size);
 }
 
 base::Error ArchiveReader::damaged(const char* what) const {

@@ -11,6 +11,8 @@
 
 namespace zip {
 
+class ArchiveWindow;
+
 /// One entry as its header in the central directory (APPNOTE.TXT, 4.3.12) tells it.
 struct ArchivedEntry {
     std::string name;
@@ -49,7 +51,8 @@ public:
 
     /// The offset of the entry's data. Fails if the local file header differs from the central
     /// directory, or if the data does not end where the next entry starts.
-    [[nodiscard]] base::Result<std::uint64_t> findData(const ArchivedEntry& entry) const;
+    [[nodiscard]] base::Result<std::uint64_t> findData(const ArchivedEntry& entry,
+                                                       ArchiveWindow& window) const;
 
     /// Reads exactly `size` bytes at `offset`.
     [[nodiscard]] base::Outcome read(std::uint8_t* to, std::size_t size,
@@ -64,6 +67,29 @@ private:
     int descriptor_ = -1;
     std::uint64_t fileSize_ = 0;
     std::vector<ArchivedEntry> entries_;
+
+    friend class ArchiveWindow;
+};
+
+/// A part of an archive in memory: entries that stand next to each other are read together. Each
+/// thread needs one of its own.
+class ArchiveWindow {
+public:
+    static constexpr std::size_t usualSize = std::size_t{128} << 10;
+
+    /// The archive must outlive the window.
+    explicit ArchiveWindow(const ArchiveReader& archive) : archive_(archive) {}
+
+    /// Exactly `size` bytes of the archive; valid until the next call.
+    [[nodiscard]] base::Result<base::Bytes> bytes(std::uint64_t offset, std::size_t size);
+
+    /// The archive itself, for what is long.
+    [[nodiscard]] const ArchiveReader& archive() const { return archive_; }
+
+private:
+    const ArchiveReader& archive_;
+    std::uint64_t start_ = 0;
+    base::ByteBuffer held_;
 };
 
 } // namespace zip

@@ -1,6 +1,6 @@
 #include "zip/Compressor.h"
 
-#include "zip/BlockWalker.h"
+#include "zip/FinalBlock.h"
 
 #include <algorithm>
 #include <array>
@@ -12,11 +12,10 @@
 namespace zip {
 namespace {
 
-/// The levels from firstOwnLevel to lastOwnLevel are the encoder's, the last one its usual effort.
-constexpr int firstOwnLevel = 2;
+/// Up to this level the encoder makes the pieces, at this one with its usual effort.
 constexpr int lastOwnLevel = 5;
 
-/// The library's levels for the other ones: it has twelve.
+/// The library's twelve levels for ours; 0 if all is the encoder's.
 constexpr std::array<int, smallestLevel + 1> libraryLevel{0, 1, 0, 0, 0, 0, 6, 8, 9, 10};
 
 /// An empty stored block needs three bits of header and four bytes that start on a byte.
@@ -77,11 +76,12 @@ void Compressor::Free::operator()(libdeflate_compressor* compressor) const {
 }
 
 Compressor::Compressor(int level) {
-    if (level >= firstOwnLevel && level <= lastOwnLevel) {
+    if (level <= lastOwnLevel)
         encoder_ = std::make_unique<Encoder>(level == lastOwnLevel ? Effort::Usual : Effort::Quick);
+    const int ofLibrary = libraryLevel.at(static_cast<std::size_t>(level));
+    if (ofLibrary == 0)
         return;
-    }
-    library_.reset(libdeflate_alloc_compressor(libraryLevel.at(static_cast<std::size_t>(level))));
+    library_.reset(libdeflate_alloc_compressor(ofLibrary));
     if (!library_)
         throw std::bad_alloc();
 }
@@ -90,7 +90,7 @@ bool Compressor::deflateWhole(const PaddedContent& content, base::ByteBuffer& to
     const base::Bytes bytes = content.bytes();
     if (bytes.empty())
         return false;
-    if (encoder_) {
+    if (!library_) {
         const std::size_t size =
             encoder_->encode(content, true, to.tail(Encoder::mostBytes(bytes.size())));
         if (size < bytes.size())

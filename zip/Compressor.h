@@ -31,9 +31,9 @@ private:
     struct Free {
         void operator()(libdeflate_compressor* compressor) const;
     };
-    // One of the two, as the level needs.
-    std::unique_ptr<Encoder> encoder_;
+    // Whole streams are the library's if it is there; pieces are the encoder's if that is there.
     std::unique_ptr<libdeflate_compressor, Free> library_;
+    std::unique_ptr<Encoder> encoder_;
 };
 
 /// The CRC-32 of two pieces joined, from the CRC-32 of each and the length of the second in bytes.

@@ -31,24 +31,33 @@ DeflateReader::DeflateReader() : decompressor_(libdeflate_alloc_decompressor()) 
         throw std::bad_alloc();
 }
 
-base::Result<base::Bytes> DeflateReader::read(const ArchiveReader& archive, const std::string& name,
+base::Result<base::Bytes> DeflateReader::read(ArchiveWindow& archive, const std::string& name,
                                               std::uint64_t start, std::uint64_t end,
                                               std::size_t size, bool isLast) {
     if (end < start || end - start > longestStream || size > longestPiece)
         return malformed(name);
     const auto streamSize = static_cast<std::size_t>(end - start);
+    if (isLast && streamSize <= ArchiveWindow::usualSize) {
+        auto stream = archive.bytes(start, streamSize);
+        return stream ? decompressed(*stream, name, size) : stream;
+    }
     stream_.clear();
-    if (auto read = archive.read(stream_.tail(streamSize), streamSize, start); !read)
+    if (auto read = archive.archive().read(stream_.tail(streamSize), streamSize, start); !read)
         return read.error();
     stream_.extend(streamSize);
     if (!isLast)
         stream_.append(emptyFinalBlock);
+    return decompressed(stream_.bytes(), name, size);
+}
+
+base::Result<base::Bytes> DeflateReader::decompressed(base::Bytes stream, const std::string& name,
+                                                      std::size_t size) {
     content_.clear();
     std::size_t used = 0;
     const auto result =
-        libdeflate_deflate_decompress_ex(decompressor_.get(), stream_.data(), stream_.size(),
+        libdeflate_deflate_decompress_ex(decompressor_.get(), stream.data(), stream.size(),
                                          content_.tail(size), size, &used, nullptr);
-    if (result != LIBDEFLATE_SUCCESS || used != stream_.size())
+    if (result != LIBDEFLATE_SUCCESS || used != stream.size())
         return malformed(name);
     content_.extend(size);
     return content_.bytes();

@@ -27,11 +27,14 @@ public:
     /// The `size` bytes of content that the archive holds from `start` to `end`; valid until the
     /// next call. `isLast` tells whether the stream ends there. `name` is for messages. Fails on a
     /// malformed piece and on one of another size.
-    [[nodiscard]] base::Result<base::Bytes> read(const ArchiveReader& archive,
-                                                 const std::string& name, std::uint64_t start,
-                                                 std::uint64_t end, std::size_t size, bool isLast);
+    [[nodiscard]] base::Result<base::Bytes> read(ArchiveWindow& archive, const std::string& name,
+                                                 std::uint64_t start, std::uint64_t end,
+                                                 std::size_t size, bool isLast);
 
 private:
+    [[nodiscard]] base::Result<base::Bytes> decompressed(base::Bytes stream,
+                                                         const std::string& name, std::size_t size);
+
     struct Free {
         void operator()(libdeflate_decompressor* decompressor) const;
     };

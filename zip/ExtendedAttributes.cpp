@@ -1,7 +1,9 @@
 #include "zip/ExtendedAttributes.h"
 
 #include <array>
+#include <cerrno>
 #include <string_view>
+#include <vector>
 
 #include <sys/types.h>
 #include <sys/xattr.h>
@@ -9,26 +11,52 @@
 namespace zip {
 namespace {
 
-ssize_t listAttributes(const char* path, char* names, std::size_t size) {
-#ifdef __APPLE__
-    return ::listxattr(path, names, size, XATTR_NOFOLLOW);
-#else
-    return ::llistxattr(path, names, size);
-#endif
+void addNames(std::string_view list, std::set<std::string>& names) {
+    for (; !list.empty(); list.remove_prefix(list.find('\0') + 1)) {
+        const std::string_view name = list.substr(0, list.find('\0'));
+        if (!name.starts_with("security."))
+            names.emplace(name);
+    }
+}
+
+/// `ask` fills in the list of names, each with a zero behind it, and gives the length of the list.
+template <typename Ask>
+void addListed(const Ask& ask, std::set<std::string>& names) {
+    // Most have none or a few. For each question the system makes as much room as it is offered.
+    std::array<char, 256> few;
+    const ssize_t size = ask(few.data(), few.size());
+    if (size >= 0)
+        return addNames({few.data(), static_cast<std::size_t>(size)}, names);
+    if (errno != ERANGE)
+        return;
+    constexpr std::size_t longestList = std::size_t{1} << 16;
+    std::vector<char> many(longestList);
+    if (const ssize_t manySize = ask(many.data(), many.size()); manySize > 0)
+        addNames({many.data(), static_cast<std::size_t>(manySize)}, names);
 }
 
 } // namespace
 
-void addExtendedAttributes(const std::string& path, std::set<std::string>& names) {
-    // The longest list that a system gives. Clearing it for each file would cost too much.
-    std::array<char, std::size_t{1} << 16> list;
-    const ssize_t size = listAttributes(path.c_str(), list.data(), list.size());
-    for (std::string_view rest(list.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
-         !rest.empty(); rest.remove_prefix(rest.find('\0') + 1)) {
-        const std::string_view name = rest.substr(0, rest.find('\0'));
-        if (!name.starts_with("security."))
-            names.emplace(name);
-    }
+void addExtendedAttributes(int descriptor, std::set<std::string>& names) {
+    const auto ask = [&](char* list, std::size_t size) {
+#ifdef __APPLE__
+        return ::flistxattr(descriptor, list, size, 0);
+#else
+        return ::flistxattr(descriptor, list, size);
+#endif
+    };
+    addListed(ask, names);
+}
+
+void addExtendedAttributesOfLink(const std::string& path, std::set<std::string>& names) {
+    const auto ask = [&](char* list, std::size_t size) {
+#ifdef __APPLE__
+        return ::listxattr(path.c_str(), list, size, XATTR_NOFOLLOW);
+#else
+        return ::llistxattr(path.c_str(), list, size);
+#endif
+    };
+    addListed(ask, names);
 }
 
 } // namespace zip

@@ -88,6 +88,8 @@ base::Outcome JobEncoder::readContent(const Entry& entry, std::uint64_t offset, 
             return source.error();
         if (auto read = source->read(content, size, offset); !read)
             return read;
+        if (offset == 0)
+            source->addAttributesTo(attributes_);
     }
     return {};
 }

@@ -10,6 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <set>
+#include <string>
 #include <vector>
 
 namespace zip {
@@ -46,6 +48,9 @@ public:
     /// with a header whose sizes and check sum are still open before the first.
     [[nodiscard]] base::Outcome encode(EncodedJob& encoded);
 
+    /// The names of the extended attributes and access control lists of the files so far.
+    [[nodiscard]] const std::set<std::string>& attributes() const { return attributes_; }
+
 private:
     [[nodiscard]] base::Outcome encodePiece(EncodedJob& encoded);
     [[nodiscard]] base::Outcome encodeEntry(const Entry& entry, EncodedJob& encoded);
@@ -58,6 +63,7 @@ private:
     Compressor compressor_;
     PaddedContent content_;
     base::ByteBuffer deflated_;
+    std::set<std::string> attributes_;
 };
 
 } // namespace zip

@@ -69,7 +69,8 @@ base::Outcome addEntry(PackageTree& tree, int at, const char* path, std::string 
     auto type = typeOf(status, tree.parentPath + name);
     if (!type)
         return type.error();
-    addExtendedAttributes(tree.parentPath + name, tree.attributes);
+    if (*type == EntryType::Link)
+        addExtendedAttributesOfLink(tree.parentPath + name, tree.attributes);
     if (*type == EntryType::Folder)
         name += '/';
     tree.entries.push_back({std::move(name), *type, static_cast<std::uint16_t>(status.st_mode),
@@ -87,6 +88,7 @@ base::Outcome addChildren(PackageTree& tree, const std::string& folder, const Fi
         return errorOnListed("open", path, errno);
     if (status.st_dev != state.device || status.st_ino != state.inode)
         return changedMeanwhile(path);
+    addExtendedAttributes(opened.get(), tree.attributes);
     const Directory directory(::fdopendir(opened.get()));
     if (!directory)
         return base::systemError("list", path, errno);

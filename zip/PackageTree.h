@@ -49,7 +49,7 @@ struct PackageTree {
     /// Sorted by the bytes of their names, so each folder stands before what it holds. The first
     /// one is the package itself.
     std::vector<Entry> entries;
-    /// The names of all extended attributes and access control lists in the package.
+    /// The names of the extended attributes and access control lists that folders and links have.
     std::set<std::string> attributes;
 
     [[nodiscard]] std::string pathOf(const Entry& entry) const { return parentPath + entry.name; }

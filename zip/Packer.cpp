@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <mutex>
 #include <new>
 #include <set>
 #include <utility>
@@ -76,8 +77,10 @@ private:
     std::uint64_t done_ = 0;
 };
 
-base::Outcome writeArchive(ArchiveWriter& writer, const PackageTree& tree,
-                           const PackOptions& options, ProgressCount& progress) {
+/// Adds the names of the files' extended attributes to the tree's.
+base::Outcome writeArchive(ArchiveWriter& writer, PackageTree& tree, const PackOptions& options,
+                           ProgressCount& progress) {
+    std::mutex attributesMutex;
     JobRing ring(options.threads * slotsPerThread, (options.threads + sparePieces) * longestPiece,
                  JobCutter(tree.entries), [&](EncodedJob& encoded) {
                      auto written = writer.write(encoded);
@@ -92,6 +95,8 @@ base::Outcome writeArchive(ArchiveWriter& writer, const PackageTree& tree,
             if (auto written = ring.finish(*encoded); !written)
                 return written;
         }
+        const std::lock_guard lock(attributesMutex);
+        tree.attributes.insert(encoder.attributes().begin(), encoder.attributes().end());
         return {};
     };
     if (auto done = base::runOnThreads(options.threads, work, [&] { ring.stop(); }); !done)
@@ -121,8 +126,6 @@ base::Outcome packUnguarded(const std::string& output, const std::string& packag
         return tree.error();
     if (auto checked = checkOutput(output, *tree); !checked)
         return checked;
-    if (options.notice && !tree->attributes.empty())
-        options.notice(noticeOf(package, tree->attributes));
     auto file = base::ReplacedFile::createFor(output);
     if (!file)
         return file.error();
@@ -130,6 +133,8 @@ base::Outcome packUnguarded(const std::string& output, const std::string& packag
     ArchiveWriter writer(file->descriptor(), output, *tree, options.fixedTime);
     if (auto written = writeArchive(writer, *tree, options, progress); !written)
         return written;
+    if (options.notice && !tree->attributes.empty())
+        options.notice(noticeOf(package, tree->attributes));
     if (options.verify) {
         const VerifyOptions verifyOptions{options.threads, options.fixedTime, writer.pieceEnds(),
                                           [&](std::uint64_t bytes) { progress.add(bytes); }};

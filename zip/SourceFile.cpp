@@ -1,5 +1,7 @@
 #include "zip/SourceFile.h"
 
+#include "zip/ExtendedAttributes.h"
+
 #include <cerrno>
 
 #include <fcntl.h>
@@ -33,6 +35,10 @@ base::Outcome SourceFile::read(std::uint8_t* to, std::size_t size, std::uint64_t
     if (*count != size)
         return changedMeanwhile(tree_->pathOf(*file_));
     return {};
+}
+
+void SourceFile::addAttributesTo(std::set<std::string>& names) const {
+    addExtendedAttributes(opened_.get(), names);
 }
 
 base::Result<std::string> readLinkTarget(OpenFolder& folder, const Entry& link) {

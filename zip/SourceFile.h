@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -22,6 +23,9 @@ public:
     /// before or meanwhile.
     [[nodiscard]] base::Outcome read(std::uint8_t* to, std::size_t size,
                                      std::uint64_t offset) const;
+
+    /// Adds the names of its extended attributes and access control lists.
+    void addAttributesTo(std::set<std::string>& names) const;
 
 private:
     SourceFile(const PackageTree& tree, const Entry& file, base::FileDescriptor opened)

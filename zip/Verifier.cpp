@@ -14,7 +14,6 @@
 #include <functional>
 #include <limits>
 #include <mutex>
-#include <numeric>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -130,14 +129,14 @@ void appendParts(std::vector<Part>& parts, std::size_t index, const ArchivedEntr
 class PartVerifier {
 public:
     PartVerifier(const ArchiveReader& archive, const PackageTree& tree)
-        : archive_(archive), tree_(tree), folder_(tree) {}
+        : archive_(archive), tree_(tree), window_(archive), folder_(tree) {}
 
     /// Compares the part and finds its check sum.
     base::Outcome verify(Part& part) {
         const ArchivedEntry& archived = archive_.entries()[part.entry];
         const Entry& entry = tree_.entries[part.entry];
         if (part.offset == 0) {
-            auto data = archive_.findData(archived);
+            auto data = archive_.findData(archived, window_);
             if (!data)
                 return data.error();
         }
@@ -160,12 +159,8 @@ private:
     base::Result<base::Bytes> read(const Part& part, const ArchivedEntry& archived) {
         const auto size = static_cast<std::size_t>(part.size);
         if (!isStored(archived))
-            return inflater_.read(archive_, archived.name, part.start, part.end, size, part.isLast);
-        stored_.clear();
-        if (auto read = archive_.read(stored_.tail(size), size, part.start); !read)
-            return read.error();
-        stored_.extend(size);
-        return stored_.bytes();
+            return inflater_.read(window_, archived.name, part.start, part.end, size, part.isLast);
+        return window_.bytes(part.start, size);
     }
 
     base::Outcome compareFile(const Part& part, const Entry& entry, base::Bytes content) {
@@ -197,9 +192,9 @@ private:
 
     const ArchiveReader& archive_;
     const PackageTree& tree_;
+    ArchiveWindow window_;
     OpenFolder folder_;
     DeflateReader inflater_;
-    base::ByteBuffer stored_;
     base::ByteBuffer onDisk_;
 };
 
@@ -229,33 +224,50 @@ base::Outcome compareCheckSums(std::span<const Part> parts, const ArchiveReader&
     return {};
 }
 
-/// The indexes of the parts, the longest first, so that the threads finish together.
-std::vector<std::size_t> byLength(std::span<const Part> parts) {
-    std::vector<std::size_t> sorted(parts.size());
-    std::iota(sorted.begin(), sorted.end(), std::size_t{0});
-    std::ranges::stable_sort(sorted, std::ranges::greater(),
-                             [&](std::size_t index) { return parts[index].size; });
-    return sorted;
+/// Parts that one thread compares one after the other.
+struct Run {
+    std::span<Part> parts;
+    /// Of the content.
+    std::uint64_t size = 0;
+};
+
+/// Short parts that stand next to each other make a run: they are read together, and most of them
+/// lie in the same folder. The longest runs come first, so that the threads finish together.
+std::vector<Run> runsOf(std::span<Part> parts) {
+    constexpr std::uint64_t longest = std::uint64_t{512} << 10;
+    std::vector<Run> runs;
+    while (!parts.empty()) {
+        std::uint64_t size = parts.front().size;
+        std::size_t count = 1;
+        for (; count < parts.size() && size + parts[count].size <= longest &&
+               parts[count].end - parts.front().start <= ArchiveWindow::usualSize;
+             ++count)
+            size += parts[count].size;
+        runs.push_back({parts.first(count), size});
+        parts = parts.subspan(count);
+    }
+    std::ranges::stable_sort(runs, std::ranges::greater(), &Run::size);
+    return runs;
 }
 
 base::Outcome compareParts(std::span<Part> parts, const ArchiveReader& archive,
                            const PackageTree& tree, const VerifyOptions& options) {
-    const auto order = byLength(parts);
+    const auto runs = runsOf(parts);
     std::atomic<std::size_t> next = 0;
     std::mutex progressMutex;
     const auto work = [&]() -> base::Outcome {
         PartVerifier verifier(archive, tree);
-        for (std::size_t at = next++; at < order.size(); at = next++) {
-            Part& part = parts[order[at]];
-            if (auto verified = verifier.verify(part); !verified)
-                return verified;
+        for (std::size_t at = next++; at < runs.size(); at = next++) {
+            for (Part& part : runs[at].parts)
+                if (auto verified = verifier.verify(part); !verified)
+                    return verified;
             const std::lock_guard lock(progressMutex);
             if (options.progress)
-                options.progress(part.size);
+                options.progress(runs[at].size);
         }
         return {};
     };
-    return base::runOnThreads(options.threads, work, [&] { next = order.size(); });
+    return base::runOnThreads(options.threads, work, [&] { next = runs.size(); });
 }
 
 } // namespace

@@ -25,9 +25,15 @@ TEST(Compressor, joins_pieces_of_any_kind_into_one_stream) {
             const std::size_t pieces = 1 + random() % 5;
             for (std::size_t piece = 1; piece <= pieces; ++piece) {
                 const std::size_t size = 1 + random() % (1U << random() % 18);
-                const std::string next =
-                    random() % 3 == 0 ? randomBytes(random, size) : compressibleBytes(random, size);
+                // Noise, something else, or one behind the other, which are blocks of their own.
+                const auto kind = random() % 3;
+                std::string next = kind == 0 ? std::string() : compressibleBytes(random, size);
+                next += kind == 1 ? std::string() : randomBytes(random, size);
+                const std::size_t before = stream.size();
                 compressor.deflatePiece(padded(next), piece == pieces, stream);
+                if (kind == 1 && size > 1000) {
+                    EXPECT_LT(stream.size() - before, size);
+                }
                 content += next;
             }
             ASSERT_EQ(inflate(stream.bytes(), content.size()), content) << "level " << level;

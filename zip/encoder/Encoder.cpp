@@ -1,8 +1,18 @@
 #include "zip/encoder/Encoder.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace zip {
+namespace {
+
+/// Whether each byte is equal to the one before it, as in the holes of a sparse file.
+bool isRun(base::Bytes content, std::size_t from, std::size_t to) {
+    return from > 0 &&
+           std::memcmp(content.data() + from - 1, content.data() + from, to - from) == 0;
+}
+
+} // namespace
 
 std::size_t Encoder::encode(const PaddedContent& content, bool isLast, std::uint8_t* to) {
     start(content);
@@ -11,8 +21,12 @@ std::size_t Encoder::encode(const PaddedContent& content, bool isLast, std::uint
     for (std::size_t searched = 0; reached_.position < content_.size();) {
         const std::size_t from = searched;
         searched = std::min(content_.size(), from + chunkSize);
-        lookUp_.find(content_.data(), from, searched, path_.candidates());
-        path_.find(content_, from, searched, *prices);
+        if (isRun(content_, from, searched)) {
+            path_.findRun(content_, from, searched);
+        } else {
+            lookUp_.find(content_.data(), from, searched, path_.candidates());
+            path_.find(content_, from, searched, *prices);
+        }
         Sequence* next = sequences_.data() + reached_.sequences;
         reached_.position = path_.follow(reached_.position, chunk_, next);
         reached_.sequences = static_cast<std::size_t>(next - sequences_.data());

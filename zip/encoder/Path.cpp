@@ -28,6 +28,16 @@ void Path::find(base::Bytes content, std::size_t from, std::size_t to, const Pri
         steps_[0] = 0;
 }
 
+void Path::findRun(base::Bytes content, std::size_t from, std::size_t to) {
+    content_ = content;
+    from_ = from;
+    to_ = to;
+    for (std::size_t at = from; at < to; ++at) {
+        const auto length = static_cast<Match>(std::min<std::size_t>(to - at, longestMatch));
+        steps_[at - from] = length < shortestMatch ? 0 : length * oneByte | nearest;
+    }
+}
+
 /// Each position has one candidate and the match behind it, which may start here already. There is
 /// no branch that depends on the content: a mispredicted one costs more than a wasted evaluation.
 template <bool NearEnd>

@@ -18,6 +18,9 @@ public:
     /// content as PaddedContent allows.
     void find(base::Bytes content, std::size_t from, std::size_t to, const Prices& prices);
 
+    /// The same for a chunk of which each byte, also the first one, is equal to the one before it.
+    void findRun(base::Bytes content, std::size_t from, std::size_t to);
+
     /// Follows the path from `at`, which the chunk before may have left behind its own end, to the
     /// end of the chunk or a little farther. Counts the symbols and writes the sequences from
     /// `sequence` on, at most mostSequences. Returns the position reached and moves `sequence`.

@@ -65,7 +65,7 @@ constexpr unsigned comparedBytes = 16;
 [[nodiscard]] inline std::uint32_t pick(bool isFirst, std::uint32_t first, std::uint32_t second) {
     first = opaque(first);
     second = opaque(second);
-    return opaque(isFirst ? first : second);
+    return isFirst ? first : second;
 }
 
 } // namespace zip

@@ -59,6 +59,24 @@ std::string withLongCodes(std::mt19937& random) {
     return content;
 }
 
+struct Destroy {
+    void operator()(zip::Encoder* encoder) const {
+        encoder->~Encoder();
+        ::operator delete(encoder, std::align_val_t(alignof(zip::Encoder)));
+    }
+};
+
+/// An encoder whose memory holds the word everywhere until it is set.
+std::unique_ptr<zip::Encoder, Destroy> encoderInMemoryOf(std::uint32_t word, Effort effort) {
+    void* const memory =
+        ::operator new(sizeof(zip::Encoder), std::align_val_t(alignof(zip::Encoder)));
+    // Otherwise the compiler leaves out what a constructor may overwrite.
+    auto* const words = static_cast<volatile std::uint32_t*>(memory);
+    for (std::size_t index = 0; index < sizeof(zip::Encoder) / sizeof word; ++index)
+        words[index] = word;
+    return std::unique_ptr<zip::Encoder, Destroy>(new (memory) zip::Encoder(effort));
+}
+
 class EncoderTest : public testing::TestWithParam<Effort> {
 protected:
     void expectBack(const std::string& content, const std::string& what) {
@@ -88,6 +106,12 @@ TEST_P(EncoderTest, gives_back_content_that_ends_around_a_chunk) {
             expectBack(size % 2 == 0 ? whole.substr(0, size) : withPeriod(1 + size % 9, size),
                        "mixture or period");
     }
+    // Where stored blocks are longest, and around the longest block.
+    for (const std::size_t chunks : {4U, 31U, 32U, 33U, 64U})
+        for (int round = 0; round < 6; ++round) {
+            const std::size_t size = chunks * zip::chunkSize - 300 + random_() % 600;
+            expectBack(round == 0 ? randomBytes(random_, size) : mixture(random_, size), "mixture");
+        }
 }
 
 TEST_P(EncoderTest, gives_back_runs_far_matches_noise_and_long_codes) {
@@ -101,6 +125,14 @@ TEST_P(EncoderTest, gives_back_runs_far_matches_noise_and_long_codes) {
         expectBack(start + std::string(1 + size % 7, '\0') + start, "early match");
     }
     expectBack(std::string(3000000, '\0'), "zeros");
+    // Whole chunks, and a little more of any length.
+    for (std::size_t more = 1; more <= zip::longestMatch; ++more) {
+        expectBack(std::string(2 * zip::chunkSize + more, '\0'), "run");
+        expectBack(randomBytes(random_, more) +
+                       std::string(2 * zip::chunkSize + more % 4 - more, '\0') +
+                       randomBytes(random_, 5),
+                   "run between noise");
+    }
     expectBack(randomBytes(random_, 1000000), "noise");
     expectBack(withLongCodes(random_), "long codes");
     expectBack(compressibleBytes(random_, 3000000), "many blocks");
@@ -117,15 +149,28 @@ TEST_P(EncoderTest, stays_as_close_to_the_size_of_noise_as_it_says) {
 }
 
 TEST_P(EncoderTest, makes_the_same_of_the_same_content_whatever_it_encoded_before) {
-    const std::vector<std::string> contents{mixture(random_, 20000), mixture(random_, 100),
-                                            compressibleBytes(random_, 70000)};
+    std::vector<std::string> contents{mixture(random_, 20000), mixture(random_, 100),
+                                      compressibleBytes(random_, 70000)};
+    // Its end is in two places before; in one of them zeros follow, as behind the content.
+    for (const std::size_t size : {20U, 21U})
+        contents.push_back(std::string("abc\0\0\0", 6) + std::string(size, 'x') + "abcde" +
+                           std::string(20, 'y') + "abc");
     std::vector<std::string> fresh;
     for (const std::string& content : contents)
         fresh.push_back(encoded(*std::make_unique<zip::Encoder>(GetParam()), bytesOf(content)));
+    zip::PaddedContent padded;
     for (int round = 0; round < 30; ++round) {
-        (void)encoded(*encoder_, bytesOf(mixture(random_, 1 + random_() % 300000)));
+        padded.assign(bytesOf(mixture(random_, 1 + random_() % 300000)));
+        (void)encoded(*encoder_, padded);
         const std::size_t index = random_() % contents.size();
-        EXPECT_EQ(encoded(*encoder_, bytesOf(contents[index])), fresh[index]) << index;
+        padded.assign(bytesOf(contents[index]));
+        EXPECT_EQ(encoded(*encoder_, padded), fresh[index]) << index;
+    }
+    // Costs like the first of these become small ones when the price of no match is added.
+    for (const std::uint32_t word : {0xFF000000, 0xFFFFFFFF, 0xAAAAAAAA}) {
+        const auto encoder = encoderInMemoryOf(word, GetParam());
+        for (std::size_t index = 0; index < contents.size(); ++index)
+            EXPECT_EQ(encoded(*encoder, bytesOf(contents[index])), fresh[index]) << word;
     }
 }
 

@@ -37,15 +37,19 @@ std::string faultByZlib(base::Bytes stream, base::Bytes content) {
 
 } // namespace
 
+std::string encoded(zip::Encoder& encoder, const zip::PaddedContent& content, bool isLast) {
+    std::string stream(zip::Encoder::mostBytes(content.bytes().size()), '\0');
+    // Of exact size, which a string's memory is not.
+    const std::unique_ptr<std::uint8_t[]> to(new std::uint8_t[stream.size()]);
+    stream.resize(encoder.encode(content, isLast, to.get()));
+    std::memcpy(stream.data(), to.get(), stream.size());
+    return stream;
+}
+
 std::string encoded(zip::Encoder& encoder, base::Bytes content, bool isLast) {
     zip::PaddedContent padded;
     padded.assign(content);
-    std::string stream(zip::Encoder::mostBytes(content.size()), '\0');
-    // Of exact size, which a string's memory is not.
-    const std::unique_ptr<std::uint8_t[]> to(new std::uint8_t[stream.size()]);
-    stream.resize(encoder.encode(padded, isLast, to.get()));
-    std::memcpy(stream.data(), to.get(), stream.size());
-    return stream;
+    return encoded(encoder, padded, isLast);
 }
 
 std::string faultOfRoundTrip(zip::Encoder& encoder, base::Bytes content, bool isLast) {

@@ -10,4 +10,6 @@
 [[nodiscard]] std::string faultOfRoundTrip(zip::Encoder& encoder, base::Bytes content, bool isLast);
 
 /// What the encoder makes of the content.
+[[nodiscard]] std::string encoded(zip::Encoder& encoder, const zip::PaddedContent& content,
+                                  bool isLast = true);
 [[nodiscard]] std::string encoded(zip::Encoder& encoder, base::Bytes content, bool isLast = true);

@@ -15,8 +15,8 @@ struct FinalBlock {
     std::size_t endBit = 0;
 };
 
-/// Finds the final block by walking all blocks before it, without decoding what they hold.
-/// Absent if the stream is malformed or ends early. Any thread may call it.
+/// Finds the final block by decompressing the stream, which is less than 4 GiB long. Absent if the
+/// stream is malformed or ends early. Throws std::bad_alloc. Any thread may call it.
 [[nodiscard]] std::optional<FinalBlock> findFinalBlock(base::Bytes stream);
 
 } // namespace zip
