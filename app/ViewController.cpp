@@ -106,6 +106,12 @@ void ViewController::doRevealItem(const std::optional<LocationItem>& item) {
     receiver().in("doRevealItem:").step("...");
     GlobalQueue::async([this, item] {
         const auto* path = item ? std::get_if<std::string>(&*item) : nullptr;
-        revealItemInFinder(path != nullptr ? std::optional(*path) : fSearchPath());
+        revealItemInFinder(path != nullptr ? std::optional(*path) : fSearchPath(),
+                           [this](const std::string& failure) {
+                               surroundings_.notifyUser(tr("The folder cannot be shown"),
+                                                        QString::fromStdString(failure));
+                               MainQueue::async(
+                                   this, [this, failure] { surroundings_.explain(failure); });
+                           });
     });
 }

@@ -11,6 +11,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <span>
 #include <string_view>
 
@@ -61,15 +62,32 @@ bool isLastRunAsked(int argc, char** argv) {
     return argc == 2 && std::string_view(argv[1]) == "--last-run";
 }
 
-/// A program of its own, which the one with the main window may outlive or not.
-int showLastRun() {
-    const RunActions actions;
-    QApplication::setDesktopFileName(
-        QString::fromStdString(MainBundle::ofThisProcess().identifier));
-    ResultsWindow window(RunRecord::userFolder(), {&RunActions::reveal, &RunActions::startWith});
-    window.setWindowIcon(applicationIcon());
-    window.show();
-    activateIgnoringOtherApps(&window);
+/// A program of its own, which the one with the main window may outlive or not. There is one of
+/// them: another start brings it to the front, with the run that is the last one by then.
+int showLastRun(const ActivationTokens& tokens) {
+    const std::string application = MainBundle::ofThisProcess().identifier;
+    std::unique_ptr<ResultsWindow> window;
+    const auto show = [&window] {
+        if (!window)
+            return;
+        window->showLastRun();
+        window->show();
+        activateIgnoringOtherApps(window.get());
+    };
+    OpenRequests requests(
+        application + ".results", [show](const LocationList&) { show(); }, show,
+        [show](const QString&, const QString&) { show(); });
+    if (requests.handOver(LocationList{}, tokens))
+        return 0;
+    QApplication::setDesktopFileName(QString::fromStdString(application));
+    const RunActions actions(show, application);
+    window = std::make_unique<ResultsWindow>(
+        RunRecord::userFolder(),
+        ResultsWindow::Outside{&RunActions::reveal, &RunActions::startWith});
+    window->setWindowIcon(applicationIcon());
+    show();
+    QObject::connect(qApp, &QApplication::aboutToQuit, &requests,
+                     [&requests] { requests.release(); });
     return endJobs(QApplication::exec());
 }
 
@@ -102,7 +120,7 @@ int main(int argc, char** argv) {
     QApplication::setApplicationName("kelpmoray");
     const LocationList locations = locationsIn(argc, argv);
     if (isLastRunAsked(argc, argv))
-        return showLastRun();
+        return showLastRun(tokens);
     Application application;
     if (application.handOver(locations, tokens))
         return 0;

@@ -62,6 +62,8 @@ private:
 
     void openPipe();
     void readPipe();
+    /// What steps have told and nobody has read.
+    QByteArray takeLines();
     /// Later, on the main thread.
     void change(std::function<void()> change);
 
