@@ -289,7 +289,7 @@ void MainWindow::showProperties() {
     ui_->folderCount->setText(count == 0   ? QString()
                               : count == 1 ? tr("1 folder waiting")
                                            : tr("%1 folders waiting").arg(count));
-    ui_->button1->setEnabled(count > 0);
+    ui_->button1->setEnabled(count > 0 && !controller_.isProcessing());
     ui_->waiting->setVisible(!waiting().empty());
     ui_->stop->setVisible(controller_.isProcessing());
     if (!controller_.isProcessing())

@@ -203,6 +203,22 @@ TEST_F(RunRecordTest, GoesOnWhereItCannotBeWritten) {
     EXPECT_THAT(record.packages(), SizeIs(1));
 }
 
+TEST(RunSummary, TellsWhatTheToolSaidIfTheScriptPointsAtIt) {
+    PackageRecord package{.path = "/p/A.app", .entry = "/p", .state = PackageState::Failed};
+    package.steps = {{.script = "fenwoJustZipApps.sh",
+                      .failed = true,
+                      .lastLine = "kelpmoray-zip could not pack /p/A.app: see the lines above",
+                      .output = "  kelpmoray-zip: first\n  kelpmoray-zip: /p/A.app/x: cannot be "
+                                "read: make it readable\nerror: the last line\n"}};
+    EXPECT_EQ(failureOf(package)->error, "Kelpmoray-zip could not pack A.app.");
+    EXPECT_EQ(failureOf(package)->remedy,
+              "It said: kelpmoray-zip: A.app/x: cannot be read: make it readable.");
+    package.steps.front().output.clear();
+    EXPECT_EQ(failureOf(package)->remedy, "See the lines above.");
+    package.steps.front().lastLine = "fenwoJustZipApps.sh ended without a result";
+    EXPECT_EQ(failureOf(package)->remedy, "See the full output, mend it and try again.");
+}
+
 TEST(RunSummary, CountsAsFileBrowsersDo) {
     EXPECT_EQ(sizeText(1), "1 byte");
     EXPECT_EQ(sizeText(999), "999 bytes");
