@@ -3,6 +3,7 @@
 #include "base/ByteReader.h"
 #include "base/Result.h"
 #include "base/Sha256.h"
+#include "core/Identities.h"
 #include "core/Path.h"
 #include "core/Text.h"
 
@@ -161,7 +162,7 @@ std::size_t RunRecord::packageStarted(const std::string& path, const std::string
     if (packages_.empty() && !folder_.empty())
         create();
     PackageRecord package{.path = path, .entry = entry};
-    if (!identity)
+    if (!identity || equalsIgnoringCase(*identity, doNotCodesignIdentity))
         package.notSigned = "signing is off";
     else
         package.signedAs = *identity;

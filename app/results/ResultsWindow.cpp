@@ -71,6 +71,7 @@ void ResultsWindow::showLastRun() {
             runs_->addItem(timeOf(file), QByteArray::fromStdString(file));
         runs_->setCurrentIndex(0);
     }
+    runs_->setVisible(runs_->count() > 0);
     runs_->setEnabled(runs_->count() > 1);
     showRun(runs_->currentData().toByteArray().toStdString());
     summarized_ = 0;

@@ -88,7 +88,8 @@ TEST_F(RunRecordTest, KeepsWhatBecameOfEachPackage) {
     EXPECT_TRUE(recordedRuns(runs).empty());
     process(record, "/p/A\xff.app", signedRun);
     process(record, "/p/B.app", notSignedRun);
-    const std::size_t third = record.packageStarted("/p/C.app", "/p", std::nullopt);
+    const std::size_t third = record.packageStarted("/p/C.app", "/p", "DoNotCodesign");
+    EXPECT_EQ(signatureText(record.package(third)), "Not signed: signing is off");
     // At any moment the file is a document, and says how far the run is.
     ASSERT_TRUE(Json::parse(contentOf(record.file())));
     RecordedRun run = onlyRun();
