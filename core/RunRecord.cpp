@@ -124,16 +124,13 @@ void RunRecord::create() {
                                {"program", "kelpmoray " + version_},
                                {"started", timeText(Clock::now(), isoTime)},
                                {"process", std::int64_t{getpid()}}};
-    std::string text = Json(head).text();
-    text.replace(text.size() - 1, 1, ", \"packages\": [\n");
-    if (!base::writeAt(descriptor_.get(), base::bytesOf(text), 0))
-        fail("write the record of the run", file_);
-    settled_ = text.size();
+    head_ = Json(head).text();
+    head_.replace(head_.size() - 1, 1, ", \"packages\": [\n");
     removeOldRuns(folder_);
 }
 
 void RunRecord::writeRest(const std::string& settling, const std::string& end) {
-    std::string text;
+    std::string text = std::exchange(head_, "");
     const char* separator = hasPackages_ ? ",\n" : "";
     const auto append = [&](const std::string& package) {
         text += std::exchange(separator, ",\n") + package;
@@ -141,7 +138,7 @@ void RunRecord::writeRest(const std::string& settling, const std::string& end) {
     if (!settling.empty())
         append(settling);
     const std::size_t settled = text.size();
-    hasPackages_ = hasPackages_ || settled > 0;
+    hasPackages_ = hasPackages_ || !settling.empty();
     for (const std::size_t package : atWork_)
         append(jsonOf(packages_.at(package)).text());
     text += "\n]" + end + "}\n";

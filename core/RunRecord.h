@@ -67,8 +67,8 @@ public:
     RunRecord(std::string folder, std::string version);
 
     // Facts, as they happen. Several packages may be at work, each on a thread of its own.
-    /// `identity` is whom it will be signed as; none if it will not be signed. Gives the package's
-    /// number, from 0, by which the other facts name it.
+    /// `identity` is whom it will be signed as, if it will. Gives the package's number, from 0, by
+    /// which the other facts name it.
     std::size_t packageStarted(const std::string& path, const std::string& entry,
                                const std::optional<std::string>& identity);
     void scriptEnded(std::size_t package, const ScriptRun& run);
@@ -98,6 +98,7 @@ private:
     std::string file_;
     std::string trouble_;
     base::FileDescriptor descriptor_;
+    std::string head_;          ///< of the document, until it is written with the first package
     std::uint64_t settled_ = 0; ///< what lies before is not written again
     std::size_t unsettled_ = 0; ///< bytes behind it
     bool hasPackages_ = false;  ///< in what is settled
