@@ -62,8 +62,7 @@ public:
     /// the user has no home.
     [[nodiscard]] static std::string userFolder();
 
-    /// Nothing is written before the first package has started. With an empty folder nothing is
-    /// written at all.
+    /// Nothing is written before the first package has started, nor with an empty folder.
     RunRecord(std::string folder, std::string version);
 
     // Facts, as they happen. Several packages may be at work, each on a thread of its own.
@@ -77,7 +76,7 @@ public:
     /// No package follows, and none is at work.
     void finish();
 
-    /// Where it is written; empty as long as it is not.
+    /// Empty as long as it is not written.
     [[nodiscard]] std::string file() const;
     /// In the order in which they started.
     [[nodiscard]] std::vector<PackageRecord> packages() const;

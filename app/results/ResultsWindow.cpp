@@ -72,7 +72,6 @@ void ResultsWindow::showLastRun() {
         runs_->setCurrentIndex(0);
     }
     runs_->setVisible(runs_->count() > 0);
-    runs_->setEnabled(runs_->count() > 1);
     showRun(runs_->currentData().toByteArray().toStdString());
     summarized_ = 0;
     summarizing_.start();
