@@ -35,14 +35,13 @@ std::string timeText(Clock::time_point time, const char* format) {
 }
 
 /// Sorts by time; two processes never have the same.
-std::string newFileName() {
-    const auto now = Clock::now();
+std::string fileName(Clock::time_point start) {
     const auto milliseconds =
-        std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() %
+        std::chrono::duration_cast<std::chrono::milliseconds>(start.time_since_epoch()).count() %
         1000;
     std::string fraction = std::to_string(milliseconds);
     fraction.insert(0, 3 - fraction.size(), '0');
-    return timeText(now, "%Y-%m-%dT%H-%M-%S.") + fraction + "Z-" + std::to_string(getpid()) +
+    return timeText(start, "%Y-%m-%dT%H-%M-%S.") + fraction + "Z-" + std::to_string(getpid()) +
            ".json";
 }
 
@@ -111,9 +110,15 @@ void RunRecord::fail(const std::string& action, const std::string& path) {
 void RunRecord::create() {
     std::error_code error;
     fs::create_directories(folder_, error);
-    file_ = appendingPathComponent(folder_, newFileName());
-    descriptor_ =
-        base::FileDescriptor::openAt(AT_FDCWD, file_.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600);
+    const auto now = Clock::now();
+    for (auto start = now; !descriptor_.open() && start < now + std::chrono::seconds(1);
+         start += std::chrono::milliseconds(1)) { // the run before may have started just now
+        file_ = appendingPathComponent(folder_, fileName(start));
+        descriptor_ =
+            base::FileDescriptor::openAt(AT_FDCWD, file_.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600);
+        if (!descriptor_.open() && errno != EEXIST)
+            break;
+    }
     if (!descriptor_.open()) {
         fail("create the record of the run", file_);
         file_.clear();
@@ -122,7 +127,7 @@ void RunRecord::create() {
     flock(descriptor_.get(), LOCK_EX | LOCK_NB);
     const Json::Object head = {{"format", std::int64_t{1}},
                                {"program", "kelpmoray " + version_},
-                               {"started", timeText(Clock::now(), isoTime)},
+                               {"started", timeText(now, isoTime)},
                                {"process", std::int64_t{getpid()}}};
     head_ = Json(head).text();
     head_.replace(head_.size() - 1, 1, ", \"packages\": [\n");
