@@ -59,7 +59,11 @@ LocationList locationsIn(int argc, char** argv) {
 }
 
 bool isLastRunAsked(int argc, char** argv) {
-    return argc == 2 && std::string_view(argv[1]) == "--last-run";
+    for (const std::string_view argument : std::span(argv, std::size_t(argc)).subspan(1)) {
+        if (argument == "--" || argument == "--last-run")
+            return argument == "--last-run";
+    }
+    return false;
 }
 
 /// A program of its own, which the one with the main window may outlive or not. There is one of
@@ -119,8 +123,13 @@ int main(int argc, char** argv) {
     qInstallMessageHandler(nullptr);
     QApplication::setApplicationName("kelpmoray");
     const LocationList locations = locationsIn(argc, argv);
-    if (isLastRunAsked(argc, argv))
-        return showLastRun(tokens);
+    if (isLastRunAsked(argc, argv)) {
+        if (argc == 2)
+            return showLastRun(tokens);
+        std::fputs("kelpmoray: --last-run stands alone. Leave out the PATHs, or --last-run.\n",
+                   stderr);
+        return 2;
+    }
     Application application;
     if (application.handOver(locations, tokens))
         return 0;
