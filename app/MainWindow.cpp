@@ -282,14 +282,16 @@ void MainWindow::showHelp() {
 void MainWindow::showProperties() {
     const bool busy = controller_.fButton1Busy();
     const int count = controller_.fNumberOfFoldersToProcess().value_or(0);
+    // The one at work is still counted.
+    const int waitingCount = count - (controller_.isProcessing() && count > 0 ? 1 : 0);
     ui_->busyState->setText(busy ? QString() : tr("Ready"));
     ui_->busyState->setVisible(!busy);
     ui_->progressLine->setFullText(
         busy ? QString::fromStdString(controller_.fProgressString1().value_or("")) : QString());
-    ui_->folderCount->setText(count == 0   ? QString()
-                              : count == 1 ? tr("1 folder waiting")
-                                           : tr("%1 folders waiting").arg(count));
-    ui_->button1->setEnabled(count > 0);
+    ui_->folderCount->setText(waitingCount == 0   ? QString()
+                              : waitingCount == 1 ? tr("1 folder waiting")
+                                                  : tr("%1 folders waiting").arg(waitingCount));
+    ui_->button1->setEnabled(count > 0 && !controller_.isProcessing());
     ui_->waiting->setVisible(!waiting().empty());
     ui_->stop->setVisible(controller_.isProcessing());
     if (!controller_.isProcessing())

@@ -1,9 +1,13 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 
 /// Opens the folder at `path` in the file browser, or the folder that holds the package at `path`.
 /// For none, and for what is no existing folder, it beeps and logs. Blocks until the browser's
-/// command has ended: never on the main thread.
-void revealItemInFinder(const std::optional<std::string>& path);
+/// command has ended: never on the main thread. If the command fails, `tell` is called on this
+/// thread with a sentence that says so.
+void revealItemInFinder(
+    const std::optional<std::string>& path,
+    const std::function<void(const std::string& sentence)>& tell = [](const auto&) {});

@@ -104,8 +104,17 @@ void ViewController::observeValueForKeyPath(const std::string& keyPath, const QO
 
 void ViewController::doRevealItem(const std::optional<LocationItem>& item) {
     receiver().in("doRevealItem:").step("...");
-    GlobalQueue::async([this, item] {
+    const auto tell = [self = QPointer(this),
+                       notify = surroundings_.notifyUser](const std::string& failure) {
+        // At once: the application often quits by now.
+        notify(tr("The folder cannot be shown"), QString::fromStdString(failure));
+        MainQueue::async([self, failure] {
+            if (self)
+                self->surroundings_.explain(failure);
+        });
+    };
+    GlobalQueue::async([this, item, tell] {
         const auto* path = item ? std::get_if<std::string>(&*item) : nullptr;
-        revealItemInFinder(path != nullptr ? std::optional(*path) : fSearchPath());
+        revealItemInFinder(path != nullptr ? std::optional(*path) : fSearchPath(), tell);
     });
 }

@@ -40,7 +40,7 @@ public:
         NotificationCenter& notifications;
         ToolPaths tools;
         std::function<void()> terminate;
-        /// Shows a person a summary and a body, outside the window.
+        /// Shows a person a summary and a body, outside the window. Called on any thread.
         std::function<void(const QString& summary, const QString& body)> notifyUser;
         /// Is told what happens to packages.
         RunReporter& runs;

@@ -11,6 +11,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <span>
 #include <string_view>
 
@@ -58,18 +59,39 @@ LocationList locationsIn(int argc, char** argv) {
 }
 
 bool isLastRunAsked(int argc, char** argv) {
-    return argc == 2 && std::string_view(argv[1]) == "--last-run";
+    for (const std::string_view argument : std::span(argv, std::size_t(argc)).subspan(1)) {
+        if (argument == "--" || argument == "--last-run")
+            return argument == "--last-run";
+    }
+    return false;
 }
 
-/// A program of its own, which the one with the main window may outlive or not.
-int showLastRun() {
-    const RunActions actions;
-    QApplication::setDesktopFileName(
-        QString::fromStdString(MainBundle::ofThisProcess().identifier));
-    ResultsWindow window(RunRecord::userFolder(), {&RunActions::reveal, &RunActions::startWith});
-    window.setWindowIcon(applicationIcon());
-    window.show();
-    activateIgnoringOtherApps(&window);
+/// A program of its own, which the one with the main window may outlive or not. There is one of
+/// them: another start brings it to the front, with the run that is the last one by then.
+int showLastRun(const ActivationTokens& tokens) {
+    const std::string application = MainBundle::ofThisProcess().identifier;
+    std::unique_ptr<ResultsWindow> window;
+    const auto show = [&window] {
+        if (!window)
+            return;
+        window->showLastRun();
+        window->show();
+        activateIgnoringOtherApps(window.get());
+    };
+    OpenRequests requests(
+        application + ".results", [show](const LocationList&) { show(); }, show,
+        [show](const QString&, const QString&) { show(); });
+    if (requests.handOver(LocationList{}, tokens))
+        return 0;
+    QApplication::setDesktopFileName(QString::fromStdString(application));
+    const RunActions actions(show, application);
+    window = std::make_unique<ResultsWindow>(
+        RunRecord::userFolder(),
+        ResultsWindow::Outside{&RunActions::reveal, &RunActions::startWith});
+    window->setWindowIcon(applicationIcon());
+    show();
+    QObject::connect(qApp, &QApplication::aboutToQuit, &requests,
+                     [&requests] { requests.release(); });
     return endJobs(QApplication::exec());
 }
 
@@ -101,8 +123,13 @@ int main(int argc, char** argv) {
     qInstallMessageHandler(nullptr);
     QApplication::setApplicationName("kelpmoray");
     const LocationList locations = locationsIn(argc, argv);
-    if (isLastRunAsked(argc, argv))
-        return showLastRun();
+    if (isLastRunAsked(argc, argv)) {
+        if (argc == 2)
+            return showLastRun(tokens);
+        std::fputs("kelpmoray: --last-run stands alone. Leave out the PATHs, or --last-run.\n",
+                   stderr);
+        return 2;
+    }
     Application application;
     if (application.handOver(locations, tokens))
         return 0;

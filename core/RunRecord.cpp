@@ -3,6 +3,7 @@
 #include "base/ByteReader.h"
 #include "base/Result.h"
 #include "base/Sha256.h"
+#include "core/Identities.h"
 #include "core/Path.h"
 #include "core/Text.h"
 
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -33,14 +35,13 @@ std::string timeText(Clock::time_point time, const char* format) {
 }
 
 /// Sorts by time; two processes never have the same.
-std::string newFileName() {
-    const auto now = Clock::now();
+std::string fileName(Clock::time_point start) {
     const auto milliseconds =
-        std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() %
+        std::chrono::duration_cast<std::chrono::milliseconds>(start.time_since_epoch()).count() %
         1000;
     std::string fraction = std::to_string(milliseconds);
     fraction.insert(0, 3 - fraction.size(), '0');
-    return timeText(now, "%Y-%m-%dT%H-%M-%S.") + fraction + "Z-" + std::to_string(getpid()) +
+    return timeText(start, "%Y-%m-%dT%H-%M-%S.") + fraction + "Z-" + std::to_string(getpid()) +
            ".json";
 }
 
@@ -64,6 +65,30 @@ std::string endOf(const std::string& text) {
     return text.substr(from);
 }
 
+/// What became of a package whose scripts have run. Reads the archive, which takes its time.
+PackageRecord settledFrom(PackageRecord package) {
+    const auto failed = std::ranges::find(package.steps, true, &StepRecord::failed);
+    const bool hasFailed = failed != package.steps.end();
+    package.state = !hasFailed && package.archive ? PackageState::Done : PackageState::Failed;
+    const bool isSigned = std::ranges::any_of(package.steps, [](const StepRecord& step) {
+        return step.lastLine.starts_with("signed: ");
+    });
+    if (isSigned && package.signedAs.empty())
+        package.signedAs = "whom the script chose";
+    if (!isSigned) {
+        package.signedAs.clear();
+        if (package.notSigned.empty())
+            package.notSigned = hasFailed ? failed->lastLine : "no identity was picked";
+    }
+    if (package.archive) {
+        if (const auto digest = base::digestOfFile(package.archive->path)) {
+            package.archive->size = digest->size;
+            package.archive->sha256 = digest->sha256;
+        }
+    }
+    return package;
+}
+
 } // namespace
 
 std::string RunRecord::userFolder() {
@@ -85,9 +110,15 @@ void RunRecord::fail(const std::string& action, const std::string& path) {
 void RunRecord::create() {
     std::error_code error;
     fs::create_directories(folder_, error);
-    file_ = appendingPathComponent(folder_, newFileName());
-    descriptor_ =
-        base::FileDescriptor::openAt(AT_FDCWD, file_.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600);
+    const auto now = Clock::now();
+    for (auto start = now; !descriptor_.open() && start < now + std::chrono::seconds(1);
+         start += std::chrono::milliseconds(1)) { // the run before may have started just now
+        file_ = appendingPathComponent(folder_, fileName(start));
+        descriptor_ =
+            base::FileDescriptor::openAt(AT_FDCWD, file_.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600);
+        if (!descriptor_.open() && errno != EEXIST)
+            break;
+    }
     if (!descriptor_.open()) {
         fail("create the record of the run", file_);
         file_.clear();
@@ -96,58 +127,56 @@ void RunRecord::create() {
     flock(descriptor_.get(), LOCK_EX | LOCK_NB);
     const Json::Object head = {{"format", std::int64_t{1}},
                                {"program", "kelpmoray " + version_},
-                               {"started", timeText(Clock::now(), isoTime)},
+                               {"started", timeText(now, isoTime)},
                                {"process", std::int64_t{getpid()}}};
-    std::string text = Json(head).text();
-    text.replace(text.size() - 1, 1, ", \"packages\": [\n");
-    if (!base::writeAt(descriptor_.get(), base::bytesOf(text), 0))
-        fail("write the record of the run", file_);
-    settled_ = text.size();
+    head_ = Json(head).text();
+    head_.replace(head_.size() - 1, 1, ", \"packages\": [\n");
     removeOldRuns(folder_);
 }
 
-void RunRecord::writeLast() {
-    const std::string package = jsonOf(packages_.back()).text();
-    write(package + "\n]}\n");
-    if (packages_.back().state != PackageState::Running)
-        settled_ += package.size();
-}
-
-void RunRecord::write(const std::string& end) {
+void RunRecord::writeRest(const std::string& settling, const std::string& end) {
+    std::string text = std::exchange(head_, "");
+    const char* separator = hasPackages_ ? ",\n" : "";
+    const auto append = [&](const std::string& package) {
+        text += std::exchange(separator, ",\n") + package;
+    };
+    if (!settling.empty())
+        append(settling);
+    const std::size_t settled = text.size();
+    hasPackages_ = hasPackages_ || !settling.empty();
+    for (const std::size_t package : atWork_)
+        append(jsonOf(packages_.at(package)).text());
+    text += "\n]" + end + "}\n";
+    // The end goes along each time and what was longer is covered by blanks: with one write the
+    // document is whole again.
+    text.resize(std::max(text.size(), unsettled_), '\n');
     if (!descriptor_.open() || !trouble_.empty())
         return;
-    // What ends the document goes along each time, so that the file is whole at any moment.
-    if (!base::writeAt(descriptor_.get(), base::bytesOf(end), settled_) ||
-        ftruncate(descriptor_.get(), static_cast<off_t>(settled_ + end.size())) != 0)
+    if (!base::writeAt(descriptor_.get(), base::bytesOf(text), settled_))
         fail("write the record of the run", file_);
+    settled_ += settled;
+    unsettled_ = text.size() - settled;
 }
 
-void RunRecord::packageStarted(const std::string& path, const std::string& entry,
-                               const std::optional<std::string>& identity) {
+std::size_t RunRecord::packageStarted(const std::string& path, const std::string& entry,
+                                      const std::optional<std::string>& identity) {
     const std::lock_guard lock(mutex_);
     if (packages_.empty() && !folder_.empty())
         create();
     PackageRecord package{.path = path, .entry = entry};
-    if (!identity)
+    if (!identity || equalsIgnoringCase(*identity, doNotCodesignIdentity))
         package.notSigned = "signing is off";
     else
         package.signedAs = *identity;
+    const std::size_t number = packages_.size();
     packages_.push_back(std::move(package));
-    if (packages_.size() > 1) {
-        const std::string first = jsonOf(packages_.back()).text();
-        write(",\n" + first + "\n]}\n");
-        settled_ += 2;
-        return;
-    }
-    writeLast();
+    atWork_.push_back(number);
+    writeRest();
+    return number;
 }
 
-void RunRecord::scriptEnded(const ScriptRun& run) {
+void RunRecord::scriptEnded(std::size_t package, const ScriptRun& run) {
     using Kind = ScriptOutcome::Kind;
-    const std::lock_guard lock(mutex_);
-    if (packages_.empty())
-        return;
-    PackageRecord& package = packages_.back();
     const ScriptOutcome outcome = outcomeOf(run);
     const bool failed = outcome.kind == Kind::Failed;
     StepRecord step{.script = run.scriptFileName,
@@ -156,44 +185,25 @@ void RunRecord::scriptEnded(const ScriptRun& run) {
                     .lastLine = failed ? outcome.detail : lastLineOf(run.output)};
     if (failed)
         step.output = endOf(run.output.value_or(""));
-    package.steps.push_back(std::move(step));
+    const std::lock_guard lock(mutex_);
+    packages_.at(package).steps.push_back(std::move(step));
     if (outcome.kind == Kind::Packed)
-        package.archive = {.path = outcome.detail};
-    writeLast();
+        packages_.at(package).archive = {.path = outcome.detail};
+    writeRest();
 }
 
-PackageRecord RunRecord::packageEnded() {
+PackageRecord RunRecord::packageEnded(std::size_t package) {
+    PackageRecord ended = settledFrom(this->package(package));
     const std::lock_guard lock(mutex_);
-    if (packages_.empty())
-        return {};
-    PackageRecord& package = packages_.back();
-    const auto failed = std::ranges::find(package.steps, true, &StepRecord::failed);
-    package.state = failed == package.steps.end() && package.archive ? PackageState::Done
-                                                                     : PackageState::Failed;
-    const bool isSigned = std::ranges::any_of(package.steps, [](const StepRecord& step) {
-        return step.lastLine.starts_with("signed: ");
-    });
-    if (isSigned && package.signedAs.empty())
-        package.signedAs = "whom the script chose";
-    if (!isSigned) {
-        package.signedAs.clear();
-        if (package.notSigned.empty())
-            package.notSigned =
-                failed != package.steps.end() ? failed->lastLine : "no identity was picked";
-    }
-    if (package.archive) {
-        if (const auto digest = base::digestOfFile(package.archive->path)) {
-            package.archive->size = digest->size;
-            package.archive->sha256 = digest->sha256;
-        }
-    }
-    writeLast();
-    return package;
+    packages_.at(package) = ended;
+    std::erase(atWork_, package);
+    writeRest(jsonOf(ended).text());
+    return ended;
 }
 
 void RunRecord::finish() {
     const std::lock_guard lock(mutex_);
-    write("\n], \"finished\": \"" + timeText(Clock::now(), isoTime) + "\"}\n");
+    writeRest("", ", \"finished\": \"" + timeText(Clock::now(), isoTime) + "\"");
     descriptor_ = {};
 }
 
@@ -207,9 +217,9 @@ std::vector<PackageRecord> RunRecord::packages() const {
     return packages_;
 }
 
-PackageRecord RunRecord::lastPackage() const {
+PackageRecord RunRecord::package(std::size_t package) const {
     const std::lock_guard lock(mutex_);
-    return packages_.empty() ? PackageRecord{} : packages_.back();
+    return packages_.at(package);
 }
 
 std::string RunRecord::trouble() const {

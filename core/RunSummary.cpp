@@ -1,12 +1,15 @@
 #include "core/RunSummary.h"
 
 #include "core/Path.h"
+#include "core/Text.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 
 namespace {
+
+constexpr const char* linesAbove = "see the lines above"; // of the script's output
 
 /// Ends in a full stop and begins with a capital, if it begins with a letter.
 std::string sentence(std::string text) {
@@ -16,6 +19,24 @@ std::string sentence(std::string text) {
         text.front() = static_cast<char>(text.front() - 'a' + 'A');
     if (text.find_last_of(".!?") != text.size() - 1)
         text += '.';
+    return text;
+}
+
+/// What the tool that the script ran said last: scripts quote it, with blanks in front.
+std::string lastQuoted(const std::string& output) {
+    std::string quoted;
+    for (const std::string_view line : split(output, "\n")) {
+        if (line.starts_with("  "))
+            quoted = trimmed(line);
+    }
+    return quoted;
+}
+
+/// The reader sees which package it is, and in front of a path nothing else would be read.
+std::string withNameFor(const std::string& path, std::string text) {
+    const std::string name = lastPathComponent(path);
+    for (std::size_t at = 0; (at = text.find(path, at)) != text.npos; at += name.size())
+        text.replace(at, path.size(), name);
     return text;
 }
 
@@ -42,10 +63,15 @@ std::optional<Failure> failureOf(const PackageRecord& package) {
         return Failure{"The run ended before this package was done.",
                        "Process it again; nothing of it was lost."};
     // WHAT may hold a path with a colon; the remedy never does.
-    const std::size_t at = step->lastLine.rfind(": ");
+    const std::string said = withNameFor(package.path, step->lastLine);
+    const std::size_t at = said.rfind(": ");
     if (at == std::string::npos)
-        return Failure{sentence(step->lastLine), "See the full output, mend it and try again."};
-    return Failure{sentence(step->lastLine.substr(0, at)), sentence(step->lastLine.substr(at + 2))};
+        return Failure{sentence(said), "See the full output, mend it and try again."};
+    const std::string quoted = withNameFor(package.path, lastQuoted(step->output));
+    const std::string remedy = said.substr(at + 2);
+    return Failure{sentence(said.substr(0, at)), remedy == linesAbove && !quoted.empty()
+                                                     ? sentence("it said: " + quoted)
+                                                     : sentence(remedy)};
 }
 
 std::string stateWord(const PackageRecord& package) {

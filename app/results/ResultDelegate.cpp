@@ -4,6 +4,9 @@
 
 #include <QPainter>
 
+#include <algorithm>
+#include <cmath>
+
 namespace {
 
 constexpr int margin = 6;
@@ -20,6 +23,31 @@ QColor stateColour(PackageState state, const QPalette& palette) {
     default:
         return dark ? QColor(0xff, 0x9a, 0x8f) : QColor(0xb3, 0x1d, 0x12);
     }
+}
+
+double luminance(const QColor& colour) {
+    const auto linear = [](double part) {
+        return part <= 0.04045 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * linear(colour.redF()) + 0.7152 * linear(colour.greenF()) +
+           0.0722 * linear(colour.blueF());
+}
+
+/// The contrast of two colours (WCAG 2), from 1 to 21.
+double contrast(const QColor& one, const QColor& other) {
+    const double first = luminance(one) + 0.05;
+    const double second = luminance(other) + 0.05;
+    return std::max(first, second) / std::min(first, second);
+}
+
+/// The palette's, so far away from the text that this can be read: some palettes' are not.
+QColor highlight(const QPalette& palette) {
+    const QColor text = palette.color(QPalette::HighlightedText);
+    QColor colour = palette.color(QPalette::Highlight);
+    const bool lightText = luminance(text) > luminance(colour);
+    for (int step = 0; step < 10 && contrast(text, colour) < 4.5; ++step)
+        colour = lightText ? colour.darker(110) : colour.lighter(110);
+    return colour;
 }
 
 /// A disc with a tick, dots or a cross in it: told apart without colours.
@@ -71,10 +99,11 @@ void ResultDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option
     painter->save();
     painter->setRenderHint(QPainter::Antialiasing);
     if (selected)
-        painter->fillRect(option.rect, option.palette.highlight());
+        painter->fillRect(option.rect, highlight(option.palette));
     QRect area = option.rect.adjusted(margin + 2, margin, -margin - 2, -margin);
     drawIcon(*painter, QRectF(area.x(), area.center().y() - iconSize / 2.0, iconSize, iconSize),
-             state, colour, option.palette.color(selected ? QPalette::Highlight : QPalette::Base));
+             state, colour,
+             selected ? highlight(option.palette) : option.palette.color(QPalette::Base));
     area.setLeft(area.left() + iconSize + margin + 4);
 
     const QFont bold = nameFont(option.font);

@@ -29,6 +29,8 @@ void ResultsList::showRun(RunModel* model) {
     const auto takeNoRoomInVain = [this, model] { setVisible(model->rowCount() > 0); };
     takeNoRoomInVain();
     connect(model, &RunModel::modelReset, this, takeNoRoomInVain);
+    // Both later: by then the view has laid out its rows.
+    connect(model, &RunModel::modelReset, this, &QListView::scrollToTop, Qt::QueuedConnection);
     connect(model, &RunModel::rowsInserted, this, takeNoRoomInVain);
     connect(model, &RunModel::rowsInserted, this, &QListView::scrollToBottom, Qt::QueuedConnection);
 }

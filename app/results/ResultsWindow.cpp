@@ -12,11 +12,12 @@
 
 namespace {
 
-QString titleOf(const RecordedRun& run) {
-    const QDateTime started =
-        QDateTime::fromString(QString::fromStdString(run.started), Qt::ISODate).toLocalTime();
-    return QLocale().toString(started, QLocale::ShortFormat) + " · " +
-           QString::fromStdString(summaryOf(run.packages));
+/// When the run started, from the name of its record.
+QString timeOf(const std::string& file) {
+    const QString name = QString::fromStdString(lastPathComponent(file)).left(19);
+    const QDateTime started = QDateTime::fromString(name + 'Z', "yyyy-MM-ddTHH-mm-ss'Z'");
+    return QLocale().toString(QDateTime(started.date(), started.time(), Qt::UTC).toLocalTime(),
+                              QLocale::ShortFormat);
 }
 
 QString stateOf(const RecordedRun& run) {
@@ -30,20 +31,22 @@ QString stateOf(const RecordedRun& run) {
 
 } // namespace
 
-ResultsWindow::ResultsWindow(const std::string& folder, Outside outside)
-    : outside_(std::move(outside)), runs_(new QComboBox), summary_(new QLabel),
-      list_(new ResultsList), message_(new QLabel), reveal_(new QPushButton(tr("&Reveal"))),
-      copy_(new QPushButton(tr("&Copy"))), output_(new QPushButton(tr("Show Full &Output"))),
+ResultsWindow::ResultsWindow(std::string folder, Outside outside)
+    : folder_(std::move(folder)), outside_(std::move(outside)), runs_(new QComboBox),
+      summary_(new QLabel), list_(new ResultsList), message_(new QLabel),
+      reveal_(new QPushButton(tr("&Reveal"))), copy_(new QPushButton(tr("&Copy"))),
+      output_(new QPushButton(tr("Show Full &Output"))),
       retry_(new QPushButton(tr("Retry &Failed"))) {
     setObjectName("resultsWindow");
     setWindowTitle(tr("Kelpmoray Results"));
     layOut();
     list_->showRun(&model_);
-    for (const std::string& file : recordedRuns(folder)) {
-        if (const auto run = readRun(file))
-            runs_->addItem(titleOf(*run), QByteArray::fromStdString(file));
-    }
-    runs_->setEnabled(runs_->count() > 1);
+    connectParts();
+    showLastRun();
+}
+
+void ResultsWindow::connectParts() {
+    connect(&summarizing_, &QTimer::timeout, this, &ResultsWindow::summarizeNext);
     connect(runs_, &QComboBox::currentIndexChanged, this,
             [this] { showRun(runs_->currentData().toByteArray().toStdString()); });
     connect(list_, &ResultsList::revealWanted, this,
@@ -58,7 +61,31 @@ ResultsWindow::ResultsWindow(const std::string& folder, Outside outside)
          {QKeySequence(QKeySequence::Quit), QKeySequence(QKeySequence::Close),
           QKeySequence(Qt::Key_Escape)})
         connect(new QShortcut(keys, this), &QShortcut::activated, this, &QWidget::close);
+}
+
+void ResultsWindow::showLastRun() {
+    {
+        const QSignalBlocker blocker(runs_);
+        runs_->clear();
+        for (const std::string& file : recordedRuns(folder_))
+            runs_->addItem(timeOf(file), QByteArray::fromStdString(file));
+        runs_->setCurrentIndex(0);
+    }
+    runs_->setVisible(runs_->count() > 0);
     showRun(runs_->currentData().toByteArray().toStdString());
+    summarized_ = 0;
+    summarizing_.start();
+}
+
+void ResultsWindow::summarizeNext() {
+    // One run in a turn of the event loop: each may have thousands of packages.
+    if (summarized_ == runs_->count())
+        return summarizing_.stop();
+    const std::string file = runs_->itemData(summarized_).toByteArray().toStdString();
+    const auto run = readRun(file);
+    runs_->setItemText(summarized_++, timeOf(file) + " · " +
+                                          (run ? QString::fromStdString(summaryOf(run->packages))
+                                               : tr("cannot be read")));
 }
 
 void ResultsWindow::layOut() {

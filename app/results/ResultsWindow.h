@@ -5,6 +5,7 @@
 #include <QComboBox>
 #include <QLabel>
 #include <QPushButton>
+#include <QTimer>
 #include <QWidget>
 
 #include <functional>
@@ -22,15 +23,23 @@ public:
     };
 
     /// The runs recorded in `folder`; the newest is shown.
-    ResultsWindow(const std::string& folder, Outside outside);
+    ResultsWindow(std::string folder, Outside outside);
+
+    /// Reads the folder again and shows the newest run.
+    void showLastRun();
 
 private:
     void layOut();
+    void connectParts();
+    void summarizeNext();
     void showRun(const std::string& file);
     void showCurrent();
     void retryFailed();
 
+    const std::string folder_;
     Outside outside_;
+    QTimer summarizing_;
+    int summarized_ = 0; ///< how many of the runs say what became of them
     RunModel model_;
     QComboBox* runs_;
     QLabel* summary_;

@@ -6,25 +6,30 @@
 #include "core/Path.h"
 #include "core/RunSummary.h"
 
-#include <QCoreApplication>
+#include <QDBusConnectionInterface>
+#include <QGuiApplication>
 #include <QProcess>
 
 #include <algorithm>
 
-RunActions::RunActions() {
+RunActions::RunActions(std::function<void()> showLastRun, std::string precedence)
+    : showLastRun_(std::move(showLastRun)), precedence_(QString::fromStdString(precedence)) {
     if (auto bus = sessionBus())
         bus->connect({}, "/org/freedesktop/Notifications", "org.freedesktop.Notifications",
                      "ActionInvoked", this, SLOT(invoked(uint, QString)));
 }
 
 void RunActions::invoked(uint, const QString& key) {
+    const auto bus = sessionBus();
+    if (!precedence_.isEmpty() && bus && bus->interface()->isServiceRegistered(precedence_))
+        return;
     // Of anybody's notification: ours have the target in the key.
     act(key.section(' ', 0, 0), key.section(' ', 1));
 }
 
 bool RunActions::act(const QString& action, const QString& target) {
     if (action == showResults)
-        startLastRun();
+        showLastRun_();
     else if (action == showFolder)
         reveal(target.toStdString());
     else
@@ -67,5 +72,10 @@ void RunActions::startWith(const std::vector<std::string>& packages) {
 }
 
 void RunActions::reveal(const std::string& path) {
-    GlobalQueue::async([path] { revealItemInFinder(path); });
+    GlobalQueue::async([path] {
+        revealItemInFinder(path, [](const std::string& failure) {
+            notifyUser(QGuiApplication::desktopFileName(), tr("The folder cannot be shown"),
+                       QString::fromStdString(failure));
+        });
+    });
 }

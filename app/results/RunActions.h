@@ -5,6 +5,8 @@
 
 #include <QObject>
 
+#include <functional>
+
 /// What a person can do about a run that has ended: the actions of its notification, which come
 /// through the bus while this exists, or start the application. Main thread.
 class RunActions : public QObject {
@@ -13,7 +15,10 @@ public:
     static constexpr const char* showResults = "show-results";
     static constexpr const char* showFolder = "show-folder";
 
-    RunActions();
+    /// `showLastRun` is what the action of that name does. While an application has the name
+    /// `precedence` on the bus, actions of notifications are left to it.
+    explicit RunActions(std::function<void()> showLastRun = &RunActions::startLastRun,
+                        std::string precedence = "");
 
     /// False if there is no such action.
     bool act(const QString& action, const QString& target);
@@ -29,4 +34,8 @@ public:
 public slots:
     /// Of org.freedesktop.Notifications.
     void invoked(uint notification, const QString& key);
+
+private:
+    std::function<void()> showLastRun_;
+    QString precedence_;
 };

@@ -73,8 +73,8 @@ void RunModel::setPackage(std::size_t row, const PackageRecord& package) {
 
 void RunModel::putFailedFirst() {
     beginResetModel();
-    std::ranges::stable_partition(order_, hasFailed,
-                                  [this](std::size_t row) { return packages_[row]; });
+    std::stable_partition(order_.begin(), order_.end(),
+                          [this](std::size_t row) { return hasFailed(packages_[row]); });
     endResetModel();
 }
 

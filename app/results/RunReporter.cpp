@@ -45,13 +45,19 @@ void RunReporter::openPipe() {
     connect(notifier_.get(), &QSocketNotifier::activated, this, &RunReporter::readPipe);
 }
 
-void RunReporter::readPipe() {
+QByteArray RunReporter::takeLines() {
+    QByteArray lines;
     char bytes[512];
-    const ssize_t count = read(pipe_.get(), bytes, sizeof bytes);
-    if (count <= 0)
-        return;
+    for (ssize_t count = 0; (count = read(pipe_.get(), bytes, sizeof bytes)) > 0;)
+        lines.append(bytes, static_cast<int>(count));
+    return lines.trimmed();
+}
+
+void RunReporter::readPipe() {
     // Lines are written whole; the last one counts.
-    const QByteArray lines = QByteArray(bytes, static_cast<int>(count)).trimmed();
+    const QByteArray lines = takeLines();
+    if (lines.isEmpty())
+        return; // taken already
     bool isNumber = false;
     const int percent = lines.mid(lines.lastIndexOf('\n') + 1).chopped(1).toInt(&isNumber);
     if (isNumber && lines.endsWith('%') && percent >= 0 && percent <= 100 && progress_.step > 0) {
@@ -78,8 +84,8 @@ void RunReporter::packageStarted(const std::string& package, const std::string& 
     const bool isFirst = record_ == nullptr;
     if (isFirst)
         record_ = std::make_unique<RunRecord>(folder_, version_);
-    record_->packageStarted(package, entry, identity);
-    change([this, isFirst, record = record_->lastPackage(), toBeSigned = identity.has_value()] {
+    package_ = record_->packageStarted(package, entry, identity);
+    change([this, isFirst, record = record_->package(package_), toBeSigned = identity.has_value()] {
         if (isFirst)
             model_.setPackages({});
         model_.setPackage(model_.packages().size(), record);
@@ -94,6 +100,7 @@ void RunReporter::packageStarted(const std::string& package, const std::string& 
 
 void RunReporter::scriptStarted(const std::string& script) {
     change([this, signing = script == "fenwoCodesignApps.sh"] {
+        (void)takeLines(); // of the step before
         ++progress_.step;
         progress_.percent = 0;
         progress_.signing = signing;
@@ -102,13 +109,13 @@ void RunReporter::scriptStarted(const std::string& script) {
 
 void RunReporter::scriptEnded(const ScriptRun& run) {
     if (record_)
-        record_->scriptEnded(run);
+        record_->scriptEnded(package_, run);
 }
 
 void RunReporter::packageEnded() {
     if (!record_)
         return;
-    change([this, record = record_->packageEnded()] {
+    change([this, record = record_->packageEnded(package_)] {
         model_.setPackage(model_.packages().size() - 1, record);
         progress_.step = 0;
         everySecond_.stop();

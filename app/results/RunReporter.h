@@ -62,12 +62,15 @@ private:
 
     void openPipe();
     void readPipe();
+    /// What steps have told and nobody has read.
+    QByteArray takeLines();
     /// Later, on the main thread.
     void change(std::function<void()> change);
 
     const std::string folder_;
     const std::string version_;
     std::unique_ptr<RunRecord> record_; ///< of the run under way; processing queue
+    std::size_t package_ = 0;           ///< in it; processing queue
     RunModel model_;
     Progress progress_;
     QElapsedTimer sinceStart_;

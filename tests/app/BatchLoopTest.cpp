@@ -250,6 +250,8 @@ TEST_F(BatchLoop, StaysResponsiveWhileScriptsRun) {
     controller().addItemsToBeProcessedSet({folder.path("A")});
     ASSERT_TRUE(waitUntil([this] { return controller().fNumberOfFoldersToProcess() == 2; }));
     EXPECT_FALSE(find("identityArea")->isEnabled()) << "who signs is not to change meanwhile";
+    EXPECT_FALSE(find("button1")->isEnabled());
+    EXPECT_EQ(find<QLabel>("folderCount")->text(), "1 folder waiting");
     folder.makeFile("go on");
     ASSERT_NE(sheet(), nullptr) << "what came meanwhile is asked about next";
     press("Stop");

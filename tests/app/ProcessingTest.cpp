@@ -2,6 +2,7 @@
 #include "app/toolkit/ArrayController.h"
 #include "tests/app/WindowFixture.h"
 
+#include <QLabel>
 #include <QThread>
 
 using testing::ElementsAre;
@@ -123,4 +124,25 @@ TEST_F(Processing, RevealsFoldersAndThePlacesOfPackages) {
     EXPECT_EQ(beepsPlayed(), beeps + 4);
     EXPECT_EQ(log.count(needsFolder), 4);
     EXPECT_EQ(contentOf(folder.path("opened")), folder.path("A") + "\n" + folder.path("A") + "\n");
+}
+
+TEST_F(Processing, TellsWhenAFolderCannotBeShown) {
+    std::string failure;
+    const auto tell = [&failure](const std::string& sentence) { failure = sentence; };
+    revealItemInFinder(folder.path("A"), tell);
+    EXPECT_EQ(failure, "");
+    bin.makeExecutable("open", "#!/bin/sh\necho \"$1 has no 'browser'\"\nexit 4\n");
+    revealItemInFinder(folder.path("A"), tell);
+    EXPECT_THAT(failure, testing::HasSubstr(folder.path("A") + " cannot be shown"));
+    EXPECT_THAT(failure, testing::HasSubstr("status 4"));
+    EXPECT_EQ(log.count("shellcommand returned = " + folder.path("A") + " has no 'browser'\n"), 1);
+    {
+        const ScopedEnvironment nowhere("PATH", folder.path());
+        revealItemInFinder(folder.path("A"), tell);
+        EXPECT_THAT(failure, testing::HasSubstr("xdg-utils"));
+    }
+    controller().doRevealItem(folder.path("A"));
+    EXPECT_TRUE(waitUntil([this] {
+        return find<QLabel>("notice")->text().contains("status 4") && told.size() == 1;
+    }));
 }

@@ -58,8 +58,12 @@ struct WindowFixture : testing::Test {
                 .tools = tools,
                 .terminate = [this] { ++terminations; },
                 .notifyUser =
-                    [this](const QString& summary, const QString& body) {
-                        told.push_back((summary + ": " + body).toStdString());
+                    [this, test = QPointer(&alive)](const QString& summary, const QString& body) {
+                        // The file browser's command may outlast the test.
+                        MainQueue::async([this, test, text = summary + ": " + body] {
+                            if (test)
+                                told.push_back(text.toStdString());
+                        });
                     },
                 .runs = runs,
                 .tellFailure =
@@ -133,6 +137,7 @@ struct WindowFixture : testing::Test {
     AppDelegate delegate{notifications};
     RunReporter runs{folder.path("runs"), "1.0"};
     std::atomic<int> terminations = 0;
+    QObject alive;
     std::vector<std::string> told; ///< to a person who looks elsewhere
     std::unique_ptr<MainWindow> window;
 };

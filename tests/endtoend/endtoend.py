@@ -3,6 +3,7 @@
 
 Needs Xvfb, openbox, xdotool, dbus-daemon and gdbus. KELPMORAY_BUILD names the build (build/dev).
 """
+import contextlib
 import json
 import os
 import pathlib
@@ -205,7 +206,8 @@ class AfterAFailure(EndToEnd):
         """The packages of each run, the oldest first: name and state."""
         found = []
         for name in sorted(os.listdir(self.runs)) if os.path.exists(self.runs) else []:
-            with open(os.path.join(self.runs, name), encoding="utf-8") as file:
+            with open(os.path.join(self.runs, name), encoding="utf-8") as file, \
+                    contextlib.suppress(json.JSONDecodeError):  # it is being written
                 found.append({os.path.basename(package["path"]): package["state"]
                               for package in json.load(file)["packages"]})
         return found
@@ -224,6 +226,33 @@ class AfterAFailure(EndToEnd):
         await_that(lambda: not self.desktop.visible_window(TITLE), "the end")
         self.assertEqual(self.recorded(), [whole, {"Two ü.app": "done"}])
         self.assert_packed("three/Two ü")
+
+    def act(self, action, target=""):
+        """What a desktop does when a button of a notification is pressed."""
+        status, said = run(
+            ["gdbus", "call", "--session", "--dest", "com.quenbark.kelpmoray", "--object-path",
+             "/com/quenbark/kelpmoray", "--method", "org.freedesktop.Application.ActivateAction",
+             action, f"[<'{target}'>]", "{}"], env=self.desktop.environment)
+        self.assertEqual(status, 0, said)
+
+    def test_the_actions_of_the_notification_work_after_the_quit(self):
+        write(self.path("home/dbus-1/services/com.quenbark.kelpmoray.service"),
+              f"[D-BUS Service]\nName=com.quenbark.kelpmoray\nExec={self.programs.window}\n")
+        self.desktop.reload_services()
+        self.launch("three")
+        self.desktop.answer()
+        self.assert_ends()
+        self.await_opened("three")
+        results = self.desktop.await_window(self.RESULTS)
+        again = Window(self.desktop, [self.programs.window, "--last-run"], self.path("again"))
+        self.assertEqual(again.end(), 0, "there is one such window")
+        self.desktop.press(results, "Escape")
+        await_that(lambda: not self.desktop.visible_window(self.RESULTS), "the end of the results")
+        self.act("show-folder", self.path("three/Two ü.app"))
+        self.await_opened("three", "three")
+        self.act("show-results")
+        self.desktop.press(self.desktop.await_window(self.RESULTS), "Escape")
+        self.assertFalse(self.desktop.visible_window(TITLE))
 
     def test_a_killed_run_is_told_as_far_as_it_came(self):
         self.package("three/Z.app", size=40_000_000)

@@ -51,6 +51,12 @@ class Desktop:
                                   stderr=subprocess.DEVNULL, text=True)
         return server, server.stdout.readline().strip()
 
+    def reload_services(self):
+        """From now on the bus knows the services whose files have come."""
+        subprocess.run(["gdbus", "call", "--session", "--dest", "org.freedesktop.DBus", "--object-path", "/",
+                        "--method", "org.freedesktop.DBus.ReloadConfig"], env=self.environment,
+                       check=True, stdout=subprocess.DEVNULL)
+
     def close(self):
         for server in (self.manager, self.bus, self.display):
             if server is not None:

@@ -1,0 +1,160 @@
+#include "app/results/ResultsWindow.h"
+#include "app/results/RunReporter.h"
+#include "base/ProgressChannel.h"
+#include "tests/app/Support.h"
+#include "tests/support/ScopedEnvironment.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <QAccessible>
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QTest>
+
+#include <gmock/gmock.h>
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+struct Results : testing::Test {
+    /// Records a run over packages, of which those named in `broken` fail.
+    void record(const std::vector<std::string>& packages, const std::string& broken) const {
+        RunRecord run(runs, "1.0");
+        for (const std::string& package : packages) {
+            const std::size_t number = run.packageStarted(package, "/p", std::nullopt);
+            run.scriptEnded(number, {"fenwoJustZipApps.sh",
+                                     broken.find(package) == broken.npos
+                                         ? "packed: /p/Gone.zip\n"
+                                         : "error: " + package + " is <b>broken</b>: mend it\n"});
+            (void)run.packageEnded(number);
+        }
+        run.finish();
+    }
+    std::unique_ptr<ResultsWindow> open() {
+        auto window = std::make_unique<ResultsWindow>(
+            runs, ResultsWindow::Outside{
+                      [this](const std::string& path) { revealed.push_back(path); },
+                      [this](const std::vector<std::string>& packages) { retried = packages; }});
+        window->show();
+        return window;
+    }
+    template <typename Widget>
+    static Widget& part(const ResultsWindow& window, const char* name) {
+        return *window.findChild<Widget*>(name);
+    }
+    static std::string message(const ResultsWindow& window) {
+        return part<QLabel>(window, "message").text().toStdString();
+    }
+    static std::vector<std::string> listed(const ResultsWindow& window) {
+        const QAbstractItemModel& model = *part<ResultsList>(window, "results").model();
+        std::vector<std::string> names;
+        for (int row = 0; row < model.rowCount(); ++row)
+            names.push_back(model.index(row, 0).data().toString().toStdString());
+        return names;
+    }
+
+    TemporaryFolder folder;
+    std::string runs = folder.path("runs");
+    std::vector<std::string> revealed;
+    std::vector<std::string> retried;
+};
+
+/// What a screen reader says of a part and of all that is in it.
+void collectNames(QAccessibleInterface* part, QStringList& names) {
+    if (part == nullptr || part->state().invisible)
+        return;
+    const QString name = part->text(QAccessible::Name);
+    if (part->state().focusable || part->role() == QAccessible::ListItem)
+        names.push_back(name);
+    for (int child = 0; child < part->childCount(); ++child)
+        collectNames(part->child(child), names);
+}
+
+} // namespace
+
+TEST_F(Results, ShowWhatFailedFirstAndWhatToDo) {
+    record({"/p/A.app", "/p/B.app", "/p/C.app"}, "/p/B.app");
+    const auto window = open();
+    EXPECT_THAT(listed(*window), ElementsAre("B.app", "A.app", "C.app"));
+    EXPECT_EQ(part<QLabel>(*window, "summary").text(), "3 packages: 2 done, 1 failed.");
+    EXPECT_EQ(message(*window), "B.app is <b>broken</b>.\nMend it.");
+    auto& list = part<ResultsList>(*window, "results");
+    QTest::keyClick(&list, Qt::Key_C, Qt::ControlModifier);
+    EXPECT_THAT(QGuiApplication::clipboard()->text().toStdString(), HasSubstr("/p/B.app\n"));
+    QTest::keyClick(&list, Qt::Key_Return);
+    QTest::keyClick(&list, Qt::Key_Down);
+    EXPECT_THAT(message(*window), HasSubstr("/p/Gone.zip"));
+    QTest::keyClick(&list, Qt::Key_Return);
+    EXPECT_THAT(revealed, ElementsAre("/p/B.app", "/p/A.app"));
+    QTest::mouseClick(&part<QPushButton>(*window, "retry"), Qt::LeftButton);
+    EXPECT_THAT(retried, ElementsAre("/p/B.app"));
+    EXPECT_FALSE(window->isVisible());
+}
+
+TEST_F(Results, ShowEarlierRunsAndTheNewestWhenAskedAgain) {
+    const auto window = open();
+    EXPECT_THAT(part<QLabel>(*window, "summary").text().toStdString(), HasSubstr("No run"));
+    EXPECT_FALSE(part<QPushButton>(*window, "retry").isEnabled());
+    for (const char* package : {"/p/A.app", "/p/B.app"}) {
+        record({package}, "/p/A.app");
+        window->showLastRun();
+        EXPECT_THAT(listed(*window), ElementsAre(std::string(package).substr(3)));
+    }
+    EXPECT_FALSE(part<QPushButton>(*window, "retry").isEnabled());
+    auto& choice = part<QComboBox>(*window, "runs");
+    ASSERT_EQ(choice.count(), 2);
+    EXPECT_TRUE(waitUntil([&] { return choice.itemText(1).endsWith("0 done, 1 failed."); }));
+    EXPECT_TRUE(choice.itemText(0).endsWith("1 done."));
+    QTest::keyClick(&choice, Qt::Key_Down);
+    EXPECT_THAT(listed(*window), ElementsAre("A.app"));
+    EXPECT_TRUE(part<QPushButton>(*window, "retry").isEnabled());
+}
+
+TEST_F(Results, AreReadOutWithoutMarkup) {
+    record({"/p/A & <i>.app"}, "/p/A & <i>.app");
+    const auto window = open();
+    QStringList names;
+    collectNames(QAccessible::queryAccessibleInterface(window.get()), names);
+    EXPECT_TRUE(names.contains("A & <i>.app: Not packed. A & <i>.app is <b>broken</b>. Mend it."))
+        << names.join('\n').toStdString();
+    for (const char* button : {"Reveal", "Copy", "Show Full Output", "Retry Failed"})
+        EXPECT_TRUE(names.contains(button)) << button << '\n' << names.join('\n').toStdString();
+    EXPECT_FALSE(names.contains("")) << names.join('\n').toStdString();
+}
+
+TEST_F(Results, GrowLiveWithTheProgressOfTheSteps) {
+    const ScopedEnvironment runtime("XDG_RUNTIME_DIR", folder.path());
+    RunReporter reporter(runs, "1.0");
+    const std::string pipe = getenv(base::ProgressChannel::variable);
+    const auto tell = [&](const char* line) { std::ofstream(pipe) << line << std::flush; };
+    const auto shows = [&](const char* beginning) {
+        return waitUntil([&] { return reporter.progressText().startsWith(beginning); });
+    };
+    reporter.packagesFound(2);
+    reporter.packageStarted("/p/Notes.app", "/p", "Jo (X1)");
+    reporter.scriptStarted("fenwoCodesignApps.sh");
+    EXPECT_TRUE(shows("1 of 2 · Signing Notes.app · 0:0"));
+    tell("7%\n43%\n");
+    EXPECT_TRUE(shows("1 of 2 · Signing Notes.app · 43 % · 0:0"));
+    EXPECT_DOUBLE_EQ(reporter.share(), 0.43 / 2 / 2);
+    reporter.scriptEnded({"fenwoCodesignApps.sh", "signed: /p/Notes.app\n"});
+    reporter.scriptStarted("fenwoJustZipApps.sh");
+    tell("100%\n"); // comes late, of the step before
+    EXPECT_TRUE(shows("1 of 2 · Packing Notes.app · 0:0"));
+    EXPECT_DOUBLE_EQ(reporter.share(), 0.25);
+    for (const char* line : {"50%\n", "nonsense\n", "7 apples%\n", "300%\n"})
+        tell(line);
+    tell("51%\n");
+    EXPECT_TRUE(shows("1 of 2 · Packing Notes.app · 51 %"));
+    EXPECT_EQ(reporter.model().index(0, RunModel::State).data(), "Working");
+    reporter.scriptEnded({"fenwoJustZipApps.sh", "packed: /p/Notes.zip\n"});
+    reporter.packageEnded();
+    EXPECT_TRUE(waitUntil([&] { return reporter.share() == 0.5; }));
+    EXPECT_EQ(reporter.progressText(), "");
+    EXPECT_EQ(reporter.model().index(0, RunModel::State).data(), "Done");
+    ASSERT_TRUE(reporter.runEnded());
+    EXPECT_FALSE(reporter.runEnded()) << "nothing was processed since";
+    EXPECT_TRUE(readRun(recordedRuns(runs).at(0))->finished);
+}
