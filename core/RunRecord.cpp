@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -64,6 +65,30 @@ std::string endOf(const std::string& text) {
     return text.substr(from);
 }
 
+/// What became of a package whose scripts have run. Reads the archive, which takes its time.
+PackageRecord settledFrom(PackageRecord package) {
+    const auto failed = std::ranges::find(package.steps, true, &StepRecord::failed);
+    const bool hasFailed = failed != package.steps.end();
+    package.state = !hasFailed && package.archive ? PackageState::Done : PackageState::Failed;
+    const bool isSigned = std::ranges::any_of(package.steps, [](const StepRecord& step) {
+        return step.lastLine.starts_with("signed: ");
+    });
+    if (isSigned && package.signedAs.empty())
+        package.signedAs = "whom the script chose";
+    if (!isSigned) {
+        package.signedAs.clear();
+        if (package.notSigned.empty())
+            package.notSigned = hasFailed ? failed->lastLine : "no identity was picked";
+    }
+    if (package.archive) {
+        if (const auto digest = base::digestOfFile(package.archive->path)) {
+            package.archive->size = digest->size;
+            package.archive->sha256 = digest->sha256;
+        }
+    }
+    return package;
+}
+
 } // namespace
 
 std::string RunRecord::userFolder() {
@@ -106,24 +131,32 @@ void RunRecord::create() {
     removeOldRuns(folder_);
 }
 
-void RunRecord::writeLast() {
-    const std::string package = jsonOf(packages_.back()).text();
-    write(package + "\n]}\n");
-    if (packages_.back().state != PackageState::Running)
-        settled_ += package.size();
-}
-
-void RunRecord::write(const std::string& end) {
+void RunRecord::writeRest(const std::string& settling, const std::string& end) {
+    std::string text;
+    const auto append = [&, separator =
+                                hasPackages_ ? ",\n" : ""](const std::string& package) mutable {
+        text += std::exchange(separator, ",\n") + package;
+    };
+    if (!settling.empty())
+        append(settling);
+    const std::size_t settled = text.size();
+    hasPackages_ = hasPackages_ || settled > 0;
+    for (const std::size_t package : atWork_)
+        append(jsonOf(packages_.at(package)).text());
+    text += "\n]" + end + "}\n";
+    // The end goes along each time and what was longer is covered by blanks: with one write the
+    // document is whole again.
+    text.resize(std::max(text.size(), unsettled_), '\n');
     if (!descriptor_.open() || !trouble_.empty())
         return;
-    // What ends the document goes along each time, so that the file is whole at any moment.
-    if (!base::writeAt(descriptor_.get(), base::bytesOf(end), settled_) ||
-        ftruncate(descriptor_.get(), static_cast<off_t>(settled_ + end.size())) != 0)
+    if (!base::writeAt(descriptor_.get(), base::bytesOf(text), settled_))
         fail("write the record of the run", file_);
+    settled_ += settled;
+    unsettled_ = text.size() - settled;
 }
 
-void RunRecord::packageStarted(const std::string& path, const std::string& entry,
-                               const std::optional<std::string>& identity) {
+std::size_t RunRecord::packageStarted(const std::string& path, const std::string& entry,
+                                      const std::optional<std::string>& identity) {
     const std::lock_guard lock(mutex_);
     if (packages_.empty() && !folder_.empty())
         create();
@@ -132,22 +165,15 @@ void RunRecord::packageStarted(const std::string& path, const std::string& entry
         package.notSigned = "signing is off";
     else
         package.signedAs = *identity;
+    const std::size_t number = packages_.size();
     packages_.push_back(std::move(package));
-    if (packages_.size() > 1) {
-        const std::string first = jsonOf(packages_.back()).text();
-        write(",\n" + first + "\n]}\n");
-        settled_ += 2;
-        return;
-    }
-    writeLast();
+    atWork_.push_back(number);
+    writeRest();
+    return number;
 }
 
-void RunRecord::scriptEnded(const ScriptRun& run) {
+void RunRecord::scriptEnded(std::size_t package, const ScriptRun& run) {
     using Kind = ScriptOutcome::Kind;
-    const std::lock_guard lock(mutex_);
-    if (packages_.empty())
-        return;
-    PackageRecord& package = packages_.back();
     const ScriptOutcome outcome = outcomeOf(run);
     const bool failed = outcome.kind == Kind::Failed;
     StepRecord step{.script = run.scriptFileName,
@@ -156,44 +182,25 @@ void RunRecord::scriptEnded(const ScriptRun& run) {
                     .lastLine = failed ? outcome.detail : lastLineOf(run.output)};
     if (failed)
         step.output = endOf(run.output.value_or(""));
-    package.steps.push_back(std::move(step));
+    const std::lock_guard lock(mutex_);
+    packages_.at(package).steps.push_back(std::move(step));
     if (outcome.kind == Kind::Packed)
-        package.archive = {.path = outcome.detail};
-    writeLast();
+        packages_.at(package).archive = {.path = outcome.detail};
+    writeRest();
 }
 
-PackageRecord RunRecord::packageEnded() {
+PackageRecord RunRecord::packageEnded(std::size_t package) {
+    PackageRecord ended = settledFrom(this->package(package));
     const std::lock_guard lock(mutex_);
-    if (packages_.empty())
-        return {};
-    PackageRecord& package = packages_.back();
-    const auto failed = std::ranges::find(package.steps, true, &StepRecord::failed);
-    package.state = failed == package.steps.end() && package.archive ? PackageState::Done
-                                                                     : PackageState::Failed;
-    const bool isSigned = std::ranges::any_of(package.steps, [](const StepRecord& step) {
-        return step.lastLine.starts_with("signed: ");
-    });
-    if (isSigned && package.signedAs.empty())
-        package.signedAs = "whom the script chose";
-    if (!isSigned) {
-        package.signedAs.clear();
-        if (package.notSigned.empty())
-            package.notSigned =
-                failed != package.steps.end() ? failed->lastLine : "no identity was picked";
-    }
-    if (package.archive) {
-        if (const auto digest = base::digestOfFile(package.archive->path)) {
-            package.archive->size = digest->size;
-            package.archive->sha256 = digest->sha256;
-        }
-    }
-    writeLast();
-    return package;
+    packages_.at(package) = ended;
+    std::erase(atWork_, package);
+    writeRest(jsonOf(ended).text());
+    return ended;
 }
 
 void RunRecord::finish() {
     const std::lock_guard lock(mutex_);
-    write("\n], \"finished\": \"" + timeText(Clock::now(), isoTime) + "\"}\n");
+    writeRest("", ", \"finished\": \"" + timeText(Clock::now(), isoTime) + "\"");
     descriptor_ = {};
 }
 
@@ -207,9 +214,9 @@ std::vector<PackageRecord> RunRecord::packages() const {
     return packages_;
 }
 
-PackageRecord RunRecord::lastPackage() const {
+PackageRecord RunRecord::package(std::size_t package) const {
     const std::lock_guard lock(mutex_);
-    return packages_.empty() ? PackageRecord{} : packages_.back();
+    return packages_.at(package);
 }
 
 std::string RunRecord::trouble() const {

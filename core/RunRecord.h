@@ -49,8 +49,9 @@ struct RecordedRun {
 };
 
 /// Keeps what becomes of each package of a run, and writes it as it happens into a file of its own,
-/// which any reader of JSON takes at any moment: what a kill leaves is whole. The newest 50 files
-/// are kept. Where it cannot be written the run goes on, and trouble() tells. Any thread.
+/// which any reader of JSON takes at any moment: what a kill leaves is whole. It lists the packages
+/// in the order in which they ended, and then those at work. The newest 50 files are kept. Where it
+/// cannot be written the run goes on, and trouble() tells. Any thread.
 class RunRecord {
 public:
     static constexpr std::size_t filesKept = 50;
@@ -65,28 +66,30 @@ public:
     /// written at all.
     RunRecord(std::string folder, std::string version);
 
-    // Facts, as they happen.
-    /// `identity` is whom it will be signed as; none if it will not be signed.
-    void packageStarted(const std::string& path, const std::string& entry,
-                        const std::optional<std::string>& identity);
-    void scriptEnded(const ScriptRun& run);
+    // Facts, as they happen. Several packages may be at work, each on a thread of its own.
+    /// `identity` is whom it will be signed as; none if it will not be signed. Gives the package's
+    /// number, from 0, by which the other facts name it.
+    std::size_t packageStarted(const std::string& path, const std::string& entry,
+                               const std::optional<std::string>& identity);
+    void scriptEnded(std::size_t package, const ScriptRun& run);
     /// Reads the archive once, for its digest. Gives the package's whole record.
-    PackageRecord packageEnded();
-    /// No package follows.
+    PackageRecord packageEnded(std::size_t package);
+    /// No package follows, and none is at work.
     void finish();
 
     /// Where it is written; empty as long as it is not.
     [[nodiscard]] std::string file() const;
+    /// In the order in which they started.
     [[nodiscard]] std::vector<PackageRecord> packages() const;
-    /// The package that started last.
-    [[nodiscard]] PackageRecord lastPackage() const;
+    [[nodiscard]] PackageRecord package(std::size_t package) const;
     /// Why the file is not complete, as a sentence; empty if it is.
     [[nodiscard]] std::string trouble() const;
 
 private:
     void create();
-    void writeLast();
-    void write(const std::string& end);
+    /// Writes what may still change, the packages at work and the end, behind `settling`, which is
+    /// not written again.
+    void writeRest(const std::string& settling = "", const std::string& end = "");
     void fail(const std::string& action, const std::string& path);
 
     mutable std::mutex mutex_;
@@ -96,7 +99,10 @@ private:
     std::string trouble_;
     base::FileDescriptor descriptor_;
     std::uint64_t settled_ = 0; ///< what lies before is not written again
+    std::size_t unsettled_ = 0; ///< bytes behind it
+    bool hasPackages_ = false;  ///< in what is settled
     std::vector<PackageRecord> packages_;
+    std::vector<std::size_t> atWork_;
 };
 
 /// The files of the runs in `folder`, the newest first.

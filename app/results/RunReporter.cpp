@@ -78,8 +78,8 @@ void RunReporter::packageStarted(const std::string& package, const std::string& 
     const bool isFirst = record_ == nullptr;
     if (isFirst)
         record_ = std::make_unique<RunRecord>(folder_, version_);
-    record_->packageStarted(package, entry, identity);
-    change([this, isFirst, record = record_->lastPackage(), toBeSigned = identity.has_value()] {
+    package_ = record_->packageStarted(package, entry, identity);
+    change([this, isFirst, record = record_->package(package_), toBeSigned = identity.has_value()] {
         if (isFirst)
             model_.setPackages({});
         model_.setPackage(model_.packages().size(), record);
@@ -102,13 +102,13 @@ void RunReporter::scriptStarted(const std::string& script) {
 
 void RunReporter::scriptEnded(const ScriptRun& run) {
     if (record_)
-        record_->scriptEnded(run);
+        record_->scriptEnded(package_, run);
 }
 
 void RunReporter::packageEnded() {
     if (!record_)
         return;
-    change([this, record = record_->packageEnded()] {
+    change([this, record = record_->packageEnded(package_)] {
         model_.setPackage(model_.packages().size() - 1, record);
         progress_.step = 0;
         everySecond_.stop();

@@ -68,6 +68,7 @@ private:
     const std::string folder_;
     const std::string version_;
     std::unique_ptr<RunRecord> record_; ///< of the run under way; processing queue
+    std::size_t package_ = 0;           ///< in it; processing queue
     RunModel model_;
     Progress progress_;
     QElapsedTimer sinceStart_;

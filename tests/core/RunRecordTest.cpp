@@ -4,6 +4,7 @@
 #include "tests/support/TemporaryFolder.h"
 
 #include <csignal>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <locale.h>
@@ -21,10 +22,10 @@ const ScriptRun notSignedRun{"fenwoCodesignApps.sh",
 
 struct RunRecordTest : testing::Test {
     void process(RunRecord& record, const std::string& package, const ScriptRun& signing) const {
-        record.packageStarted(package, folder.path(), "Jo (X1)");
-        record.scriptEnded(signing);
-        record.scriptEnded({"fenwoJustZipApps.sh", "packed: " + archive + "\n", 0.5});
-        (void)record.packageEnded();
+        const std::size_t number = record.packageStarted(package, folder.path(), "Jo (X1)");
+        record.scriptEnded(number, signing);
+        record.scriptEnded(number, {"fenwoJustZipApps.sh", "packed: " + archive + "\n", 0.5});
+        (void)record.packageEnded(number);
     }
     [[nodiscard]] RecordedRun onlyRun() const {
         const auto files = recordedRuns(runs);
@@ -40,7 +41,7 @@ struct RunRecordTest : testing::Test {
 
 } // namespace
 
-TEST(Json, is_written_so_that_it_reads_back) {
+TEST(Json, IsWrittenSoThatItReadsBack) {
     const Json value = Json::Object{
         {"a\"\\\n\x01\x7f", Json::Array{true, Json(), std::int64_t{-7}, 2.5, "ä \xff\xc3 日😀"}},
         {"", Json::Object{}},
@@ -52,7 +53,7 @@ TEST(Json, is_written_so_that_it_reads_back) {
               (Json::Array{"😀ä/", 100.0}));
 }
 
-TEST(Json, refuses_what_is_not_well_formed) {
+TEST(Json, RefusesWhatIsNotWellFormed) {
     for (const char* text : {"",
                              "{",
                              "[1,]",
@@ -81,20 +82,20 @@ TEST(Json, refuses_what_is_not_well_formed) {
     EXPECT_FALSE(Json::parse(std::string(100'000, '[')));
 }
 
-TEST_F(RunRecordTest, keeps_what_became_of_each_package) {
+TEST_F(RunRecordTest, KeepsWhatBecameOfEachPackage) {
     const char* const previous = setlocale(LC_ALL, "de_DE.UTF-8");
     RunRecord record(runs, "1.0");
     EXPECT_TRUE(recordedRuns(runs).empty());
     process(record, "/p/A\xff.app", signedRun);
     process(record, "/p/B.app", notSignedRun);
-    record.packageStarted("/p/C.app", "/p", std::nullopt);
+    const std::size_t third = record.packageStarted("/p/C.app", "/p", std::nullopt);
     // At any moment the file is a document, and says how far the run is.
     ASSERT_TRUE(Json::parse(contentOf(record.file())));
     RecordedRun run = onlyRun();
     EXPECT_TRUE(run.underWay);
     EXPECT_EQ(run.packages.at(2).state, PackageState::Running);
-    record.scriptEnded({"fenwoJustZipApps.sh", std::nullopt});
-    (void)record.packageEnded();
+    record.scriptEnded(third, {"fenwoJustZipApps.sh", std::nullopt});
+    (void)record.packageEnded(third);
     record.finish();
     setlocale(LC_ALL, previous);
 
@@ -121,7 +122,43 @@ TEST_F(RunRecordTest, keeps_what_became_of_each_package) {
     EXPECT_EQ(summaryOf(run.packages), "3 packages: 1 done, 2 failed.");
 }
 
-TEST_F(RunRecordTest, of_a_killed_run_tells_how_far_it_came) {
+TEST_F(RunRecordTest, KeepsSeveralPackagesAtOnce) {
+    RunRecord record(runs, "1.0");
+    constexpr int threads = 4;
+    constexpr int each = 8;
+    const std::size_t longest = record.packageStarted("/p/Long.app", "/p", std::nullopt);
+    std::vector<std::thread> workers;
+    for (int thread = 0; thread < threads; ++thread)
+        workers.emplace_back([&, thread] {
+            for (int count = 0; count < each; ++count)
+                process(record, "/p/" + std::to_string(each * thread + count) + ".app",
+                        count % 2 == 0 ? signedRun : notSignedRun);
+        });
+    for (std::thread& worker : workers)
+        worker.join();
+    ASSERT_TRUE(Json::parse(contentOf(record.file())));
+    EXPECT_EQ(onlyRun().packages.back().path, "/p/Long.app");
+    record.scriptEnded(longest, {"fenwoJustZipApps.sh", "packed: " + archive + "\n", 0.5});
+    (void)record.packageEnded(longest);
+    record.finish();
+
+    ASSERT_TRUE(Json::parse(contentOf(record.file())));
+    std::vector<PackageRecord> read = onlyRun().packages;
+    std::vector<PackageRecord> kept = record.packages();
+    EXPECT_EQ(kept.front().path, "/p/Long.app");
+    for (auto* packages : {&read, &kept}) {
+        std::ranges::sort(*packages, {}, &PackageRecord::path);
+        ASSERT_THAT(*packages, SizeIs(threads * each + 1));
+        for (const PackageRecord& package : *packages) {
+            const bool isLong = package.path == "/p/Long.app";
+            const bool fails = !isLong && std::stoi(package.path.substr(3)) % 2 != 0;
+            EXPECT_EQ(stateWord(package), fails ? "Not signed" : "Done") << package.path;
+            EXPECT_THAT(package.steps, SizeIs(isLong ? 1 : 2)) << package.path;
+        }
+    }
+}
+
+TEST_F(RunRecordTest, OfAKilledRunTellsHowFarItCame) {
     const pid_t child = fork();
     if (child == 0) {
         RunRecord record(runs, "1.0");
@@ -142,7 +179,7 @@ TEST_F(RunRecordTest, of_a_killed_run_tells_how_far_it_came) {
     EXPECT_THAT(run.packages, SizeIs(1));
 }
 
-TEST_F(RunRecordTest, keeps_the_newest_files_and_those_under_way) {
+TEST_F(RunRecordTest, KeepsTheNewestFilesAndThoseUnderWay) {
     RunRecord underWay(runs, "1.0");
     process(underWay, "/p/A.app", signedRun);
     for (int hour = 0; hour < 60; ++hour)
@@ -158,7 +195,7 @@ TEST_F(RunRecordTest, keeps_the_newest_files_and_those_under_way) {
     EXPECT_NE(underWay.file(), another.file());
 }
 
-TEST_F(RunRecordTest, goes_on_where_it_cannot_be_written) {
+TEST_F(RunRecordTest, GoesOnWhereItCannotBeWritten) {
     folder.makeFile("state", "in the way");
     RunRecord record(runs, "1.0");
     process(record, "/p/A.app", signedRun);
@@ -166,7 +203,7 @@ TEST_F(RunRecordTest, goes_on_where_it_cannot_be_written) {
     EXPECT_THAT(record.packages(), SizeIs(1));
 }
 
-TEST(RunSummary, counts_as_file_browsers_do) {
+TEST(RunSummary, CountsAsFileBrowsersDo) {
     EXPECT_EQ(sizeText(1), "1 byte");
     EXPECT_EQ(sizeText(999), "999 bytes");
     EXPECT_EQ(sizeText(1'234), "1.2 kB");
