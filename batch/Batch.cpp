@@ -48,6 +48,7 @@ std::string obstacleOf(const std::string& package) {
 Batch::Batch(Environment environment, Options options)
     : environment_(std::move(environment)),
       options_(std::move(options)), caller_{"Batch", "<Batch>"},
+      record_(environment_.recordFolder, base::version()),
       report_(environment_.out, lookFor(environment_, options_)) {}
 
 ExitStatus Batch::run() {
@@ -79,8 +80,11 @@ ExitStatus Batch::run() {
     const bool tookAll = takePaths();
     const bool hasWork = workSet_.count() > 0;
     const bool wentThrough = !hasWork || processAll();
+    record_.finish();
+    if (const std::string trouble = record_.trouble(); !trouble.empty())
+        logFailure("record: %@", trouble);
     if (hasWork || options_.json)
-        report_.summarize(unbegun_ + workSet_.count(), !wentThrough, "");
+        report_.summarize(unbegun_ + workSet_.count(), !wentThrough, record_.file());
     if (!hasWork)
         return ExitStatus::NothingToDo;
     if (!wentThrough)
@@ -181,6 +185,7 @@ ExitStatus Batch::listIdentities() {
 }
 
 ExitStatus Batch::listPackages(bool tookAll) {
+    const bool hasWork = workSet_.count() > 0;
     Json::Array list;
     for (const std::string& entry : workSet_.allObjects()) {
         for (const Task& task : takeTasks(entry)) {
@@ -196,6 +201,8 @@ ExitStatus Batch::listPackages(bool tookAll) {
     }
     if (options_.json)
         environment_.out << Json(std::move(list)).text() << '\n';
+    if (!hasWork)
+        return ExitStatus::NothingToDo;
     return tookAll ? ExitStatus::AllDone : ExitStatus::SomeFailed;
 }
 
@@ -270,7 +277,7 @@ void Batch::process(const Task& task, unsigned slot, unsigned threads) {
         report_.failed(task.package, task.entry, obstacle);
         return;
     }
-    RunRecord record("", base::version());
+    std::size_t number = 0; // in the record
     std::string assignments;
     const ProcessingHooks hooks = {
         .doNotCodesign = [this] { return !signs(); },
@@ -289,18 +296,18 @@ void Batch::process(const Task& task, unsigned slot, unsigned threads) {
             },
         .packageStarted =
             [&](const std::string& package) {
-                record.packageStarted(package, task.entry,
-                                      signs() ? std::optional(identities_.front().identitystring)
-                                              : std::nullopt);
+                number = record_.packageStarted(
+                    package, task.entry,
+                    signs() ? std::optional(identities_.front().identitystring) : std::nullopt);
                 assignments = "KELPMORAY_THREADS=" + std::to_string(threads) + ' ';
                 if (const std::string pipe = report_.packageStarted(package, slot); !pipe.empty())
                     assignments +=
                         std::string(base::ProgressChannel::variable) + "='" + pipe + "' ";
             },
-        .scriptEnded = [&](const ScriptRun& run) { record.scriptEnded(run); },
+        .scriptEnded = [&](const ScriptRun& run) { record_.scriptEnded(number, run); },
         .packageProcessed =
             [&](const std::string&, const std::vector<ScriptRun>& runs) {
-                report_.packageEnded(record.packageEnded(), runs, slot);
+                report_.packageEnded(record_.packageEnded(number), runs, slot);
             },
     };
     processPackage(caller_.in("doProcessItemNew:"), environment_.bundle, hooks, task.package);

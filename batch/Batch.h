@@ -76,5 +76,6 @@ private:
     std::optional<ListedIdentity> identity_;
     WorkSet workSet_;
     std::size_t unbegun_ = 0; ///< packages that were found and left
+    RunRecord record_;
     Report report_;
 };

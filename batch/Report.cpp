@@ -18,8 +18,9 @@ std::string counted(std::size_t count, const char* thing) {
 
 /// What a failed script said before its last line.
 std::string quotedOutput(const ScriptRun& run) {
-    const std::string output = run.output.value_or("");
-    std::vector<std::string_view> lines = split(trimmed(output), "\n");
+    std::string output = run.output.value_or("");
+    output.erase(output.find_last_not_of(" \n") + 1);
+    std::vector<std::string_view> lines = split(output, "\n");
     lines.pop_back(); // tells the outcome, which is reported anyway
     std::string quoted;
     for (const std::string_view line : lines)

@@ -133,8 +133,8 @@ void RunRecord::create() {
 
 void RunRecord::writeRest(const std::string& settling, const std::string& end) {
     std::string text;
-    const auto append = [&, separator =
-                                hasPackages_ ? ",\n" : ""](const std::string& package) mutable {
+    const char* separator = hasPackages_ ? ",\n" : "";
+    const auto append = [&](const std::string& package) {
         text += std::exchange(separator, ",\n") + package;
     };
     if (!settling.empty())
