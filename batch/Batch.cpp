@@ -1,7 +1,10 @@
 #include "batch/Batch.h"
 
 #include "base/Printable.h"
+#include "base/ProgressChannel.h"
+#include "base/Version.h"
 #include "batch/Intake.h"
+#include "batch/Jobs.h"
 #include "batch/Question.h"
 #include "core/Format.h"
 #include "core/Path.h"
@@ -11,19 +14,42 @@
 #include "core/Text.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <filesystem>
 #include <iostream>
 
 namespace {
 
-std::string counted(std::size_t count, const char* thing) {
-    return std::to_string(count) + ' ' + thing + (count == 1 ? "" : "s");
+Report::Look lookFor(const Batch::Environment& environment, const Options& options) {
+    using Form = Report::Form;
+    return {.form = options.json    ? Form::Json
+                    : options.quiet ? Form::FailuresOnly
+                                    : Form::Lines,
+            .isTerminal = environment.outIsTerminal,
+            .hasColour = environment.hasColour};
+}
+
+/// Why the package cannot be begun; empty if it can.
+std::string obstacleOf(const std::string& package) {
+    switch (faultOfArgument(package)) {
+    case ArgumentFault::NotUtf8:
+        return "its path is not UTF-8: rename it";
+    case ArgumentFault::ReadByShell:
+        return "its path holds a quote, a dollar sign, a back quote, a backslash or a line break, "
+               "which the shell would take for its own: rename it";
+    case ArgumentFault::None:
+        break;
+    }
+    return isDirectory(package) ? "" : "it is no longer there";
 }
 
 } // namespace
 
 Batch::Batch(Environment environment, Options options)
     : environment_(std::move(environment)),
-      options_(std::move(options)), caller_{"Batch", "<Batch>"} {}
+      options_(std::move(options)), caller_{"Batch", "<Batch>"},
+      record_(environment_.recordFolder, base::version()),
+      report_(environment_.out, lookFor(environment_, options_)) {}
 
 ExitStatus Batch::run() {
     if (options_.help) {
@@ -31,7 +57,7 @@ ExitStatus Batch::run() {
         return ExitStatus::AllDone;
     }
     if (options_.version) {
-        environment_.out << appVersionText(environment_.bundle.infoDictionary) << '\n';
+        environment_.out << "kelpmoray-batch " << base::version() << '\n';
         return ExitStatus::AllDone;
     }
     if (options_.listIdentities)
@@ -40,37 +66,49 @@ ExitStatus Batch::run() {
         tell({base::ErrorKind::Usage, "no PATH given; see --help"});
         return ExitStatus::NothingToDo;
     }
+    if (options_.listPackages)
+        return listPackages(takePaths());
 
-    for (const base::Outcome& checked : {checkInstallation(), checkIdentity()}) {
-        if (!checked) {
+    using Check = base::Outcome (Batch::*)();
+    for (const Check check :
+         {&Batch::checkInstallation, &Batch::chooseIdentity, &Batch::setScriptEnvironment}) {
+        if (const auto checked = (this->*check)(); !checked) {
             tell(checked.error());
             return ExitStatus::NothingToDo;
         }
     }
     const bool tookAll = takePaths();
-    if (workSet_.count() == 0)
+    const bool hasWork = workSet_.count() > 0;
+    const bool wentThrough = !hasWork || processAll();
+    record_.finish();
+    if (const std::string trouble = record_.trouble(); !trouble.empty())
+        logFailure("record: %@", trouble);
+    if (hasWork || options_.json)
+        report_.summarize(unbegun_ + workSet_.count(), !wentThrough, record_.file());
+    if (!hasWork)
         return ExitStatus::NothingToDo;
-    if (!options_.doNotCodesign)
-        identities_ = installedIdentities().value_or(IdentityList{});
-    const bool wentThrough = processAll();
-    summarize();
     if (!wentThrough)
         return ExitStatus::Stopped;
-    return failed_ == 0 && tookAll ? ExitStatus::AllDone : ExitStatus::SomeFailed;
+    return report_.tally().failed == 0 && tookAll ? ExitStatus::AllDone : ExitStatus::SomeFailed;
 }
 
 void Batch::tell(const base::Error& error) {
-    environment_.err << "kelpmoray-batch: " << base::printable(error.sentence) << '\n';
+    const std::vector<std::string_view> lines = split(error.sentence, "\n");
+    environment_.err << "kelpmoray-batch: " << base::printable(lines.front()) << '\n';
+    for (std::size_t index = 1; index < lines.size(); ++index)
+        environment_.err << base::printable(lines[index]) << '\n';
 }
 
 bool Batch::takePaths() {
     const std::vector<base::Error> errors = addToWorkSet(caller_, options_.paths, workSet_);
-    for (const base::Error& error : errors)
+    for (const base::Error& error : errors) {
         tell(error);
+        report_.pathRefused(error.sentence);
+    }
     return errors.empty();
 }
 
-base::Outcome Batch::checkInstallation() const {
+base::Outcome Batch::checkInstallation() {
     const auto script = environment_.bundle.pathForResource("fenwoJustZipApps", "sh");
     const std::string& folder = environment_.bundle.resourcesFolder;
     if (!script)
@@ -84,147 +122,193 @@ base::Outcome Batch::checkInstallation() const {
                                      "character that the shell would take for its own; move the "
                                      "program",
                                      folder)};
+    if (options_.identity && environment_.bundle.pathForResource("fenwoZipAppsDNP", "sh"))
+        return base::Error{base::ErrorKind::Unsupported,
+                           "this edition never signs; leave --identity out"};
     return {};
 }
 
-base::Outcome Batch::checkIdentity() const {
-    const ArgumentFault fault = faultOfArgument(options_.identity.value_or(""));
-    if (fault == ArgumentFault::None)
+base::Outcome Batch::chooseIdentity() {
+    if (!options_.identity)
         return {};
-    return base::Error{
-        base::ErrorKind::Usage,
-        fault == ArgumentFault::NotUtf8
-            ? "the text behind --identity is not UTF-8; --list-identities prints those there are"
-            : "the text behind --identity holds a quote, a dollar sign, a back quote, a backslash "
-              "or a line break, which the shell would take for its own; --list-identities prints "
-              "those there are"};
+    const auto listed = listedIdentities(environment_.tools);
+    if (!listed)
+        return listed.error();
+    auto chosen = chosenIdentity(*listed, *options_.identity);
+    if (!chosen)
+        return chosen.error();
+    const std::string holder(holderOf(chosen->name));
+    identities_ = {{chosen->name.substr(0, chosen->name.find(':')), holder, chosen->name}};
+    identity_ = *std::move(chosen);
+    return {};
 }
 
-std::optional<IdentityList> Batch::installedIdentities() const {
-    // Without the tool the shell would complain to a person who may not even want to sign.
-    if (!fileExists(environment_.tools.security))
-        return std::nullopt;
-    return codesigningIdentities(caller_, environment_.tools);
+base::Outcome Batch::setScriptEnvironment() {
+    const auto hand = [](const char* variable, const std::optional<std::string>& value) {
+        if (value)
+            setenv(variable, value->c_str(), 1);
+    };
+    if (options_.entitlements) {
+        std::error_code error;
+        const std::string file = std::filesystem::absolute(*options_.entitlements, error).string();
+        if (!isRegularFile(file))
+            return base::Error{base::ErrorKind::NotFound,
+                               *options_.entitlements +
+                                   ": no file with entitlements is there; check the path"};
+        hand("KELPMORAY_ENTITLEMENTS", file);
+    }
+    hand("KELPMORAY_LEVEL", options_.level);
+    hand("KELPMORAY_TIMESTAMP", options_.timestamp);
+    if (options_.reproducible)
+        hand("KELPMORAY_REPRODUCIBLE", "1");
+    // Each package gets a pipe of its own, or none.
+    unsetenv(base::ProgressChannel::variable);
+    return {};
 }
 
 ExitStatus Batch::listIdentities() {
-    const auto identities = installedIdentities();
+    const auto identities = listedIdentities(environment_.tools);
     if (!identities) {
-        tell({base::ErrorKind::Unavailable, "no identities, as " + environment_.tools.security +
-                                                " is missing or silent; sign on a Mac"});
+        tell(identities.error());
         return ExitStatus::NothingToDo;
     }
-    for (const IdentityRecord& identity : *identities)
-        environment_.out << base::printable(identity.displaystring) << '\n';
+    if (options_.json) {
+        Json::Array list;
+        for (const ListedIdentity& identity : *identities)
+            list.emplace_back(Json::Object{{"hash", identity.hash}, {"name", identity.name}});
+        environment_.out << Json(std::move(list)).text() << '\n';
+        return ExitStatus::AllDone;
+    }
+    for (const ListedIdentity& identity : *identities)
+        environment_.out << base::printable(lineOf(identity)) << '\n';
     return ExitStatus::AllDone;
+}
+
+ExitStatus Batch::listPackages(bool tookAll) {
+    const bool hasWork = workSet_.count() > 0;
+    Json::Array list;
+    for (const std::string& entry : workSet_.allObjects()) {
+        for (const Task& task : takeTasks(entry)) {
+            if (options_.json)
+                list.emplace_back(task.package);
+            else if (options_.nullSeparated)
+                environment_.out << task.package << '\0';
+            else
+                environment_.out << (environment_.outIsTerminal ? base::printable(task.package)
+                                                                : task.package)
+                                 << '\n';
+        }
+    }
+    if (options_.json)
+        environment_.out << Json(std::move(list)).text() << '\n';
+    if (!hasWork)
+        return ExitStatus::NothingToDo;
+    return tookAll ? ExitStatus::AllDone : ExitStatus::SomeFailed;
 }
 
 bool Batch::processAll() {
     using Confirmation::Answer;
+    std::vector<Task> tasks;
     for (const std::string& entry : workSet_.allObjects()) {
-        const Answer answer = options_.processAll
-                                  ? Answer::Process
-                                  : ask(base::printable(entry), options_.doNotCodesign,
-                                        environment_.in, environment_.out);
+        if (environment_.interrupted())
+            return false;
+        if (options_.processAll) {
+            std::ranges::move(takeTasks(entry), std::back_inserter(tasks));
+            continue;
+        }
+        // What programs read of us has no question in it.
+        const Answer answer = ask(base::printable(entry), options_.doNotCodesign, environment_.in,
+                                  options_.json ? environment_.err : environment_.out);
         if (answer == Answer::Stop)
             return false;
-        if (answer == Answer::Process)
-            process(entry);
-        else
-            ++skipped_;
-        workSet_.remove(entry);
-    }
-    return true;
-}
-
-void Batch::process(const std::string& entry) {
-    if (!isDirectory(entry)) {
-        tell({base::ErrorKind::NotFound, entry + ": it is no longer there"});
-        ++failed_;
-        return;
-    }
-    const std::size_t before = packed_ + failed_;
-    processEntry(caller_, environment_.bundle, processingHooks(), entry);
-    if (packed_ + failed_ == before) {
-        tell({base::ErrorKind::NotFound, entry + ": its packages are no longer there"});
-        ++failed_;
-    }
-}
-
-ProcessingHooks Batch::processingHooks() {
-    return {
-        .doNotCodesign = [this] { return options_.doNotCodesign; },
-        .codesigningIdentity =
-            [this] { return options_.identity.value_or(std::string(doNotCodesignIdentity)); },
-        .isValidItemToSign = [this](const std::string& package) { return isValid(package); },
-        .runShellCommand = runShellCommand,
-        .packageStarted =
-            [this](const std::string& package) { showProgress(progressText(package)); },
-        .packageProcessed =
-            [this](const std::string& package, const std::vector<ScriptRun>& runs) {
-                showProgress("");
-                report(package, runs);
-            },
-    };
-}
-
-bool Batch::isValid(const std::string& package) {
-    const ArgumentFault fault = faultOfArgument(package);
-    if (fault != ArgumentFault::None) {
-        environment_.out << base::printable(lastPathComponent(package))
-                         << (fault == ArgumentFault::NotUtf8
-                                 ? ": FAILED: its path is not UTF-8: rename it"
-                                 : ": FAILED: its path holds a quote, a dollar sign, a back quote, "
-                                   "a backslash or a line break, which the shell would take for "
-                                   "its own: rename it")
-                         << std::endl;
-        ++failed_;
-        return false;
-    }
-    return isValidItemToSign(caller_, environment_.tools, package, options_.doNotCodesign,
-                             [this] { return identities_; });
-}
-
-void Batch::report(const std::string& package, const std::vector<ScriptRun>& runs) {
-    using Kind = ScriptOutcome::Kind;
-    std::string archive;
-    std::string signature = "not signed";
-    std::string failure;
-    for (const ScriptRun& run : runs) {
-        const ScriptOutcome outcome = outcomeOf(run);
-        if (outcome.kind == Kind::Packed)
-            archive = outcome.detail;
-        else if (outcome.kind == Kind::Signed)
-            signature = "signed";
-        else if (outcome.kind == Kind::Failed) {
-            failure += (failure.empty() ? "" : "; ") + outcome.detail;
-            quoteOutput(run);
+        if (answer == Answer::Skip) {
+            report_.folderSkipped();
+            workSet_.remove(entry);
+        } else if (options_.doNotCodesign && options_.requireSignature) {
+            report_.failed(entry, entry, "it is not packed, as --require-signature was given");
+            workSet_.remove(entry);
+        } else if (!process(takeTasks(entry))) {
+            return false;
         }
     }
-    environment_.out << base::printable(lastPathComponent(package)) << ": ";
-    if (!failure.empty())
-        environment_.out << "FAILED: " << base::printable(failure) << (archive.empty() ? "" : "; ");
-    if (!archive.empty())
-        environment_.out << "packed as " << base::printable(archive) << " (" << signature << ')';
-    environment_.out << std::endl;
-    ++(failure.empty() ? packed_ : failed_);
+    return process(tasks);
 }
 
-void Batch::quoteOutput(const ScriptRun& run) {
-    const std::string output = run.output.value_or("");
-    std::vector<std::string_view> lines = split(trimmed(output), "\n");
-    lines.pop_back(); // tells the outcome, which is reported anyway
-    for (std::string_view line : lines)
-        environment_.err << "    " << base::printable(line) << '\n';
+std::vector<Batch::Task> Batch::takeTasks(const std::string& entry) {
+    workSet_.remove(entry);
+    std::vector<Task> tasks;
+    for (const std::string& package : packagesToProcess(caller_, entry))
+        tasks.push_back({package, entry});
+    if (tasks.empty())
+        report_.failed(entry, entry, "its packages are no longer there");
+    report_.packagesFound(tasks.size());
+    return tasks;
 }
 
-void Batch::showProgress(const std::string& text) {
-    if (environment_.outIsTerminal)
-        environment_.out << "\r\033[K" << base::printable(text) << std::flush;
+bool Batch::signs() const {
+    return identity_ && !options_.doNotCodesign;
 }
 
-void Batch::summarize() {
-    environment_.out << counted(packed_, "package") << " done, " << failed_ << " failed, "
-                     << counted(skipped_, "folder") << " skipped, " << workSet_.count()
-                     << " left\n";
+unsigned Batch::jobCount() const {
+    if (options_.jobs)
+        return options_.jobCount();
+    return jobsThatPayOff(Machine::ofThisProcess(), signs() && options_.timestamp != "none");
+}
+
+bool Batch::process(const std::vector<Task>& tasks) {
+    const unsigned jobs = jobCount();
+    const unsigned processors = Machine::ofThisProcess().processors;
+    const std::size_t begun = runJobs(
+        jobs, tasks.size(), [this] { return !environment_.interrupted(); },
+        [&](std::size_t number, unsigned slot) {
+            // The last ones have the processors that nobody else needs.
+            const auto atWork =
+                static_cast<unsigned>(std::min<std::size_t>(jobs, tasks.size() - number));
+            process(tasks[number], slot, std::max(1U, processors / atWork));
+        });
+    unbegun_ += tasks.size() - begun;
+    return begun == tasks.size();
+}
+
+void Batch::process(const Task& task, unsigned slot, unsigned threads) {
+    const Log::Subject subject(task.package);
+    if (const std::string obstacle = obstacleOf(task.package); !obstacle.empty()) {
+        logFailure("%@: %@", task.package, obstacle);
+        report_.failed(task.package, task.entry, obstacle);
+        return;
+    }
+    std::size_t number = 0; // in the record
+    std::string assignments;
+    const ProcessingHooks hooks = {
+        .doNotCodesign = [this] { return !signs(); },
+        .codesigningIdentity = [this] { return identity_->hash; },
+        .isValidItemToSign =
+            [this](const std::string& package) {
+                return isValidItemToSign(caller_, environment_.tools, package, !signs(),
+                                         [this] { return identities_; });
+            },
+        .runShellCommand =
+            [&](const std::string& command) { return runShellCommand(assignments + command); },
+        .goesOnAfter =
+            [this](const ScriptRun& run) {
+                return !options_.requireSignature ||
+                       outcomeOf(run).kind == ScriptOutcome::Kind::Signed;
+            },
+        .packageStarted =
+            [&](const std::string& package) {
+                number = record_.packageStarted(
+                    package, task.entry,
+                    signs() ? std::optional(identities_.front().identitystring) : std::nullopt);
+                assignments = "KELPMORAY_THREADS=" + std::to_string(threads) + ' ';
+                if (const std::string pipe = report_.packageStarted(package, slot); !pipe.empty())
+                    assignments +=
+                        std::string(base::ProgressChannel::variable) + "='" + pipe + "' ";
+            },
+        .scriptEnded = [&](const ScriptRun& run) { record_.scriptEnded(number, run); },
+        .packageProcessed =
+            [&](const std::string&, const std::vector<ScriptRun>& runs) {
+                report_.packageEnded(record_.packageEnded(number), runs, slot);
+            },
+    };
+    processPackage(caller_.in("doProcessItemNew:"), environment_.bundle, hooks, task.package);
 }

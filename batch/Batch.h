@@ -1,13 +1,14 @@
 #pragma once
 
 #include "batch/Options.h"
+#include "batch/Report.h"
 #include "core/Caller.h"
 #include "core/Identities.h"
+#include "core/IdentityChoice.h"
 #include "core/ItemProcessing.h"
 #include "core/MainBundle.h"
 #include "core/WorkSet.h"
 
-#include <cstddef>
 #include <iosfwd>
 #include <optional>
 #include <string>
@@ -16,8 +17,9 @@
 /// Exit statuses of the program.
 enum class ExitStatus { AllDone = 0, SomeFailed = 1, NothingToDo = 2, Stopped = 3 };
 
-/// The same flow as the window's, for a terminal: asks, processes, and says what became of each
-/// package. Runs on the thread that calls it.
+/// The same flow as the window's, for a terminal: checks what was asked for before anything is
+/// touched, asks, processes several packages at once, and says what became of each. Runs on the
+/// thread that calls it, and on others meanwhile.
 class Batch {
 public:
     /// What a run works with: the scripts, the tools, and the streams to the person.
@@ -28,6 +30,10 @@ public:
         std::ostream& out;
         std::ostream& err;
         bool outIsTerminal = false; ///< then a progress line is shown
+        bool hasColour = false;
+        std::string recordFolder; ///< of the records of runs; empty for none
+        /// Asked before each package and question: whether a signal asked for the end.
+        std::function<bool()> interrupted = [] { return false; };
     };
 
     Batch(Environment environment, Options options);
@@ -36,32 +42,40 @@ public:
     [[nodiscard]] ExitStatus run();
 
 private:
-    [[nodiscard]] std::optional<IdentityList> installedIdentities() const;
-    /// Success if the scripts can be run from where they are.
-    [[nodiscard]] base::Outcome checkInstallation() const;
-    /// Success if the identity given can stand in a command line.
-    [[nodiscard]] base::Outcome checkIdentity() const;
+    /// One package, and the entry of the work set that it was found in.
+    struct Task {
+        std::string package;
+        std::string entry;
+    };
+
+    /// Success if the scripts can be run from where they are, and do what is asked for.
+    [[nodiscard]] base::Outcome checkInstallation();
+    /// Finds the identity to sign with, if one is given.
+    [[nodiscard]] base::Outcome chooseIdentity();
+    /// Hands the options on to the scripts, if they can be.
+    [[nodiscard]] base::Outcome setScriptEnvironment();
     /// Puts the paths given into the work set; false if some cannot be processed.
     bool takePaths();
     void tell(const base::Error& error);
     ExitStatus listIdentities();
+    ExitStatus listPackages(bool tookAll);
     /// False when the person stopped.
     bool processAll();
-    void process(const std::string& entry);
-    [[nodiscard]] bool isValid(const std::string& package);
-    /// Shows what a failed script said before its last line.
-    void quoteOutput(const ScriptRun& run);
-    void report(const std::string& package, const std::vector<ScriptRun>& runs);
-    void showProgress(const std::string& text);
-    void summarize();
-    [[nodiscard]] ProcessingHooks processingHooks();
+    /// The packages of an entry, which leaves the work set.
+    [[nodiscard]] std::vector<Task> takeTasks(const std::string& entry);
+    /// False when some were left.
+    bool process(const std::vector<Task>& tasks);
+    void process(const Task& task, unsigned slot, unsigned threads);
+    [[nodiscard]] bool signs() const;
+    [[nodiscard]] unsigned jobCount() const;
 
     Environment environment_;
     Options options_;
     Caller caller_;
-    IdentityList identities_;
+    IdentityList identities_; ///< the one chosen, if any
+    std::optional<ListedIdentity> identity_;
     WorkSet workSet_;
-    std::size_t packed_ = 0;
-    std::size_t failed_ = 0;
-    std::size_t skipped_ = 0;
+    std::size_t unbegun_ = 0; ///< packages that were found and left
+    RunRecord record_;
+    Report report_;
 };

@@ -1,33 +1,25 @@
 #include "base/Printable.h"
 #include "base/ProgramStart.h"
 #include "batch/Batch.h"
+#include "batch/Interruption.h"
+#include "batch/Jobs.h"
 #include "core/Log.h"
 
 #include <algorithm>
-#include <functional>
+#include <cstdlib>
 #include <iostream>
+#include <string_view>
 
-#include <pthread.h>
 #include <unistd.h>
 
 namespace {
 
-/// Runs `work` on a thread with a stack that suits runShellCommand(), whatever limit the main
-/// thread's stack has. False if there is no memory for it.
-bool runWithEnoughStack(std::function<void()> work) {
-    constexpr std::size_t stackSize = 4U << 20U;
-    pthread_attr_t attributes;
-    if (pthread_attr_init(&attributes) != 0)
-        return false;
-    pthread_attr_setstacksize(&attributes, stackSize);
-    pthread_t thread{};
-    const auto run = [](void* argument) -> void* {
-        (*static_cast<std::function<void()>*>(argument))();
-        return nullptr;
-    };
-    const bool started = pthread_create(&thread, &attributes, run, &work) == 0;
-    pthread_attr_destroy(&attributes);
-    return started && pthread_join(thread, nullptr) == 0;
+/// https://no-color.org: any text forbids it.
+bool wantsColour() {
+    const char* forbidden = std::getenv("NO_COLOR");
+    const char* terminal = std::getenv("TERM");
+    return isatty(STDOUT_FILENO) != 0 && (forbidden == nullptr || *forbidden == '\0') &&
+           terminal != nullptr && std::string_view(terminal) != "dumb";
 }
 
 ExitStatus runBatch(const Options& options) {
@@ -37,8 +29,12 @@ ExitStatus runBatch(const Options& options) {
                  .in = std::cin,
                  .out = std::cout,
                  .err = std::cerr,
-                 .outIsTerminal = isatty(STDOUT_FILENO) != 0},
+                 .outIsTerminal = isatty(STDOUT_FILENO) != 0,
+                 .hasColour = wantsColour(),
+                 .recordFolder = RunRecord::userFolder(),
+                 .interrupted = Interruption::came},
                 options);
+    Interruption::watch();
     const ExitStatus status = batch.run();
     if (std::cout.flush())
         return status;

@@ -11,11 +11,6 @@ namespace {
 
 constexpr std::size_t hashDigits = 40;
 
-std::string_view holderOf(std::string_view name) {
-    const std::size_t colon = name.find(':');
-    return colon == std::string_view::npos ? name : trimmed(name.substr(colon + 1));
-}
-
 bool isHexadecimal(std::string_view text) {
     return text.find_first_not_of("0123456789ABCDEFabcdef") == std::string_view::npos;
 }
@@ -37,7 +32,7 @@ std::optional<ListedIdentity> identityInLine(std::string_view line) {
 std::string asLines(const std::vector<ListedIdentity>& identities) {
     std::string lines = "\n";
     for (const ListedIdentity& identity : identities)
-        lines.append("  ").append(identity.hash).append("  ").append(identity.name).append("\n");
+        lines.append("  ").append(lineOf(identity)).append("\n");
     return lines;
 }
 
@@ -56,6 +51,15 @@ std::vector<ListedIdentity> identitiesWithHashes(std::string_view output) {
     return identities;
 }
 
+std::string_view holderOf(std::string_view name) {
+    const std::size_t colon = name.find(':');
+    return colon == std::string_view::npos ? name : trimmed(name.substr(colon + 1));
+}
+
+std::string lineOf(const ListedIdentity& identity) {
+    return identity.hash + "  " + identity.name;
+}
+
 base::Result<std::vector<ListedIdentity>> listedIdentities(const ToolPaths& tools) {
     // Without the tool the shell would complain to a person who may not even want to sign.
     if (!fileExists(tools.security))
@@ -72,6 +76,7 @@ base::Result<ListedIdentity> chosenIdentity(const std::vector<ListedIdentity>& i
     // From the narrowest meaning to the widest; the first that anything fits decides.
     const std::function<bool(const ListedIdentity&)> meanings[] = {
         [&](const auto& identity) { return equalsIgnoringCase(identity.hash, wanted); },
+        [&](const auto& identity) { return lineOf(identity) == wanted; },
         [&](const auto& identity) { return identity.name == wanted; },
         [&](const auto& identity) {
             return identity.name.starts_with("Developer ID Application:") &&

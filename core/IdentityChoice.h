@@ -20,7 +20,14 @@ struct ListedIdentity {
 /// The identities in what the tool printed; lines of another form are left out.
 [[nodiscard]] std::vector<ListedIdentity> identitiesWithHashes(std::string_view output);
 
-/// The one that `wanted` stands for: its hash, its name, its holder, or any part of its name that
-/// no other has. NotFound and Conflict name those there are, one a line.
+/// "Jane Doe (TEAMID)" of "Developer ID Application: Jane Doe (TEAMID)"; the whole name if it has
+/// no kind.
+[[nodiscard]] std::string_view holderOf(std::string_view name);
+
+/// The hash and the name: one line of a list that people choose from.
+[[nodiscard]] std::string lineOf(const ListedIdentity& identity);
+
+/// The one that `wanted` stands for: its hash, its line in a list, its name, its holder, or any
+/// part of its name that no other has. NotFound and Conflict name those there are, one a line.
 [[nodiscard]] base::Result<ListedIdentity>
 chosenIdentity(const std::vector<ListedIdentity>& identities, std::string_view wanted);

@@ -18,6 +18,8 @@ bool standardErrorEnabled = true;
 std::mutex captureMutex;
 std::shared_ptr<const Log::Sink> captureSink;
 
+thread_local std::string subjectOfThread; ///< "[NAME] ", or empty
+
 std::shared_ptr<const Log::Sink> currentCapture() {
     const std::lock_guard lock(captureMutex);
     return captureSink;
@@ -60,18 +62,25 @@ void Log::capture(Sink sink) {
     captureSink = std::move(shared);
 }
 
+Log::Subject::Subject(std::string name) {
+    subjectOfThread = '[' + std::move(name) + "] ";
+}
+
+Log::Subject::~Subject() {
+    subjectOfThread.clear();
+}
+
 void Log::write(Severity severity, std::string_view message) {
     if (const auto capture = currentCapture()) {
         (*capture)(severity, message);
         return;
     }
-    writeToSystemLog(severity, message);
+    const std::string about = subjectOfThread + std::string(message);
+    writeToSystemLog(severity, about);
     if (standardErrorEnabled) {
         static const bool isTerminal = isatty(STDERR_FILENO) != 0;
         const std::string line =
-            prefix()
-                .append(isTerminal ? printableLines(message) : std::string(message))
-                .append("\n");
+            prefix().append(isTerminal ? printableLines(about) : about).append("\n");
         // One call a line, so that the lines of two threads do not mix.
         std::fwrite(line.data(), 1, line.size(), stderr);
     }

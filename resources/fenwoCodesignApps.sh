@@ -9,15 +9,16 @@ usage() {
     cat <<'USAGE'
 usage: fenwoCodesignApps.sh PACKAGE [IDENTITY]
 
-Signs PACKAGE (Name.app) with the identity whose holder is IDENTITY, such as "Jane Doe (TEAMID)". With
-the identity "donotcodesign" nothing is touched. The system's tools sign if it has them, else those of
-this installation.
+Signs PACKAGE (Name.app) with the identity whose holder is IDENTITY, such as "Jane Doe (TEAMID)", or whose
+certificate has IDENTITY as its SHA-1 hash (40 hexadecimal digits). With the identity "donotcodesign"
+nothing is touched. The system's tools sign if it has them, else those of this installation.
 
 If they are there, these files beside the package give the entitlements:
   Name.entitlements          of the application
   Name.inherit.entitlements  of the helper applications in it
 Other code keeps the entitlements that it has.
 
+KELPMORAY_ENTITLEMENTS names a file that takes the place of Name.entitlements.
 KELPMORAY_TIMESTAMP is the URL of the time stamp server, or "none"; Apple's server if it is not set.
 
 The last line says what became of the package:
@@ -71,8 +72,16 @@ hashes_of_label() {
     }'
 }
 
-# Sets hash to the one certificate that the holder's name stands for.
+# Sets hash to the one certificate that the holder's name stands for. A hash stands for itself: the tool
+# that signs looks for it anyway.
 resolve_identity() {
+    case "$identity" in
+    *[!0-9A-Fa-f]*) ;;
+    *)
+        hash=$identity
+        [ ${#hash} -ne 40 ] || return 0
+        ;;
+    esac
     identities=$(valid_identities)
     hash=$(hashes_of_label whole "Developer ID Application: $identity")
     [ -n "$hash" ] || hash=$(hashes_of_label suffix ": $identity")
@@ -187,8 +196,10 @@ identity=${2:-}
 find_tools
 [ -n "$identity" ] || fail "no identity to sign $package with" "import one and pick it, or choose not to codesign"
 
-entitlements=${package%.*}.entitlements
+entitlements=${KELPMORAY_ENTITLEMENTS:-${package%.*}.entitlements}
 inherited=${package%.*}.inherit.entitlements
+[ -z "${KELPMORAY_ENTITLEMENTS:-}" ] || [ -f "$entitlements" ] ||
+    fail "no file is at $entitlements" "correct KELPMORAY_ENTITLEMENTS"
 [ -f "$entitlements" ] || entitlements=
 [ -f "$inherited" ] || inherited=
 for file in "$entitlements" "$inherited"; do

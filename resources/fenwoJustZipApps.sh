@@ -13,7 +13,12 @@ Writes Name.zip beside PACKAGE (Name.app), with the package folder as the archiv
 symbolic links, modes, and times in whole seconds from 1970 to 2106. Not kept are owners, access control
 lists and extended attributes; one line says so if the package has any. (On macOS a package with
 signatures or resource forks in extended attributes is packed with them, by ditto.) An archive that is
-already there is replaced once the new one is whole. The last line says what became of the package:
+already there is replaced once the new one is whole.
+
+KELPMORAY_LEVEL is the level of compression, from 1 (quick) to 9 (small); KELPMORAY_THREADS how many
+threads pack. With KELPMORAY_REPRODUCIBLE=1 every time in the archive is SOURCE_DATE_EPOCH, or 1980-01-01.
+
+The last line says what became of the package:
   packed: PATH
   error: WHAT: REMEDY
 USAGE
@@ -62,11 +67,16 @@ pack_with_ditto() {
 
 pack() {
     if has_attributes_to_keep; then
+        [ -z "${KELPMORAY_REPRODUCIBLE:-}" ] ||
+            fail "ditto packs the extended attributes of $package with their times" \
+                "do not ask for a reproducible archive"
         pack_with_ditto
         return
     fi
     find_packer
-    output=$("$packer" --verify "$archive" "$package" 2>&1) || {
+    set -- --verify ${KELPMORAY_LEVEL:+-l "$KELPMORAY_LEVEL"} ${KELPMORAY_THREADS:+-j "$KELPMORAY_THREADS"}
+    [ -z "${KELPMORAY_REPRODUCIBLE:-}" ] || set -- "$@" --reproducible
+    output=$("$packer" "$@" "$archive" "$package" 2>&1) || {
         quote "$output"
         fail "kelpmoray-zip could not pack $package" "see the lines above"
     }

@@ -25,6 +25,7 @@ if [ "${1:-}" = --test ]; then
     packages="$packages lintian dpkg-dev file libarchive-dev clang-14 libclang-rt-14-dev gcovr"
     packages="$packages clang-19 libc++-19-dev libc++abi-19-dev googletest"
     packages="$packages lld-14 llvm-14 openssl softhsm2 gnome-keyring"
+    packages="$packages parallel jq"
 fi
 
 if ! command -v dpkg-query >/dev/null 2>&1; then

@@ -1,12 +1,17 @@
 #include "batch/Batch.h"
 
+#include "batch/Jobs.h"
 #include "core/ShellRunners.h"
+#include "core/Text.h"
 #include "tests/support/ExpectFails.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/ScopedEnvironment.h"
 #include "tests/support/TemporaryFolder.h"
 
+#include <array>
+#include <atomic>
 #include <sstream>
+#include <thread>
 
 #include <gmock/gmock.h>
 
@@ -32,27 +37,46 @@ struct BatchFace : testing::Test {
                       .in = in,
                       .out = out,
                       .err = err,
-                      .outIsTerminal = outIsTerminal},
+                      .outIsTerminal = outIsTerminal,
+                      .hasColour = outIsTerminal,
+                      .recordFolder = folder.path("runs"),
+                      .interrupted = interrupted},
                      *parseOptions(arguments))
             .run();
+    }
+    /// From now on `body` runs in the place of that script.
+    void useScript(const std::string& name, const std::string& body) {
+        bundle.resourcesFolder = resources.path();
+        resources.makeExecutable(name, "#!/bin/sh\n" + body + "\n");
+    }
+    /// The identity tool is a stand-in that lists Jo and Kim.
+    void useIdentities(const TemporaryFolder& bin) {
+        tools.security = bin.makeExecutable(
+            "security", "#!/bin/sh\ncat <<'END'\n  1) " + jo + " \"Kind A: Jo (X1)\"\n  2) " +
+                            std::string(40, 'C') + " \"iPhone Developer: Jo (X1)\"\n  3) " + kim +
+                            " \"Kind B: Kim (Y2)\"\n     3 valid identities found\nEND\n");
     }
     [[nodiscard]] bool zipped(const std::string& name) const {
         return std::filesystem::exists(folder.path(name));
     }
 
+    const std::string jo = std::string(40, 'A');
+    const std::string kim = std::string(40, 'B');
     TemporaryFolder folder;
+    TemporaryFolder resources{TemporaryFolder::withoutBlank};
     LogCapture log;
     MainBundle bundle = MainBundle::ofExecutable(KELPMORAY_BIN_DIR "/kelpmoray-batch");
     ToolPaths tools{.security = "/nonexistent/security", .awk = "awk"};
     std::ostringstream out;
     std::ostringstream err;
     bool outIsTerminal = false;
+    std::function<bool()> interrupted = [] { return false; };
 };
 
 } // namespace
 
 TEST_F(BatchFace, PacksAllWithoutAsking) {
-    EXPECT_EQ(run({"--process-all", folder.path("apps"), folder.path("more/C.app")}),
+    EXPECT_EQ(run({"--process-all", "--jobs=1", folder.path("apps"), folder.path("more/C.app")}),
               ExitStatus::AllDone);
     EXPECT_EQ(out.str(), "A.app: packed as " + folder.path("apps/A.zip") + " (not signed)\n" +
                              "Bß 2.app: packed as " + folder.path("apps/Bß 2.zip") +
@@ -105,51 +129,176 @@ TEST_F(BatchFace, SaysWhatIsWrongWithEachPathAndDoesTheRest) {
     EXPECT_EQ(run({}), ExitStatus::NothingToDo);
 }
 
-#ifndef __APPLE__ // which has signing
-TEST_F(BatchFace, ReportsAFailedPackageAndGoesOn) {
+TEST_F(BatchFace, ReportsAFailedPackageWithWhatItsScriptSaidAndGoesOn) {
     folder.makeFolder("apps/A.zip");
-    EXPECT_EQ(run({"--process-all", "--identity", "Jo (X1)", folder.path("apps")}),
-              ExitStatus::SomeFailed);
-    EXPECT_THAT(
-        out.str(),
-        AllOf(
-            HasSubstr("A.app: FAILED: no valid identity of Jo (X1): pick one of the identities in "
-                      "the list, or import yours; a folder is in the place of "),
-            HasSubstr("Bß 2.app: FAILED: no valid identity of Jo (X1): pick one of the identities "
-                      "in the list, or import yours; packed as " +
-                      folder.path("apps/Bß 2.zip")),
-            HasSubstr("0 packages done, 2 failed")));
+    EXPECT_EQ(run({"--process-all", "--jobs=1", folder.path("apps")}), ExitStatus::SomeFailed);
+    EXPECT_THAT(out.str(), AllOf(HasSubstr("A.app: FAILED: a folder is in the place of "),
+                                 HasSubstr("Bß 2.app: packed as " + folder.path("apps/Bß 2.zip")),
+                                 HasSubstr("1 package done, 1 failed")));
+    useScript("fenwoJustZipApps.sh", "echo '  why'; echo 'error: what: remedy'");
+    EXPECT_EQ(run({"--quiet", "--process-all", folder.path("more")}), ExitStatus::SomeFailed);
+    EXPECT_EQ(out.str(), "      why\nC.app: FAILED: what: remedy\n"
+                         "0 packages done, 1 failed, 0 folders skipped, 0 left\n");
+    EXPECT_EQ(err.str(), "");
+    useScript("fenwoJustZipApps.sh", "echo packed: x");
+    EXPECT_EQ(run({"--quiet", "--process-all", folder.path("more")}), ExitStatus::AllDone);
+    EXPECT_EQ(out.str(), "");
 }
-#endif
 
-TEST_F(BatchFace, ListsTheIdentities) {
+TEST_F(BatchFace, ListsTheIdentitiesAndNothingElse) {
     EXPECT_EQ(run({"--list-identities"}), ExitStatus::NothingToDo);
     EXPECT_THAT(err.str(), HasSubstr("/nonexistent/security is missing"));
-
     const TemporaryFolder bin(TemporaryFolder::withoutBlank);
-    tools.security = bin.makeExecutable(
-        "security",
-        "#!/bin/sh\ncat <<'END'\n  1) 00 \"Kind A: Jo (X1)\"\n  2) 11 \"iPhone Developer: "
-        "Jo (X1)\"\n  3) 22 \"Kind B: Kim (Y2)\"\n     3 valid identities found\nEND\n");
+    useIdentities(bin);
     EXPECT_EQ(run({"--list-identities"}), ExitStatus::AllDone);
-    EXPECT_EQ(out.str(), "Do NOT Codesign\nKind A: Jo (X1)\nKind B: Kim (Y2)\n");
+    EXPECT_EQ(out.str(), jo + "  Kind A: Jo (X1)\n" + kim + "  Kind B: Kim (Y2)\n");
+    EXPECT_EQ(run({"--list-identities", "--json"}), ExitStatus::AllDone);
+    const auto listed = Json::parse(out.str());
+    ASSERT_TRUE(listed);
+    ASSERT_EQ(listed->array().size(), 2U);
+    EXPECT_EQ(listed->array()[1]["hash"].string(), kim);
+    EXPECT_EQ(listed->array()[1]["name"].string(), "Kind B: Kim (Y2)");
 }
 
-TEST_F(BatchFace, SignsAsTheHolderGiven) {
-    const std::string hash(40, 'A');
+TEST_F(BatchFace, TouchesNothingWithoutTheIdentityThatIsGiven) {
+    useScript("fenwoJustZipApps.sh", "touch '" + folder.path("touched") + "'");
+    useScript("fenwoCodesignApps.sh", "touch '" + folder.path("touched") + "'");
+    const auto refused = [this](const std::string& identity) {
+        EXPECT_EQ(run({"--process-all", "--identity", identity, folder.path("apps")}),
+                  ExitStatus::NothingToDo);
+        EXPECT_EQ(out.str(), "");
+        EXPECT_FALSE(std::filesystem::exists(folder.path("touched")));
+        return err.str();
+    };
+    EXPECT_THAT(refused(jo), HasSubstr("/nonexistent/security is missing"));
     const TemporaryFolder bin(TemporaryFolder::withoutBlank);
-    tools.security =
-        bin.makeExecutable("security", "#!/bin/sh\necho '1) " + hash + " \"Kind: Jo (X1)\"'\n");
+    useIdentities(bin);
+    EXPECT_EQ(refused("Jp"), "kelpmoray-batch: No valid identity fits \"Jp\". There are:\n  " + jo +
+                                 "  Kind A: Jo (X1)\n  " + kim +
+                                 "  Kind B: Kim (Y2)\nGive one of these, or import yours.\n");
+    EXPECT_THAT(refused("Kind"), HasSubstr("Several identities fit \"Kind\":\n"));
+    useScript("fenwoZipAppsDNP.sh", "touch '" + folder.path("touched") + "'");
+    EXPECT_THAT(refused(jo), HasSubstr("this edition never signs"));
+}
+
+TEST_F(BatchFace, SignsAsTheOneIdentityThatFits) {
+    const TemporaryFolder bin(TemporaryFolder::withoutBlank);
+    useIdentities(bin);
     bin.makeExecutable("codesign", "#!/bin/sh\n");
     // The inspector's path is fixed: what reads its output answers in its stead.
-    bin.makeExecutable("awk", "#!/bin/sh\ncase $1 in */^Authority*) cat >/dev/null; echo 'Kind: Jo "
-                              "(X1)';; *) exec /usr/bin/awk \"$@\";; esac\n");
+    bin.makeExecutable("awk", "#!/bin/sh\ncase $1 in */^Authority*) cat >/dev/null; echo 'Kind A: "
+                              "Jo (X1)';; *) exec /usr/bin/awk \"$@\";; esac\n");
     const ScopedEnvironment searchPath("PATH", pathWith(bin.path()));
-    EXPECT_EQ(run({"--process-all", "--identity=Jo (X1)", folder.path("more")}),
-              ExitStatus::AllDone);
-    EXPECT_THAT(out.str(),
-                HasSubstr("C.app: packed as " + folder.path("more/C.zip") + " (signed)\n"));
-    EXPECT_TRUE(log.contains("<Batch>-isValidItemToSign:...FOUND object = [Kind: Jo (X1)]...."));
+    useScript("fenwoCodesignApps.sh", "echo \"signed: $1 $2\"");
+    useScript("fenwoJustZipApps.sh", "echo \"packed: x\"");
+    for (const std::string& identity :
+         std::vector<std::string>{jo, "Jo (X1)", "X1", jo + "  Kind A: Jo (X1)"}) {
+        EXPECT_EQ(run({"--process-all", "--identity", identity, folder.path("more")}),
+                  ExitStatus::AllDone);
+        EXPECT_THAT(out.str(), HasSubstr("C.app: packed as x (signed)\n"));
+        EXPECT_TRUE(log.contains("result of fenwoCodesignApps.sh = signed: " +
+                                 folder.path("more/C.app") + " " + jo + "\n"))
+            << identity;
+        log.clear();
+    }
+    EXPECT_EQ(run({"--process-all", "--identity", "X1", folder.path("more")}), ExitStatus::AllDone);
+    EXPECT_TRUE(log.contains("<Batch>-isValidItemToSign:...FOUND object = [Kind A: Jo (X1)]...."));
+}
+
+TEST_F(BatchFace, PacksNothingUnsignedIfASignatureIsRequired) {
+    const TemporaryFolder bin(TemporaryFolder::withoutBlank);
+    useIdentities(bin);
+    useScript("fenwoCodesignApps.sh",
+              "case $1 in *A.app) echo 'error: no: key';; *) echo signed: $1;; esac");
+    useScript("fenwoJustZipApps.sh",
+              "touch '" + folder.path("packed") + "'\"${1##*/}\"; echo packed: x");
+    EXPECT_EQ(run({"--process-all", "--identity=X1", folder.path("apps")}), ExitStatus::SomeFailed);
+    EXPECT_TRUE(zipped("packedA.app"));
+    std::filesystem::remove(folder.path("packedA.app"));
+    std::filesystem::remove(folder.path("packedBß 2.app"));
+    EXPECT_EQ(run({"--process-all", "--identity=X1", "--require-signature", folder.path("apps")}),
+              ExitStatus::SomeFailed);
+    EXPECT_THAT(out.str(), AllOf(HasSubstr("A.app: FAILED: no: key\n"),
+                                 HasSubstr("Bß 2.app: packed as x (signed)\n")));
+    EXPECT_FALSE(zipped("packedA.app"));
+    EXPECT_TRUE(zipped("packedBß 2.app"));
+    EXPECT_EQ(run({"--identity=X1", "--require-signature", folder.path("more")}, "d\np\n"),
+              ExitStatus::SomeFailed);
+    EXPECT_THAT(out.str(), HasSubstr("more: FAILED: it is not packed, as --require-signature"));
+    EXPECT_FALSE(zipped("packedC.app"));
+}
+
+TEST_F(BatchFace, TellsProgramsWhatIsInTheRecordToo) {
+    folder.makeFolder("apps/A.zip");
+    folder.makeApplication("apps/C$.app");
+    EXPECT_EQ(
+        run({"--json", "--jobs=1", folder.path("apps"), folder.path("more"), "/missing"}, "p\ns\n"),
+        ExitStatus::SomeFailed);
+    std::vector<Json> lines;
+    const std::string printed = out.str();
+    for (const std::string_view line : split(trimmed(printed), "\n"))
+        lines.push_back(Json::parse(line).value_or(Json()));
+    ASSERT_EQ(lines.size(), 4U) << printed;
+    const Json& summary = lines.back()["summary"];
+    const auto recorded = readRun(summary["record"].string());
+    ASSERT_TRUE(recorded);
+    EXPECT_TRUE(recorded->finished);
+    ASSERT_EQ(recorded->packages.size(), 2U);
+    for (std::size_t index = 0; index < 2; ++index)
+        EXPECT_EQ(lines[index]["package"], jsonOf(recorded->packages[index]));
+    EXPECT_THAT(lines[0]["error"].string(), HasSubstr("a folder is in the place of "));
+    EXPECT_TRUE(lines[1]["error"].isNull());
+    EXPECT_THAT(lines[2]["error"].string(), HasSubstr("a dollar sign"));
+    EXPECT_EQ(lines[2]["package"]["state"].string(), "failed");
+    EXPECT_EQ(summary["done"].integer(), 1);
+    EXPECT_EQ(summary["failed"].integer(), 2);
+    EXPECT_EQ(summary["skipped"].integer(), 1);
+    EXPECT_THAT(summary["refused"].array().at(0).string(), HasSubstr("/missing"));
+    EXPECT_THAT(err.str(), HasSubstr("Process this Folder?")) << "not among what programs read";
+}
+
+TEST_F(BatchFace, ListsThePackagesAndTouchesNothing) {
+    const std::vector<std::string> paths = {folder.path("apps"), folder.path("more/C.app")};
+    EXPECT_EQ(run({"--list-packages", paths[0], paths[1]}), ExitStatus::AllDone);
+    const std::string a = folder.path("apps/A.app");
+    const std::string b = folder.path("apps/Bß 2.app");
+    EXPECT_EQ(out.str(), a + '\n' + b + '\n' + paths[1] + '\n');
+    EXPECT_EQ(run({"--list-packages", "-0", paths[0], "/missing"}), ExitStatus::SomeFailed);
+    EXPECT_EQ(out.str(), a + '\0' + b + '\0');
+    EXPECT_EQ(run({"--list-packages", "--json", paths[1]}), ExitStatus::AllDone);
+    EXPECT_EQ(Json::parse(out.str()), Json(Json::Array{paths[1]}));
+    EXPECT_EQ(run({"--list-packages", "/missing"}), ExitStatus::NothingToDo);
+    EXPECT_FALSE(zipped("apps/A.zip"));
+}
+
+TEST_F(BatchFace, WorksOnSeveralPackagesAtOnceAndMixesNothing) {
+    folder.makeFolder("at work");
+    for (const char* name : {"D", "E", "F"})
+        folder.makeApplication("more/" + std::string(name) + ".app");
+    // The first one waits for another; then all say two lines, and fail.
+    useScript("fenwoJustZipApps.sh",
+              "cd '" + folder.path("at work") +
+                  "'; touch $$; until [ \"$(ls | wc -l)\" -ge 2 ]; do :; done; "
+                  "n=${1##*/}; echo \"  $n 1\"; echo \"  $n 2\"; echo \"error: $n: x\"");
+    EXPECT_EQ(run({"--process-all", "--jobs=2", folder.path("more")}), ExitStatus::SomeFailed);
+    for (const char* name : {"C", "D", "E", "F"}) {
+        const std::string n = std::string(name) + ".app";
+        EXPECT_THAT(out.str(), HasSubstr("      " + n + " 1\n      " + n + " 2\n" + n +
+                                         ": FAILED: " + n + ": x\n"));
+    }
+    const auto recorded = readRun(recordedRuns(folder.path("runs")).front());
+    ASSERT_TRUE(recorded);
+    EXPECT_EQ(recorded->packages.size(), 4U);
+}
+
+TEST_F(BatchFace, BeginsNothingAfterASignalAndSumsUp) {
+    folder.makeApplication("more/D.app");
+    interrupted = [this] { return zipped("more/C.zip"); };
+    EXPECT_EQ(run({"--process-all", "--jobs=1", folder.path("more"), folder.path("apps/A.app")}),
+              ExitStatus::Stopped);
+    EXPECT_THAT(out.str(), HasSubstr("\nStopped: 1 package done, 0 failed, 0 folders skipped, 2 "
+                                     "left\n"));
+    EXPECT_FALSE(zipped("more/D.zip"));
 }
 
 TEST_F(BatchFace, SaysWhenItsScriptsCannotBeRun) {
@@ -163,16 +312,16 @@ TEST_F(BatchFace, SaysWhenItsScriptsCannotBeRun) {
 }
 
 TEST_F(BatchFace, NoticesWhenAFolderIsEmptiedBeforeItsTurn) {
-    const TemporaryFolder resources(TemporaryFolder::withoutBlank);
-    bundle.resourcesFolder = resources.path();
     for (const char* gone : {"more/C.app", "more"}) {
-        folder.makeApplication("more/C.app");
-        resources.makeExecutable("fenwoJustZipApps.sh",
-                                 "#!/bin/sh\nrm -r '" + folder.path(gone) + "'; echo packed: x\n");
-        EXPECT_EQ(run({"--process-all", "--do-not-codesign", folder.path("apps/A.app"),
-                       folder.path("more")}),
-                  ExitStatus::SomeFailed);
-        EXPECT_THAT(err.str(), HasSubstr("no longer there")) << gone;
+        for (const bool asks : {false, true}) {
+            folder.makeApplication("more/C.app");
+            useScript("fenwoJustZipApps.sh", "rm -r '" + folder.path(gone) + "'; echo packed: x");
+            EXPECT_EQ(run({"--jobs=1", asks ? "--verbose" : "--process-all",
+                           folder.path("apps/A.app"), folder.path("more")},
+                          "p\np\n"),
+                      ExitStatus::SomeFailed);
+            EXPECT_THAT(out.str(), HasSubstr("no longer there")) << gone;
+        }
     }
 }
 
@@ -185,16 +334,64 @@ TEST_F(BatchFace, ShowsAProgressLineOnATerminalOnly) {
 
 TEST(Options, AreReadUpToTheDoubleDash) {
     const Options options =
-        *parseOptions({"--process-all", "a", "--identity=Jo (X1)", "--", "--verbose"});
+        *parseOptions({"--process-all", "a", "--identity=Jo (X1)", "-j", "3", "--", "--verbose"});
     EXPECT_TRUE(options.processAll);
     EXPECT_FALSE(options.verbose);
     EXPECT_EQ(options.identity, "Jo (X1)");
+    EXPECT_EQ(options.jobCount(), 3U);
     EXPECT_THAT(options.paths, testing::ElementsAre("a", "--verbose"));
-    for (const std::vector<std::string>& wrong : {std::vector<std::string>{"--no-such"},
-                                                  {"--identity"},
-                                                  {"--identity="},
-                                                  {"--identity=J", "--do-not-codesign"}})
-        EXPECT_FAILS(parseOptions(wrong), Usage) << wrong.front();
+}
+
+TEST(Options, SayWhatIsWrong) {
+    const struct {
+        std::vector<std::string> arguments;
+        const char* said;
+    } rows[] = {{{"--no-such"}, "There is no option --no-such. See --help."},
+                {{"--identty=J"}, "Did you mean --identity?"},
+                {{"--jsno"}, "Did you mean --json?"},
+                {{"--identity"}, "--identity needs IDENTITY behind it."},
+                {{"--identity="}, "not an empty text"},
+                {{"--json=x"}, "--json takes no value"},
+                {{"--identity=J", "--do-not-codesign"}, "exclude each other"},
+                {{"--require-signature"}, "needs an --identity"},
+                {{"--require-signature", "--do-not-codesign"}, "needs an --identity"},
+                {{"--level", "10"}, "The level is \"10\""},
+                {{"--jobs", "0"}, "The number of jobs is \"0\""},
+                {{"--timestamp", "ftp://x"}, "begins with http://"},
+                {{"-0"}, "--list-packages only"},
+                {{"--json", "-q"}, "exclude each other"}};
+    for (const auto& [arguments, said] : rows) {
+        EXPECT_FAILS(parseOptions(arguments), Usage) << said;
+        EXPECT_THAT(parseOptions(arguments).error().sentence, HasSubstr(said));
+    }
+}
+
+TEST(Jobs, AreNeverMoreAtOnceThanAskedFor) {
+    std::array<std::atomic<int>, 3> slots{};
+    std::array<std::atomic<int>, 200> calls{};
+    const auto job = [&](std::size_t number, unsigned slot) {
+        EXPECT_EQ(++slots.at(slot), 1);
+        std::this_thread::yield();
+        ++calls.at(number);
+        --slots.at(slot);
+    };
+    EXPECT_EQ(runJobs(
+                  3, calls.size(), [] { return true; }, job),
+              calls.size());
+    for (const auto& count : calls)
+        EXPECT_EQ(count, 1);
+    EXPECT_LT(runJobs(
+                  3, calls.size(), [&] { return calls[9] < 2; }, job),
+              13U);
+}
+
+TEST(Jobs, AreAsManyAsThereIsRoomAndUseFor) {
+    constexpr std::uint64_t gigabyte = 1U << 30U;
+    EXPECT_EQ(jobsThatPayOff({.processors = 2, .freeMemory = 8 * gigabyte}, false), 2U);
+    EXPECT_EQ(jobsThatPayOff({.processors = 2, .freeMemory = 8 * gigabyte}, true), 16U);
+    EXPECT_EQ(jobsThatPayOff({.processors = 64, .freeMemory = {}}, true), 64U);
+    EXPECT_LT(jobsThatPayOff({.processors = 64, .freeMemory = gigabyte}, false), 16U);
+    EXPECT_EQ(jobsThatPayOff({.processors = 64, .freeMemory = 0}, false), 1U);
 }
 
 TEST(Program, LogsOnStandardErrorOnlyWhenAsked) {

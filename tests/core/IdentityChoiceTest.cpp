@@ -25,6 +25,7 @@ TEST(IdentityChoice, TakesAHashANameAHolderOrAPartThatFitsOne) {
     } rows[] = {{a, a},
                 {std::string(40, 'b'), b},
                 {"Apple Development: Jo (X1)", b},
+                {b + "  Apple Development: Jo (X1)", b},
                 {"Jo (X1)", a}, // the holder's identity for distribution comes first
                 {"Kim: \"K\" (Y2)", c},
                 {"Y2", c},

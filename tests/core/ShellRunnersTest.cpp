@@ -8,6 +8,7 @@
 
 #include <gmock/gmock.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 using testing::ElementsAre;
@@ -92,6 +93,23 @@ TEST(ShellRunners, IgnoreTheChildSignalMeanwhileAndPutItBack) {
     EXPECT_EQ(std::signal(SIGCHLD, SIG_IGN), handler);
     EXPECT_EQ(runShellCommand("echo x"), "x\n");
     EXPECT_EQ(std::signal(SIGCHLD, SIG_DFL), SIG_IGN);
+}
+
+TEST(ShellRunners, PutTheChildSignalBackWhenTheLastOfSeveralCommandsEnds) {
+    const TemporaryFolder folder;
+    for (const char* name : {"started", "first", "second"})
+        ASSERT_EQ(mkfifo(folder.path(name).c_str(), 0600), 0);
+    const std::string enter = "cd '" + folder.path() + "'; ";
+    std::signal(SIGCHLD, handler);
+    std::thread other([&] {
+        (void)runShellCommand(enter + "echo >started; read line <first");
+        std::ofstream(folder.path("second")) << "go\n";
+    });
+    (void)contentOf(folder.path("started"));
+    // Begins while the other one runs, and ends after it.
+    (void)runShellCommand(enter + "echo >first; read line <second");
+    other.join();
+    EXPECT_EQ(std::signal(SIGCHLD, SIG_DFL), handler);
 }
 
 TEST(OutputWhenRunAsShellCommand, GathersTheWholeOutput) {

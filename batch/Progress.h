@@ -1,0 +1,55 @@
+#pragma once
+
+#include "base/FileDescriptor.h"
+
+#include <condition_variable>
+#include <functional>
+#include <iosfwd>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+/// The line at the bottom of a terminal: what is at work, and how far. It shares the stream with
+/// what stays, so the caller's mutex guards both.
+class Progress {
+public:
+    /// With `shown` false nothing is ever printed. `mutex` is held by the callers of all functions
+    /// but these two, and outlives this object.
+    Progress(std::ostream& out, std::mutex& mutex, bool shown);
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    void add(std::size_t packages) { total_ += packages; }
+    /// The named pipe that the package's steps may tell their progress through (ProgressChannel.h);
+    /// empty if there is none.
+    [[nodiscard]] std::string start(unsigned slot, const std::string& text);
+    void end(unsigned slot);
+    /// Takes the line away, for something that stays; draw() brings it back.
+    void clear();
+    void draw();
+
+private:
+    struct Slot {
+        std::string path;
+        base::FileDescriptor pipe;
+        std::string text; ///< empty if nothing is at work
+        int percent = 0;
+    };
+    void makePipe(unsigned number, Slot& slot);
+    bool readPipes();
+    void drawOften();
+
+    std::ostream& out_;
+    std::mutex& mutex_;
+    const bool shown_;
+    std::size_t total_ = 0;
+    std::size_t done_ = 0;
+    std::map<unsigned, Slot> slots_;
+    std::string folder_; ///< of the pipes
+    bool ended_ = false;
+    std::condition_variable end_;
+    std::thread drawing_;
+};
