@@ -1,8 +1,8 @@
 #!/bin/sh
 # Installs what is missing, builds, and processes the applications at the PATHs: ./run.sh [PATH...]
-# Without a PATH it makes two sample applications and takes those. Where there is a display it opens the
-# window; where there is none, or options are given, it does the same on the terminal. Where standard
-# input is no terminal either, nobody is asked and everything is processed.
+# Without a PATH it makes two sample applications, and on Linux an identity to try signing with, and takes
+# those. If there is a display it opens the window; if there is none, or if options are given, it does the
+# same on the terminal. If standard input is no terminal either, it asks nobody and processes everything.
 set -eu
 here=$(CDPATH='' cd -- "$(dirname "$0")" && pwd)
 
@@ -25,9 +25,25 @@ case "${1:-}" in
 -*) exec "$bin/kelpmoray-batch" "$@" ;;
 "") "$here/tools/make-sample.sh" "$sample" ;;
 esac
+# The samples are signed with an identity that is kept in the build folder, apart from the user's own.
+holder=
+if [ $# -eq 0 ] && [ "$(uname)" != Darwin ]; then
+    holder="Kelpmoray Sample"
+    export KELPMORAY_IDENTITIES="$sample-identities"
+    export KELPMORAY_PASSPHRASE_FILE="$KELPMORAY_IDENTITIES/passphrase"
+    export KELPMORAY_TIMESTAMP=none
+    if ! [ -f "$KELPMORAY_PASSPHRASE_FILE" ]; then
+        (
+            umask 077
+            mkdir -p "$KELPMORAY_IDENTITIES"
+            echo "protects nothing but samples" >"$KELPMORAY_PASSPHRASE_FILE"
+        )
+        "$bin/kelpmoray-security" create-test-identity "$holder"
+    fi
+fi
 if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ] || [ "$(uname)" = Darwin ]; then
     exec "$bin/kelpmoray" "${@:-$sample}"
 elif [ $# -gt 0 ] && [ -t 0 ]; then
     exec "$bin/kelpmoray-batch" "$@"
 fi
-exec "$bin/kelpmoray-batch" --process-all "${@:-$sample}"
+exec "$bin/kelpmoray-batch" --process-all ${holder:+--identity "$holder"} "${@:-$sample}"

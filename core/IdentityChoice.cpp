@@ -34,11 +34,11 @@ std::optional<ListedIdentity> identityInLine(std::string_view line) {
     return ListedIdentity{std::string(hash), std::string(name)};
 }
 
-base::Error withList(base::ErrorKind kind, std::string sentence,
-                     const std::vector<ListedIdentity>& identities) {
+std::string asLines(const std::vector<ListedIdentity>& identities) {
+    std::string lines = "\n";
     for (const ListedIdentity& identity : identities)
-        sentence.append("\n  ").append(identity.hash).append("  ").append(identity.name);
-    return {kind, std::move(sentence)};
+        lines.append("  ").append(identity.hash).append("  ").append(identity.name).append("\n");
+    return lines;
 }
 
 } // namespace
@@ -85,16 +85,15 @@ base::Result<ListedIdentity> chosenIdentity(const std::vector<ListedIdentity>& i
         if (fitting.size() == 1)
             return fitting.front();
         if (fitting.size() > 1)
-            return withList(base::ErrorKind::Conflict,
-                            "Several identities fit \"" + std::string(wanted) +
-                                "\". Give the hash of one of them:",
-                            fitting);
+            return base::Error{base::ErrorKind::Conflict,
+                               "Several identities fit \"" + std::string(wanted) +
+                                   "\":" + asLines(fitting) + "Give the hash of one of them."};
     }
     if (identities.empty())
         return base::Error{
             base::ErrorKind::NotFound,
             "There is no valid identity. Import yours with kelpmoray-security import."};
-    return withList(
-        base::ErrorKind::NotFound,
-        "No valid identity fits \"" + std::string(wanted) + "\". Those there are:", identities);
+    return base::Error{base::ErrorKind::NotFound,
+                       "No valid identity fits \"" + std::string(wanted) + "\". There are:" +
+                           asLines(identities) + "Give one of these, or import yours."};
 }

@@ -121,8 +121,11 @@ sign_one() {
 # Signs every code object with the system's tool, from the inside out. Each one that is signed prints a
 # line: their number tells whether all were, even if a process was killed or could not start.
 sign_with_system() {
-    planned=$("$own_codesign" --plan "$package" | tr -dc '\000' | wc -c) || planned=0
-    [ "$planned" -gt 0 ] || fail "what is to be signed in $package could not be listed" "see the system's log"
+    output=$("$own_codesign" --plan "$package" 2>&1 >/dev/null) || {
+        quote "$output"
+        fail "the code in $package could not be listed" "see the lines above"
+    }
+    planned=$("$own_codesign" --plan "$package" | tr -dc '\000' | wc -c)
     output=$("$own_codesign" --plan "$package" |
         xargs -0 -n 1 "$0" --sign-one "$hash" "$package" "$entitlements" "$inherited" 2>/dev/null)
     case "$output" in "error: "* | *"
@@ -146,7 +149,9 @@ sign_with_own() {
         *"timestamp service"*)
             fail "the time stamp server did not answer for $package" "try again later, or name another in KELPMORAY_TIMESTAMP"
             ;;
-        *"is locked"*)
+        esac
+        case "$output" in
+        *'" is locked. '*)
             fail "the key of $identity is locked" "name the file with its passphrase in KELPMORAY_PASSPHRASE_FILE"
             ;;
         esac

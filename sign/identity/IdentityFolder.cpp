@@ -193,7 +193,7 @@ base::Outcome IdentityFolder::remove(const KeptCertificate& kept) const {
 }
 
 base::Result<Secret> IdentityFolder::passphrase(bool mayCreate) {
-    if (const char* file = std::getenv("KELPMORAY_PASSPHRASE_FILE"))
+    if (const char* file = std::getenv("KELPMORAY_PASSPHRASE_FILE"); file && *file)
         return Secret::inFile(file);
     if (const char* folder = std::getenv("CREDENTIALS_DIRECTORY")) {
         const std::string file = std::string(folder) + "/kelpmoray-passphrase";

@@ -113,10 +113,10 @@ TEST_F(BatchFace, ReportsAFailedPackageAndGoesOn) {
     EXPECT_THAT(
         out.str(),
         AllOf(
-            HasSubstr("A.app: FAILED: no security on this system: sign on a Mac, or choose not to "
-                      "codesign; a folder is in the place of "),
-            HasSubstr("Bß 2.app: FAILED: no security on this system: sign on a Mac, or choose not "
-                      "to codesign; packed as " +
+            HasSubstr("A.app: FAILED: no valid identity of Jo (X1): pick one of the identities in "
+                      "the list, or import yours; a folder is in the place of "),
+            HasSubstr("Bß 2.app: FAILED: no valid identity of Jo (X1): pick one of the identities "
+                      "in the list, or import yours; packed as " +
                       folder.path("apps/Bß 2.zip")),
             HasSubstr("0 packages done, 2 failed")));
 }

@@ -41,6 +41,15 @@ class EndToEnd(ProgramTest):
         self.program = self.start(*folders)
         self.window = self.desktop.await_window(TITLE)
 
+    def spoil_signing(self, names):
+        """Packages whose path fits the pattern cannot be signed, as long as they are not mended."""
+        script = os.path.join(self.programs.folder, "share/kelpmoray/fenwoCodesignApps.sh")
+        with open(script, encoding="utf-8") as file:
+            self.addCleanup(write, script, file.read(), 0o755)
+        write(script, f'#!/bin/sh\ncase $1 in {names}) [ -e "$1/mended" ] ||'
+                      ' { echo "error: ${1##*/} is broken: mend it"; exit 1; } ;; esac\n'
+                      'echo "signed: $1"\n', 0o755)
+
     def await_no_sheet(self):
         await_that(lambda: not self.desktop.visible_sheet(), "the end of the sheet")
 
@@ -147,6 +156,7 @@ class Opened(EndToEnd):
 class Told(EndToEnd):
     def test_who_looks_elsewhere_is_told_before_the_program_ends(self):
         self.package("big/Big.app", size=40_000_000)
+        self.spoil_signing("*/Big*")
         heard = self.path("heard")
         with open(heard, "wb") as file:
             monitor = subprocess.Popen(
@@ -174,7 +184,7 @@ class Told(EndToEnd):
         call = [" ".join(line.split()) for line in said().partition("member=Notify")[2].splitlines()[1:]]
         self.assertEqual(call[:18], [
             'string "Kelpmoray"', "uint32 0", 'string "com.quenbark.kelpmoray"',
-            'string "The package failed"', 'string "Big.app: No security on this system."',
+            'string "The package failed"', 'string "Big.app: Big.app is broken."',
             "array [", 'string "show-results "', 'string "Show Results"',
             f'string "show-folder {self.path("big/Big.app")}"', 'string "Show Folder"', "]",
             "array [", "dict entry(", 'string "desktop-entry"',
@@ -188,12 +198,7 @@ class AfterAFailure(EndToEnd):
 
     def setUp(self):
         super().setUp()
-        script = os.path.join(self.programs.folder, "share/kelpmoray/fenwoCodesignApps.sh")
-        with open(script, encoding="utf-8") as file:
-            self.addCleanup(write, script, file.read(), 0o755)
-        write(script, '#!/bin/sh\ncase $1 in */Two*) [ -e "$1/mended" ] ||'
-                      ' { echo "error: $1 is broken: mend it"; exit 1; } ;; esac\n'
-                      'echo "signed: $1"\n', 0o755)
+        self.spoil_signing("*/Two*")
         self.runs = self.path("home/.local/state/kelpmoray/runs")
 
     def recorded(self):

@@ -1,20 +1,24 @@
 #!/usr/bin/env python3
 """The scripts that pack and sign, with stand-ins for the system's tools first in the search path."""
 import os
+import plistlib
 import shutil
 import sys
+import tempfile
 import unittest
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
+for beside in ("../sign", "../support"):
+    sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), beside))
 
-from programs import BUILD, ROOT, FolderTest, run, write  # noqa: E402
+import fixtures  # noqa: E402
+from programs import BUILD, ROOT, SCRATCH, FolderTest, run, write  # noqa: E402
 
 RESOURCES = os.path.join(ROOT, "resources")
 PACKING, SIGNING, NEVER_SIGNING = "fenwoJustZipApps.sh", "fenwoCodesignApps.sh", "fenwoZipAppsDNP.sh"
 
 
-def read(path):
-    with open(path, encoding="utf-8") as file:
+def read(path, mode="r"):
+    with open(path, mode) as file:
         return file.read()
 
 
@@ -22,7 +26,8 @@ class Scripts(FolderTest):
     def setUp(self):
         super().setUp()
         self.environment = {**os.environ, "PATH": ":".join([
-            self.path("bin"), os.path.join(BUILD, "libexec/kelpmoray"), os.environ["PATH"]])}
+            self.path("bin"), os.path.join(BUILD, "bin"), os.path.join(BUILD, "libexec/kelpmoray"),
+            os.environ["PATH"]]), "KELPMORAY_IDENTITIES": self.path("identities")}
 
     def say(self, script, *arguments):
         """The exit status and what the script says, started in the test's folder."""
@@ -158,67 +163,67 @@ class Packing(Scripts):
         self.assert_fails("error: a folder is in the place of ", PACKING, "X.app")
 
 
-class Signing(Scripts):
-    JO, APPLE, KIM, OTHER = (letter * 40 for letter in "ABCD")
+class SigningScripts(Scripts):
     HOLDER = "Jo (X1)"
-    # A header of machine code, as far as anyone looks.
-    CODE = b"\xCF\xFA\xED\xFE rest"
+
+    @classmethod
+    def setUpClass(cls):
+        cls.workshop = tempfile.mkdtemp(prefix="kelpmoray code ", dir=SCRATCH)
+        cls.addClassCleanup(shutil.rmtree, cls.workshop)
+        cls.linker = fixtures.Linker(cls.workshop)
 
     def setUp(self):
         super().setUp()
-        self.folders("X.app")
+        self.application("X.app")
+
+    def application(self, name):
+        fixtures.make_bundle(self.path(name), "main", self.linker.link("exe-arm64"))
+
+    def nested(self, name):
+        return fixtures.put(self.linker.link("exe-arm64"), self.path("X.app/Contents"), name)
+
+    def sign(self, holder=HOLDER):
+        return self.say(SIGNING, "X.app", holder)
+
+
+class Signing(SigningScripts):
+    """With stand-ins for the system's tools, as on a Mac."""
+    JO, APPLE, KIM, OTHER = (letter * 40 for letter in "ABCD")
+
+    def setUp(self):
+        super().setUp()
         self.identities((self.JO, "Developer ID Application: Jo (X1)"),
                         (self.JO, "Developer ID Application: Jo (X1)"),
                         (self.APPLE, "Apple Development: Jo (X1)"))
-        self.stand_in("codesign", f"printf '%s\\n' \"$*\" >>'{self.path('calls')}'")
+        self.stand_in("codesign", f"printf '%s\\0' \"$*\" >>'{self.path('calls')}'")
 
     def identities(self, *listed):
         lines = "".join(f'  {number}) {hash} "{name}"\n' for number, (hash, name) in enumerate(listed, 1))
         self.stand_in("security", f"cat <<'END'\n{lines}     {len(listed)} valid identities found\nEND")
 
-    def sign(self, holder=HOLDER):
-        return self.say(SIGNING, "X.app", holder)
-
     def calls(self):
-        return read(self.path("calls")).splitlines() if os.path.exists(self.path("calls")) else []
+        return read(self.path("calls")).split("\0")[:-1] if os.path.exists(self.path("calls")) else []
 
     def test_a_package_stays_unsigned_without_an_identity(self):
         self.assertEqual(self.sign("donotcodesign"), (0, f"unsigned: {self.path('X.app')}\n"))
         self.assert_fails("error: no identity to sign ", SIGNING, "X.app")
         self.assertEqual(self.calls(), [])
 
-    def test_nested_code_is_signed_from_the_inside_out(self):
-        version = "Contents/Frameworks/K.framework/Versions/A"
-        self.file("X.app/Contents/Info.plist", "<plist><dict>\n<key>CFBundleExecutable</key>\n"
-                  "\t<string>main</string></dict></plist>")
-        for name in ("Contents/MacOS/main", "Contents/MacOS/tool", version + "/K",
-                     version + "/Frameworks/N.framework/Versions/B/N",
-                     "Contents/PlugIns/P.appex/Contents/MacOS/P"):
-            self.file("X.app/" + name, self.CODE, 0o755)
-        # Beside the main executable everything counts as code, elsewhere only what is.
-        self.file("X.app/Contents/MacOS/script", "#!/bin/sh\n")
-        self.file("X.app/Contents/Resources/script", "#!/bin/sh\n", 0o755)
-        self.file("X.app/" + version + "/Libraries/a b.dylib", self.CODE)
-        for name in (version + "/Resources", "Contents/Library/Q.qlgenerator/Contents",
-                     "Contents/PlugIns/P.appex/Contents"):
-            self.file(f"X.app/{name}/Info.plist", "<plist/>")
-        os.symlink("A", self.path("X.app/Contents/Frameworks/K.framework/Versions/Current"))
-        self.file("X.app/" + version + "/Libraries/line\nsigned: x.dylib", self.CODE)
-
-        package = self.path("X.app")
-        self.assertEqual(self.sign(), (0, f"signed: {package}\n"))
-        *signed, last = self.calls()
-        self.assertEqual(last, "--verify --deep --strict " + package)
-        how = (f"--force --sign {self.JO} --timestamp --options runtime "
-               f"--preserve-metadata=entitlements {package}")
-        order = [call.removeprefix(how) for call in signed]
-        self.assertEqual(order[-1], "", "the package itself comes last")
-        inner = [f"/{version}/Libraries/a b.dylib", f"/{version}/Frameworks/N.framework/Versions/B"]
-        self.assertEqual(len(order), 11, order)
-        self.assertLessEqual({*inner, "/" + version, "/Contents/PlugIns/P.appex", "/Contents/MacOS/tool",
-                              "/Contents/MacOS/script", "/Contents/Library/Q.qlgenerator"}, set(order))
-        for code in inner:
-            self.assertLess(order.index(code), order.index("/" + version))
+    def test_what_the_plan_names_is_signed_in_its_order(self):
+        package = fixtures.make_application(self.linker, self.path("X.app"))
+        self.nested("Resources/line\nsigned: x")
+        plan = run([os.path.join(BUILD, "bin/kelpmoray-codesign"), "--plan", package])[1].split("\0")[:-1]
+        self.assertGreater(len(plan), 10)
+        self.environment["KELPMORAY_TIMESTAMP"] = "http://stamps/"
+        app, helper = self.file("X.entitlements"), self.file("X.inherit.entitlements")
+        self.assertEqual(self.sign(), (0, f"  The entitlements are in {app}\n"
+                                          f"  The entitlements are in {helper}\nsigned: {package}\n"))
+        how = (f"--force --sign {self.JO} --timestamp=http://stamps/ --options runtime "
+               "--preserve-metadata=entitlements ")
+        given = {package: f"--entitlements {app} ",
+                 package + "/Contents/Library/LoginItems/Login.app": f"--entitlements {helper} "}
+        self.assertEqual(self.calls(), [how + given.get(code, "") + code for code in plan] +
+                         ["--verify --deep --strict " + package])
 
     def test_a_holder_stands_for_one_certificate(self):
         self.identities((self.APPLE, "Apple Development: Jo (X1)"), (self.KIM, "Any: Kim (Y2)"),
@@ -242,7 +247,7 @@ class Signing(Scripts):
         self.stand_in("codesign", count + busy)
         self.assert_fails("error: the time stamp server did not answer", SIGNING, "X.app", self.HOLDER)
         # In the second the word is in the path only.
-        self.folders("Timestamp.app")
+        self.application("Timestamp.app")
         for package, words in (("X.app", "resource fork not allowed"),
                                ("Timestamp.app", "Timestamp.app: errSecInternalComponent")):
             os.remove(tries)
@@ -250,35 +255,61 @@ class Signing(Scripts):
             self.assert_fails(words + "\nerror: codesign could not sign ", SIGNING, package, self.HOLDER)
             self.assertEqual(read(tries), "x\n")
 
-    def test_a_signature_that_does_not_hold_is_told(self):
-        self.file("X.app/tool", b"\xCA\xFE\xBA\xBE", 0o755)
+    def test_what_cannot_be_signed_is_told_whatever_its_name(self):
         self.stand_in("codesign",
                       "case $1 in --verify) echo 'a sealed resource is missing' >&2; exit 3;; esac")
         said = self.assert_fails("a sealed resource is missing\nerror: the signature of ", SIGNING,
                                  "X.app", self.HOLDER)
         self.assertTrue(said.startswith("  a sealed"), said)
-        self.stand_in("codesign", "case $* in */tool) echo broken >&2; exit 1;; esac")
-        self.assert_fails(f"error: codesign could not sign {self.path('X.app')}/tool: see the lines above\n",
-                          SIGNING, "X.app", self.HOLDER)
+        self.nested("Resources/a\nsigned: x/tool")
+        for end in ("exit 1", "kill -9 $$"):
+            self.stand_in("codesign", f"case $* in */tool) echo \"$8: broken\" >&2; {end};; esac")
+            said = self.assert_fails("/a?signed: x/tool: see the lines above\n", SIGNING, "X.app", self.HOLDER)
+            self.assertTrue(said.splitlines()[-1].startswith("error: codesign could not sign "), said)
 
-    def test_nested_code_that_cannot_be_signed_is_told(self):
-        self.file("X.app/a\nsigned: x/tool", b"\xCA\xFE\xBA\xBE", 0o755)
-        self.stand_in("codesign", "case $* in */tool) echo \"$8: broken\" >&2; kill -9 $$;; esac")
-        said = self.assert_fails("/a?signed: x/tool: see the lines above\n", SIGNING, "X.app", self.HOLDER)
-        self.assertTrue(said.splitlines()[-1].startswith("error: codesign could not sign "), said)
-        # What finds the code is killed on the way, or cannot be started.
-        for body in ("/usr/bin/find \"$@\" | head -n 1; kill -9 $$", "exit 127",
-                     "/usr/bin/find \"$@\"; exit 1"):
-            self.stand_in("find", body)
-            said = self.assert_fails("could not be listed: make all of it readable", SIGNING, "X.app",
-                                     self.HOLDER)
-            self.assertNotIn("\nsigned: ", said)
+    def test_what_ends_early_does_not_count_as_signed(self):
+        self.stand_in("xargs", "exit 127")
+        self.assert_fails("error: signing ", SIGNING, "X.app", self.HOLDER)
+        os.remove(self.path("X.app/Contents/Info.plist"))
+        said = self.assert_fails(f"error: the code in {self.path('X.app')} could not be listed: see the lines above",
+                                 SIGNING, "X.app", self.HOLDER)
+        self.assertTrue(said.startswith("  "), said)
+        self.assertEqual(self.calls(), [])
 
-    @unittest.skipIf(sys.platform == "darwin", "signing is to be had here")
-    def test_where_there_is_no_signing_it_says_so(self):
-        os.remove(self.path("bin/security"))
-        for holder in ([self.HOLDER], []):
-            self.assert_fails("error: no security on this system: ", SIGNING, "X.app", *holder)
+
+@unittest.skipIf(sys.platform == "darwin", "the system's tools come first")
+class SigningWithOurTools(SigningScripts):
+    def setUp(self):
+        super().setUp()
+        passphrase = write(self.path("passphrase"), "of a test", 0o600)
+        self.environment |= {"KELPMORAY_PASSPHRASE_FILE": passphrase, "KELPMORAY_TIMESTAMP": "none"}
+        self.assertEqual(self.tool("kelpmoray-security", "create-test-identity", "Jo (X1)")[0], 0)
+
+    def tool(self, *command):
+        return run(command, env=self.environment)
+
+    def shown(self, code, *how):
+        return self.tool("kelpmoray-codesign", "--display", *how, code)[1]
+
+    def test_one_call_signs_all_of_a_package(self):
+        package = fixtures.make_application(self.linker, self.path("X.app"))
+        with open(self.path("X.entitlements"), "wb") as file:
+            plistlib.dump({"com.apple.security.app": True}, file)
+        status, said = self.sign()
+        self.assertEqual((status, said.splitlines()[-1]), (0, f"signed: {package}"), said)
+        self.assertIn("Authority=Test Identity: Jo (X1)\n", self.shown(package, "-vv"))
+        self.assertIn("security.app<", self.shown(package, "--entitlements", ":-"))
+
+    def test_a_locked_key_and_a_server_that_is_gone_have_their_sentences(self):
+        before = read(self.nested("MacOS/tool"), "rb")
+        for name, value, words in (
+                ("KELPMORAY_TIMESTAMP", "http://127.0.0.1:9/", "error: the time stamp server did not answer"),
+                ("KELPMORAY_PASSPHRASE_FILE", None, "error: the key of Jo (X1) is locked: name the file ")):
+            whole = self.environment
+            self.environment = {key: text for key, text in {**whole, name: value}.items() if text}
+            self.assert_fails(words, SIGNING, "X.app", self.HOLDER)
+            self.environment = whole
+            self.assertEqual(read(self.path("X.app/Contents/MacOS/tool"), "rb"), before)
 
 
 if __name__ == "__main__":

@@ -55,7 +55,8 @@ class Installation:
     def __init__(self):
         self.folder = tempfile.mkdtemp(prefix="kelpmoray-", dir=SCRATCH)
         os.chmod(self.folder, 0o755)
-        for name in ("bin/kelpmoray", "bin/kelpmoray-batch", "libexec", "share"):
+        for name in ("bin/kelpmoray", "bin/kelpmoray-batch", "bin/kelpmoray-codesign",
+                     "bin/kelpmoray-security", "libexec", "share"):
             source, target = os.path.join(BUILD, name), os.path.join(self.folder, name)
             os.makedirs(os.path.dirname(target), exist_ok=True)
             if os.path.isdir(source):
