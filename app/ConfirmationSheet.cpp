@@ -7,6 +7,7 @@
 #include <QCheckBox>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QListWidget>
 #include <QPushButton>
 #include <QStyle>
 #include <QTextLayout>
@@ -54,7 +55,7 @@ QLabel* pathLabel(QString path) {
 
 } // namespace
 
-ConfirmationSheet::ConfirmationSheet(const std::optional<std::string>& folder,
+ConfirmationSheet::ConfirmationSheet(const std::optional<std::string>& folder, AskedEntry entry,
                                      SettingsStore& settings, std::function<void(Answer)> answered)
     : buttons_(new QHBoxLayout) {
     setObjectName("confirmationSheet");
@@ -81,6 +82,9 @@ ConfirmationSheet::ConfirmationSheet(const std::optional<std::string>& folder,
     auto* doNotCodesign = new QCheckBox(Confirmation::doNotCodesign);
     doNotCodesign->setObjectName("doNotCodesign");
     settings.bind(*doNotCodesign, Names::doNotCodesign);
+    auto* expectation = new ExpectationPanel(std::move(entry));
+    expectation->setDoNotCodesign(doNotCodesign->isChecked());
+    connect(doNotCodesign, &QCheckBox::toggled, expectation, &ExpectationPanel::setDoNotCodesign);
 
     buttons_->addStretch();
     addButton(Confirmation::process, Answer::Process);
@@ -90,8 +94,11 @@ ConfirmationSheet::ConfirmationSheet(const std::optional<std::string>& folder,
     stop->setFocus();
 
     auto* texts = new QVBoxLayout;
-    for (QWidget* widget : std::initializer_list<QWidget*>{message, explanation, path})
+    for (QWidget* widget :
+         std::initializer_list<QWidget*>{message, explanation, path, expectation}) {
         texts->addWidget(widget);
+        texts->addSpacing(widget == path ? 6 : 0);
+    }
     texts->addSpacing(6);
     texts->addWidget(doNotCodesign);
     auto* top = new QHBoxLayout;
@@ -104,6 +111,9 @@ ConfirmationSheet::ConfirmationSheet(const std::optional<std::string>& folder,
     layout->addLayout(top);
     layout->addLayout(buttons_);
     layout->setSizeConstraint(QLayout::SetFixedSize);
+    // The names come last: Tab leads from the box to the buttons.
+    setTabOrder(findChild<QPushButton*>(Confirmation::skip), expectation->packages());
+    setTabOrder(expectation->packages(), stop);
 
     connect(this, &QDialog::finished, this, [answered = std::move(answered)](int result) {
         const auto answer = static_cast<Answer>(result);

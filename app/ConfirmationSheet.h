@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/ExpectationPanel.h"
 #include "core/Confirmation.h"
 
 #include <QDialog>
@@ -20,10 +21,11 @@ class SettingsStore;
 class ConfirmationSheet : public QDialog {
     Q_OBJECT
 public:
-    /// `folder` is the one asked about. The check box "do not codesign" shows and changes the
-    /// stored setting at once. `answered` is called once, when the sheet is gone.
-    ConfirmationSheet(const std::optional<std::string>& folder, SettingsStore& settings,
-                      std::function<void(Confirmation::Answer)> answered);
+    /// `folder` is the one asked about, and `entry` what is known of it. The check box "do not
+    /// codesign" shows and changes the stored setting at once. `answered` is called once, when the
+    /// sheet is gone.
+    ConfirmationSheet(const std::optional<std::string>& folder, AskedEntry entry,
+                      SettingsStore& settings, std::function<void(Confirmation::Answer)> answered);
 
 protected:
     void showEvent(QShowEvent* event) override;

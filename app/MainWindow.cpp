@@ -1,24 +1,24 @@
 #include "app/MainWindow.h"
 
+#include "app/AboutBox.h"
 #include "app/AppDelegate.h"
 #include "app/Names.h"
+#include "app/identities/IdentitiesMenu.h"
 #include "app/toolkit/Beep.h"
 #include "app/toolkit/NamedImage.h"
 #include "app/toolkit/NotificationCenter.h"
 #include "app/toolkit/Queues.h"
 #include "app/toolkit/SettingsStore.h"
+#include "app/toolkit/WindowFrame.h"
 #include "app/toolkit/WindowLevel.h"
-#include "core/Expectation.h"
 #include "core/Log.h"
-#include "core/Path.h"
 #include "ui_MainWindow.h"
 
+#include <QAccessible>
 #include <QApplication>
-#include <QClipboard>
 #include <QEvent>
 #include <QFontInfo>
 #include <QMenu>
-#include <QMessageBox>
 #include <QPainter>
 
 namespace {
@@ -61,6 +61,8 @@ MainWindow::MainWindow(const ViewController::Surroundings& surroundings, AppDele
     setMinimumSize(420, 300);
     qApp->installEventFilter(this);
     resize(520, 400);
+    setWindowFrame(*this, surroundings_.settings.stringForKey(Names::windowFrame).value_or(""));
+    connect(qApp, &QCoreApplication::aboutToQuit, this, &MainWindow::rememberFrame);
 }
 
 MainWindow::~MainWindow() = default;
@@ -100,31 +102,6 @@ void MainWindow::connectOutlets() {
     controller_.setIbListOfIdentities(&identities_);
     ui_->dragDropView->setDelegate(&delegate_);
     delegate_.setFMainViewController(&controller_);
-}
-
-void MainWindow::bindIdentities() {
-    identities_.bind(*ui_->identities, fileExists(surroundings_.tools.security)
-                                           ? tr("No identities listed")
-                                           : tr("No identity tool here"));
-    // The wheel over a closed popup would change the signer unseen.
-    ui_->identities->setFocusPolicy(Qt::StrongFocus);
-    explainIdentities();
-    connect(&identities_, &ArrayController::contentChanged, this, &MainWindow::explainIdentities);
-}
-
-void MainWindow::explainIdentities() {
-    const QString tool = QString::fromStdString(surroundings_.tools.security);
-    QString text = tr("The identity that packages are signed with");
-    if (!identities_.content())
-        text = (fileExists(surroundings_.tools.security)
-                    ? tr("%1 gave no list of identities")
-                    : tr("%1, which lists the identities, is not on this system"))
-                   .arg(tool);
-    ui_->identities->setToolTip(text);
-    // Shown while nothing is selected.
-    if (const auto remembered = surroundings_.settings.recordForKey(Names::selectedIdentity))
-        ui_->identities->setPlaceholderText(
-            tr("%1 is gone: pick another").arg(QString::fromStdString(remembered->displaystring)));
 }
 
 void MainWindow::bindControls() {
@@ -180,6 +157,8 @@ void MainWindow::showRuns() {
     connect(menu, &QMenu::aboutToShow, this, &MainWindow::fillWaitingMenu);
     connect(&identities_, &ArrayController::selectionChanged, this, &MainWindow::showExpectation);
     connect(&surroundings_.settings, &SettingsStore::changed, this, &MainWindow::showExpectation);
+    expectationDue_.setSingleShot(true);
+    connect(&expectationDue_, &QTimer::timeout, this, &MainWindow::showEntries);
     noticeEnd_.setSingleShot(true);
     connect(&noticeEnd_, &QTimer::timeout, ui_->notice, &QWidget::hide);
 }
@@ -218,25 +197,6 @@ void MainWindow::fillWaitingMenu() {
     });
 }
 
-void MainWindow::showExpectation() {
-    const auto set = controller_.fSetOfFolders();
-    const std::vector<std::string> entries = set ? set->allObjects() : std::vector<std::string>{};
-    const bool toSay = !entries.empty() && !controller_.isProcessing();
-    ui_->expectation->setVisible(toSay);
-    if (!toSay)
-        return;
-    Expectation all;
-    for (const std::string& entry : entries) {
-        const Expectation one = expectationOf(entry);
-        all.packages.insert(all.packages.end(), one.packages.begin(), one.packages.end());
-        all.replaced += one.replaced;
-    }
-    const auto selected = identities_.selectedObjects();
-    ui_->expectation->setFullText(QString::fromStdString(
-        textOf(all, surroundings_.settings.boolForKey(Names::doNotCodesign),
-               selected.empty() ? std::nullopt : std::optional(selected.front().identitystring))));
-}
-
 void MainWindow::explain(const std::string& sentence) {
     using namespace std::chrono_literals;
     const QString text = QString::fromStdString(sentence);
@@ -245,24 +205,20 @@ void MainWindow::explain(const std::string& sentence) {
                              ? ui_->notice->text().section('\n', -2) + '\n' + text
                              : text);
     ui_->notice->show();
+    QAccessibleEvent alert(ui_->notice, QAccessible::Alert);
+    QAccessible::updateAccessibility(&alert);
     noticeEnd_.start(4s + 60ms * text.size());
 }
 
 void MainWindow::showAbout() {
-    QMessageBox about(this);
-    about.setWindowTitle(tr("About Kelpmoray"));
-    about.setIconPixmap(applicationIcon().pixmap(applicationIconSize));
-    about.setTextFormat(Qt::PlainText);
-    about.setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
-    about.setText(
-        QString::fromStdString(surroundings_.settings.stringForKey(Names::version).value_or("")) +
-        tr("\n\nKelpmoray: MIT License\nQt %1: GNU LGPL version 3\nlibdeflate: MIT License")
-            .arg(qVersion()));
-    QPushButton* copy = about.addButton(tr("&Copy"), QMessageBox::ActionRole);
-    about.addButton(QMessageBox::Close);
-    about.exec();
-    if (about.clickedButton() == copy)
-        QGuiApplication::clipboard()->setText(about.text());
+    auto* about = new AboutBox(ui_->version->fullText(), this);
+    setWindowLevel(about, statusWindowLevel); // or this window covers it
+    about->show();
+}
+
+void MainWindow::rememberFrame() {
+    surroundings_.settings.setString(Names::windowFrame, windowFrameText(*this));
+    surroundings_.settings.synchronize();
 }
 
 void MainWindow::showHelp() {
@@ -301,6 +257,8 @@ void MainWindow::showProperties() {
     ui_->progressview->setVisible(busy);
     // The signer must not change in the middle of a folder.
     ui_->identityArea->setEnabled(!controller_.isProcessing());
+    if (identitiesMenu_ != nullptr)
+        identitiesMenu_->setEnabled(!controller_.isProcessing());
 }
 
 void MainWindow::drawIcons() {
@@ -325,6 +283,11 @@ bool MainWindow::eventFilter(QObject* object, QEvent* event) {
     }
     return event->type() == QEvent::Wheel && object == ui_->identities &&
            !ui_->identities->hasFocus();
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    rememberFrame();
+    QMainWindow::closeEvent(event);
 }
 
 void MainWindow::changeEvent(QEvent* event) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/ExpectationLine.h"
 #include "app/MyWebViewController.h"
 #include "app/ViewController.h"
 #include "app/results/LauncherEntry.h"
@@ -11,6 +12,7 @@
 #include <memory>
 
 class AppDelegate;
+class IdentitiesMenu;
 
 namespace Ui {
 class MainWindow;
@@ -38,6 +40,7 @@ public:
 protected:
     void paintEvent(QPaintEvent* event) override;
     void changeEvent(QEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
     bool eventFilter(QObject* object, QEvent* event) override;
 
 private:
@@ -46,12 +49,16 @@ private:
     void connectActions();
     void bindControls();
     void bindIdentities();
+    void addIdentitiesMenu();
     void explainIdentities();
     void showHelp();
     void showAbout();
+    void rememberFrame();
     void showRuns();
     void showProgress();
     void showExpectation();
+    void showEntries();
+    [[nodiscard]] Signing signing() const;
     void fillWaitingMenu();
     [[nodiscard]] std::vector<std::string> waiting() const;
     void showProperties();
@@ -61,7 +68,9 @@ private:
     AppDelegate& delegate_;
     std::unique_ptr<Ui::MainWindow> ui_;
     ArrayController identities_;
+    IdentitiesMenu* identitiesMenu_ = nullptr; // only where our own tool keeps the identities
     QTimer noticeEnd_;
+    QTimer expectationDue_;
     LauncherEntry launcherEntry_;
     ViewController controller_;
     MyWebViewController help_;

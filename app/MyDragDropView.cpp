@@ -195,4 +195,9 @@ void MyDragDropView::paintEvent(QPaintEvent* event) {
     QPainter painter(this);
     painter.setPen(QPen(Qt::blue, lineWidth, Qt::SolidLine, Qt::SquareCap, Qt::MiterJoin));
     painter.drawRect(event->rect());
+    // Blue is hard to see in a dark window: a line in the colour of texts goes along it.
+    constexpr int inset = 3; // half of the blue line lies outside
+    painter.setPen(QPen(palette().color(QPalette::WindowText), 1.0, Qt::SolidLine, Qt::SquareCap,
+                        Qt::MiterJoin));
+    painter.drawRect(event->rect().adjusted(inset, inset, -inset - 1, -inset - 1));
 }

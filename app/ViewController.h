@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/ExpectationPanel.h"
 #include "app/MyDragDropView.h"
 #include "app/ViewControllerProperties.h"
 #include "app/results/RunReporter.h"
@@ -70,6 +71,8 @@ public:
     /// Blocks while the identity tool runs.
     void getCodesigningIdentities();
     void setupCodesigningPopupStuff();
+    /// Asks the identity tool again; what was selected stays selected if it is still there.
+    void identitiesChanged();
     [[nodiscard]] std::size_t
     getSelectionIndexFromIdentityString(const std::optional<std::string>& identityString) const;
     /// The selected identity; none without a selection. Any thread.
@@ -104,9 +107,13 @@ public:
     void doButton1(QObject* sender);
     /// One turn of the batch loop. Processing queue only.
     void doButton1Loop(QObject* sender);
+    /// Whether this is the edition that packs only. Any thread.
+    [[nodiscard]] bool neverSigns() const;
     /// Lets the script that runs end, leaves the other packages, and ends the loop there. What was
     /// being processed waits on.
     void stopProcessing() { isStopping_.set(true); }
+    /// A sheet that is not the controller's is gone: a turn that stopped at it goes on.
+    void sheetClosed();
     /// Takes an entry off the ones that wait.
     void removeWaiting(const std::string& entry);
 
@@ -117,6 +124,7 @@ private:
     [[nodiscard]] IdentityList identities() const;
     [[nodiscard]] ProcessingHooks processingHooks();
     void refreshNumberOfFolders();
+    void explainEmptyFolders(const LocationList& locations);
     void refuseDuplicate(const std::string& path);
     void finishItem(const std::string& item, const std::optional<LocationItem>& revealed,
                     std::chrono::microseconds pause);
@@ -125,11 +133,13 @@ private:
     void startLoop();
     void terminateUnlessAsking();
     void panelClosed(int code, const LocationList& chosen);
-    void confirm(const std::string& entry);
+    void confirm(const std::string& entry, AskedEntry asked);
+    void loopEnded();
     void confirmed(const std::string& entry, Confirmation::Answer answer);
 
     Surroundings surroundings_;
-    bool looksAgain_ = false; // when the panel is closed
+    bool looksAgain_ = false; // when the panel, or a sheet of others, is closed
     AtomicProperty<bool> isStopping_;
+    std::size_t answered_ = 0; // entries of the run that were processed or skipped
     QPointer<QObject> representedObject_;
 };

@@ -8,6 +8,8 @@
 #include "core/Log.h"
 #include "core/Path.h"
 
+#include <utility>
+
 namespace {
 
 constexpr const char* loopMethod = "doButton1Loop:";
@@ -46,7 +48,7 @@ void ViewController::doButton1Loop(QObject*) {
     if (entries.empty()) {
         tellEndOfRun();
         MainQueue::async(this, [this] {
-            setFButton1Busy(false);
+            loopEnded();
             terminateUnlessAsking();
         });
         return;
@@ -58,7 +60,12 @@ void ViewController::doButton1Loop(QObject*) {
         setFProgressString1("Processing.....");
     });
     if (isDirectory(entry)) {
-        MainQueue::async(this, [this, entry] { confirm(entry); });
+        AskedEntry asked{.expectation = expectationOf(entry),
+                         .isPackage = hasAppExtension(entry),
+                         .total = entries.size(),
+                         .identity = std::nullopt,
+                         .neverSigns = neverSigns()};
+        MainQueue::async(this, [this, entry, asked = std::move(asked)] { confirm(entry, asked); });
         return;
     }
     // The loop stops here; the next start is not to stop at the same entry again.
@@ -66,7 +73,7 @@ void ViewController::doButton1Loop(QObject*) {
     tellEndOfRun();
 }
 
-void ViewController::confirm(const std::string& entry) {
+void ViewController::confirm(const std::string& entry, AskedEntry asked) {
     if (window() == nullptr)
         return;
     if (hasAttachedSheet(window())) {
@@ -75,8 +82,12 @@ void ViewController::confirm(const std::string& entry) {
         looksAgain_ = true;
         return;
     }
+    asked.position += answered_;
+    asked.total += answered_;
+    if (const auto identity = selectedIdentity())
+        asked.identity = identity->identitystring;
     auto* sheet = new ConfirmationSheet(
-        fSearchPath(), surroundings_.settings,
+        fSearchPath(), std::move(asked), surroundings_.settings,
         [this, entry](Confirmation::Answer given) { confirmed(entry, given); });
     activateIgnoringOtherApps(window());
     beginSheet(sheet, window());
@@ -84,6 +95,7 @@ void ViewController::confirm(const std::string& entry) {
 
 void ViewController::confirmed(const std::string& entry, Confirmation::Answer answer) {
     looksAgain_ = false; // the loop goes on, or is to stop
+    ++answered_;
     switch (answer) {
     case Confirmation::Answer::Process:
         isStopping_.set(false);
@@ -94,7 +106,7 @@ void ViewController::confirmed(const std::string& entry, Confirmation::Answer an
             if (!isStopping_.get())
                 return doButton1Loop(nullptr);
             tellEndOfRun();
-            MainQueue::async(this, [this] { setFButton1Busy(false); });
+            MainQueue::async(this, [this] { loopEnded(); });
         });
         break;
     case Confirmation::Answer::Skip:
@@ -107,9 +119,19 @@ void ViewController::confirmed(const std::string& entry, Confirmation::Answer an
         break;
     case Confirmation::Answer::Stop:
         processQueue().async([this] { tellEndOfRun(); });
-        MainQueue::async(this, [this] { setFButton1Busy(false); });
+        MainQueue::async(this, [this] { loopEnded(); });
         break;
     }
+}
+
+void ViewController::loopEnded() {
+    answered_ = 0;
+    setFButton1Busy(false);
+}
+
+void ViewController::sheetClosed() {
+    if (std::exchange(looksAgain_, false))
+        startLoop();
 }
 
 void ViewController::removeWaiting(const std::string& entry) {

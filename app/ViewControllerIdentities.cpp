@@ -52,6 +52,16 @@ void ViewController::setupCodesigningPopupStuff() {
         receiver().in(methodName).step("...NO LIST to set selectionIndex????????");
 }
 
+void ViewController::identitiesChanged() {
+    const std::optional<IdentityRecord> selected = selectedIdentity();
+    getCodesigningIdentities();
+    if (selected)
+        ibListOfIdentities()->setSelectionIndex(
+            getSelectionIndexFromIdentityString(selected->identitystring));
+    else
+        setupCodesigningPopupStuff();
+}
+
 std::size_t ViewController::getSelectionIndexFromIdentityString(
     const std::optional<std::string>& identityString) const {
     return selectionIndex(identities(), identityString);

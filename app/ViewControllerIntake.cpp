@@ -1,13 +1,13 @@
+#include "app/Names.h"
 #include "app/ViewController.h"
 #include "app/toolkit/Beep.h"
 #include "app/toolkit/ChoosePanel.h"
 #include "app/toolkit/QtDescription.h"
 #include "app/toolkit/Queues.h"
+#include "app/toolkit/SettingsStore.h"
 #include "core/LocationCheck.h"
 #include "core/LocationExpansion.h"
 #include "core/Log.h"
-
-#include <utility>
 
 #include <unistd.h>
 
@@ -42,6 +42,14 @@ void ViewController::explainRefusal(const LocationItem& location) {
         return;
     if (auto checked = checkLocation(*path, *path); !checked)
         surroundings_.explain(checked.error().sentence);
+}
+
+void ViewController::explainEmptyFolders(const LocationList& locations) {
+    for (const LocationItem& location : locations) {
+        const std::optional<std::string> path = pathOf(location);
+        if (path && expectationOf(*path).packages.empty())
+            surroundings_.explain(*path + ": no packages are directly in this folder");
+    }
 }
 
 void ViewController::addItemsToBeProcessedSet(const LocationList& items) {
@@ -98,6 +106,7 @@ void ViewController::handleNewSearchPath(const Notification& notification) {
         receiver().in(methodName).step("  NOT GOOD??? empty array....");
         return;
     }
+    explainEmptyFolders(urls);
     validItemsFromUrls(receiver(), urls);
     addItemsToBeProcessedSet(urls);
     MainQueue::async(this, [this] { doButton1(nullptr); });
@@ -119,10 +128,17 @@ void ViewController::handleNewSearchPathOLD(const Notification& notification) {
 void ViewController::ibChangePath(QObject*) {
     static constexpr const char* methodName = "ibChangePath:";
     logEvent("Inside %@ => %@...", receiver().className, methodName);
-    const ChoosePanel::Settings settings = {.message = "Please Select App Package and/or Folder:",
-                                            .prompt = "Choose",
-                                            .nameFieldLabel = "Select",
-                                            .allowedFileType = "app"};
+    const ChoosePanel::Settings settings = {
+        .message = "Please Select App Package and/or Folder:",
+        .prompt = "Choose",
+        .nameFieldLabel = "Select",
+        .allowedFileType = "app",
+        .folder = QString::fromStdString(
+            surroundings_.settings.stringForKey(Names::panelFolder).value_or("")),
+        .leftAt = [this](const QString& folder) {
+            surroundings_.settings.setString(Names::panelFolder, folder.toStdString());
+            surroundings_.settings.synchronize();
+        }};
     MainQueue::async(this, [this, settings] {
         ChoosePanel::beginSheet(settings, window(), [this](int code, const LocationList& chosen) {
             panelClosed(code, chosen);
@@ -133,15 +149,16 @@ void ViewController::ibChangePath(QObject*) {
 void ViewController::panelClosed(int code, const LocationList& chosen) {
     logEvent("Inside %@ => %@... DONE...returncode = %i", receiver().className,
              "ibChangePath:", code);
-    const bool looksAgain = std::exchange(looksAgain_, false);
     if (code == ChoosePanel::confirmed) {
+        looksAgain_ = false;
         logEvent("process...");
         logEvent("selected %@", chosen);
         LocationList urls = chosen;
+        explainEmptyFolders(urls);
         validItemsFromUrls(receiver(), urls);
         addItemsToBeProcessedSet(urls);
         MainQueue::async(this, [this] { doButton1(nullptr); });
-    } else if (looksAgain) {
-        startLoop();
+    } else {
+        sheetClosed();
     }
 }

@@ -31,6 +31,10 @@ ProcessingHooks ViewController::processingHooks() {
         .runShellCommand = runShellCommand};
 }
 
+bool ViewController::neverSigns() const {
+    return surroundings_.bundle.pathForResource("fenwoZipAppsDNP", "sh").has_value();
+}
+
 void ViewController::refreshNumberOfFolders() {
     setFNumberOfFoldersToProcess(static_cast<int>(fSetOfFolders()->count()));
 }
@@ -70,8 +74,7 @@ void ViewController::doProcessItemNew(const std::string& entry) {
     hooks.goesOn = [this] { return !isStopping_.get(); };
     hooks.packagesFound = [&runs](const auto& packages) { runs.packagesFound(packages.size()); };
     hooks.packageStarted = [&, this](const std::string& package) {
-        const bool isSigned = !hooks.doNotCodesign() &&
-                              !surroundings_.bundle.pathForResource("fenwoZipAppsDNP", "sh");
+        const bool isSigned = !hooks.doNotCodesign() && !neverSigns();
         runs.packageStarted(package, entry,
                             isSigned ? std::optional(identity.value_or("")) : std::nullopt);
         MainQueue::async(this, [this, package] { setFProgressString1(progressText(package)); });

@@ -7,6 +7,21 @@
 #include <algorithm>
 #include <filesystem>
 
+namespace {
+
+/// "signed as Jane Doe (AB12CD34EF)", "not signed".
+std::string wordsFor(const Signing& signing) {
+    if (signing.doNotCodesign)
+        return "not signed";
+    if (!signing.identity)
+        return "not signed: no identity is picked";
+    if (equalsIgnoringCase(*signing.identity, doNotCodesignIdentity))
+        return "not signed";
+    return "signed as " + *signing.identity;
+}
+
+} // namespace
+
 Expectation expectationOf(const std::string& entry) {
     namespace fs = std::filesystem;
     Expectation expectation;
@@ -18,8 +33,9 @@ Expectation expectationOf(const std::string& entry) {
         for (fs::directory_iterator file(entry, error), end; !error && file != end;
              file.increment(error)) {
             const std::string name = file->path().filename().string();
-            if (!name.starts_with('.') && hasAppExtension(name))
-                expectation.packages.push_back(appendingPathComponent(entry, name));
+            const std::string path = appendingPathComponent(entry, name);
+            if (!name.starts_with('.') && hasAppExtension(name) && fileExists(path))
+                expectation.packages.push_back(path);
         }
     }
     std::ranges::sort(expectation.packages);
@@ -30,17 +46,27 @@ Expectation expectationOf(const std::string& entry) {
     return expectation;
 }
 
-std::string textOf(const Expectation& expectation, bool doNotCodesign,
-                   const std::optional<std::string>& identity) {
+Expectation expectationOf(const std::vector<std::string>& entries) {
+    Expectation all;
+    for (const std::string& entry : entries) {
+        const Expectation one = expectationOf(entry);
+        all.packages.insert(all.packages.end(), one.packages.begin(), one.packages.end());
+        all.replaced += one.replaced;
+    }
+    return all;
+}
+
+std::string textOf(const Expectation& expectation, const Signing& signing) {
     const std::size_t count = expectation.packages.size();
     if (count == 0)
         return "no packages";
-    const std::string packages = std::to_string(count) + (count == 1 ? " package" : " packages");
-    if (doNotCodesign)
-        return packages + ", not signed";
-    if (!identity || equalsIgnoringCase(*identity, doNotCodesignIdentity))
-        return packages + ", not signed: no identity is picked";
-    return packages + ", signed as " + *identity;
+    return std::to_string(count) + (count == 1 ? " package, " : " packages, ") + wordsFor(signing);
+}
+
+std::string textOf(const Signing& signing) {
+    const std::string words = wordsFor(signing);
+    return words.starts_with("not ") ? "Packages will not be" + words.substr(3)
+                                     : "Packages will be " + words;
 }
 
 std::string replacedText(const Expectation& expectation) {

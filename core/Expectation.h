@@ -5,18 +5,28 @@
 #include <string>
 #include <vector>
 
-/// What processing an entry of the work set will do, said beforehand.
+/// What processing entries of the work set will do, said beforehand.
 struct Expectation {
-    std::vector<std::string> packages; ///< their paths, by name
+    std::vector<std::string> packages; ///< their paths, those of an entry by name
     std::size_t replaced = 0;          ///< how many have an archive beside them already
 };
 
-/// Looks at the disk, without a word in the log. Any thread.
+/// How packages are going to be signed.
+struct Signing {
+    bool doNotCodesign = false;
+    std::optional<std::string> identity; ///< the one picked; none if there is none
+
+    bool operator==(const Signing&) const = default;
+};
+
+/// Finds the packages that processing finds. Looks at the disk, without a word in the log. Any
+/// thread.
 [[nodiscard]] Expectation expectationOf(const std::string& entry);
+[[nodiscard]] Expectation expectationOf(const std::vector<std::string>& entries);
 
 /// "7 packages, signed as Jane Doe (AB12CD34EF)", "1 package, not signed", "no packages".
-/// `identity` is the one picked, none if there is none.
-[[nodiscard]] std::string textOf(const Expectation& expectation, bool doNotCodesign,
-                                 const std::optional<std::string>& identity);
+[[nodiscard]] std::string textOf(const Expectation& expectation, const Signing& signing);
+/// While there is nothing to process: "Packages will be signed as Jane Doe (AB12CD34EF)".
+[[nodiscard]] std::string textOf(const Signing& signing);
 /// "3 archives will be replaced"; empty if none will.
 [[nodiscard]] std::string replacedText(const Expectation& expectation);

@@ -13,4 +13,6 @@ struct ToolPaths {
     /// The system's tools if it has them; else those of this installation, which take the same
     /// arguments and print the same lines.
     [[nodiscard]] static ToolPaths of(const MainBundle& bundle);
+    /// Whether our own tool keeps the identities: then they can be changed through it.
+    [[nodiscard]] bool hasOwnSecurity() const;
 };

@@ -1,6 +1,7 @@
 #include "app/identities/IdentitiesMenu.h"
 
 #include "app/identities/IdentityDialogs.h"
+#include "app/toolkit/Sheet.h"
 
 IdentitiesMenu::IdentitiesMenu(QWidget* window, std::string tool)
     : QMenu(tr("&Identities"), window), window_(window), tool_(std::move(tool)) {
@@ -12,10 +13,6 @@ IdentitiesMenu::IdentitiesMenu(QWidget* window, std::string tool)
     add<RemoveIdentityDialog>(tr("&Remove…"), "removeIdentity");
 }
 
-void IdentitiesMenu::import() {
-    open<ImportIdentityDialog>();
-}
-
 template <typename Dialog>
 void IdentitiesMenu::add(const QString& title, const QString& name) {
     QAction* action = addAction(title, this, [this] { open<Dialog>(); });
@@ -24,7 +21,8 @@ void IdentitiesMenu::add(const QString& title, const QString& name) {
 
 template <typename Dialog>
 void IdentitiesMenu::open() {
-    auto* dialog = new Dialog(window_, tool_);
+    auto* dialog = new Dialog(tool_);
     connect(dialog, &IdentityDialog::identitiesChanged, this, &IdentitiesMenu::identitiesChanged);
-    dialog->open();
+    connect(dialog, &QDialog::finished, this, &IdentitiesMenu::closed);
+    beginSheet(dialog, window_);
 }

@@ -12,12 +12,11 @@ public:
     /// The dialogs lie on `window`. `tool` is the path of the program that keeps the identities.
     IdentitiesMenu(QWidget* window, std::string tool);
 
-    /// Opens the dialog that imports an identity.
-    void import();
-
 signals:
     /// The user has changed which identities there are.
     void identitiesChanged();
+    /// A dialog has been closed.
+    void closed();
 
 private:
     template <typename Dialog>

@@ -21,13 +21,11 @@ QLabel* plainLabel(const QString& text) {
 
 } // namespace
 
-IdentityDialog::IdentityDialog(QWidget* parent, IdentityTool& tool, const QString& title,
-                               const QString& explanation, const QString& actionTitle)
-    : QDialog(parent), tool_(tool), form_(new QFormLayout), message_(plainLabel({})),
+IdentityDialog::IdentityDialog(IdentityTool& tool, const QString& title, const QString& explanation,
+                               const QString& actionTitle)
+    : tool_(tool), form_(new QFormLayout), message_(plainLabel({})),
       buttons_(new QDialogButtonBox(QDialogButtonBox::Cancel)),
       action_(buttons_->addButton(actionTitle, QDialogButtonBox::ActionRole)) {
-    setAttribute(Qt::WA_DeleteOnClose);
-    setWindowModality(Qt::WindowModal);
     setWindowTitle(title);
     setMinimumWidth(440);
     message_->setObjectName("message");
@@ -73,6 +71,30 @@ QLineEdit* IdentityDialog::addFileLine(const QString& label, const QString& name
             line->setText(path);
     });
     return line;
+}
+
+void IdentityDialog::showEvent(QShowEvent* event) {
+    QDialog::showEvent(event);
+    if (event->spontaneous())
+        return;
+    // From the fields, in their order, to the buttons, which were made first.
+    QWidget* last = nullptr;
+    const auto follow = [&last](QWidget* next) {
+        if (last != nullptr)
+            setTabOrder(last, next);
+        last = next;
+    };
+    for (int row = 0; row < form_->rowCount(); ++row) {
+        QLayoutItem* field = form_->itemAt(row, QFormLayout::FieldRole);
+        if (field->widget() != nullptr)
+            follow(field->widget());
+        for (int i = 0; field->layout() != nullptr && i < field->layout()->count(); ++i)
+            follow(field->layout()->itemAt(i)->widget());
+    }
+    for (QWidget* next : std::initializer_list<QWidget*>{
+             message_, action_, buttons_->button(QDialogButtonBox::Cancel)})
+        follow(next);
+    qobject_cast<QLabel*>(form_->itemAt(0, QFormLayout::LabelRole)->widget())->buddy()->setFocus();
 }
 
 void IdentityDialog::run(const QStringList& arguments, const QByteArray& input,

@@ -15,8 +15,8 @@ class QPushButton;
 class IdentityDialog : public QDialog {
     Q_OBJECT
 public:
-    IdentityDialog(QWidget* parent, IdentityTool& tool, const QString& title,
-                   const QString& explanation, const QString& actionTitle);
+    IdentityDialog(IdentityTool& tool, const QString& title, const QString& explanation,
+                   const QString& actionTitle);
 
 signals:
     /// A command has changed which identities there are.
@@ -36,6 +36,7 @@ protected:
     /// Runs the command; on success calls `done` with what it printed, else shows the sentence.
     void run(const QStringList& arguments, const QByteArray& input,
              std::function<void(const QString&)> done);
+    void showEvent(QShowEvent* event) override;
     /// Shows a text below the form: plain, selectable, and read aloud.
     void showMessage(const QString& text, bool isError = false);
     /// Shows what has been done; from then on the form can only be closed.

@@ -2,24 +2,29 @@
 
 #include <QComboBox>
 #include <QDir>
+#include <QFileInfo>
 #include <QFormLayout>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QRegularExpression>
 
+#include <utility>
+
 namespace {
 
-/// Paths as a person types them.
+/// A path as a person types it; one that is not absolute counts from the home folder.
 QString typedPath(const QLineEdit& line) {
     const QString text = line.text().trimmed();
-    return text == "~" || text.startsWith("~/") ? QDir::homePath() + text.mid(1) : text;
+    // Absolute, so that no name is taken for an option.
+    return QDir::home().absoluteFilePath(
+        text == "~" || text.startsWith("~/") ? QDir::homePath() + text.mid(1) : text);
 }
 
 } // namespace
 
-ImportIdentityDialog::ImportIdentityDialog(QWidget* parent, IdentityTool& tool)
+ImportIdentityDialog::ImportIdentityDialog(IdentityTool& tool)
     : IdentityDialog(
-          parent, tool, tr("Import an Identity"),
+          tool, tr("Import an Identity"),
           tr("Pick the file that holds your certificate and its key (.p12 or .pem), or the "
              "certificate that came back for a request made here."),
           tr("&Look Inside")),
@@ -27,17 +32,20 @@ ImportIdentityDialog::ImportIdentityDialog(QWidget* parent, IdentityTool& tool)
                         tr("Identities and certificates (*.p12 *.pfx *.pem *.cer *.crt *.der);;"
                            "All files (*)"))),
       passphrase_(addLine(tr("&Passphrase:"), "passphrase")),
+      key_(addFileLine(tr("&Key (if in a file of its own):"), "key",
+                       tr("Keys (*.pem *.key *.der);;All files (*)"))),
       chain_(addFileLine(tr("&Issuers (if asked for):"), "chain",
                          tr("Certificates (*.pem *.cer *.crt *.der);;All files (*)"))) {
     passphrase_->setEchoMode(QLineEdit::Password);
-    for (QLineEdit* line : {file_, passphrase_, chain_})
+    for (QLineEdit* line : {file_, passphrase_, key_, chain_})
         connect(line, &QLineEdit::textChanged, this, &ImportIdentityDialog::lookAgain);
 }
 
 QStringList ImportIdentityDialog::arguments() const {
     QStringList arguments{"import", typedPath(*file_), "--passphrase-file", "-"};
-    if (!chain_->text().trimmed().isEmpty())
-        arguments << "--chain" << typedPath(*chain_);
+    for (const auto& [option, line] : {std::pair("--key", key_), std::pair("--chain", chain_)})
+        if (!line->text().trimmed().isEmpty())
+            arguments << option << typedPath(*line);
     return arguments;
 }
 
@@ -49,7 +57,7 @@ void ImportIdentityDialog::lookAgain() {
 
 void ImportIdentityDialog::act() {
     if (file_->text().trimmed().isEmpty())
-        return showMessage(tr("Give a file."), true);
+        return showMessage(tr("Give the file to import."), true);
     const QByteArray secret = passphrase_->text().toUtf8();
     if (!looked_)
         return run(arguments() << "--dry-run", secret, [this](const QString& found) {
@@ -64,9 +72,9 @@ void ImportIdentityDialog::act() {
     });
 }
 
-RequestCertificateDialog::RequestCertificateDialog(QWidget* parent, IdentityTool& tool)
+RequestCertificateDialog::RequestCertificateDialog(IdentityTool& tool)
     : IdentityDialog(
-          parent, tool, tr("Request a Certificate"),
+          tool, tr("Request a Certificate"),
           tr("A new key is made and kept here. Upload the request to the developer portal, "
              "and import the certificate that comes back."),
           tr("&Make the Request")),
@@ -76,29 +84,39 @@ RequestCertificateDialog::RequestCertificateDialog(QWidget* parent, IdentityTool
 }
 
 void RequestCertificateDialog::act() {
+    for (const QLineEdit* line : {name_, email_, file_})
+        if (line->text().trimmed().isEmpty())
+            return showMessage(tr("Give your name, your email address and a file."), true);
+    // The key of an earlier request would wait for its certificate in vain.
+    if (QFileInfo::exists(typedPath(*file_)))
+        return showMessage(
+            tr("%1 is there already. Write the request to another file.").arg(typedPath(*file_)),
+            true);
     run({"create-request", "--name", name_->text().trimmed(), "--email", email_->text().trimmed(),
          "--output", typedPath(*file_)},
         {}, [this](const QString& done) { finishWith(done); });
 }
 
-TestIdentityDialog::TestIdentityDialog(QWidget* parent, IdentityTool& tool)
+TestIdentityDialog::TestIdentityDialog(IdentityTool& tool)
     : IdentityDialog(
-          parent, tool, tr("New Test Identity"),
+          tool, tr("New Test Identity"),
           tr("A self-signed identity is for trying things. Other machines do not trust what "
              "it signs."),
           tr("&Make It")),
       name_(addLine(tr("&Name:"), "name")) {}
 
 void TestIdentityDialog::act() {
+    if (name_->text().trimmed().isEmpty())
+        return showMessage(tr("Give the identity a name."), true);
     run({"create-test-identity", name_->text().trimmed()}, {}, [this](const QString& done) {
         finishWith(done);
         emit identitiesChanged();
     });
 }
 
-RemoveIdentityDialog::RemoveIdentityDialog(QWidget* parent, IdentityTool& tool)
+RemoveIdentityDialog::RemoveIdentityDialog(IdentityTool& tool)
     : IdentityDialog(
-          parent, tool, tr("Remove an Identity"),
+          tool, tr("Remove an Identity"),
           tr("The certificate and its key are deleted for good, unless you have a copy."),
           tr("&Remove")),
       identities_(new QComboBox) {
@@ -110,7 +128,7 @@ RemoveIdentityDialog::RemoveIdentityDialog(QWidget* parent, IdentityTool& tool)
 
 void RemoveIdentityDialog::list() {
     run({"find-identity", "-p", "codesigning"}, {}, [this](const QString& listing) {
-        static const QRegularExpression line(R"(^ *\d+\) ([0-9A-F]{40}) "(.*)")",
+        static const QRegularExpression line(R"re(^ *\d+\) ([0-9A-F]{40}) "(.*)")re",
                                              QRegularExpression::MultilineOption);
         for (auto match = line.globalMatch(listing); match.hasNext();) {
             const QRegularExpressionMatch found = match.next();

@@ -9,7 +9,7 @@ class QComboBox;
 class ImportIdentityDialog : public IdentityDialog {
     Q_OBJECT
 public:
-    ImportIdentityDialog(QWidget* parent, IdentityTool& tool);
+    explicit ImportIdentityDialog(IdentityTool& tool);
 
 private:
     void act() override;
@@ -18,6 +18,7 @@ private:
 
     QLineEdit* file_;
     QLineEdit* passphrase_;
+    QLineEdit* key_;
     QLineEdit* chain_;
     bool looked_ = false;
 };
@@ -26,7 +27,7 @@ private:
 class RequestCertificateDialog : public IdentityDialog {
     Q_OBJECT
 public:
-    RequestCertificateDialog(QWidget* parent, IdentityTool& tool);
+    explicit RequestCertificateDialog(IdentityTool& tool);
 
 private:
     void act() override;
@@ -40,7 +41,7 @@ private:
 class TestIdentityDialog : public IdentityDialog {
     Q_OBJECT
 public:
-    TestIdentityDialog(QWidget* parent, IdentityTool& tool);
+    explicit TestIdentityDialog(IdentityTool& tool);
 
 private:
     void act() override;
@@ -52,7 +53,7 @@ private:
 class RemoveIdentityDialog : public IdentityDialog {
     Q_OBJECT
 public:
-    RemoveIdentityDialog(QWidget* parent, IdentityTool& tool);
+    explicit RemoveIdentityDialog(IdentityTool& tool);
 
 private:
     void act() override;

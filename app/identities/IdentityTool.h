@@ -20,8 +20,8 @@ public:
 
     explicit IdentityTool(std::string program, QObject* parent = nullptr);
 
-    /// Starts a command and returns at once; `answered` is called later, unless `receiver` is gone
-    /// by then. `input` is what the command reads.
+    /// Starts a command and returns at once; `answered` is called later. When `receiver` goes
+    /// before that, the command is ended. `input` is what the command reads.
     void run(const QStringList& arguments, const QByteArray& input, QObject* receiver,
              std::function<void(const Answer&)> answered);
 

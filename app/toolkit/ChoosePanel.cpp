@@ -22,15 +22,6 @@
 
 #include <algorithm>
 
-namespace {
-
-QString& lastDirectory() {
-    static QString directory = QDir::homePath();
-    return directory;
-}
-
-} // namespace
-
 /// Files and folders, of which only plain folders and packages of one type can be picked.
 class ChoosePanel::Files : public QFileSystemModel {
 public:
@@ -87,12 +78,13 @@ ChoosePanel::ChoosePanel(const Settings& settings, Completion completion)
     path_->installEventFilter(this);
     list_->installEventFilter(this);
     connect(confirm_, &QPushButton::clicked, this, &QDialog::accept);
-    connect(this, &QDialog::finished, this, [this, completion = std::move(completion)](int result) {
-        lastDirectory() = files_->rootPath();
-        const bool accepted = result == QDialog::Accepted;
-        completion(accepted ? confirmed : cancelled, accepted ? chosen() : LocationList{});
-    });
-    setDirectory(lastDirectory());
+    connect(this, &QDialog::finished, this,
+            [this, leftAt = settings.leftAt, completion = std::move(completion)](int result) {
+                leftAt(files_->rootPath());
+                const bool accepted = result == QDialog::Accepted;
+                completion(accepted ? confirmed : cancelled, accepted ? chosen() : LocationList{});
+            });
+    setDirectory(QFileInfo(settings.folder).isDir() ? settings.folder : QDir::homePath());
 }
 
 void ChoosePanel::layOut(const Settings& settings) {

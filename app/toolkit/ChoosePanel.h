@@ -24,6 +24,8 @@ public:
         QString prompt; ///< the title of the button that confirms
         QString nameFieldLabel;
         QString allowedFileType; ///< an extension
+        QString folder;          ///< that it shows first; home if that is gone
+        std::function<void(const QString&)> leftAt = [](const auto&) {}; ///< the folder at its end
     };
     static constexpr int confirmed = 1;
     static constexpr int cancelled = 0;
@@ -31,8 +33,8 @@ public:
     /// Gets `confirmed` and the chosen file URLs in the panel's order, or `cancelled` and none.
     using Completion = std::function<void(int code, const LocationList& chosen)>;
 
-    /// Shows a panel as a sheet of `window` and returns at once. It opens where the last one was
-    /// left.
+    /// Shows a panel as a sheet of `window` and returns at once. The system's own panel, where
+    /// there is one, remembers its folder itself.
     static void beginSheet(const Settings& settings, QWidget* window, Completion completion);
 
     ChoosePanel(const Settings& settings, Completion completion);

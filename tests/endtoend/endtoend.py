@@ -1,19 +1,22 @@
 #!/usr/bin/env python3
 """The real window as a person uses it: opened, asked, answered with the keyboard, dropped on, quit.
 
-Needs Xvfb, openbox, xdotool, dbus-daemon and gdbus. KELPMORAY_BUILD names the build (build/dev).
+Needs Xvfb, openbox, xdotool, dbus-daemon, gdbus, unzip, and what tests/sign/fixtures.py needs. KELPMORAY_BUILD names the build (build/dev).
 """
 import contextlib
 import json
 import os
 import pathlib
+import shutil
 import signal
 import subprocess
 import sys
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../sign"))
 
+import fixtures  # noqa: E402
 from desktop import SKIP, TICK_AND_PROCESS, Desktop, Window  # noqa: E402
 from programs import BUILD, ProgramTest, await_that, run, write  # noqa: E402
 
@@ -266,6 +269,66 @@ class AfterAFailure(EndToEnd):
         self.addCleanup(program.kill)
         self.desktop.press(self.desktop.await_window(self.RESULTS), "Escape")
         self.assertEqual(program.end(), 0, program.log())
+
+
+class Signed(EndToEnd):
+    """An authority of the test's own, whose identity is imported by the menu, and code to sign."""
+    LABEL = fixtures.Authority.HOLDER
+    IMPORT = "^Import an Identity$"
+
+    def setUp(self):
+        super().setUp()
+        os.makedirs(self.path("identities/roots"))
+        os.chmod(self.path("identities"), 0o700)
+        write(self.path("passphrase"), "a passphrase\n", 0o600)
+        self.desktop.environment.update(KELPMORAY_IDENTITIES=self.path("identities"), KELPMORAY_TIMESTAMP="none",
+                                        KELPMORAY_PASSPHRASE_FILE=self.path("passphrase"))
+        fixtures.Authority(self.folder)
+        shutil.copy(self.path("root.pem"), self.path("identities/roots"))
+        fixtures.check_call("openssl", "pkcs12", "-export", "-inkey", "leaf.key", "-in", "leaf.pem", "-certfile",
+                            "middle.pem", "-out", "id.p12", "-passout", "pass:secret", cwd=self.folder)
+        os.makedirs(self.path("objects"))
+        linker = fixtures.Linker(self.path("objects"))
+        self.packages = [self.path("signed", name + ".app") for name in ("One", "Two ü", "Three")]
+        for package in self.packages:
+            fixtures.make_bundle(package, "main", linker.link("exe-arm64"))
+
+    def import_identity(self):
+        self.desktop.press(self.window, "alt+i", "i")
+        dialog = self.desktop.await_window(self.IMPORT)
+        self.desktop.press(dialog, "Home")
+        self.desktop.hands("type", self.path("id.p12"))
+        self.desktop.hands("key", "Tab", "Tab")
+        self.desktop.hands("type", "secret")
+        # Look inside, import, close: a button takes no key before the step before has ended.
+        await_that(lambda: not self.desktop.visible_window(self.IMPORT) or self.desktop.hands("key", "Return"),
+                   "the import")
+
+    def assert_valid(self, package):
+        status, said = run([self.programs.codesign, "--verify", "--deep", "--strict", package],
+                           env=self.desktop.environment)
+        self.assertEqual(status, 0, said)
+
+    def test_with_an_identity_that_the_menu_imported_and_found_again(self):
+        self.launch()
+        self.import_identity()
+        self.desktop.press(self.window, "alt+a", "End")
+        settings = pathlib.Path(self.path("home/.config/com.quenbark.kelpmoray.ini"))
+        await_that(lambda: settings.exists() and self.LABEL in settings.read_text("utf-8"), "the pick")
+        self.assertEqual(self.start("signed", log="log of the second").end(), 0)
+        self.desktop.answer()
+        self.assert_ends()
+        self.assertNotIn("object = [", self.program.log())
+        for package in self.packages:
+            self.assert_valid(package)
+            archive = package.removesuffix(".app") + ".zip"
+            self.assert_whole(archive, package)
+            self.assertEqual(run(["unzip", "-q", archive, "-d", self.path("unpacked")])[0], 0)
+            self.assert_valid(self.path("unpacked", os.path.basename(package)))
+        self.launch("signed")
+        self.desktop.answer()
+        self.assert_ends()
+        self.assertEqual(self.program.log().count(f"FOUND object = [{self.LABEL}]"), len(self.packages))
 
 
 class Helped(EndToEnd):

@@ -66,6 +66,7 @@ class Installation:
                 shutil.copy2(source, target)
         self.batch = os.path.join(self.folder, "bin/kelpmoray-batch")
         self.window = os.path.join(self.folder, "bin/kelpmoray")
+        self.codesign = os.path.join(self.folder, "bin/kelpmoray-codesign")
         self.packer = os.path.join(self.folder, "libexec/kelpmoray/kelpmoray-zip")
         self.script = os.path.join(self.folder, "share/kelpmoray/fenwoJustZipApps.sh")
 

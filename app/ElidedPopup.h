@@ -1,0 +1,17 @@
+#pragma once
+
+#include <QComboBox>
+
+/// A popup that shortens what it shows in the middle if it does not fit, so that the end of a name
+/// stays to be seen.
+class ElidedPopup : public QComboBox {
+    Q_OBJECT
+public:
+    using QComboBox::QComboBox;
+
+    /// What the closed popup shows.
+    [[nodiscard]] QString shownText() const;
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+};
