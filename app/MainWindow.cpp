@@ -159,14 +159,20 @@ void MainWindow::showRuns() {
     connect(&surroundings_.settings, &SettingsStore::changed, this, &MainWindow::showExpectation);
     expectationDue_.setSingleShot(true);
     connect(&expectationDue_, &QTimer::timeout, this, &MainWindow::showEntries);
+    noticeEnd_.setObjectName("noticeEnd");
     noticeEnd_.setSingleShot(true);
-    connect(&noticeEnd_, &QTimer::timeout, ui_->notice, &QWidget::hide);
+    connect(&noticeEnd_, &QTimer::timeout, this, [this] {
+        ui_->notice->hide();
+        showProgress();
+    });
 }
 
 void MainWindow::showProgress() {
     const RunReporter& runs = surroundings_.runs;
     const bool hasResults = surroundings_.runs.model().rowCount() > 0;
-    ui_->applicationIcon->setVisible(!hasResults);
+    const bool hasNotice = !ui_->notice->isHidden(); // a small window has no room for all
+    ui_->applicationIcon->setVisible(!hasResults && !hasNotice);
+    ui_->invitation->setVisible(!hasNotice);
     ui_->progressArea->setVisible(controller_.isProcessing());
     ui_->progressBar->setValue(static_cast<int>(1000 * runs.share()));
     ui_->stepLine->setFullText(runs.progressText());
@@ -200,11 +206,14 @@ void MainWindow::fillWaitingMenu() {
 void MainWindow::explain(const std::string& sentence) {
     using namespace std::chrono_literals;
     const QString text = QString::fromStdString(sentence);
-    // What came just before is read on.
+    // What came just before is read on, as far as there is room.
+    constexpr int roomy = 380;
+    const int kept = height() < roomy ? -1 : -2;
     ui_->notice->setText(noticeEnd_.isActive() && !ui_->notice->text().contains(text)
-                             ? ui_->notice->text().section('\n', -2) + '\n' + text
+                             ? ui_->notice->text().section('\n', kept) + '\n' + text
                              : text);
     ui_->notice->show();
+    showProgress();
     QAccessibleEvent alert(ui_->notice, QAccessible::Alert);
     QAccessible::updateAccessibility(&alert);
     noticeEnd_.start(4s + 60ms * text.size());

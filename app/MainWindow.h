@@ -69,7 +69,7 @@ private:
     std::unique_ptr<Ui::MainWindow> ui_;
     ArrayController identities_;
     IdentitiesMenu* identitiesMenu_ = nullptr; // only where our own tool keeps the identities
-    QTimer noticeEnd_;
+    QTimer noticeEnd_{this};
     QTimer expectationDue_;
     LauncherEntry launcherEntry_;
     ViewController controller_;

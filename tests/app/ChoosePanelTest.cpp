@@ -125,6 +125,9 @@ TEST_F(Choose, TakesTheShownFolderWhenNothingIsPickedAndOpensThereNextTime) {
     panel = window->findChild<ChoosePanel*>();
     ASSERT_NE(panel, nullptr);
     EXPECT_EQ(panel->findChild<QLineEdit*>("path")->text().toStdString(), folder.path("A"));
+    EXPECT_EQ(SettingsStore(QString::fromStdString(folder.path("settings.ini")))
+                  .stringForKey("prefChoosePanelFolder"),
+              folder.path("A"));
     panel->reject();
 }
 

@@ -5,11 +5,14 @@
 
 #include <QAccessible>
 #include <QCheckBox>
+#include <QClipboard>
 #include <QComboBox>
 #include <QHelpEvent>
 #include <QLabel>
+#include <QScreen>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTimer>
 #include <QToolTip>
 #include <QWindow>
 
@@ -252,6 +255,65 @@ TEST_F(Window, BindsTheCheckBoxToTheSetting) {
     EXPECT_EQ(log.count(logged("ibClickedOnCheckButton:", "...user selected object = (\n)")), 1);
     settings.setBool(doNotCodesignKey, false);
     EXPECT_FALSE(box->isChecked());
+}
+
+TEST_F(Window, SaysWhatItDoesNotTakeForAsLongAsItTakesToRead) {
+    openWindow();
+    settle();
+    const auto* notice = find<QLabel>("notice");
+    EXPECT_FALSE(notice->isVisible());
+    window->resize(window->minimumSize());
+    folder.makeFolder("apps/X.app");
+    const LocationList wrong = {folder.makeFile("file.txt"), folder.makeFolder("Broken.app"),
+                                folder.makeFolder("empty"), folder.path("apps")};
+    notifications.post("newsearchpath", wrong);
+    for (const char* sentence :
+         {"Broken.app: this package is not a complete application (its Info.plist or executable is "
+          "missing)",
+          "empty: no packages are directly in this folder"})
+        EXPECT_THAT(notice->text().toStdString(), HasSubstr(folder.path() + '/' + sentence));
+    const auto* timer = window->findChild<QTimer*>("noticeEnd");
+    EXPECT_GT(timer->remainingTimeAsDuration(), 5s);
+    EXPECT_TRUE(find("applicationIcon")->isHidden());
+    const int needed = notice->heightForWidth(notice->width());
+    ASSERT_TRUE(waitUntil([&] { return notice->height() >= needed; })) << needed;
+    settle();
+    controller().addItemToBeProcessedSet(folder.path("apps"));
+    EXPECT_TRUE(waitUntil(
+        [&] { return notice->text().endsWith("apps: it waits already, and is not added again"); }));
+}
+
+TEST_F(Window, RemembersItsFrame) {
+    openWindow();
+    window->move(90, 70);
+    window->resize(600, 380);
+    window->close();
+    EXPECT_EQ(settings.stringForKey("prefWindowFrame"), "{{90, 70}, {600, 380}}");
+    openWindow();
+    EXPECT_EQ(QRect(window->pos(), window->size()), QRect(90, 70, 600, 380));
+    settings.setString("prefWindowFrame", "{{90000, 70}, {900000, 380}}");
+    openWindow();
+    EXPECT_TRUE(window->screen()->geometry().contains(window->pos())) << "no screen is there";
+    EXPECT_EQ(window->width(), window->screen()->availableSize().width());
+    for (const char* unreadable : {"", "{{1, 2}"}) {
+        settings.setString("prefWindowFrame", unreadable);
+        openWindow();
+        EXPECT_EQ(window->size(), QSize(520, 400));
+    }
+}
+
+TEST_F(Window, TellsItsVersionAndLicencesForCopying) {
+    openWindow();
+    settle();
+    find<QAction>("aboutAction")->trigger();
+    const auto* about = find<QDialog>("aboutBox");
+    ASSERT_NE(about, nullptr);
+    QTest::mouseClick(about->findChild<QPushButton*>("copy"), Qt::LeftButton);
+    EXPECT_THAT(QApplication::clipboard()->text().toStdString(),
+                testing::AllOf(HasSubstr(appVersionText(bundle.infoDictionary)),
+                               HasSubstr("MIT License"), HasSubstr("Qt")));
+    controller().addItemToBeProcessedSet(folder.makeFolder("apps"));
+    EXPECT_NE(sheet(), nullptr) << "it holds nothing up";
 }
 
 TEST_F(Window, ShowsTheStateOfTheBatch) {

@@ -4,6 +4,7 @@
 #include "tests/app/Support.h"
 
 #include <QFile>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -61,6 +62,26 @@ TEST_F(HelpViewer, ShowsTheShippedPageInItsOwnWindow) {
     const QString text = controller.ibMyWebView()->toPlainText();
     for (const char* subject : {"Process", "Skip", "Stop", "do not codesign", ".zip", "Linux"})
         EXPECT_TRUE(text.contains(subject)) << subject;
+    const QString source = controller.ibMyWebView()->toHtml();
+    int pictures = 0;
+    static const QRegularExpression image("<img src=\"([^\"]+)\"");
+    for (auto found = image.globalMatch(source); found.hasNext(); ++pictures) {
+        const QUrl picture(found.next().captured(1));
+        EXPECT_FALSE(controller.ibMyWebView()
+                         ->loadResource(QTextDocument::ImageResource, picture)
+                         .toByteArray()
+                         .isEmpty())
+            << picture.toString().toStdString();
+    }
+    EXPECT_EQ(pictures, 4);
+    // Each line of the contents leads somewhere.
+    static const QRegularExpression link("<a href=\"#([^\"]+)\"");
+    int links = 0;
+    for (auto found = link.globalMatch(source); found.hasNext(); ++links) {
+        const QString anchor = found.next().captured(1);
+        EXPECT_TRUE(source.contains("name=\"" + anchor + '"')) << anchor.toStdString();
+    }
+    EXPECT_GT(links, 5);
 }
 
 TEST(NamedImage, FindsTheIconInAllItsSizesAndNothingElse) {

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """The real window as a person uses it: opened, asked, answered with the keyboard, dropped on, quit.
 
-Needs Xvfb, openbox, xdotool, dbus-daemon, gdbus, unzip, and what tests/sign/fixtures.py needs. KELPMORAY_BUILD names the build (build/dev).
+Needs Xvfb, openbox, xdotool, dbus-daemon, gdbus, unzip, and what tests/sign/fixtures.py needs. KELPMORAY_BUILD
+names the build (build/dev).
 """
 import contextlib
 import json
