@@ -1,17 +1,12 @@
 #include "batch/Batch.h"
 
-#include "batch/Jobs.h"
 #include "core/ShellRunners.h"
 #include "core/Text.h"
-#include "tests/support/ExpectFails.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/ScopedEnvironment.h"
 #include "tests/support/TemporaryFolder.h"
 
-#include <array>
-#include <atomic>
 #include <sstream>
-#include <thread>
 
 #include <gmock/gmock.h>
 
@@ -330,68 +325,6 @@ TEST_F(BatchFace, ShowsAProgressLineOnATerminalOnly) {
     EXPECT_EQ(run({"--process-all", folder.path("more")}), ExitStatus::AllDone);
     EXPECT_THAT(out.str(),
                 testing::StartsWith("\r\033[KProcessing App Package: C.app...\r\033[KC.app: "));
-}
-
-TEST(Options, AreReadUpToTheDoubleDash) {
-    const Options options =
-        *parseOptions({"--process-all", "a", "--identity=Jo (X1)", "-j", "3", "--", "--verbose"});
-    EXPECT_TRUE(options.processAll);
-    EXPECT_FALSE(options.verbose);
-    EXPECT_EQ(options.identity, "Jo (X1)");
-    EXPECT_EQ(options.jobCount(), 3U);
-    EXPECT_THAT(options.paths, testing::ElementsAre("a", "--verbose"));
-}
-
-TEST(Options, SayWhatIsWrong) {
-    const struct {
-        std::vector<std::string> arguments;
-        const char* said;
-    } rows[] = {{{"--no-such"}, "There is no option --no-such. See --help."},
-                {{"--identty=J"}, "Did you mean --identity?"},
-                {{"--jsno"}, "Did you mean --json?"},
-                {{"--identity"}, "--identity needs IDENTITY behind it."},
-                {{"--identity="}, "not an empty text"},
-                {{"--json=x"}, "--json takes no value"},
-                {{"--identity=J", "--do-not-codesign"}, "exclude each other"},
-                {{"--require-signature"}, "needs an --identity"},
-                {{"--require-signature", "--do-not-codesign"}, "needs an --identity"},
-                {{"--level", "10"}, "The level is \"10\""},
-                {{"--jobs", "0"}, "The number of jobs is \"0\""},
-                {{"--timestamp", "ftp://x"}, "begins with http://"},
-                {{"-0"}, "--list-packages only"},
-                {{"--json", "-q"}, "exclude each other"}};
-    for (const auto& [arguments, said] : rows) {
-        EXPECT_FAILS(parseOptions(arguments), Usage) << said;
-        EXPECT_THAT(parseOptions(arguments).error().sentence, HasSubstr(said));
-    }
-}
-
-TEST(Jobs, AreNeverMoreAtOnceThanAskedFor) {
-    std::array<std::atomic<int>, 3> slots{};
-    std::array<std::atomic<int>, 200> calls{};
-    const auto job = [&](std::size_t number, unsigned slot) {
-        EXPECT_EQ(++slots.at(slot), 1);
-        std::this_thread::yield();
-        ++calls.at(number);
-        --slots.at(slot);
-    };
-    EXPECT_EQ(runJobs(
-                  3, calls.size(), [] { return true; }, job),
-              calls.size());
-    for (const auto& count : calls)
-        EXPECT_EQ(count, 1);
-    EXPECT_LT(runJobs(
-                  3, calls.size(), [&] { return calls[9] < 2; }, job),
-              13U);
-}
-
-TEST(Jobs, AreAsManyAsThereIsRoomAndUseFor) {
-    constexpr std::uint64_t gigabyte = 1U << 30U;
-    EXPECT_EQ(jobsThatPayOff({.processors = 2, .freeMemory = 8 * gigabyte}, false), 2U);
-    EXPECT_EQ(jobsThatPayOff({.processors = 2, .freeMemory = 8 * gigabyte}, true), 16U);
-    EXPECT_EQ(jobsThatPayOff({.processors = 64, .freeMemory = {}}, true), 64U);
-    EXPECT_LT(jobsThatPayOff({.processors = 64, .freeMemory = gigabyte}, false), 16U);
-    EXPECT_EQ(jobsThatPayOff({.processors = 64, .freeMemory = 0}, false), 1U);
 }
 
 TEST(Program, LogsOnStandardErrorOnlyWhenAsked) {
