@@ -252,8 +252,8 @@ class Surroundings(ProgramTest):
         self.assertEqual(status, 1)
         results = [(event[:4], event.split("result of ")[1][:34]) for event in events
                    if "result of " in event]
-        self.assertEqual(results, [("<14>", "fenwoJustZipApps.sh = packed: " + self.folder[:4]),
-                                   ("<11>", "fenwoJustZipApps.sh = error: a fol")])
+        self.assertCountEqual(results, [("<14>", "fenwoJustZipApps.sh = packed: " + self.folder[:4]),
+                                        ("<11>", "fenwoJustZipApps.sh = error: a fol")])
 
     def test_no_home(self):
         environment = {"PATH": os.environ["PATH"]}

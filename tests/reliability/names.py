@@ -121,7 +121,7 @@ class Terminal(Names):
             status, said = run([self.programs.batch, "--process-all", "--identity", holder, package],
                                cwd=self.here)
             self.assertEqual(status, 2, said)
-            self.assertIn("kelpmoray-batch: the text behind --identity ", said)
+            self.assertRegex(said, r"\Akelpmoray-batch: .*identity.*\.\n\Z")
             self.assertEqual(self.everything(), before)
 
     def test_a_terminal_is_given_no_control_characters(self):
