@@ -64,7 +64,7 @@ TEST_F(HelpViewer, ShowsTheShippedPageInItsOwnWindow) {
         EXPECT_TRUE(text.contains(subject)) << subject;
     const QString source = controller.ibMyWebView()->toHtml();
     int pictures = 0;
-    static const QRegularExpression image("<img src=\"([^\"]+)\"");
+    static const QRegularExpression image("<img[^>]*src=\"([^\"]+)\"");
     for (auto found = image.globalMatch(source); found.hasNext(); ++pictures) {
         const QUrl picture(found.next().captured(1));
         EXPECT_FALSE(controller.ibMyWebView()
