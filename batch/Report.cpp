@@ -103,7 +103,9 @@ void Report::packageEnded(const PackageRecord& package, const std::vector<Script
                 (ending.archive.empty() ? "" : "; ");
     if (!ending.archive.empty())
         line += "packed as " + base::printable(ending.archive) + " (" +
-                (ending.isSigned ? coloured(green, "signed") : "not signed") + ')';
+                (ending.isSigned ? coloured(green, "signed as " + base::printable(package.signedAs))
+                                 : "not signed") +
+                ')';
     print(ending.output + line + '\n', isFailure);
 }
 

@@ -190,7 +190,7 @@ TEST_F(BatchFace, SignsAsTheOneIdentityThatFits) {
          std::vector<std::string>{jo, "Jo (X1)", "X1", jo + "  Kind A: Jo (X1)"}) {
         EXPECT_EQ(run({"--process-all", "--identity", identity, folder.path("more")}),
                   ExitStatus::AllDone);
-        EXPECT_THAT(out.str(), HasSubstr("C.app: packed as x (signed)\n"));
+        EXPECT_THAT(out.str(), HasSubstr("C.app: packed as x (signed as Jo (X1))\n"));
         EXPECT_TRUE(log.contains("result of fenwoCodesignApps.sh = signed: " +
                                  folder.path("more/C.app") + " " + jo + "\n"))
             << identity;
@@ -214,7 +214,7 @@ TEST_F(BatchFace, PacksNothingUnsignedIfASignatureIsRequired) {
     EXPECT_EQ(run({"--process-all", "--identity=X1", "--require-signature", folder.path("apps")}),
               ExitStatus::SomeFailed);
     EXPECT_THAT(out.str(), AllOf(HasSubstr("A.app: FAILED: no: key\n"),
-                                 HasSubstr("Bß 2.app: packed as x (signed)\n")));
+                                 HasSubstr("Bß 2.app: packed as x (signed as Jo (X1))\n")));
     EXPECT_FALSE(zipped("packedA.app"));
     EXPECT_TRUE(zipped("packedBß 2.app"));
     EXPECT_EQ(run({"--identity=X1", "--require-signature", folder.path("more")}, "d\np\n"),
