@@ -58,7 +58,7 @@ public:
     /// Of a failed step's output; the end tells why it failed.
     static constexpr std::size_t outputKept = 64U << 10U;
 
-    /// kelpmoray/runs in the user's folder for state (XDG Base Directory Specification); empty if
+    /// kelpmoray/runs in the user's folder for state (XDG Base Directory); empty if
     /// the user has no home.
     [[nodiscard]] static std::string userFolder();
 
