@@ -143,16 +143,18 @@ base::Result<Options> parseOptions(const std::vector<std::string>& arguments) {
             optionsEnded = true;
             continue;
         }
-        const std::size_t equals = argument.starts_with("--") ? argument.find('=') : argument.npos;
-        const Option* option = optionNamed(argument.substr(0, equals));
+        const bool isLong = argument.starts_with("--");
+        const std::string name = argument.substr(0, isLong ? argument.find('=') : 2);
+        const bool isJoined = name.size() < argument.size(); // --jobs=3, -j3
+        const Option* option = optionNamed(name);
         if (option == nullptr)
             return unknownOption(argument);
-        if (option->flag != nullptr && equals != argument.npos)
+        if (option->flag != nullptr && isJoined)
             return usageError(std::string(option->name) + " takes no value.");
         if (option->flag != nullptr)
             parsed.*(option->flag) = true;
-        else if (equals != argument.npos)
-            parsed.*(option->value) = argument.substr(equals + 1);
+        else if (isJoined)
+            parsed.*(option->value) = argument.substr(name.size() + (isLong ? 1 : 0));
         else if (i + 1 < arguments.size())
             parsed.*(option->value) = arguments[++i];
         else

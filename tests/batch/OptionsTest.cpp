@@ -8,7 +8,7 @@ using testing::HasSubstr;
 
 TEST(Options, AreReadUpToTheDoubleDash) {
     const Options options =
-        *parseOptions({"--process-all", "a", "--identity=Jo (X1)", "-j", "3", "--", "--verbose"});
+        *parseOptions({"--process-all", "a", "--identity=Jo (X1)", "-j3", "--", "--verbose"});
     EXPECT_TRUE(options.processAll);
     EXPECT_FALSE(options.verbose);
     EXPECT_EQ(options.identity, "Jo (X1)");
