@@ -281,7 +281,8 @@ void Batch::process(const Task& task, unsigned slot, unsigned threads) {
     std::string assignments;
     const ProcessingHooks hooks = {
         .doNotCodesign = [this] { return !signs(); },
-        .codesigningIdentity = [this] { return identity_->hash; },
+        .codesigningIdentity =
+            [this] { return identity_ ? std::optional(identity_->hash) : std::nullopt; },
         .isValidItemToSign =
             [this](const std::string& package) {
                 return isValidItemToSign(caller_, environment_.tools, package, !signs(),

@@ -295,6 +295,7 @@ class Signed(EndToEnd):
             fixtures.make_bundle(package, "main", linker.link("exe-arm64"))
 
     def import_identity(self):
+        self.program.await_log("setupCodesigningPopupStuff")  # the window is whole, not only painted
         self.desktop.press(self.window, "alt+i", "i")
         dialog = self.desktop.await_window(self.IMPORT)
         self.desktop.press(dialog, "Home")

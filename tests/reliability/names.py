@@ -150,7 +150,7 @@ class Terminal(Names):
     def test_two_packages_with_one_archive(self):
         self.make(b"X.APP")
         last = make_package(os.path.join(self.here, b"X.app"), files={"last": "of both"})
-        status, said = run([self.programs.batch, "--process-all", self.here])
+        status, said = run([self.programs.batch, "--process-all", "--jobs=1", self.here])
         self.assertEqual((status, said.count("packed as ")), (0, 2), said)
         self.assert_packed(last)
 
