@@ -221,7 +221,7 @@ class ManyMachines(SigningTest):
         # Two machines that are this one: ssh's stand-in notes its host and runs the command as sshd does.
         write(self.path("hosts"), "one\ntwo\n")
         write(self.path("bin/ssh"), '#!/bin/sh\nhost=$1; shift; [ "$1" != -- ] || shift\n'
-              f'echo "$host" >>"{self.path("used")}"; exec sh -c "$*"\n', 0o755)
+              f'echo "$host" >>"{self.path("used")}"; SHELL=/bin/sh exec sh -c "$*"\n', 0o755)
         self.environment["PATH"] = self.path("bin:") + self.environment["PATH"]
         status, said = self.shell(self.recipe("GNU parallel over ssh"))
         self.assertEqual(status, 0, said)
