@@ -41,7 +41,8 @@ void Application::start(const LocationList& locations) {
         delegate_.applicationShouldTerminateAfterLastWindowClosed());
     QObject::connect(qApp, &QApplication::aboutToQuit, &requests_, [this] {
         requests_.release();
-        if (lastRunFailed_)
+        tellUntoldFailure();
+        if (runs_.hasFailed())
             RunActions::startLastRun();
         delegate_.applicationWillTerminate();
     });
@@ -59,10 +60,7 @@ void Application::start(const LocationList& locations) {
             },
         .runs = runs_,
         .tellFailure =
-            [this](const EndedRun& run) {
-                RunActions::tellFailure(bundle_.identifier, run);
-                lastRunFailed_ = true;
-            },
+            [this](const EndedRun& run) { RunActions::tellFailure(bundle_.identifier, run); },
         .showLastRun = &RunActions::startLastRun};
     window_ = std::make_unique<MainWindow>(surroundings, delegate_);
     // Started by the bus, we get a request, which may ask for no window.
@@ -71,6 +69,12 @@ void Application::start(const LocationList& locations) {
     delegate_.applicationDidFinishLaunching();
     if (!locations.empty())
         open(locations);
+}
+
+void Application::tellUntoldFailure() {
+    // Whoever quits at a later sheet, or while a package is processed, has not been told yet.
+    if (const auto run = runs_.untoldRun(); run && runs_.hasFailed())
+        RunActions::tellFailure(bundle_.identifier, *run);
 }
 
 void Application::open(const LocationList& locations) {

@@ -27,6 +27,7 @@ public:
 private:
     void showWindow();
     void open(const LocationList& locations);
+    void tellUntoldFailure();
 
     MainBundle bundle_ = MainBundle::ofThisProcess();
     NotificationCenter notifications_;
@@ -36,7 +37,6 @@ private:
     RunReporter runs_{RunRecord::userFolder(),
                       bundle_.infoDictionary["CFBundleShortVersionString"]};
     RunActions actions_;
-    bool lastRunFailed_ = false;
     std::unique_ptr<SettingsStore> settings_;
     std::unique_ptr<MainWindow> window_;
 };

@@ -88,6 +88,7 @@ void RunReporter::packageStarted(const std::string& package, const std::string& 
     change([this, isFirst, record = record_->package(package_), toBeSigned = identity.has_value()] {
         if (isFirst)
             model_.setPackages({});
+        isUntold_ = true;
         model_.setPackage(model_.packages().size(), record);
         ++progress_.position;
         progress_.package = QString::fromStdString(lastPathComponent(record.path));
@@ -132,9 +133,19 @@ std::optional<EndedRun> RunReporter::runEnded() {
         Log::writeFormatted(Log::Severity::Error, "record: %@", run.trouble);
     change([this] {
         progress_ = {};
+        isUntold_ = false;
         model_.putFailedFirst();
     });
     return run;
+}
+
+std::optional<EndedRun> RunReporter::untoldRun() const {
+    return isUntold_ ? std::optional(EndedRun{"", model_.packages(), ""}) : std::nullopt;
+}
+
+bool RunReporter::hasFailed() const {
+    return std::ranges::any_of(model_.packages(),
+                               [](const auto& package) { return failureOf(package).has_value(); });
 }
 
 double RunReporter::share() const {

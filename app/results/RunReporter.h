@@ -40,6 +40,10 @@ public:
     /// None if no package was processed since the last time.
     [[nodiscard]] std::optional<EndedRun> runEnded();
 
+    /// What has ended of a run that is not told yet; none if there is no such run. Main thread.
+    [[nodiscard]] std::optional<EndedRun> untoldRun() const;
+    /// Whether a package of the run that is shown has failed. Main thread.
+    [[nodiscard]] bool hasFailed() const;
     [[nodiscard]] RunModel& model() { return model_; }
     /// From 0 to 1 over the packages of the entry at work.
     [[nodiscard]] double share() const;
@@ -72,6 +76,7 @@ private:
     std::unique_ptr<RunRecord> record_; ///< of the run under way; processing queue
     std::size_t package_ = 0;           ///< in it; processing queue
     RunModel model_;
+    bool isUntold_ = false;
     Progress progress_;
     QElapsedTimer sinceStart_;
     QTimer everySecond_;

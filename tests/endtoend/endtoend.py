@@ -231,6 +231,15 @@ class AfterAFailure(EndToEnd):
         self.assertEqual(self.recorded(), [whole, {"Two ü.app": "done"}])
         self.assert_packed("three/Two ü")
 
+    def test_who_quits_at_a_later_sheet_is_told(self):
+        self.launch("three", "more")
+        self.desktop.answer()
+        await_that(lambda: self.recorded()[-1:] and "Two ü.app" in self.recorded()[0], "the failure")
+        self.await_opened("three")
+        self.desktop.answer("ctrl+q")
+        self.assert_ends()
+        self.desktop.press(self.desktop.await_window(self.RESULTS), "Escape")
+
     def act(self, action, target=""):
         """What a desktop does when a button of a notification is pressed."""
         status, said = run(
