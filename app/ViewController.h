@@ -124,6 +124,7 @@ private:
     [[nodiscard]] IdentityList identities() const;
     [[nodiscard]] ProcessingHooks processingHooks();
     void refreshNumberOfFolders();
+    void explainLackOfIdentities();
     void explainEmptyFolders(const LocationList& locations);
     void refuseDuplicate(const std::string& path);
     void finishItem(const std::string& item, const std::optional<LocationItem>& revealed,

@@ -4,6 +4,7 @@
 #include "app/toolkit/QtDescription.h"
 #include "app/toolkit/Queues.h"
 #include "app/toolkit/SettingsStore.h"
+#include "core/IdentityChoice.h"
 #include "core/Log.h"
 #include "core/SignatureCheck.h"
 #include "core/Text.h"
@@ -38,6 +39,19 @@ void ViewController::getCodesigningIdentities() {
     const auto list = codesigningIdentities(receiver(), surroundings_.tools);
     if (list && ibListOfIdentities())
         ibListOfIdentities()->setContent(list);
+    if (!list || list->size() <= 1)
+        explainLackOfIdentities();
+}
+
+void ViewController::explainLackOfIdentities() {
+    GlobalQueue::async([this] {
+        // The listing above tells no reason; without one there is nothing wrong.
+        const auto listed = listedIdentities(surroundings_.tools);
+        if (listed)
+            return;
+        MainQueue::async(this,
+                         [this, why = listed.error().sentence] { surroundings_.explain(why); });
+    });
 }
 
 void ViewController::setupCodesigningPopupStuff() {

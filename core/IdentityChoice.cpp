@@ -66,9 +66,20 @@ base::Result<std::vector<ListedIdentity>> listedIdentities(const ToolPaths& tool
         return base::Error{base::ErrorKind::Unavailable,
                            "There are no identities, as " + tools.security +
                                " is missing. Install Kelpmoray again."};
-    const auto output = VornNSStringAdditions::outputWhenRunAsShellCommand(
-        tools.security + " find-identity -v -p codesigning");
-    return identitiesWithHashes(output.value_or(""));
+    // A runner tells no status, so the shell prints it behind the output.
+    const std::string output =
+        VornNSStringAdditions::outputWhenRunAsShellCommand(
+            tools.security + " find-identity -v -p codesigning 2>&1; printf '\n%d' $?")
+            .value_or("");
+    if (output.ends_with("\n0"))
+        return identitiesWithHashes(output);
+    std::string_view said = trimmed(std::string_view(output).substr(0, output.rfind('\n')));
+    const std::size_t program = said.find(": ");
+    if (program != std::string_view::npos && said.starts_with(lastPathComponent(tools.security)))
+        said.remove_prefix(program + 2);
+    return base::Error{base::ErrorKind::Unavailable,
+                       said.empty() ? tools.security + " gave no list of identities. Try it alone."
+                                    : std::string(said)};
 }
 
 base::Result<ListedIdentity> chosenIdentity(const std::vector<ListedIdentity>& identities,

@@ -14,7 +14,7 @@ struct ListedIdentity {
 };
 
 /// Asks the identity tool; blocks while it runs. Identities for iPhones are left out, as in the
-/// window. Unavailable if there is no such tool. Any thread.
+/// window. Unavailable if there is no such tool, or with its words if it fails. Any thread.
 [[nodiscard]] base::Result<std::vector<ListedIdentity>> listedIdentities(const ToolPaths& tools);
 
 /// The identities in what the tool printed; lines of another form are left out.

@@ -15,6 +15,11 @@ constexpr std::pair<QLatin1String, QLatin1String> fieldsForOptions[] = {
     {QLatin1String("with --key"), QLatin1String("under Key")},
     {QLatin1String(" See kelpmoray-security --help."), QLatin1String("")}};
 
+/// Prints the status behind the output: the process cannot be asked for it while a command runs
+/// that lets SIGCHLD be ignored. The command ends with the shell.
+constexpr const char* script =
+    R"(exec 3<&0; "$@" <&3 3<&- & trap "kill $!" TERM; wait $!; printf '\n%d' $?)";
+
 } // namespace
 
 IdentityTool::IdentityTool(std::string program, QObject* parent)
@@ -23,30 +28,27 @@ IdentityTool::IdentityTool(std::string program, QObject* parent)
 void IdentityTool::run(const QStringList& arguments, const QByteArray& input, QObject* receiver,
                        std::function<void(const Answer&)> answered) {
     auto* process = new QProcess(this);
-    const auto tell = [process, answered = std::move(answered)](bool succeeded) {
+    const auto tell = [process, answered = std::move(answered)] {
         process->deleteLater();
-        const QByteArray output =
-            succeeded ? process->readAllStandardOutput() : process->readAllStandardError();
-        QString text = QString::fromUtf8(output).trimmed();
+        QByteArray output = process->readAllStandardOutput();
+        const bool succeeded = output.endsWith("\n0");
+        output.truncate(output.lastIndexOf('\n'));
+        QString text =
+            QString::fromUtf8(succeeded ? output : process->readAllStandardError()).trimmed();
         if (!succeeded && text.isEmpty())
-            text = process->errorString();
+            text = tr("The program of the identities has ended without a word. Try once more.");
         if (text.startsWith(name))
             text.remove(0, name.size());
         for (const auto& [option, field] : fieldsForOptions)
             text.replace(option, field);
         answered({succeeded, text});
     };
-    connect(process, &QProcess::finished, receiver, [tell](int code, QProcess::ExitStatus status) {
-        tell(status == QProcess::NormalExit && code == 0);
-    });
-    connect(process, &QProcess::errorOccurred, receiver, [tell](QProcess::ProcessError error) {
-        if (error == QProcess::FailedToStart)
-            tell(false);
-    });
+    connect(process, &QProcess::finished, receiver, tell);
     // Without a receiver the command is not wanted any more.
-    connect(receiver, &QObject::destroyed, process, &QProcess::kill);
+    connect(receiver, &QObject::destroyed, process, &QProcess::terminate);
     connect(process, &QProcess::finished, process, &QObject::deleteLater);
-    process->start(QString::fromStdString(program_), arguments);
+    process->start("/bin/sh",
+                   QStringList{"-c", script, "sh", QString::fromStdString(program_)} + arguments);
     process->write(input);
     process->closeWriteChannel();
 }

@@ -12,6 +12,8 @@
 #include <QMenu>
 #include <QTest>
 
+#include <csignal>
+
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -121,7 +123,9 @@ TEST_F(Identities, AreImportedAfterALookInside) {
 
 TEST_F(Identities, AreMadeAndRemovedWithoutChangingThePick) {
     makeTestIdentity("Jo (T1)");
+    std::signal(SIGCHLD, SIG_IGN); // as while another thread runs a command
     makeTestIdentity("Kim (T2)");
+    std::signal(SIGCHLD, SIG_DFL);
     EXPECT_EQ(listed().size(), 3U);
     EXPECT_EQ(picked(), doNotCodesign);
     find<QComboBox>("identities")->setCurrentText("Test Identity: Kim (T2)");
@@ -163,6 +167,14 @@ TEST_F(Identities, LetAStoppedTurnGoOnWhenTheirDialogIsClosed) {
     }));
     QTest::keyClick(dialog, Qt::Key_Escape);
     EXPECT_NE(sheet(), nullptr);
+}
+
+TEST_F(Identities, SayWhyNoneCanBeListed) {
+    std::filesystem::permissions(folder.makeFolder("identities"), std::filesystem::perms(0755));
+    controller().identitiesChanged();
+    EXPECT_TRUE(waitUntil([this] { return find("notice")->isVisible(); }));
+    EXPECT_THAT(find<QLabel>("notice")->text().toStdString(),
+                StartsWith("Others can reach the signing keys through " + folder.path()));
 }
 
 TEST_F(Identities, NameEveryFieldForReadersOfTheScreen) {

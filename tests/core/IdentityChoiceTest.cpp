@@ -46,6 +46,8 @@ TEST(IdentityChoice, ReadsTheToolsLines) {
     const TemporaryFolder bin(TemporaryFolder::withoutBlank);
     ToolPaths tools{.security = bin.path("security")};
     EXPECT_FAILS(listedIdentities(tools), Unavailable);
+    bin.makeExecutable("security", "#!/bin/sh\necho \"security: shut: open it\" >&2; exit 1\n");
+    EXPECT_EQ(listedIdentities(tools).error().sentence, "shut: open it");
     bin.makeExecutable("security",
                        "#!/bin/sh\n[ \"$*\" = 'find-identity -v -p codesigning' ] && cat "
                        "<<'END'\n  1) " +
