@@ -71,6 +71,11 @@ void ViewController::doButton1Loop(QObject*) {
     // The loop stops here; the next start is not to stop at the same entry again.
     fSetOfFolders()->moveToEnd(entry);
     tellEndOfRun();
+    MainQueue::async(this, [this, entry] {
+        explainRefusal(LocationItem(entry));
+        surroundings_.explain("Start goes on with what waits; Waiting removes " +
+                              lastPathComponent(entry) + ".");
+    });
 }
 
 void ViewController::confirm(const std::string& entry, AskedEntry asked) {
