@@ -38,6 +38,15 @@ std::string capitals(std::string text) {
     return text;
 }
 
+base::Result<Secret> passphraseIn(const std::string& file) {
+    auto secret = Secret::inFile(file);
+    if (secret && secret->empty())
+        return base::Error{base::ErrorKind::Damaged,
+                           "The first line of " + file +
+                               " is empty. Put a passphrase there, which protects the keys."};
+    return secret;
+}
+
 /// Waits until no other process adds to the folder.
 class FolderLock {
 public:
@@ -194,11 +203,11 @@ base::Outcome IdentityFolder::remove(const KeptCertificate& kept) const {
 
 base::Result<Secret> IdentityFolder::passphrase(bool mayCreate) {
     if (const char* file = std::getenv("KELPMORAY_PASSPHRASE_FILE"); file && *file)
-        return Secret::inFile(file);
+        return passphraseIn(file);
     if (const char* folder = std::getenv("CREDENTIALS_DIRECTORY")) {
         const std::string file = std::string(folder) + "/kelpmoray-passphrase";
         if (::access(file.c_str(), F_OK) == 0)
-            return Secret::inFile(file);
+            return passphraseIn(file);
     }
     if (auto kept = passphraseOfService())
         return *std::move(kept);
