@@ -1,8 +1,8 @@
 #!/bin/sh
 # Installs what is missing, builds, and processes the applications at the PATHs: ./run.sh [PATH...]
-# Without a PATH it makes two sample applications, and on Linux an identity to try signing with, and takes
-# those. If there is a display it opens the window; if there is none, or if options are given, it does the
-# same on the terminal. If standard input is no terminal either, it asks nobody and processes everything.
+# Without a PATH it makes two sample applications, on Linux an identity to try signing with too, and processes
+# them on the terminal. If there is a display it opens the window; if there is none, or if options are given,
+# the terminal does the same. If standard input is no terminal either, nobody is asked.
 set -eu
 here=$(CDPATH='' cd -- "$(dirname "$0")" && pwd)
 
@@ -41,9 +41,14 @@ if [ $# -eq 0 ] && [ "$(uname)" != Darwin ]; then
         "$bin/kelpmoray-security" create-test-identity "$holder"
     fi
 fi
+if [ $# -eq 0 ]; then
+    "$bin/kelpmoray-batch" --process-all ${holder:+--identity "$holder"} "$sample"
+fi
 if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ] || [ "$(uname)" = Darwin ]; then
     exec "$bin/kelpmoray" "${@:-$sample}"
-elif [ $# -gt 0 ] && [ -t 0 ]; then
+elif [ $# -eq 0 ]; then
+    exit 0
+elif [ -t 0 ]; then
     exec "$bin/kelpmoray-batch" "$@"
 fi
-exec "$bin/kelpmoray-batch" --process-all ${holder:+--identity "$holder"} "${@:-$sample}"
+exec "$bin/kelpmoray-batch" --process-all "$@"
