@@ -75,6 +75,7 @@ int showLastRun(const ActivationTokens& tokens) {
         if (!window)
             return;
         window->showLastRun();
+        setWindowLevel(window.get(), statusWindowLevel); // or the main window covers it
         window->show();
         activateIgnoringOtherApps(window.get());
     };
