@@ -20,6 +20,8 @@ void VornNSViewAdditions::clearAnimationKeys(QWidget* view) {
 
 void VornNSViewAdditions::setAnchorPoint(QWidget* view, QPointF point) {
     Layer* layer = layerOf(view);
+    if (layer == nullptr)
+        return;
     const auto inUnits = [view, layer](QPointF anchor) {
         return layer->affineTransform().map(
             QPointF(view->width() * anchor.x(), view->height() * anchor.y()));

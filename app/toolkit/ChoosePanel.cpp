@@ -114,7 +114,7 @@ void ChoosePanel::layOut(const Settings& settings) {
     where->addWidget(up);
     where->addWidget(path_, 1);
     auto* buttons = new QHBoxLayout;
-    buttons->addWidget(new QLabel(settings.nameFieldLabel + ':'));
+    buttons->addWidget(new QLabel(settings.nameFieldLabel));
     buttons->addWidget(selection_, 1);
     buttons->addWidget(cancel);
     buttons->addWidget(confirm_);

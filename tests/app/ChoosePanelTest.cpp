@@ -82,7 +82,7 @@ TEST_F(Choose, ShowsItsTextsInASheet) {
     for (const auto* label : panel->findChildren<QLabel*>())
         texts.push_back(label->text().toStdString());
     EXPECT_THAT(texts,
-                testing::IsSupersetOf({"Please Select App Package and/or Folder:", "Select:"}));
+                testing::IsSupersetOf({"Please Select App Package and/or Folder:", "Select"}));
     EXPECT_EQ(log.count("Inside ViewController => ibChangePath:..."), 1);
     controller().ibChangePath(nullptr);
     settle();
