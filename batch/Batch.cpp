@@ -18,6 +18,8 @@
 #include <filesystem>
 #include <iostream>
 
+using base::Json;
+
 namespace {
 
 Report::Look lookFor(const Batch::Environment& environment, const Options& options) {

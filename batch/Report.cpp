@@ -7,6 +7,8 @@
 
 #include <ostream>
 
+using base::Json;
+
 namespace {
 
 constexpr const char* red = "\033[1;31m";

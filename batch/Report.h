@@ -1,7 +1,7 @@
 #pragma once
 
+#include "base/Json.h"
 #include "batch/Progress.h"
-#include "core/Json.h"
 #include "core/RunRecord.h"
 
 #include <chrono>
@@ -56,6 +56,6 @@ private:
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     mutable std::mutex mutex_;
     Tally tally_;
-    Json::Array refused_;
+    base::Json::Array refused_;
     Progress progress_; ///< last: its thread uses the others
 };

@@ -10,6 +10,7 @@
 
 #include <gmock/gmock.h>
 
+using base::Json;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
