@@ -2,6 +2,7 @@
 #include "base/Printable.h"
 #include "base/ProgramStart.h"
 #include "base/ProgressChannel.h"
+#include "base/Version.h"
 #include "sign/Description.h"
 #include "sign/SignatureVerifier.h"
 #include "sign/Signer.h"
@@ -172,7 +173,8 @@ int run(int count, char** arguments) {
     }
     if (options->operation == Operation::Help || options->operation == Operation::Version) {
         const bool isHelp = options->operation == Operation::Help;
-        std::fputs(isHelp ? codesignUsage : "kelpmoray-codesign " KELPMORAY_VERSION "\n", stdout);
+        const std::string version = std::string("kelpmoray-codesign ") + base::version() + '\n';
+        std::fputs(isHelp ? codesignUsage : version.c_str(), stdout);
         return done;
     }
     if (options->operation == Operation::Sign && options->identity != "-") {

@@ -2,6 +2,7 @@
 #include "base/Printable.h"
 #include "base/ProgramStart.h"
 #include "base/ReplacedFile.h"
+#include "base/Version.h"
 #include "sign/identity/CertificateFile.h"
 #include "sign/identity/CertificateMaker.h"
 #include "sign/identity/IdentityImport.h"
@@ -207,41 +208,35 @@ base::Outcome createTestIdentity(const SecurityOptions& options) {
     return {};
 }
 
-/// The certificate whose hash is given with -Z.
-base::Result<KeptCertificate> certificateNamed(const IdentityFolder& folder,
-                                               const SecurityOptions& options) {
+/// Does `action` with the certificate whose hash is given with -Z.
+base::Outcome withCertificate(
+    const SecurityOptions& options,
+    const std::function<base::Outcome(const IdentityFolder&, const KeptCertificate&)>& action) {
     const std::string wanted = options.value("-Z");
     if (wanted.empty())
         return usage("Give the hash of a certificate with -Z.");
-    auto kept = folder.certificates();
+    const auto folder = IdentityFolder::ofUser();
+    if (!folder)
+        return folder.error();
+    const auto kept = folder->certificates();
     if (!kept)
         return kept.error();
-    for (KeptCertificate& certificate : *kept)
+    for (const KeptCertificate& certificate : *kept)
         if (::strcasecmp(certificate.hash.c_str(), wanted.c_str()) == 0)
-            return std::move(certificate);
+            return action(*folder, certificate);
     return base::Error{base::ErrorKind::NotFound, wanted + ": no identity found"};
 }
 
 base::Outcome deleteIdentity(const SecurityOptions& options) {
-    const auto folder = IdentityFolder::ofUser();
-    if (!folder)
-        return folder.error();
-    const auto kept = certificateNamed(*folder, options);
-    if (!kept)
-        return kept.error();
-    return folder->remove(*kept);
+    return withCertificate(options, &IdentityFolder::remove);
 }
 
 base::Outcome exportCertificate(const SecurityOptions& options) {
-    const auto folder = IdentityFolder::ofUser();
-    if (!folder)
-        return folder.error();
-    const auto kept = certificateNamed(*folder, options);
-    if (!kept)
-        return kept.error();
-    const BioOwner sink(BIO_new(BIO_s_mem()));
-    PEM_write_bio_X509(sink.get(), kept->chain.front().handle());
-    return writeOutput(options.value("--output"), bytesOf(sink.get()));
+    return withCertificate(options, [&](const IdentityFolder&, const KeptCertificate& kept) {
+        const BioOwner sink(BIO_new(BIO_s_mem()));
+        PEM_write_bio_X509(sink.get(), kept.chain.front().handle());
+        return writeOutput(options.value("--output"), bytesOf(sink.get()));
+    });
 }
 
 base::Outcome addToken(const SecurityOptions& options) {
@@ -301,9 +296,8 @@ int run(const std::vector<std::string>& arguments) {
     };
     const auto command = commands.find(options->command);
     if (command == commands.end()) {
-        std::fputs(options->command == "--version" ? "kelpmoray-security " KELPMORAY_VERSION "\n"
-                                                   : securityUsage,
-                   stdout);
+        const std::string version = std::string("kelpmoray-security ") + base::version() + '\n';
+        std::fputs(options->command == "--version" ? version.c_str() : securityUsage, stdout);
         return done;
     }
     const base::Outcome outcome = command->second(*options);
