@@ -27,6 +27,8 @@ public:
     /// empty if there is none.
     [[nodiscard]] std::string start(unsigned slot, const std::string& text);
     void end(unsigned slot);
+    /// One is over that never was at work.
+    void pass() { ++done_; }
     /// Takes the line away, for something that stays; draw() brings it back.
     void clear();
     void draw();

@@ -111,8 +111,20 @@ void Report::packageEnded(const PackageRecord& package, const std::vector<Script
     print(ending.output + line + '\n', isFailure);
 }
 
-void Report::failed(const std::string& path, const std::string& entry, const std::string& reason) {
+void Report::packageFailed(const std::string& package, const std::string& entry,
+                           const std::string& reason) {
     const std::lock_guard lock(mutex_);
+    progress_.pass();
+    printFailure(package, entry, reason);
+}
+
+void Report::entryFailed(const std::string& entry, const std::string& reason) {
+    const std::lock_guard lock(mutex_);
+    printFailure(entry, entry, reason);
+}
+
+void Report::printFailure(const std::string& path, const std::string& entry,
+                          const std::string& reason) {
     ++tally_.failed;
     if (look_.form == Form::Json) {
         const PackageRecord package{
