@@ -1,4 +1,5 @@
 #include "base/ByteReader.h"
+#include "base/Json.h"
 #include "base/Printable.h"
 #include "base/ProgramStart.h"
 #include "base/ReplacedFile.h"
@@ -45,17 +46,6 @@ std::string day(std::int64_t seconds) {
     return std::strftime(text, sizeof text, "%Y-%m-%d", &parts) > 0 ? text : "";
 }
 
-/// A text in JSON (RFC 8259).
-std::string quoted(const std::string& text) {
-    std::string json = "\"";
-    for (const char c : base::printable(text)) {
-        if (c == '"' || c == '\\')
-            json += '\\';
-        json += c;
-    }
-    return json + '"';
-}
-
 /// One numbered line for each identity, as the platform's tool prints them.
 std::size_t printNumbered(const std::vector<ListedIdentity>& identities) {
     std::size_t number = 0;
@@ -69,16 +59,13 @@ std::size_t printNumbered(const std::vector<ListedIdentity>& identities) {
 }
 
 void printJson(const std::vector<ListedIdentity>& identities) {
-    const char* separator = "";
-    std::fputs("[", stdout);
-    for (const ListedIdentity& identity : identities) {
-        std::printf("%s\n  {\"hash\": \"%s\", \"name\": %s, \"valid\": %s, \"reason\": \"%s\"}",
-                    separator, identity.hash.c_str(), quoted(identity.label).c_str(),
-                    identity.fault == IdentityFault::None ? "true" : "false",
-                    std::string(nameOf(identity.fault)).c_str());
-        separator = ",";
-    }
-    std::fputs("\n]\n", stdout);
+    base::Json::Array list;
+    for (const ListedIdentity& identity : identities)
+        list.emplace_back(base::Json::Object{{"hash", identity.hash},
+                                             {"name", identity.label},
+                                             {"valid", identity.fault == IdentityFault::None},
+                                             {"reason", std::string(nameOf(identity.fault))}});
+    std::printf("%s\n", base::Json(std::move(list)).text().c_str());
 }
 
 base::Outcome findIdentities(const SecurityOptions& options) {
