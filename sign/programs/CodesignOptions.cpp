@@ -54,8 +54,7 @@ To display:
       --json              to verify, to display and with --plan: print one JSON object a line on
                           standard output for each PATH, and nothing else
       --verbose[=N]       like N times -v
-  -h, --help              show this text
-      --version           show the version
+  -h, --help, --version   show this text, or the version
 
 Exit status: 0 done, 1 failed, 2 wrong usage, 3 only the requirement of -R is not met.
 )";
