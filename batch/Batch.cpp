@@ -28,7 +28,8 @@ Report::Look lookFor(const Batch::Environment& environment, const Options& optio
                     : options.quiet ? Form::FailuresOnly
                                     : Form::Lines,
             .isTerminal = environment.outIsTerminal,
-            .hasColour = environment.hasColour};
+            .hasColour = environment.hasColour,
+            .stops = environment.interrupted};
 }
 
 /// What is the same for packages that are packed into the same archive, however they are reached.
@@ -306,8 +307,9 @@ void Batch::process(const Task& task, unsigned slot, unsigned threads) {
             },
         .runShellCommand =
             [&](const std::string& command) {
-                // The shell becomes the script: a process less for each package.
-                return runShellCommand(assignments + "exec " + command);
+                // What the terminal sends to all its processes ends us in order and must not end
+                // the scripts. The shell becomes the script: a process less for each package.
+                return runShellCommand("trap '' HUP INT; " + assignments + "exec " + command);
             },
         .goesOnAfter =
             [this](const ScriptRun& run) {

@@ -61,7 +61,8 @@ std::int64_t number(std::size_t count) {
 } // namespace
 
 Report::Report(std::ostream& out, Look look)
-    : out_(out), look_(look), progress_(out, mutex_, look.isTerminal && look.form == Form::Lines) {}
+    : out_(out), look_(std::move(look)),
+      progress_(out, mutex_, look_.isTerminal && look_.form == Form::Lines, look_.stops) {}
 
 std::string Report::coloured(const char* colour, const std::string& text) const {
     return look_.hasColour ? colour + text + "\033[0m" : text;

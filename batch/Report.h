@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <iosfwd>
 #include <mutex>
 #include <string>
@@ -28,6 +29,7 @@ public:
         Form form = Form::Lines;
         bool isTerminal = false; ///< then a progress line is shown
         bool hasColour = false;
+        std::function<bool()> stops{}; ///< whether nothing more will begin
     };
 
     Report(std::ostream& out, Look look);
