@@ -197,6 +197,27 @@ class Completions(unittest.TestCase):
             self.assertEqual(said.stdout.splitlines(), wanted, said.stderr)
 
 
+class BuildMachine(SigningTest):
+    def test_the_script_of_the_documentation_signs_and_fails_loudly(self):
+        script = re.search("```sh\n(.*?)```", text_of("docs/ci.md"), re.S)[1]
+        openssl = ("openssl req -x509 -newkey rsa:2048 -nodes -keyout key -out certificate -days 30 -subj '/CN=Kind: Cy (X2)' "
+                   "-addext keyUsage=digitalSignature -addext extendedKeyUsage=codeSigning 2>/dev/null && "
+                   "openssl pkcs12 -export -inkey key -in certificate -passout pass:pw | base64 -w 0")
+        secret = self.shell(openssl)[1].splitlines()[-1]
+        self.package("dist/A.app")
+        self.environment.update(IDENTITY_P12=secret, IDENTITY_PASSWORD="pw", IDENTITY="Cy", KELPMORAY_TIMESTAMP="none")
+        status, said = self.shell(script)
+        self.assertEqual(status, 0, said)
+        self.assert_whole(self.path("dist/A.zip"), self.path("dist/A.app"))
+        with open(self.path("run.jsonl")) as lines:
+            self.assertEqual(json.loads(lines.readline())["package"]["signedAs"], "Cy (X2)")
+        os.remove(self.path("dist/A.zip"))
+        for secrets, expected in ({"IDENTITY": "Cyx"}, 2), ({"IDENTITY": ""}, 2), ({"IDENTITY_PASSWORD": "x"}, 1):
+            self.environment.update({"IDENTITY": "Cy", "IDENTITY_PASSWORD": "pw", **secrets})
+            self.assertEqual(self.shell(script)[0], expected, secrets)
+        self.assertFalse(os.path.exists(self.path("dist/A.zip")))
+
+
 class ManyMachines(SigningTest):
     """The recipes of docs/many-machines.md, as they stand there."""
 
