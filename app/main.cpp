@@ -5,6 +5,7 @@
 #include "app/toolkit/Queues.h"
 #include "app/toolkit/WindowLevel.h"
 #include "base/ProgramStart.h"
+#include "base/Version.h"
 #include "core/Path.h"
 
 #include <QApplication>
@@ -13,6 +14,7 @@
 #include <filesystem>
 #include <memory>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include <stdlib.h>
@@ -33,7 +35,8 @@ their file URLs. If it runs already, it is handed the PATHs.
 int answerInText(int argc, char** argv) {
     for (const std::string_view argument : std::span(argv, std::size_t(argc)).subspan(1)) {
         if (argument == "--help" || argument == "--version") {
-            std::puts(argument == "--help" ? help : "kelpmoray " KELPMORAY_VERSION);
+            const std::string version = std::string("kelpmoray ") + base::version();
+            std::puts(argument == "--help" ? help : version.c_str());
             return 0;
         }
         if (argument == "--")

@@ -18,6 +18,8 @@
 #include <filesystem>
 #include <iostream>
 
+using base::Json;
+
 namespace {
 
 Report::Look lookFor(const Batch::Environment& environment, const Options& options) {
@@ -26,11 +28,24 @@ Report::Look lookFor(const Batch::Environment& environment, const Options& optio
                     : options.quiet ? Form::FailuresOnly
                                     : Form::Lines,
             .isTerminal = environment.outIsTerminal,
-            .hasColour = environment.hasColour};
+            .hasColour = environment.hasColour,
+            .stops = environment.interrupted};
+}
+
+/// What is the same for packages that are packed into the same archive, however they are reached.
+std::string archiveOf(const std::string& package) {
+    const std::filesystem::path path(package);
+    std::error_code error;
+    const auto folder = std::filesystem::canonical(path.parent_path(), error);
+    return ((error ? path.parent_path() : folder) / path.stem()).string();
 }
 
 /// Why the package cannot be begun; empty if it can.
-std::string obstacleOf(const std::string& package) {
+std::string obstacleOf(const std::string& package, const std::string& rival) {
+    if (!rival.empty())
+        return formatted("its archive would take the place of that of %@; rename one of the two, "
+                         "or give it only once",
+                         rival);
     switch (faultOfArgument(package)) {
     case ArgumentFault::NotUtf8:
         return "its path is not UTF-8: rename it";
@@ -225,7 +240,7 @@ bool Batch::processAll() {
             report_.folderSkipped();
             workSet_.remove(entry);
         } else if (options_.doNotCodesign && options_.requireSignature) {
-            report_.failed(entry, entry, "it is not packed, as --require-signature was given");
+            report_.entryFailed(entry, "it is not packed, as --require-signature was given");
             workSet_.remove(entry);
         } else if (!process(takeTasks(entry))) {
             return false;
@@ -237,10 +252,12 @@ bool Batch::processAll() {
 std::vector<Batch::Task> Batch::takeTasks(const std::string& entry) {
     workSet_.remove(entry);
     std::vector<Task> tasks;
-    for (const std::string& package : packagesToProcess(caller_, entry))
-        tasks.push_back({package, entry});
+    for (const std::string& package : packagesToProcess(caller_, entry)) {
+        const auto [first, isFirst] = archives_.emplace(archiveOf(package), package);
+        tasks.push_back({package, entry, isFirst ? "" : first->second});
+    }
     if (tasks.empty())
-        report_.failed(entry, entry, "its packages are no longer there");
+        report_.entryFailed(entry, "its packages are no longer there");
     report_.packagesFound(tasks.size());
     return tasks;
 }
@@ -272,9 +289,9 @@ bool Batch::process(const std::vector<Task>& tasks) {
 
 void Batch::process(const Task& task, unsigned slot, unsigned threads) {
     const Log::Subject subject(task.package);
-    if (const std::string obstacle = obstacleOf(task.package); !obstacle.empty()) {
+    if (const std::string obstacle = obstacleOf(task.package, task.rival); !obstacle.empty()) {
         logFailure("%@: %@", task.package, obstacle);
-        report_.failed(task.package, task.entry, obstacle);
+        report_.packageFailed(task.package, task.entry, obstacle);
         return;
     }
     std::size_t number = 0; // in the record
@@ -289,7 +306,11 @@ void Batch::process(const Task& task, unsigned slot, unsigned threads) {
                                          [this] { return identities_; });
             },
         .runShellCommand =
-            [&](const std::string& command) { return runShellCommand(assignments + command); },
+            [&](const std::string& command) {
+                // What the terminal sends to all its processes ends us in order and must not end
+                // the scripts. The shell becomes the script: a process less for each package.
+                return runShellCommand("trap '' HUP INT; " + assignments + "exec " + command);
+            },
         .goesOnAfter =
             [this](const ScriptRun& run) {
                 return !options_.requireSignature ||

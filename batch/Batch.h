@@ -10,6 +10,7 @@
 #include "core/WorkSet.h"
 
 #include <iosfwd>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -46,6 +47,7 @@ private:
     struct Task {
         std::string package;
         std::string entry;
+        std::string rival; ///< an earlier package with the same archive; empty if there is none
     };
 
     /// Success if the scripts can be run from where they are, and do what is asked for.
@@ -75,7 +77,8 @@ private:
     IdentityList identities_; ///< the one chosen, if any
     std::optional<ListedIdentity> identity_;
     WorkSet workSet_;
-    std::size_t unbegun_ = 0; ///< packages that were found and left
+    std::map<std::string, std::string> archives_; ///< of the packages taken so far
+    std::size_t unbegun_ = 0;                     ///< packages that were found and left
     RunRecord record_;
     Report report_;
 };

@@ -61,8 +61,8 @@ std::string folderForPipes() {
 
 } // namespace
 
-Progress::Progress(std::ostream& out, std::mutex& mutex, bool shown)
-    : out_(out), mutex_(mutex), shown_(shown) {}
+Progress::Progress(std::ostream& out, std::mutex& mutex, bool shown, std::function<bool()> stops)
+    : out_(out), mutex_(mutex), shown_(shown), stops_(std::move(stops)) {}
 
 Progress::~Progress() {
     {
@@ -135,7 +135,11 @@ void Progress::draw() {
     if (total_ > 1)
         line = std::to_string(done_) + " of " + std::to_string(total_) + ", " +
                std::to_string(100 * done_ / total_) + " %: " + line;
-    out_ << beginning(line, columnsOfTerminal() - 1) << std::flush;
+    saysStop_ = stops_();
+    if (saysStop_)
+        line.insert(0, "Stopping after this: ");
+    // There is room for the ^C that the terminal shows: on a second line it would stay.
+    out_ << beginning(line, std::max<std::size_t>(columnsOfTerminal(), 4) - 3) << std::flush;
 }
 
 bool Progress::readPipes() {
@@ -157,7 +161,7 @@ bool Progress::readPipes() {
 void Progress::drawOften() {
     std::unique_lock lock(mutex_);
     while (!end_.wait_for(lock, std::chrono::milliseconds(100), [this] { return ended_; })) {
-        if (readPipes()) {
+        if (readPipes() || stops_() != saysStop_) {
             clear();
             draw();
         }

@@ -15,9 +15,9 @@
 /// what stays, so the caller's mutex guards both.
 class Progress {
 public:
-    /// With `shown` false nothing is ever printed. `mutex` is held by the callers of all functions
-    /// but these two, and outlives this object.
-    Progress(std::ostream& out, std::mutex& mutex, bool shown);
+    /// With `shown` false nothing is ever printed. `stops` tells whether nothing more will begin.
+    /// `mutex` is held by the callers of all functions but these two, and outlives this object.
+    Progress(std::ostream& out, std::mutex& mutex, bool shown, std::function<bool()> stops);
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
@@ -27,6 +27,8 @@ public:
     /// empty if there is none.
     [[nodiscard]] std::string start(unsigned slot, const std::string& text);
     void end(unsigned slot);
+    /// One is over that never was at work.
+    void pass() { ++done_; }
     /// Takes the line away, for something that stays; draw() brings it back.
     void clear();
     void draw();
@@ -45,6 +47,8 @@ private:
     std::ostream& out_;
     std::mutex& mutex_;
     const bool shown_;
+    const std::function<bool()> stops_;
+    bool saysStop_ = false;
     std::size_t total_ = 0;
     std::size_t done_ = 0;
     std::map<unsigned, Slot> slots_;

@@ -7,6 +7,8 @@
 
 #include <ostream>
 
+using base::Json;
+
 namespace {
 
 constexpr const char* red = "\033[1;31m";
@@ -59,7 +61,8 @@ std::int64_t number(std::size_t count) {
 } // namespace
 
 Report::Report(std::ostream& out, Look look)
-    : out_(out), look_(look), progress_(out, mutex_, look.isTerminal && look.form == Form::Lines) {}
+    : out_(out), look_(std::move(look)),
+      progress_(out, mutex_, look_.isTerminal && look_.form == Form::Lines, look_.stops) {}
 
 std::string Report::coloured(const char* colour, const std::string& text) const {
     return look_.hasColour ? colour + text + "\033[0m" : text;
@@ -109,8 +112,20 @@ void Report::packageEnded(const PackageRecord& package, const std::vector<Script
     print(ending.output + line + '\n', isFailure);
 }
 
-void Report::failed(const std::string& path, const std::string& entry, const std::string& reason) {
+void Report::packageFailed(const std::string& package, const std::string& entry,
+                           const std::string& reason) {
     const std::lock_guard lock(mutex_);
+    progress_.pass();
+    printFailure(package, entry, reason);
+}
+
+void Report::entryFailed(const std::string& entry, const std::string& reason) {
+    const std::lock_guard lock(mutex_);
+    printFailure(entry, entry, reason);
+}
+
+void Report::printFailure(const std::string& path, const std::string& entry,
+                          const std::string& reason) {
     ++tally_.failed;
     if (look_.form == Form::Json) {
         const PackageRecord package{

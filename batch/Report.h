@@ -1,11 +1,12 @@
 #pragma once
 
+#include "base/Json.h"
 #include "batch/Progress.h"
-#include "core/Json.h"
 #include "core/RunRecord.h"
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <iosfwd>
 #include <mutex>
 #include <string>
@@ -28,6 +29,7 @@ public:
         Form form = Form::Lines;
         bool isTerminal = false; ///< then a progress line is shown
         bool hasColour = false;
+        std::function<bool()> stops{}; ///< whether nothing more will begin
     };
 
     Report(std::ostream& out, Look look);
@@ -38,8 +40,11 @@ public:
     [[nodiscard]] std::string packageStarted(const std::string& package, unsigned slot);
     void packageEnded(const PackageRecord& package, const std::vector<ScriptRun>& runs,
                       unsigned slot);
-    /// A package, or an entry, that could not be begun.
-    void failed(const std::string& path, const std::string& entry, const std::string& reason);
+    /// A package that could not be begun.
+    void packageFailed(const std::string& package, const std::string& entry,
+                       const std::string& reason);
+    /// An entry, none of whose packages could be begun.
+    void entryFailed(const std::string& entry, const std::string& reason);
     void folderSkipped();
     /// A PATH that cannot be processed; told elsewhere too.
     void pathRefused(const std::string& sentence);
@@ -49,6 +54,7 @@ public:
 
 private:
     void print(const std::string& text, bool isFailure);
+    void printFailure(const std::string& path, const std::string& entry, const std::string& reason);
     [[nodiscard]] std::string coloured(const char* colour, const std::string& text) const;
 
     std::ostream& out_;
@@ -56,6 +62,6 @@ private:
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     mutable std::mutex mutex_;
     Tally tally_;
-    Json::Array refused_;
+    base::Json::Array refused_;
     Progress progress_; ///< last: its thread uses the others
 };

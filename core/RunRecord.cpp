@@ -125,11 +125,11 @@ void RunRecord::create() {
         return;
     }
     flock(descriptor_.get(), LOCK_EX | LOCK_NB);
-    const Json::Object head = {{"format", std::int64_t{1}},
-                               {"program", "kelpmoray " + version_},
-                               {"started", timeText(now, isoTime)},
-                               {"process", std::int64_t{getpid()}}};
-    head_ = Json(head).text();
+    const base::Json::Object head = {{"format", std::int64_t{1}},
+                                     {"program", "kelpmoray " + version_},
+                                     {"started", timeText(now, isoTime)},
+                                     {"process", std::int64_t{getpid()}}};
+    head_ = base::Json(head).text();
     head_.replace(head_.size() - 1, 1, ", \"packages\": [\n");
     removeOldRuns(folder_);
 }

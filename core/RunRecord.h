@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/FileDescriptor.h"
-#include "core/Json.h"
+#include "base/Json.h"
 #include "core/ScriptOutcome.h"
 
 #include <cstdint>
@@ -116,5 +116,5 @@ private:
 [[nodiscard]] std::optional<RecordedRun> readRun(const std::string& file);
 
 /// The form that a package has in the file.
-[[nodiscard]] Json jsonOf(const PackageRecord& package);
-[[nodiscard]] PackageRecord packageOf(const Json& json);
+[[nodiscard]] base::Json jsonOf(const PackageRecord& package);
+[[nodiscard]] PackageRecord packageOf(const base::Json& json);

@@ -13,6 +13,8 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
+using base::Json;
+
 namespace {
 
 namespace fs = std::filesystem;

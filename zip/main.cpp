@@ -1,3 +1,4 @@
+#include "base/Json.h"
 #include "base/Number.h"
 #include "base/Printable.h"
 #include "base/ProgramStart.h"
@@ -14,8 +15,10 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 #include <getopt.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace zip {
@@ -40,8 +43,9 @@ access control lists; a line on standard error names those of the last two.
   -j THREADS      how many threads work, all processors if not given; the archive is the same
   --reproducible  every time in the archive is SOURCE_DATE_EPOCH, or 1980-01-01 if that is not set
   --verify        read the archive back and compare it with PACKAGE before it appears
+  --json          print what became of it as one JSON object on standard output, and nothing else
   --progress      ten times a second a line on standard error: percent of the bytes that are done
-  --help          show this text
+  -h, --help      show this text
   --version       show the version
 
 Exit status: 0 done, 1 failed, 2 wrong usage.
@@ -50,6 +54,7 @@ Exit status: 0 done, 1 failed, 2 wrong usage.
 struct CommandLine {
     PackOptions options;
     bool showProgress = false;
+    bool json = false;
 };
 
 int report(std::string_view sentence, int status) {
@@ -71,7 +76,7 @@ base::Outcome useReproducibleTime(PackOptions& options) {
     return {};
 }
 
-enum LongOption : int { Reproducible = 256, Verify, Progress, Help, Version };
+enum LongOption : int { Reproducible = 256, Verify, Progress, Json, Help, Version };
 
 /// Applies one option; `given` is how the user wrote it.
 base::Outcome apply(int option, const char* value, const std::string& given, CommandLine& line) {
@@ -99,6 +104,9 @@ base::Outcome apply(int option, const char* value, const std::string& given, Com
     case Progress:
         line.showProgress = true;
         return {};
+    case Json:
+        line.json = true;
+        return {};
     case ':':
         return base::Error{base::ErrorKind::Usage,
                            "The option " + given + " needs a number. See kelpmoray-zip --help."};
@@ -108,11 +116,49 @@ base::Outcome apply(int option, const char* value, const std::string& given, Com
     }
 }
 
+/// What became of an archive, for programs.
+int tellInJson(const std::string& archive, const base::Outcome& packed, const CommandLine& line,
+               const std::string& notice) {
+    base::Json::Object object = {{"archive", archive}};
+    struct stat status {};
+    if (packed && ::stat(archive.c_str(), &status) == 0)
+        object.emplace_back("size", std::int64_t(status.st_size));
+    if (packed)
+        object.emplace_back("verified", line.options.verify);
+    else
+        object.emplace_back("error", packed.error().sentence);
+    if (!notice.empty())
+        object.emplace_back("notice", notice);
+    std::printf("%s\n", base::Json(std::move(object)).text().c_str());
+    if (std::fflush(stdout) != 0)
+        return report("What became of the archive could not be written down.", failed);
+    return packed ? done : failed;
+}
+
+int packAndTell(const std::string& archive, const std::string& package, CommandLine line) {
+    base::ProgressChannel progress(line.showProgress);
+    if (progress.open())
+        line.options.progress = [&](std::uint64_t bytes, std::uint64_t total) {
+            progress.tell(bytes, total);
+        };
+    std::string notice;
+    line.options.notice = [&](const std::string& sentence) {
+        notice = sentence;
+        if (!line.json)
+            report(sentence, done);
+    };
+    const auto packed = pack(archive, package, line.options);
+    if (line.json)
+        return tellInJson(archive, packed, line, notice);
+    return packed ? done : report(packed.error().sentence, failed);
+}
+
 int run(int argumentCount, char** arguments) {
     base::startProgram();
     static const option longOptions[] = {{"reproducible", no_argument, nullptr, Reproducible},
                                          {"verify", no_argument, nullptr, Verify},
                                          {"progress", no_argument, nullptr, Progress},
+                                         {"json", no_argument, nullptr, Json},
                                          {"help", no_argument, nullptr, Help},
                                          {"version", no_argument, nullptr, Version},
                                          {nullptr, 0, nullptr, 0}};
@@ -120,11 +166,11 @@ int run(int argumentCount, char** arguments) {
     line.options.threads = std::max(1U, std::thread::hardware_concurrency());
     int option = 0;
     ::opterr = 0;
-    while ((option = ::getopt_long(argumentCount, arguments, ":l:j:", longOptions, nullptr)) !=
+    while ((option = ::getopt_long(argumentCount, arguments, ":l:j:h", longOptions, nullptr)) !=
            -1) {
-        if (option == Help || option == Version) {
+        if (option == Help || option == 'h' || option == Version) {
             const std::string version = std::string("kelpmoray-zip ") + base::version() + '\n';
-            std::fputs(option == Help ? usage : version.c_str(), stdout);
+            std::fputs(option == Version ? version.c_str() : usage, stdout);
             return done;
         }
         const bool isShort = optopt > 0 && optopt < Reproducible;
@@ -135,14 +181,7 @@ int run(int argumentCount, char** arguments) {
     }
     if (argumentCount - optind != 2)
         return report("Give an archive and a package. See kelpmoray-zip --help.", wrongUsage);
-    base::ProgressChannel progress(line.showProgress);
-    if (progress.open())
-        line.options.progress = [&](std::uint64_t bytes, std::uint64_t total) {
-            progress.tell(bytes, total);
-        };
-    line.options.notice = [](const std::string& sentence) { report(sentence, done); };
-    auto packed = pack(arguments[optind], arguments[optind + 1], line.options);
-    return packed ? done : report(packed.error().sentence, failed);
+    return packAndTell(arguments[optind], arguments[optind + 1], std::move(line));
 }
 
 } // namespace

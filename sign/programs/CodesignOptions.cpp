@@ -51,8 +51,10 @@ To display:
   -r -                    print the requirements on standard output
       --entitlements :-   print the entitlements on standard output
 
+      --json              to verify, to display and with --plan: print one JSON object a line on
+                          standard output for each PATH, and nothing else
       --verbose[=N]       like N times -v
-      --help, --version   show this text, or the version
+  -h, --help, --version   show this text, or the version
 
 Exit status: 0 done, 1 failed, 2 wrong usage, 3 only the requirement of -R is not met.
 )";
@@ -74,6 +76,7 @@ enum LongOption : int {
     Remove,
     Plan,
     Verbose,
+    Json,
     Help,
     Version,
 };
@@ -100,6 +103,7 @@ const std::array longOptions{
     option{"strict", optional_argument, nullptr, Strict},
     option{"test-requirement", required_argument, nullptr, 'R'},
     option{"verbose", optional_argument, nullptr, Verbose},
+    option{"json", no_argument, nullptr, Json},
     option{"help", no_argument, nullptr, Help},
     option{"version", no_argument, nullptr, Version},
     option{nullptr, 0, nullptr, 0},
@@ -144,7 +148,7 @@ public:
         int option = 0;
         ::opterr = 0;
         ::optind = 1;
-        while ((option = ::getopt_long(count, arguments, ":s:dfi:o:r:R:v", longOptions.data(),
+        while ((option = ::getopt_long(count, arguments, ":s:dfi:o:r:R:vh", longOptions.data(),
                                        nullptr)) != -1) {
             const bool isShort = optopt > 0 && optopt < Verify;
             const std::string given =
@@ -178,6 +182,7 @@ private:
             return choose(Operation::RemoveSignature);
         case Plan:
             return choose(Operation::Plan);
+        case 'h':
         case Help:
             options_.operation = Operation::Help;
             return {};
@@ -207,6 +212,9 @@ private:
             return {};
         case Strict:
             options_.strict = true;
+            return {};
+        case Json:
+            options_.json = true;
             return {};
         case 'i':
             signing.identifier = value;
@@ -362,6 +370,9 @@ private:
                          "--plan. See kelpmoray-codesign --help.");
         if (options_.paths.empty())
             return usage("Give a file or a bundle. See kelpmoray-codesign --help.");
+        if (options_.json && (options_.operation == Operation::Sign ||
+                              options_.operation == Operation::RemoveSignature))
+            return usage("--json goes with --verify, --display and --plan only.");
         base::Outcome finished;
         if (options_.operation == Operation::Sign)
             finished = finishSigning();

@@ -23,6 +23,7 @@ struct CodesignOptions {
     std::optional<Requirement> requirement; ///< of -R
     bool showRequirements = false;
     bool showEntitlements = false;
+    bool json = false; ///< facts for programs, in place of text for people
     std::vector<std::string> paths;
 };
 

@@ -47,7 +47,7 @@ const char* const securityUsage = R"(usage: kelpmoray-security COMMAND [OPTION].
 Keeps the identities that kelpmoray-codesign signs with.
 
   find-identity [-v] [-p codesigning] [--json]
-      list the identities; with -v only those that can sign
+      list the identities; with -v only those that can sign; with --json as an array of objects
   import FILE [-P PASSPHRASE | --passphrase-file FILE] [--key FILE] [--chain FILE]
               [--download] [--dry-run]
       store the identity in FILE (PKCS#12, or a certificate with its key in PEM or DER), or the
@@ -64,7 +64,8 @@ Keeps the identities that kelpmoray-codesign signs with.
       write the certificate as PEM
   delete-identity -Z HASH
       remove the certificate and its key
-  --help, --version
+  -h, --help, --version
+      show this text, or the version
 
 -P shows the passphrase to other users of this machine; prefer --passphrase-file.
 
@@ -91,7 +92,7 @@ base::Result<SecurityOptions> readSecurityOptions(const std::vector<std::string>
             read.arguments.push_back(argument);
             continue;
         }
-        if (argument == "--help")
+        if (argument == "--help" || argument == "-h")
             return SecurityOptions{.command = "--help", .options = {}, .arguments = {}};
         const auto option = std::ranges::find(command->options, argument, &Option::name);
         if (option == command->options.end())

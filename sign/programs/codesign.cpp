@@ -2,12 +2,14 @@
 #include "base/Printable.h"
 #include "base/ProgramStart.h"
 #include "base/ProgressChannel.h"
+#include "base/Version.h"
 #include "sign/Description.h"
 #include "sign/SignatureVerifier.h"
 #include "sign/Signer.h"
 #include "sign/bundle/NestedCode.h"
 #include "sign/identity/IdentityList.h"
 #include "sign/programs/CodesignOptions.h"
+#include "sign/programs/Facts.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -103,14 +105,16 @@ int reportFault(const std::string& path, const VerifyFault& fault, unsigned verb
     return failed;
 }
 
+base::Result<VerifyReport> verified(const std::string& path, const CodesignOptions& options) {
+    return verify(path, {.deep = options.signing.deep,
+                         .strict = options.strict,
+                         .requirement = options.requirement,
+                         .bundleVersion = options.signing.bundleVersion,
+                         .threads = options.signing.threads});
+}
+
 int verifyOne(const std::string& path, const CodesignOptions& options) {
-    VerifyOptions wanted;
-    wanted.deep = options.signing.deep;
-    wanted.strict = options.strict;
-    wanted.requirement = options.requirement;
-    wanted.bundleVersion = options.signing.bundleVersion;
-    wanted.threads = options.signing.threads;
-    const auto report = verify(path, wanted);
+    const auto report = verified(path, options);
     if (!report)
         return reportOf(path, report.error());
     if (options.verbosity > 1)
@@ -143,12 +147,58 @@ int planOne(const std::string& path) {
     return done;
 }
 
+struct Answer {
+    base::Json::Object facts;
+    int status = done;
+};
+
+/// What an operation that changes nothing finds out.
+base::Result<Answer> answerOf(const std::string& path, const CodesignOptions& options) {
+    if (options.operation == Operation::Verify) {
+        const auto report = verified(path, options);
+        if (!report)
+            return report.error();
+        return Answer{validityFacts(*report), !report->faults.empty()    ? failed
+                                              : report->meetsRequirement ? done
+                                                                         : requirementNotMet};
+    }
+    if (options.operation == Operation::Plan) {
+        const auto plan = planOf(path);
+        if (!plan)
+            return plan.error();
+        base::Json::Array objects;
+        for (const CodeObject& object : *plan)
+            objects.emplace_back(object.path);
+        return Answer{{{"plan", std::move(objects)}}};
+    }
+    const auto code = StaticCode::open(path, options.signing.bundleVersion);
+    if (!code)
+        return code.error();
+    auto facts = signatureFacts(*code);
+    if (!facts)
+        return facts.error();
+    return Answer{*std::move(facts)};
+}
+
+int answerInJson(const std::string& path, const CodesignOptions& options) {
+    auto answer = answerOf(path, options);
+    base::Json::Object line = {{"path", path}};
+    if (answer)
+        std::ranges::move(answer->facts, std::back_inserter(line));
+    else
+        line.emplace_back("error", answer.error().sentence);
+    std::printf("%s\n", base::Json(std::move(line)).text().c_str());
+    return answer ? answer->status : failed;
+}
+
 int removeOne(const std::string& path, const CodesignOptions& options) {
     const auto removed = removeSignature(path, options.signing.bundleVersion);
     return removed ? done : reportOf(path, removed.error());
 }
 
 int runOn(const std::string& path, const CodesignOptions& options) {
+    if (options.json)
+        return answerInJson(path, options);
     switch (options.operation) {
     case Operation::Sign:
         return signOne(path, options);
@@ -172,7 +222,8 @@ int run(int count, char** arguments) {
     }
     if (options->operation == Operation::Help || options->operation == Operation::Version) {
         const bool isHelp = options->operation == Operation::Help;
-        std::fputs(isHelp ? codesignUsage : "kelpmoray-codesign " KELPMORAY_VERSION "\n", stdout);
+        const std::string version = std::string("kelpmoray-codesign ") + base::version() + '\n';
+        std::fputs(isHelp ? codesignUsage : version.c_str(), stdout);
         return done;
     }
     if (options->operation == Operation::Sign && options->identity != "-") {
@@ -189,7 +240,8 @@ int run(int count, char** arguments) {
     options->signing.threads = std::max(1U, std::thread::hardware_concurrency());
     int status = done;
     for (const std::string& path : options->paths)
-        status = std::max(status, runOn(path, *options));
+        if (const int one = runOn(path, *options); one != done && status != failed)
+            status = one;
     return std::fflush(stdout) == 0 ? status : failed;
 }
 

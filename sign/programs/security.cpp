@@ -1,7 +1,9 @@
 #include "base/ByteReader.h"
+#include "base/Json.h"
 #include "base/Printable.h"
 #include "base/ProgramStart.h"
 #include "base/ReplacedFile.h"
+#include "base/Version.h"
 #include "sign/identity/CertificateFile.h"
 #include "sign/identity/CertificateMaker.h"
 #include "sign/identity/IdentityImport.h"
@@ -44,17 +46,6 @@ std::string day(std::int64_t seconds) {
     return std::strftime(text, sizeof text, "%Y-%m-%d", &parts) > 0 ? text : "";
 }
 
-/// A text in JSON (RFC 8259).
-std::string quoted(const std::string& text) {
-    std::string json = "\"";
-    for (const char c : base::printable(text)) {
-        if (c == '"' || c == '\\')
-            json += '\\';
-        json += c;
-    }
-    return json + '"';
-}
-
 /// One numbered line for each identity, as the platform's tool prints them.
 std::size_t printNumbered(const std::vector<ListedIdentity>& identities) {
     std::size_t number = 0;
@@ -68,16 +59,13 @@ std::size_t printNumbered(const std::vector<ListedIdentity>& identities) {
 }
 
 void printJson(const std::vector<ListedIdentity>& identities) {
-    const char* separator = "";
-    std::fputs("[", stdout);
-    for (const ListedIdentity& identity : identities) {
-        std::printf("%s\n  {\"hash\": \"%s\", \"name\": %s, \"valid\": %s, \"reason\": \"%s\"}",
-                    separator, identity.hash.c_str(), quoted(identity.label).c_str(),
-                    identity.fault == IdentityFault::None ? "true" : "false",
-                    std::string(nameOf(identity.fault)).c_str());
-        separator = ",";
-    }
-    std::fputs("\n]\n", stdout);
+    base::Json::Array list;
+    for (const ListedIdentity& identity : identities)
+        list.emplace_back(base::Json::Object{{"hash", identity.hash},
+                                             {"name", identity.label},
+                                             {"valid", identity.fault == IdentityFault::None},
+                                             {"reason", std::string(nameOf(identity.fault))}});
+    std::printf("%s\n", base::Json(std::move(list)).text().c_str());
 }
 
 base::Outcome findIdentities(const SecurityOptions& options) {
@@ -207,41 +195,35 @@ base::Outcome createTestIdentity(const SecurityOptions& options) {
     return {};
 }
 
-/// The certificate whose hash is given with -Z.
-base::Result<KeptCertificate> certificateNamed(const IdentityFolder& folder,
-                                               const SecurityOptions& options) {
+/// Does `action` with the certificate whose hash is given with -Z.
+base::Outcome withCertificate(
+    const SecurityOptions& options,
+    const std::function<base::Outcome(const IdentityFolder&, const KeptCertificate&)>& action) {
     const std::string wanted = options.value("-Z");
     if (wanted.empty())
         return usage("Give the hash of a certificate with -Z.");
-    auto kept = folder.certificates();
+    const auto folder = IdentityFolder::ofUser();
+    if (!folder)
+        return folder.error();
+    const auto kept = folder->certificates();
     if (!kept)
         return kept.error();
-    for (KeptCertificate& certificate : *kept)
+    for (const KeptCertificate& certificate : *kept)
         if (::strcasecmp(certificate.hash.c_str(), wanted.c_str()) == 0)
-            return std::move(certificate);
+            return action(*folder, certificate);
     return base::Error{base::ErrorKind::NotFound, wanted + ": no identity found"};
 }
 
 base::Outcome deleteIdentity(const SecurityOptions& options) {
-    const auto folder = IdentityFolder::ofUser();
-    if (!folder)
-        return folder.error();
-    const auto kept = certificateNamed(*folder, options);
-    if (!kept)
-        return kept.error();
-    return folder->remove(*kept);
+    return withCertificate(options, &IdentityFolder::remove);
 }
 
 base::Outcome exportCertificate(const SecurityOptions& options) {
-    const auto folder = IdentityFolder::ofUser();
-    if (!folder)
-        return folder.error();
-    const auto kept = certificateNamed(*folder, options);
-    if (!kept)
-        return kept.error();
-    const BioOwner sink(BIO_new(BIO_s_mem()));
-    PEM_write_bio_X509(sink.get(), kept->chain.front().handle());
-    return writeOutput(options.value("--output"), bytesOf(sink.get()));
+    return withCertificate(options, [&](const IdentityFolder&, const KeptCertificate& kept) {
+        const BioOwner sink(BIO_new(BIO_s_mem()));
+        PEM_write_bio_X509(sink.get(), kept.chain.front().handle());
+        return writeOutput(options.value("--output"), bytesOf(sink.get()));
+    });
 }
 
 base::Outcome addToken(const SecurityOptions& options) {
@@ -301,9 +283,8 @@ int run(const std::vector<std::string>& arguments) {
     };
     const auto command = commands.find(options->command);
     if (command == commands.end()) {
-        std::fputs(options->command == "--version" ? "kelpmoray-security " KELPMORAY_VERSION "\n"
-                                                   : securityUsage,
-                   stdout);
+        const std::string version = std::string("kelpmoray-security ") + base::version() + '\n';
+        std::fputs(options->command == "--version" ? version.c_str() : securityUsage, stdout);
         return done;
     }
     const base::Outcome outcome = command->second(*options);

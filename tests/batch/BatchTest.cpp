@@ -10,6 +10,7 @@
 
 #include <gmock/gmock.h>
 
+using base::Json;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
@@ -325,6 +326,29 @@ TEST_F(BatchFace, ShowsAProgressLineOnATerminalOnly) {
     EXPECT_EQ(run({"--process-all", folder.path("more")}), ExitStatus::AllDone);
     EXPECT_THAT(out.str(),
                 testing::StartsWith("\r\033[KProcessing App Package: C.app...\r\033[KC.app: "));
+}
+
+TEST_F(BatchFace, CountsAPackageThatCannotBeBegunAsDone) {
+    outIsTerminal = true;
+    folder.makeApplication("more/$.app");
+    EXPECT_EQ(run({"--process-all", "--jobs=1", folder.path("more")}), ExitStatus::SomeFailed);
+    EXPECT_THAT(out.str(), HasSubstr("1 of 2, 50 %: Processing App Package: C.app..."));
+}
+
+TEST_F(BatchFace, LetsNoPackageTakeTheArchiveOfAnother) {
+    folder.makeApplication("more/C.APP");
+    std::filesystem::create_directory_symlink(folder.path("more"), folder.path("linked"));
+    useScript("fenwoJustZipApps.sh", "echo \"packed: $1\"");
+    for (const char* jobs : {"--jobs=1", "--jobs=3"}) {
+        EXPECT_EQ(run({"--process-all", jobs, folder.path("more"), folder.path("linked/C.app")}),
+                  ExitStatus::SomeFailed);
+        EXPECT_THAT(out.str(),
+                    AllOf(HasSubstr("C.APP: packed as"),
+                          HasSubstr("C.app: FAILED: its archive would take the place of that of " +
+                                    folder.path("more/C.APP") + "; rename"),
+                          HasSubstr("1 package done, 2 failed")));
+    }
+    EXPECT_THAT(log.failures(), testing::Contains(HasSubstr("its archive would take the place")));
 }
 
 TEST(Program, LogsOnStandardErrorOnlyWhenAsked) {

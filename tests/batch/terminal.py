@@ -93,12 +93,12 @@ class Terminal(ProgramTest):
             self.assertIn("A.app: FAILED: no: more", said)
 
     def test_control_c_ends_in_order_and_sums_up(self):
-        with self.programs.packing_script(f'trap "" INT; echo 1% >"$KELPMORAY_PROGRESS"; read line <"{self.gate}"\n'
+        with self.programs.packing_script(f'echo 1% >"$KELPMORAY_PROGRESS"; read line <"{self.gate}"\n'
                                           'exec "$real" "$1"'):
             screen = self.on_screen("--process-all", "--jobs=1")
             screen.await_text("A.app... 1 %")
             screen.type("\x03")
-            screen.await_text("^C")
+            screen.await_text("Stopping after this: 0 of 2, 0 %: Processing App Package: A.app... 1 %")
             write(self.gate, "go\n")
             status, shown = screen.end()
         self.assertEqual(status, 3)
@@ -195,6 +195,27 @@ class Completions(unittest.TestCase):
                       'COMP_CWORD=$#; _kelpmoray_batch; printf "%s\\n" "${COMPREPLY[@]}"')
             said = subprocess.run(["bash", "-c", script, "bash", *words], capture_output=True, text=True)
             self.assertEqual(said.stdout.splitlines(), wanted, said.stderr)
+
+
+class BuildMachine(SigningTest):
+    def test_the_script_of_the_documentation_signs_and_fails_loudly(self):
+        script = re.search("```sh\n(.*?)```", text_of("docs/ci.md"), re.S)[1]
+        openssl = ("openssl req -x509 -newkey rsa:2048 -nodes -keyout key -out certificate -days 30 -subj '/CN=Kind: Cy (X2)' "
+                   "-addext keyUsage=digitalSignature -addext extendedKeyUsage=codeSigning 2>/dev/null && "
+                   "openssl pkcs12 -export -inkey key -in certificate -passout pass:pw | base64 -w 0")
+        secret = self.shell(openssl)[1].splitlines()[-1]
+        self.package("dist/A.app")
+        self.environment.update(IDENTITY_P12=secret, IDENTITY_PASSWORD="pw", IDENTITY="Cy", KELPMORAY_TIMESTAMP="none")
+        status, said = self.shell(script)
+        self.assertEqual(status, 0, said)
+        self.assert_whole(self.path("dist/A.zip"), self.path("dist/A.app"))
+        with open(self.path("run.jsonl")) as lines:
+            self.assertEqual(json.loads(lines.readline())["package"]["signedAs"], "Cy (X2)")
+        os.remove(self.path("dist/A.zip"))
+        for secrets, expected in ({"IDENTITY": "Cyx"}, 2), ({"IDENTITY": ""}, 2), ({"IDENTITY_PASSWORD": "x"}, 1):
+            self.environment.update({"IDENTITY": "Cy", "IDENTITY_PASSWORD": "pw", **secrets})
+            self.assertEqual(self.shell(script)[0], expected, secrets)
+        self.assertFalse(os.path.exists(self.path("dist/A.zip")))
 
 
 class ManyMachines(SigningTest):

@@ -3,6 +3,7 @@
 
 KELPMORAY_ZIP names the program.
 """
+import json
 import os
 import random
 import re
@@ -78,6 +79,13 @@ class CommandLine(Packer):
         status, said = self.zip("--version")
         self.assertEqual(status, 0)
         self.assertRegex(said, r"\Akelpmoray-zip \d+\.\d+\.\d+\n\Z")
+
+    def test_tells_programs_what_became_of_the_archive(self):
+        self.file("A.app/file")
+        self.assertEqual(json.loads(self.zip("--json", "--verify", "A.zip", "A.app")[1]),
+                         {"archive": "A.zip", "size": os.path.getsize(self.path("A.zip")), "verified": True})
+        status, said = self.zip("--json", "none/A.zip", "A.app")
+        self.assertEqual((status, list(json.loads(said))), (1, ["archive", "error"]))
 
     def test_refuses_what_makes_no_sense(self):
         self.file("A.app/file")

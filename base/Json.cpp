@@ -1,4 +1,4 @@
-#include "core/Json.h"
+#include "base/Json.h"
 
 #include "base/Utf8.h"
 
@@ -8,6 +8,7 @@
 #include <locale>
 #include <sstream>
 
+namespace base {
 namespace {
 
 constexpr int deepest = 32;
@@ -22,7 +23,7 @@ void appendUnit(std::string& out, unsigned unit) {
 void appendQuoted(std::string& out, std::string_view text) {
     out += '"';
     while (!text.empty()) {
-        const std::size_t length = base::utf8Length(text);
+        const std::size_t length = utf8Length(text);
         const auto first = static_cast<unsigned char>(text.front());
         if (length == 0) {
             appendUnit(out, 0xDC00U + first);
@@ -175,11 +176,11 @@ private:
             if (!second || *second < 0xDC00 || *second > 0xDFFF)
                 failed_ = true;
             else
-                base::appendUtf8(out, 0x10000U + ((*unit - 0xD800U) << 10U) + (*second - 0xDC00U));
+                appendUtf8(out, 0x10000U + ((*unit - 0xD800U) << 10U) + (*second - 0xDC00U));
         } else if (*unit >= 0xDC00 && *unit <= 0xDFFF) {
             failed_ = true;
         } else {
-            base::appendUtf8(out, *unit);
+            appendUtf8(out, *unit);
         }
     }
 
@@ -205,7 +206,7 @@ private:
                 takeEscape(out);
                 continue;
             }
-            const std::size_t length = base::utf8Length(text_);
+            const std::size_t length = utf8Length(text_);
             if (length == 0 || static_cast<unsigned char>(text_.front()) < 0x20)
                 return fail();
             out += text_.substr(0, length);
@@ -296,3 +297,5 @@ const Json::Array& Json::array() const {
     static const Array none;
     return valueOr(value_, none);
 }
+
+} // namespace base

@@ -8,6 +8,8 @@
 #include <variant>
 #include <vector>
 
+namespace base {
+
 /// A value of JSON (RFC 8259). Texts are bytes: one that is not UTF-8 is written as the lone
 /// surrogate U+DC00 + byte and read back as itself, so that any path survives. Any thread.
 class Json {
@@ -49,3 +51,5 @@ private:
 
     std::variant<std::monostate, bool, std::int64_t, double, std::string, Array, Object> value_;
 };
+
+} // namespace base

@@ -1,0 +1,42 @@
+#!/usr/bin/env python3
+"""What the signer tells programs, as JSON."""
+import json
+import subprocess
+import unittest
+
+import fixtures
+from codesign import CODESIGN, MESSAGES, CodeTest
+from programs import write
+
+
+class Facts(CodeTest):
+    def facts(self, *arguments, status=0):
+        """What it prints with --json on standard output, and it prints nothing else."""
+        done = subprocess.run([CODESIGN, "--json", *arguments], cwd=self.folder, capture_output=True, text=True)
+        self.assertEqual((done.returncode, done.stderr), (status, ""))
+        return [json.loads(line) for line in done.stdout.splitlines()]
+
+    def test_programs_read_the_facts_as_json(self):
+        package = self.path('a".app')
+        fixtures.make_bundle(package, "main", self.linker.link("exe-arm64"))
+        self.assertEqual(self.facts("-d", package, status=1), [{"path": package, "error": MESSAGES["unsigned"]}])
+        self.sign(package, "-o", "runtime", "-i", "com.example.x", "-r", "=designated => identifier com.example.x")
+        shown, = self.facts("-d", package)
+        shown.pop("cdhash")
+        self.assertEqual(shown, {
+            "path": package, "identifier": "com.example.x", "format": "app bundle with Mach-O thin (arm64)",
+            "flags": "adhoc,runtime", "team": "", "adhoc": True, "authorities": [], "signed": None, "timestamp": None,
+            "requirements": 'designated => identifier "com.example.x"\n', "entitlements": ""})
+        self.assertEqual(self.facts("--plan", package), [{"path": package, "plan": [package]}])
+        valid = {"path": package, "valid": True, "meetsRequirement": False, "faults": []}
+        self.assertEqual(self.facts("--verify", "-R", "=identifier y", package, status=3), [valid])
+        write(package + "/Contents/Resources/new", "")
+        bad, gone = self.facts("--verify", package, self.path("gone"), status=1)
+        self.assertFalse(bad["valid"])
+        self.assertEqual(bad["faults"][0]["changes"], [{"file": package + "/Contents/Resources/new", "change": "added"}])
+        self.assertIn("No such file", gone["error"])
+        self.assertEqual(self.codesign("--verify", "-R", "=identifier y", self.path("gone"), self.linker.link("exe-arm64"))[0], 1)
+
+
+if __name__ == "__main__":
+    unittest.main()
