@@ -29,6 +29,23 @@ std::optional<ListedIdentity> identityInLine(std::string_view line) {
     return ListedIdentity{std::string(hash), std::string(name)};
 }
 
+/// What the identity tool prints; if it fails, an error with its words.
+base::Result<std::string> answerOf(const ToolPaths& tools, const std::string& arguments) {
+    // A runner tells no status, so the shell prints it behind the output.
+    const std::string output = VornNSStringAdditions::outputWhenRunAsShellCommand(
+                                   tools.security + ' ' + arguments + " 2>&1; printf '\n%d' $?")
+                                   .value_or("");
+    if (output.ends_with("\n0"))
+        return output;
+    std::string_view said = trimmed(std::string_view(output).substr(0, output.rfind('\n')));
+    const std::size_t program = said.find(": ");
+    if (program != std::string_view::npos && said.starts_with(lastPathComponent(tools.security)))
+        said.remove_prefix(program + 2);
+    return base::Error{base::ErrorKind::Unavailable,
+                       said.empty() ? tools.security + " said nothing. Try it alone."
+                                    : std::string(said)};
+}
+
 std::string asLines(const std::vector<ListedIdentity>& identities) {
     std::string lines = "\n";
     for (const ListedIdentity& identity : identities)
@@ -66,20 +83,18 @@ base::Result<std::vector<ListedIdentity>> listedIdentities(const ToolPaths& tool
         return base::Error{base::ErrorKind::Unavailable,
                            "There are no identities, as " + tools.security +
                                " is missing. Install Kelpmoray again."};
-    // A runner tells no status, so the shell prints it behind the output.
-    const std::string output =
-        VornNSStringAdditions::outputWhenRunAsShellCommand(
-            tools.security + " find-identity -v -p codesigning 2>&1; printf '\n%d' $?")
-            .value_or("");
-    if (output.ends_with("\n0"))
-        return identitiesWithHashes(output);
-    std::string_view said = trimmed(std::string_view(output).substr(0, output.rfind('\n')));
-    const std::size_t program = said.find(": ");
-    if (program != std::string_view::npos && said.starts_with(lastPathComponent(tools.security)))
-        said.remove_prefix(program + 2);
-    return base::Error{base::ErrorKind::Unavailable,
-                       said.empty() ? tools.security + " gave no list of identities. Try it alone."
-                                    : std::string(said)};
+    const auto output = answerOf(tools, "find-identity -v -p codesigning");
+    if (!output)
+        return output.error();
+    return identitiesWithHashes(*output);
+}
+
+base::Outcome checkKey(const ToolPaths& tools, const ListedIdentity& identity) {
+    if (lastPathComponent(tools.security) != "kelpmoray-security")
+        return {}; // the system asks the user when it needs the key
+    if (const auto answer = answerOf(tools, "check-key -Z " + identity.hash); !answer)
+        return answer.error();
+    return {};
 }
 
 base::Result<ListedIdentity> chosenIdentity(const std::vector<ListedIdentity>& identities,

@@ -17,6 +17,10 @@ struct ListedIdentity {
 /// window. Unavailable if there is no such tool, or with its words if it fails. Any thread.
 [[nodiscard]] base::Result<std::vector<ListedIdentity>> listedIdentities(const ToolPaths& tools);
 
+/// Whether the key can be used without asking anybody, as far as the tool can tell: Unavailable
+/// with the remedy if it is locked or away. Any thread.
+[[nodiscard]] base::Outcome checkKey(const ToolPaths& tools, const ListedIdentity& identity);
+
 /// The identities in what the tool printed; lines of another form are left out.
 [[nodiscard]] std::vector<ListedIdentity> identitiesWithHashes(std::string_view output);
 

@@ -27,11 +27,12 @@ constexpr std::array hashOptions = {Option{"-Z"}, Option{"--output"}};
 constexpr std::array tokenOptions = {Option{"--certificate"}, Option{"--chain"},
                                      Option{"--download", false}};
 
-constexpr std::array<Command, 7> commands = {{
+constexpr std::array<Command, 8> commands = {{
     {"find-identity", 0, findOptions},
     {"import", 1, importOptions},
     {"create-request", 0, requestOptions},
     {"create-test-identity", 1, {}},
+    {"check-key", 0, std::span(hashOptions).first(1)},
     {"delete-identity", 0, std::span(hashOptions).first(1)},
     {"export-certificate", 0, hashOptions},
     {"add-token", 1, tokenOptions},
@@ -60,6 +61,8 @@ Keeps the identities that kelpmoray-codesign signs with.
       make an identity for trying things; other machines do not trust it
   add-token URI [--certificate FILE] [--chain FILE] [--download]
       use a key on a token (pkcs11: URI); the certificate is the token's or in FILE
+  check-key -Z HASH
+      see whether the key can be used: it is not locked, or its token is there
   export-certificate -Z HASH [--output FILE]
       write the certificate as PEM
   delete-identity -Z HASH

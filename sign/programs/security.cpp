@@ -214,6 +214,14 @@ base::Outcome withCertificate(
     return base::Error{base::ErrorKind::NotFound, wanted + ": no identity found"};
 }
 
+base::Outcome checkKey(const SecurityOptions& options) {
+    return withCertificate(
+        options, [](const IdentityFolder& folder, const KeptCertificate& kept) -> base::Outcome {
+            const auto key = folder.openKey(kept);
+            return key ? base::Outcome{} : key.error();
+        });
+}
+
 base::Outcome deleteIdentity(const SecurityOptions& options) {
     return withCertificate(options, &IdentityFolder::remove);
 }
@@ -277,6 +285,7 @@ int run(const std::vector<std::string>& arguments) {
         {"import", import},
         {"create-request", createRequest},
         {"create-test-identity", createTestIdentity},
+        {"check-key", checkKey},
         {"delete-identity", deleteIdentity},
         {"export-certificate", exportCertificate},
         {"add-token", addToken},
