@@ -77,27 +77,25 @@ ExitStatus Batch::run() {
     }
     if (options_.listIdentities)
         return listIdentities();
-    if (options_.paths.empty()) {
-        tell({base::ErrorKind::Usage, "no PATH given; see --help"});
-        return ExitStatus::NothingToDo;
-    }
+    if (options_.paths.empty())
+        return refuse({base::ErrorKind::Usage, "no PATH given; see --help"});
     if (options_.listPackages)
         return listPackages(takePaths());
 
     using Check = base::Outcome (Batch::*)();
     for (const Check check :
          {&Batch::checkInstallation, &Batch::chooseIdentity, &Batch::setScriptEnvironment}) {
-        if (const auto checked = (this->*check)(); !checked) {
-            tell(checked.error());
-            return ExitStatus::NothingToDo;
-        }
+        if (const auto checked = (this->*check)(); !checked)
+            return refuse(checked.error());
     }
     const bool tookAll = takePaths();
     const bool hasWork = workSet_.count() > 0;
     const bool wentThrough = !hasWork || processAll();
     record_.finish();
-    if (const std::string trouble = record_.trouble(); !trouble.empty())
+    if (const std::string trouble = record_.trouble(); !trouble.empty()) {
         logFailure("record: %@", trouble);
+        tell({base::ErrorKind::System, trouble});
+    }
     if (hasWork || options_.json)
         report_.summarize(unbegun_ + workSet_.count(), !wentThrough, record_.file());
     if (!hasWork)
@@ -105,6 +103,16 @@ ExitStatus Batch::run() {
     if (!wentThrough)
         return ExitStatus::Stopped;
     return report_.tally().failed == 0 && tookAll ? ExitStatus::AllDone : ExitStatus::SomeFailed;
+}
+
+ExitStatus Batch::refuse(const base::Error& error) {
+    tell(error);
+    // Who merges the lines of many runs must not take one that did nothing for a good one.
+    if (options_.json && !options_.listPackages) {
+        report_.pathRefused(error.sentence);
+        report_.summarize(0, false, "");
+    }
+    return ExitStatus::NothingToDo;
 }
 
 void Batch::tell(const base::Error& error) {
@@ -117,8 +125,10 @@ void Batch::tell(const base::Error& error) {
 bool Batch::takePaths() {
     const std::vector<base::Error> errors = addToWorkSet(caller_, options_.paths, workSet_);
     for (const base::Error& error : errors) {
-        tell(error);
-        report_.pathRefused(error.sentence);
+        if (options_.listPackages || options_.json)
+            tell(error);
+        if (!options_.listPackages)
+            report_.pathRefused(error.sentence);
     }
     return errors.empty();
 }
@@ -155,7 +165,7 @@ base::Outcome Batch::chooseIdentity() {
     const std::string holder(holderOf(chosen->name));
     identities_ = {{chosen->name.substr(0, chosen->name.find(':')), holder, chosen->name}};
     identity_ = *std::move(chosen);
-    return {};
+    return checkKey(environment_.tools, *identity_);
 }
 
 base::Outcome Batch::setScriptEnvironment() {

@@ -59,6 +59,8 @@ private:
     /// Puts the paths given into the work set; false if some cannot be processed.
     bool takePaths();
     void tell(const base::Error& error);
+    /// Tells why nothing is done, to programs too.
+    [[nodiscard]] ExitStatus refuse(const base::Error& error);
     ExitStatus listIdentities();
     ExitStatus listPackages(bool tookAll);
     /// False when the person stopped.

@@ -147,6 +147,8 @@ void Report::folderSkipped() {
 void Report::pathRefused(const std::string& sentence) {
     const std::lock_guard lock(mutex_);
     refused_.emplace_back(sentence);
+    if (look_.form != Form::Json)
+        print(coloured(red, "FAILED") + ": " + base::printable(sentence) + '\n', true);
 }
 
 void Report::summarize(std::size_t left, bool stopped, const std::string& record) {
@@ -170,7 +172,8 @@ void Report::summarize(std::size_t left, bool stopped, const std::string& record
     const std::string failed = std::to_string(tally_.failed) + " failed";
     print((stopped ? "Stopped: " : "") + counted(tally_.packed, "package") + " done, " +
               (tally_.failed > 0 ? coloured(red, failed) : failed) + ", " +
-              counted(tally_.skipped, "folder") + " skipped, " + std::to_string(left) + " left\n",
+              counted(tally_.skipped, "folder") + " skipped, " + std::to_string(left) + " left" +
+              (refused_.empty() ? "" : ", " + counted(refused_.size(), "PATH") + " refused") + '\n',
           isFailure);
 }
 

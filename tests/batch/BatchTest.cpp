@@ -115,11 +115,12 @@ TEST_F(BatchFace, SaysWhatIsWrongWithEachPathAndDoesTheRest) {
     EXPECT_EQ(run({"--process-all", folder.path("missing"), folder.path("notes.txt"),
                    folder.path("empty"), folder.path("Broken.app"), "/", folder.path("more")}),
               ExitStatus::SomeFailed);
-    EXPECT_THAT(err.str(), AllOf(HasSubstr("missing: nothing is there\n"),
+    EXPECT_THAT(out.str(), AllOf(HasSubstr("missing: nothing is there\n"),
                                  HasSubstr("notes.txt: a file is there; give "),
                                  HasSubstr("empty: no application packages (Name.app) are in "),
                                  HasSubstr("Broken.app: this package is not a complete "),
-                                 HasSubstr("/: this is a whole volume; ")));
+                                 HasSubstr("FAILED: /: this is a whole volume; "),
+                                 HasSubstr(" 0 left, 5 PATHs refused\n")));
     EXPECT_TRUE(zipped("more/C.zip"));
     EXPECT_EQ(run({folder.path("missing")}), ExitStatus::NothingToDo);
     EXPECT_EQ(run({}), ExitStatus::NothingToDo);

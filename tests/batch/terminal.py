@@ -167,11 +167,16 @@ class Options(SigningTest):
     def test_requiring_a_signature_keep_the_good_archive(self):
         self.package("X.app")
         good = self.process("--identity=Jo", "--timestamp=none", "--require-signature")
-        os.remove(self.path("passphrase"))
-        status, said = self.batch(self.path("X.app"), env=self.environment, options=(
-            "--process-all", "--identity=Jo", "--timestamp=none", "--require-signature"))
+        os.mkfifo(self.path("X.app/Contents/fifo"))
+        options = ("--process-all", "--identity=Jo", "--timestamp=none")
+        status, said = self.batch(self.path("X.app"), env=self.environment, options=(*options, "--require-signature"))
         self.assertEqual(status, 1, said)
-        self.assertRegex(said, "X.app: FAILED: the key of .* is locked: ")
+        self.assertRegex(said, "X.app: FAILED: kelpmoray-codesign could not sign .*X.app: ")
+        os.remove(self.path("passphrase"))
+        status, said = self.batch(self.path("X.app"), env=self.environment, options=(*options, "--json"))
+        self.assertEqual(status, 2, said)
+        self.assertIn('The key of "Test Identity: Jo (X1)" is locked.', said)
+        self.assertTrue(json.loads(said.splitlines()[-1])["summary"]["refused"], said)
         with open(self.path("X.zip"), "rb") as archive:
             self.assertEqual(archive.read(), good)
 
