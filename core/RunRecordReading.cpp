@@ -1,3 +1,4 @@
+#include "base/ByteReader.h"
 #include "core/Path.h"
 #include "core/RunRecord.h"
 #include "core/Text.h"
@@ -6,12 +7,11 @@
 #include <array>
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <span>
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 
 using base::Json;
 
@@ -37,6 +37,22 @@ StepRecord stepOf(const Json& json) {
             .failed = json["failed"] == Json(true),
             .lastLine = json["lastLine"].string(),
             .output = json["output"].string()};
+}
+
+/// Does not wait for a writer, should something else than a file be there.
+base::FileDescriptor openRecord(const std::string& file) {
+    return base::FileDescriptor::openAt(AT_FDCWD, file.c_str(), O_RDONLY | O_NONBLOCK);
+}
+
+/// As far as it can be read.
+std::string contentOf(const std::string& file) {
+    const auto opened = openRecord(file);
+    struct stat status {};
+    if (!opened.open() || fstat(opened.get(), &status) != 0 || !S_ISREG(status.st_mode))
+        return "";
+    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(status.st_size));
+    bytes.resize(base::readAt(opened.get(), bytes.data(), bytes.size(), 0).value_or(0));
+    return std::string(base::textOf(bytes));
 }
 
 /// The lines are a head, one for each package, and an end.
@@ -113,7 +129,8 @@ std::vector<std::string> recordedRuns(const std::string& folder) {
     for (fs::directory_iterator file(folder, error), end; !error && file != end;
          file.increment(error)) {
         const std::string name = file->path().filename().string();
-        if (name.front() >= '0' && name.front() <= '9' && name.ends_with(".json"))
+        if (name.front() >= '0' && name.front() <= '9' && name.ends_with(".json") &&
+            file->is_regular_file(error))
             files.push_back(appendingPathComponent(folder, name));
     }
     std::ranges::sort(files, std::greater());
@@ -121,15 +138,12 @@ std::vector<std::string> recordedRuns(const std::string& folder) {
 }
 
 bool isUnderWay(const std::string& file) {
-    const auto opened = base::FileDescriptor::openAt(AT_FDCWD, file.c_str(), O_RDONLY);
+    const auto opened = openRecord(file);
     return opened.open() && flock(opened.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
 }
 
 std::optional<RecordedRun> readRun(const std::string& file) {
-    std::ifstream stream(file, std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(stream)),
-                           std::istreambuf_iterator<char>());
-    RecordedRun run = runIn(text);
+    RecordedRun run = runIn(contentOf(file));
     if (run.started.empty())
         return std::nullopt;
     run.file = file;

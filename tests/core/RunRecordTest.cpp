@@ -8,6 +8,7 @@
 
 #include <gmock/gmock.h>
 #include <locale.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 using testing::ElementsAre;
@@ -148,6 +149,8 @@ TEST_F(RunRecordTest, KeepsTheNewestFilesAndThoseUnderWay) {
     folder.makeFile("state/runs/notes.json");
     RunRecord another(runs, "1.0");
     process(another, "/p/B.app", signedRun);
+    mkfifo(folder.path("state/runs/1-pipe.json").c_str(), 0600);
+    EXPECT_FALSE(readRun(folder.path("state/runs/1-pipe.json")));
     const auto files = recordedRuns(runs);
     EXPECT_THAT(files, SizeIs(RunRecord::filesKept + 2));
     EXPECT_THAT(files.front(), testing::HasSubstr("00-69"));
@@ -170,7 +173,7 @@ TEST(RunSummary, TellsWhatTheToolSaidIfTheScriptPointsAtIt) {
                       .lastLine = "kelpmoray-zip could not pack /p/A.app: see the lines above",
                       .output = "  kelpmoray-zip: first\n  kelpmoray-zip: /p/A.app/x: cannot be "
                                 "read: make it readable\nerror: the last line\n"}};
-    EXPECT_EQ(failureOf(package)->error, "Kelpmoray-zip could not pack A.app.");
+    EXPECT_EQ(failureOf(package)->error, "kelpmoray-zip could not pack A.app.");
     EXPECT_EQ(failureOf(package)->remedy,
               "It said: kelpmoray-zip: A.app/x: cannot be read: make it readable.");
     package.steps.front().output.clear();
