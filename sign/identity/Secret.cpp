@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <openssl/crypto.h>
 #include <openssl/rand.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,6 +22,15 @@ namespace {
 
 constexpr std::size_t longest = 4096;
 
+/// Waits for who writes into a pipe, but not for ever.
+bool comes(int descriptor) {
+    constexpr int milliseconds = 10'000;
+    struct pollfd waiting = {descriptor, POLLIN, 0};
+    const int ready = ::poll(&waiting, 1, milliseconds);
+    errno = EAGAIN;
+    return ready != 0;
+}
+
 /// Reads up to the end or the limit, from what need not be a file.
 base::Result<Secret> readFirstLine(int descriptor, const std::string& path) {
     char bytes[longest];
@@ -28,7 +38,10 @@ base::Result<Secret> readFirstLine(int descriptor, const std::string& path) {
     ssize_t count = 1;
     while (size < longest && count != 0) {
         count = ::read(descriptor, bytes + size, longest - size);
-        if (count < 0 && errno != EINTR)
+        if (count < 0 && errno == EAGAIN && !comes(descriptor))
+            return base::Error{base::ErrorKind::Unavailable,
+                               "Nothing comes from " + path + ". Name a file there."};
+        if (count < 0 && errno != EINTR && errno != EAGAIN)
             return base::systemError("read", path, errno);
         size += count > 0 ? static_cast<std::size_t>(count) : 0;
     }
@@ -74,7 +87,7 @@ Secret Secret::random() {
 base::Result<Secret> Secret::inFile(const std::string& path) {
     if (path == "-")
         return readFirstLine(STDIN_FILENO, "standard input");
-    const auto file = base::FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDONLY);
+    const auto file = base::FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NONBLOCK);
     struct stat status {};
     if (!file.open() || ::fstat(file.get(), &status) != 0)
         return base::systemError("read", path, errno);

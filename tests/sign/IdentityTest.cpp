@@ -186,6 +186,14 @@ TEST_F(IdentityTest, KeepsKeysEncryptedAndForTheUserAlone) {
         EXPECT_THAT(sentence(), HasSubstr("the passphrase does not open it"));
     }
     {
+        makeSecret("empty", "");
+        const ScopedEnvironment empty("KELPMORAY_PASSPHRASE_FILE", files.path("empty"));
+        EXPECT_THAT(sentence(), HasSubstr("empty is empty"));
+        ASSERT_EQ(::mkfifo(files.path("pipe").c_str(), 0600), 0);
+        const ScopedEnvironment pipe("KELPMORAY_PASSPHRASE_FILE", files.path("pipe"));
+        EXPECT_THAT(sentence(), HasSubstr("pipe is empty")) << "nobody writes into it";
+    }
+    {
         const ScopedEnvironment open("KELPMORAY_PASSPHRASE_FILE", files.path("open"));
         EXPECT_THAT(sentence(), HasSubstr("chmod 600"));
     }
