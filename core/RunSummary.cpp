@@ -11,11 +11,12 @@ namespace {
 
 constexpr const char* linesAbove = "see the lines above"; // of the script's output
 
-/// Ends in a full stop and begins with a capital, if it begins with a letter.
+/// Ends in a full stop and begins with a capital, if it begins with a word and no program's name.
 std::string sentence(std::string text) {
     if (text.empty())
         return text;
-    if (text.front() >= 'a' && text.front() <= 'z')
+    const bool isWord = text.substr(0, text.find(' ')).find_first_of("-.") == std::string::npos;
+    if (isWord && text.front() >= 'a' && text.front() <= 'z')
         text.front() = static_cast<char>(text.front() - 'a' + 'A');
     if (text.find_last_of(".!?") != text.size() - 1)
         text += '.';
@@ -65,7 +66,7 @@ std::optional<Failure> failureOf(const PackageRecord& package) {
     // WHAT may hold a path with a colon; the remedy never does.
     const std::string said = withNameFor(package.path, step->lastLine);
     const std::size_t at = said.rfind(": ");
-    if (at == std::string::npos)
+    if (at == std::string::npos || said.starts_with(step->script + " ended "))
         return Failure{sentence(said), "See the full output, mend it and try again."};
     const std::string quoted = withNameFor(package.path, lastQuoted(step->output));
     const std::string remedy = said.substr(at + 2);
