@@ -155,13 +155,14 @@ sign_with_own() {
     output=$("$codesign" "$@" "$package" 2>&1) || {
         quote "$output"
         case "${output##*": "}" in
-        *"timestamp service"*)
+        *"timestamp service is not available"*)
             fail "the time stamp server did not answer for $package" "try again later, or name another in KELPMORAY_TIMESTAMP"
             ;;
         esac
         case "$output" in
-        *'" is locked. '*)
-            fail "the key of $identity is locked" "name the file with its passphrase in KELPMORAY_PASSPHRASE_FILE"
+        *'The key of "'*'" is locked. '*)
+            holder=${output#*'The key of "'}
+            fail "the key of ${holder%%'" is locked. '*} is locked" "see the lines above"
             ;;
         esac
         fail "kelpmoray-codesign could not sign $package" "see the lines above"
@@ -200,15 +201,19 @@ entitlements=${KELPMORAY_ENTITLEMENTS:-${package%.*}.entitlements}
 inherited=${package%.*}.inherit.entitlements
 [ -z "${KELPMORAY_ENTITLEMENTS:-}" ] || [ -f "$entitlements" ] ||
     fail "no file is at $entitlements" "correct KELPMORAY_ENTITLEMENTS"
+for file in "$entitlements" "$inherited"; do
+    if [ -f "$file" ]; then
+        quote "The entitlements are in $file"
+    elif [ -e "$file" ] || [ -L "$file" ]; then
+        fail "$file is no file with entitlements" "correct or remove it"
+    fi
+done
 [ -f "$entitlements" ] || entitlements=
 [ -f "$inherited" ] || inherited=
-for file in "$entitlements" "$inherited"; do
-    [ -z "$file" ] || quote "The entitlements are in $file"
-done
 
 resolve_identity
 if [ "$codesign" = codesign ]; then sign_with_system; else sign_with_own; fi
-output=$("$codesign" --verify --deep --strict "$package" 2>&1) || {
+output=$("$codesign" --verify --deep --strict -vv "$package" 2>&1) || {
     quote "$output"
     fail "the signature of $package does not hold" "see the lines above"
 }

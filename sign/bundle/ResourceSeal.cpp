@@ -18,18 +18,22 @@ PropertyValue dataOf(base::Bytes bytes) {
     return PropertyData(bytes.begin(), bytes.end());
 }
 
-/// XML can hold a tab and the ends of lines, and no other control character.
+/// XML can hold a tab and the ends of lines, no other control character, and not the two code
+/// points at the end of the first plane.
 base::Outcome checkName(const Bundle& bundle, const std::string& name) {
     const bool isText = std::none_of(name.begin(), name.end(), [](char letter) {
         const auto byte = static_cast<unsigned char>(letter);
         return byte < 0x20 && letter != '\t' && letter != '\n' && letter != '\r';
     });
-    if (isText && base::isValidUtf8(name))
+    const bool hasNoncharacter =
+        name.find("\uFFFE") != name.npos || name.find("\uFFFF") != name.npos;
+    if (isText && !hasNoncharacter && base::isValidUtf8(name))
         return {};
-    return base::Error{base::ErrorKind::Unsupported,
-                       "The name of \"" + base::printable(bundle.codeRoot + "/" + name) +
-                           "\" is not UTF-8 or has control characters, so no seal can hold it. "
-                           "Rename it."};
+    return base::Error{
+        base::ErrorKind::Unsupported,
+        "The name of \"" + base::printable(bundle.codeRoot + "/" + name) +
+            "\" is not UTF-8, or has characters that XML cannot hold, so no seal can hold it. "
+            "Rename it."};
 }
 
 class SealMaker {

@@ -207,6 +207,8 @@ class Signing(SigningScripts):
     def test_a_package_stays_unsigned_without_an_identity(self):
         self.assertEqual(self.sign("donotcodesign"), (0, f"unsigned: {self.path('X.app')}\n"))
         self.assert_fails("error: no identity to sign ", SIGNING, "X.app")
+        os.symlink("gone", self.path("X.inherit.entitlements"))
+        self.assert_fails(f"error: {self.path('X.inherit.entitlements')} is no file", SIGNING, "X.app", self.HOLDER)
         self.assertEqual(self.calls(), [])
 
     def test_what_the_plan_names_is_signed_in_its_order(self):
@@ -304,7 +306,7 @@ class SigningWithOurTools(SigningScripts):
         before = read(self.nested("MacOS/tool"), "rb")
         for name, value, words in (
                 ("KELPMORAY_TIMESTAMP", "http://127.0.0.1:9/", "error: the time stamp server did not answer"),
-                ("KELPMORAY_PASSPHRASE_FILE", None, "error: the key of Jo (X1) is locked: name the file ")):
+                ("KELPMORAY_PASSPHRASE_FILE", None, "error: the key of Test Identity: Jo (X1) is locked: see ")):
             whole = self.environment
             self.environment = {key: text for key, text in {**whole, name: value}.items() if text}
             self.assert_fails(words, SIGNING, "X.app", self.HOLDER)
