@@ -225,7 +225,7 @@ class Signing(SigningScripts):
         given = {package: f"--entitlements {app} ",
                  package + "/Contents/Library/LoginItems/Login.app": f"--entitlements {helper} "}
         self.assertEqual(self.calls(), [how + given.get(code, "") + code for code in plan] +
-                         ["--verify --deep --strict " + package])
+                         ["--verify --deep --strict -vv " + package])
 
     def test_a_holder_stands_for_one_certificate(self):
         self.identities((self.APPLE, "Apple Development: Jo (X1)"), (self.KIM, "Any: Kim (Y2)"),
