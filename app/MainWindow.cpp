@@ -45,15 +45,14 @@ QIcon spinnerIcon(const QPalette& palette, int size, qreal pixelRatio) {
     return icon;
 }
 
-ViewController::Surroundings explainedBy(MainWindow& window,
-                                         ViewController::Surroundings surroundings) {
+Surroundings explainedBy(MainWindow& window, Surroundings surroundings) {
     surroundings.explain = [&window](const std::string& sentence) { window.explain(sentence); };
     return surroundings;
 }
 
 } // namespace
 
-MainWindow::MainWindow(const ViewController::Surroundings& surroundings, AppDelegate& delegate)
+MainWindow::MainWindow(const Surroundings& surroundings, AppDelegate& delegate)
     : surroundings_(explainedBy(*this, surroundings)), delegate_(delegate),
       ui_(std::make_unique<Ui::MainWindow>()), controller_(surroundings_),
       help_(surroundings.bundle) {

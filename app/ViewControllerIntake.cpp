@@ -5,6 +5,7 @@
 #include "app/toolkit/QtDescription.h"
 #include "app/toolkit/Queues.h"
 #include "app/toolkit/SettingsStore.h"
+#include "core/Expectation.h"
 #include "core/LocationCheck.h"
 #include "core/LocationExpansion.h"
 #include "core/Log.h"

@@ -103,16 +103,15 @@ TEST_F(Window, WakesWithoutADropView) {
 }
 
 TEST_F(Window, WakesOnceItHasBeenPainted) {
-    window =
-        std::make_unique<MainWindow>(ViewController::Surroundings{.bundle = bundle,
-                                                                  .settings = settings,
-                                                                  .notifications = notifications,
-                                                                  .tools = tools,
-                                                                  .terminate = [] {},
-                                                                  .notifyUser = {},
-                                                                  .runs = runs,
-                                                                  .tellFailure = {}},
-                                     delegate);
+    window = std::make_unique<MainWindow>(Surroundings{.bundle = bundle,
+                                                       .settings = settings,
+                                                       .notifications = notifications,
+                                                       .tools = tools,
+                                                       .terminate = [] {},
+                                                       .notifyUser = {},
+                                                       .runs = runs,
+                                                       .tellFailure = {}},
+                                          delegate);
     EXPECT_EQ(controller().fSetOfFolders(), nullptr);
     window->show();
     EXPECT_TRUE(waitUntil([this] { return controller().fSetOfFolders() != nullptr; }));
