@@ -98,7 +98,7 @@ private:
     [[nodiscard]] IdentityList identities() const;
     [[nodiscard]] ProcessingHooks processingHooks();
     void refreshNumberOfFolders();
-    void explainEmptyFolders(const LocationList& locations);
+    void addAndStart(LocationList urls);
     void refuseDuplicate(const std::string& path);
     void finishItem(const std::string& item, const std::optional<LocationItem>& revealed,
                     std::chrono::microseconds pause);
