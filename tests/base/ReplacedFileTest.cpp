@@ -146,21 +146,6 @@ TEST_P(ReplacedFile, KeepsWhatItCannotReplace) {
     EXPECT_THAT(names(), ElementsAre("target"));
 }
 
-TEST_P(ReplacedFile, HasTheModeAndOwnerOfAnotherIfAskedFor) {
-    struct stat expected {};
-    ASSERT_EQ(stat(folder_.makeExecutable("target", "older").c_str(), &expected), 0);
-    expected.st_mode = S_IFREG | 04751;
-    inThread([&] {
-        auto file = created("newer");
-        ASSERT_TRUE(file.keepModeAndOwnerOf(expected));
-        ASSERT_TRUE(file.commit());
-    });
-    struct stat after {};
-    ASSERT_EQ(stat(target_.c_str(), &after), 0);
-    EXPECT_EQ(after.st_mode, expected.st_mode);
-    EXPECT_EQ(after.st_uid, expected.st_uid);
-}
-
 TEST_P(ReplacedFile, OfAnEndedProcessIsRemovedByTheNextRunAndNothingElseIs) {
     const std::string digits(31, 'a');
     std::vector<std::string> expected{
