@@ -205,7 +205,7 @@ void MainWindow::fillWaitingMenu() {
 void MainWindow::explain(const std::string& sentence) {
     using namespace std::chrono_literals;
     const QString text = QString::fromStdString(sentence);
-    // What came just before is read on, as far as there is room.
+    // The lines before stay, as far as there is room: they may not have been read yet.
     constexpr int roomy = 380;
     const int kept = height() < roomy ? -1 : -2;
     ui_->notice->setText(noticeEnd_.isActive() && !ui_->notice->text().contains(text)

@@ -83,12 +83,12 @@ public:
     void doButton1Loop(QObject* sender);
     /// Whether this is the edition that packs only. Any thread.
     [[nodiscard]] bool neverSigns() const;
-    /// Lets the script that runs end, leaves the other packages, and ends the loop there. What was
-    /// being processed waits on.
+    /// Lets the script that runs end, leaves the other packages, and ends the loop there. The
+    /// entry stays among those that wait.
     void stopProcessing() { isStopping_.set(true); }
-    /// A sheet that is not the controller's is gone: a turn that stopped at it goes on.
+    /// Told when a sheet of others has been closed: a turn that stopped at it goes on.
     void sheetClosed();
-    /// Takes an entry off the ones that wait.
+    /// Takes an entry away from those that wait.
     void removeWaiting(const std::string& entry);
 
 private:

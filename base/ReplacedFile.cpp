@@ -153,8 +153,8 @@ ReplacedFile::~ReplacedFile() {
     }
 }
 
-/// Sets path_ to a name beside the target, with which `create` is called. Without a name again on
-/// failure.
+/// Sets path_ to a name beside the target, with which `create` is called. On failure path_ is
+/// empty again.
 Outcome ReplacedFile::takeName(const std::function<bool()>& create) {
     std::array<std::uint8_t, randomDigits / 2> random{};
     if (::getentropy(random.data(), random.size()) != 0)
