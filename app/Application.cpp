@@ -48,7 +48,7 @@ void Application::start(const LocationList& locations) {
     });
 
     settings_ = std::make_unique<SettingsStore>();
-    const ViewController::Surroundings surroundings = {
+    const Surroundings surroundings = {
         .bundle = bundle_,
         .settings = *settings_,
         .notifications = notifications_,

@@ -3,7 +3,7 @@
 #include <QComboBox>
 
 /// A popup that shortens what it shows in the middle if it does not fit, so that the end of a name
-/// stays to be seen.
+/// stays visible.
 class ElidedPopup : public QComboBox {
     Q_OBJECT
 public:

@@ -39,7 +39,7 @@ void ExpectationLine::showText() {
     if (entries_.empty())
         return setFullText(QString::fromStdString(textOf(signing_)));
     if (!expectation_)
-        return; // what was said before stays for the moment that it takes
+        return; // the old text stays until the disk has been read
     std::string text = textOf(*expectation_, signing_);
     if (const std::string replaced = replacedText(*expectation_); !replaced.empty())
         text += " · " + replaced;

@@ -13,7 +13,7 @@ class ExpectationLine : public ElidedLabel {
 public:
     using ElidedLabel::ElidedLabel;
 
-    /// Looks at the disk beside the main thread, and only if these are other entries than before.
+    /// Reads the disk on another thread, and only if the entries are not the same as before.
     void setEntries(std::vector<std::string> entries);
     void setSigning(Signing signing);
     /// The disk may have changed: the next entries are looked at even if they are the same.
@@ -25,5 +25,5 @@ private:
     std::vector<std::string> entries_;
     std::optional<Expectation> expectation_; ///< none until the entries have been looked at
     Signing signing_;
-    int look_ = 0; ///< only what the last one found counts
+    int look_ = 0; ///< number of the last look; what earlier ones find is dropped
 };

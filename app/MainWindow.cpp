@@ -45,15 +45,14 @@ QIcon spinnerIcon(const QPalette& palette, int size, qreal pixelRatio) {
     return icon;
 }
 
-ViewController::Surroundings explainedBy(MainWindow& window,
-                                         ViewController::Surroundings surroundings) {
+Surroundings explainedBy(MainWindow& window, Surroundings surroundings) {
     surroundings.explain = [&window](const std::string& sentence) { window.explain(sentence); };
     return surroundings;
 }
 
 } // namespace
 
-MainWindow::MainWindow(const ViewController::Surroundings& surroundings, AppDelegate& delegate)
+MainWindow::MainWindow(const Surroundings& surroundings, AppDelegate& delegate)
     : surroundings_(explainedBy(*this, surroundings)), delegate_(delegate),
       ui_(std::make_unique<Ui::MainWindow>()), controller_(surroundings_),
       help_(surroundings.bundle) {
@@ -206,7 +205,7 @@ void MainWindow::fillWaitingMenu() {
 void MainWindow::explain(const std::string& sentence) {
     using namespace std::chrono_literals;
     const QString text = QString::fromStdString(sentence);
-    // What came just before is read on, as far as there is room.
+    // The lines before stay, as far as there is room: they may not have been read yet.
     constexpr int roomy = 380;
     const int kept = height() < roomy ? -1 : -2;
     ui_->notice->setText(noticeEnd_.isActive() && !ui_->notice->text().contains(text)

@@ -2,6 +2,7 @@
 
 #include "app/ExpectationLine.h"
 #include "app/MyWebViewController.h"
+#include "app/Surroundings.h"
 #include "app/ViewController.h"
 #include "app/results/LauncherEntry.h"
 #include "app/toolkit/ArrayController.h"
@@ -27,7 +28,7 @@ class MainWindow;
 class MainWindow : public QMainWindow {
     Q_OBJECT
 public:
-    MainWindow(const ViewController::Surroundings& surroundings, AppDelegate& delegate);
+    MainWindow(const Surroundings& surroundings, AppDelegate& delegate);
     ~MainWindow() override;
 
     /// Shows a sentence for as long as it takes to read. Main thread.
@@ -64,7 +65,7 @@ private:
     void showProperties();
     void drawIcons();
 
-    ViewController::Surroundings surroundings_;
+    Surroundings surroundings_;
     AppDelegate& delegate_;
     std::unique_ptr<Ui::MainWindow> ui_;
     ArrayController identities_;

@@ -15,7 +15,7 @@ class MyDragDropView : public QWidget {
 public:
     explicit MyDragDropView(QWidget* parent = nullptr);
 
-    /// Where dropped locations go; none, and they go nowhere.
+    /// Gets the dropped locations. Without one they go nowhere.
     void setDelegate(AppDelegate* delegate) { delegate_ = delegate; }
     /// Makes the view take drags.
     void awakeFromNib();

@@ -18,7 +18,7 @@ struct Answer {
     std::string status; ///< empty if it is not known
 };
 
-/// Runs a command and prints its status behind its output: a runner's caller learns none.
+/// Runs a command whose status is printed behind its output: the runners do not tell it.
 Answer answerOf(const std::string& command) {
     std::string quoted = command;
     for (std::size_t at = 0; (at = quoted.find('\'', at)) != quoted.npos; at += 4)

@@ -1,31 +1,24 @@
 #pragma once
 
-#include "app/ExpectationPanel.h"
-#include "app/MyDragDropView.h"
+#include "app/Surroundings.h"
 #include "app/ViewControllerProperties.h"
-#include "app/results/RunReporter.h"
-#include "app/toolkit/ArrayController.h"
 #include "app/toolkit/AtomicProperty.h"
-#include "app/toolkit/NotificationCenter.h"
 #include "core/Caller.h"
 #include "core/Confirmation.h"
 #include "core/Identities.h"
 #include "core/ItemProcessing.h"
 #include "core/Location.h"
-#include "core/MainBundle.h"
 
 #include <QPointer>
-#include <QString>
 
 #include <chrono>
 #include <cstddef>
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 class SerialQueue;
-class SettingsStore;
+struct AskedEntry;
 
 /// The controller of the one main window: carries the flow from queue to queue; what is decided on
 /// the way is decided in core/. Its sources go by subject: life cycle and reveal, identities,
@@ -34,25 +27,6 @@ class SettingsStore;
 class ViewController : public ViewControllerProperties {
     Q_OBJECT
 public:
-    /// What the controller works with; all of it outlives the controller.
-    struct Surroundings {
-        const MainBundle& bundle;
-        SettingsStore& settings;
-        NotificationCenter& notifications;
-        ToolPaths tools;
-        std::function<void()> terminate;
-        /// Shows a person a summary and a body, outside the window. Called on any thread.
-        std::function<void(const QString& summary, const QString& body)> notifyUser;
-        /// Is told what happens to packages.
-        RunReporter& runs;
-        /// A run has ended in which something failed.
-        std::function<void(const EndedRun& run)> tellFailure;
-        /// Starts the program that shows the record of the last run.
-        std::function<void()> showLastRun = [] {};
-        /// Says in the window, for as long as it takes to read, why something was not taken.
-        std::function<void(const std::string& sentence)> explain = [](const auto&) {};
-    };
-
     explicit ViewController(Surroundings surroundings);
 
     /// Does its work once in the life of the process.
@@ -109,12 +83,12 @@ public:
     void doButton1Loop(QObject* sender);
     /// Whether this is the edition that packs only. Any thread.
     [[nodiscard]] bool neverSigns() const;
-    /// Lets the script that runs end, leaves the other packages, and ends the loop there. What was
-    /// being processed waits on.
+    /// Lets the script that runs end, leaves the other packages, and ends the loop there. The
+    /// entry stays among those that wait.
     void stopProcessing() { isStopping_.set(true); }
-    /// A sheet that is not the controller's is gone: a turn that stopped at it goes on.
+    /// Told when a sheet of others has been closed: a turn that stopped at it goes on.
     void sheetClosed();
-    /// Takes an entry off the ones that wait.
+    /// Takes an entry away from those that wait.
     void removeWaiting(const std::string& entry);
 
 private:
@@ -125,7 +99,7 @@ private:
     [[nodiscard]] ProcessingHooks processingHooks();
     void refreshNumberOfFolders();
     void explainLackOfIdentities();
-    void explainEmptyFolders(const LocationList& locations);
+    void addAndStart(LocationList urls);
     void refuseDuplicate(const std::string& path);
     void finishItem(const std::string& item, const std::optional<LocationItem>& revealed,
                     std::chrono::microseconds pause);

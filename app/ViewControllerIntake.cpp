@@ -5,6 +5,7 @@
 #include "app/toolkit/QtDescription.h"
 #include "app/toolkit/Queues.h"
 #include "app/toolkit/SettingsStore.h"
+#include "core/Expectation.h"
 #include "core/LocationCheck.h"
 #include "core/LocationExpansion.h"
 #include "core/Log.h"
@@ -44,14 +45,6 @@ void ViewController::explainRefusal(const LocationItem& location) {
         surroundings_.explain(checked.error().sentence);
 }
 
-void ViewController::explainEmptyFolders(const LocationList& locations) {
-    for (const LocationItem& location : locations) {
-        const std::optional<std::string> path = pathOf(location);
-        if (path && expectationOf(*path).packages.empty())
-            surroundings_.explain(*path + ": no packages are directly in this folder");
-    }
-}
-
 void ViewController::addItemsToBeProcessedSet(const LocationList& items) {
     static constexpr const char* methodName = "addItemsToBeProcessedSet:";
     if (items.empty()) {
@@ -89,6 +82,17 @@ void ViewController::addItemToBeProcessedSet(const std::string& item) {
     });
 }
 
+void ViewController::addAndStart(LocationList urls) {
+    for (const LocationItem& url : urls) {
+        const std::optional<std::string> path = pathOf(url);
+        if (path && expectationOf(*path).packages.empty())
+            surroundings_.explain(*path + ": no packages are directly in this folder");
+    }
+    validItemsFromUrls(receiver(), urls);
+    addItemsToBeProcessedSet(urls);
+    MainQueue::async(this, [this] { doButton1(nullptr); });
+}
+
 void ViewController::handleNewSearchPath(const Notification& notification) {
     static constexpr const char* methodName = "handleNewSearchPath:";
     receiver().in(methodName).step(" = %@", notification);
@@ -99,17 +103,13 @@ void ViewController::handleNewSearchPath(const Notification& notification) {
     for (const LocationItem& location : *locations) {
         if (validUrlToAdd(location))
             urls.push_back(location);
-    }
-    for (const LocationItem& location : *locations)
         explainRefusal(location);
+    }
     if (urls.empty()) {
         receiver().in(methodName).step("  NOT GOOD??? empty array....");
         return;
     }
-    explainEmptyFolders(urls);
-    validItemsFromUrls(receiver(), urls);
-    addItemsToBeProcessedSet(urls);
-    MainQueue::async(this, [this] { doButton1(nullptr); });
+    addAndStart(std::move(urls));
 }
 
 void ViewController::handleNewSearchPathOLD(const Notification& notification) {
@@ -153,11 +153,7 @@ void ViewController::panelClosed(int code, const LocationList& chosen) {
         looksAgain_ = false;
         logEvent("process...");
         logEvent("selected %@", chosen);
-        LocationList urls = chosen;
-        explainEmptyFolders(urls);
-        validItemsFromUrls(receiver(), urls);
-        addItemsToBeProcessedSet(urls);
-        MainQueue::async(this, [this] { doButton1(nullptr); });
+        addAndStart(chosen);
     } else {
         sheetClosed();
     }

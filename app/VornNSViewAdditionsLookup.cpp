@@ -8,7 +8,7 @@
 
 namespace {
 
-/// The views inside `view`, in the order they came there; windows of its own are none of them.
+/// The views inside `view`, in the order in which they were added; windows are left out.
 std::vector<QWidget*> subviewsOf(const QWidget* view) {
     std::vector<QWidget*> subviews;
     for (QObject* child : view->children()) {

@@ -25,7 +25,7 @@ constexpr const char* help = R"(usage: kelpmoray [PATH...]
        kelpmoray --last-run
 
 Opens the window and the PATHs in it: application packages (Name.app) and folders that hold some, or
-their file URLs. If it runs already, it is handed the PATHs.
+their file URLs. If Kelpmoray runs already, the running program opens them.
 
   --last-run           show what became of the packages of the last run, and of earlier ones
   --help, --version    print this, or the version, and end
@@ -69,8 +69,9 @@ bool isLastRunAsked(int argc, char** argv) {
     return false;
 }
 
-/// A program of its own, which the one with the main window may outlive or not. There is one of
-/// them: another start brings it to the front, with the run that is the last one by then.
+/// Runs the window of results, a program of its own; it and the main program may end in any order.
+/// Only one runs: another start brings it to the front, where it shows the run that is last by
+/// then.
 int showLastRun(const ActivationTokens& tokens) {
     const std::string application = MainBundle::ofThisProcess().identifier;
     std::unique_ptr<ResultsWindow> window;

@@ -12,7 +12,7 @@
 
 namespace base {
 
-/// Owns one open file descriptor. Closing reports no error, so a writer syncs before.
+/// Owns one open file descriptor. Closing reports no error, so a writer syncs first.
 class FileDescriptor {
 public:
     FileDescriptor() = default;

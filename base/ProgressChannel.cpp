@@ -30,7 +30,7 @@ ProgressChannel::ProgressChannel(bool toStandardError)
 
 void ProgressChannel::tell(std::uint64_t done, std::uint64_t total) {
     const auto now = std::chrono::steady_clock::now();
-    // What has no content may still follow the last byte.
+    // Entries without content may still follow the last byte.
     const bool isNews = done == total ? !std::exchange(saidAll_, true) : now >= next_;
     if (!isNews)
         return;

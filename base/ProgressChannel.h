@@ -7,12 +7,12 @@
 
 namespace base {
 
-/// How a step tells how far it is, past the scripts between it and the window, whose output carries
-/// the result and nothing else. The environment variable KELPMORAY_PROGRESS may name a named pipe.
-/// A step that finds it there, with a reader, writes lines "N%" to it, N from 0 to 100: at most one
-/// in a tenth of a second, and "100%" at the end. With --progress the same bytes go to standard
-/// error. Each line is one write, so that steps do not mix; none waits, and a full or closed pipe
-/// loses the line and nothing else. A step that starts anew begins at a lower number.
+/// How a step tells the window how far it is. The scripts between them print the result and nothing
+/// else, so the environment variable KELPMORAY_PROGRESS may name a named pipe. If the pipe has a
+/// reader, the step writes lines "N%" to it, N from 0 to 100: at most one in a tenth of a second,
+/// and "100%" at the end. With --progress the same bytes go to standard error. Each line is one
+/// write, so the lines of several steps do not mix. No write waits: if the pipe is full or closed,
+/// the line is lost and nothing else. A step that starts anew begins at a lower number.
 class ProgressChannel {
 public:
     static constexpr const char* variable = "KELPMORAY_PROGRESS";

@@ -14,6 +14,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/random.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace base {
@@ -152,8 +153,8 @@ ReplacedFile::~ReplacedFile() {
     }
 }
 
-/// Sets path_ to a name beside the target, with which `create` is called. Without a name again on
-/// failure.
+/// Sets path_ to a name beside the target, with which `create` is called. On failure path_ is
+/// empty again.
 Outcome ReplacedFile::takeName(const std::function<bool()>& create) {
     std::array<std::uint8_t, randomDigits / 2> random{};
     if (::getentropy(random.data(), random.size()) != 0)
@@ -202,18 +203,6 @@ Outcome ReplacedFile::openNamed() {
             return {};
         forgetName();
     }
-}
-
-Outcome ReplacedFile::keepModeAndOwnerOf(const struct stat& status) {
-    struct stat ours {};
-    if (::fstat(opened_.get(), &ours) != 0)
-        return systemError("examine", target_, errno);
-    const bool isOwnerSame = ours.st_uid == status.st_uid && ours.st_gid == status.st_gid;
-    if (!isOwnerSame && ::fchown(opened_.get(), status.st_uid, status.st_gid) != 0)
-        return systemError("keep the owner of", target_, errno);
-    if (::fchmod(opened_.get(), status.st_mode & 07777) != 0)
-        return systemError("keep the permissions of", target_, errno);
-    return {};
 }
 
 Outcome ReplacedFile::commit() {

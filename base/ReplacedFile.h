@@ -7,8 +7,6 @@
 #include <string>
 #include <utility>
 
-#include <sys/stat.h>
-
 namespace base {
 
 /// A file that takes the place of `target` when it is whole. Until then it has no name; if the file
@@ -27,10 +25,6 @@ public:
     ~ReplacedFile();
 
     [[nodiscard]] int descriptor() const { return opened_.get(); }
-
-    /// Gives the file the permissions, the owner and the group in `status`. Without this call it
-    /// has those of any new file.
-    [[nodiscard]] Outcome keepModeAndOwnerOf(const struct stat& status);
 
     /// Waits until the content is on the disk, then gives the file the target's name. On failure
     /// the target stays as it is. The last call for this object.

@@ -26,7 +26,7 @@ public:
 
     /// True once more has been appended than fits.
     [[nodiscard]] bool full() const { return full_; }
-    /// What is appended from now on is dropped, and the end of a text that is full is its mark.
+    /// Drops what is appended from now on. A text that is full ends in its mark then.
     void close() { closed_ = true; }
     [[nodiscard]] bool closed() const { return closed_; }
     /// The text; one that is full has a mark where something was dropped, and is still within the

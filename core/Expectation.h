@@ -7,20 +7,19 @@
 
 /// What processing entries of the work set will do, said beforehand.
 struct Expectation {
-    std::vector<std::string> packages; ///< their paths, those of an entry by name
+    std::vector<std::string> packages; ///< their paths; those of one entry sorted by name
     std::size_t replaced = 0;          ///< how many have an archive beside them already
 };
 
 /// How packages are going to be signed.
 struct Signing {
     bool doNotCodesign = false;
-    std::optional<std::string> identity; ///< the one picked; none if there is none
+    std::optional<std::string> identity; ///< the selected one, if there is one
 
     bool operator==(const Signing&) const = default;
 };
 
-/// Finds the packages that processing finds. Looks at the disk, without a word in the log. Any
-/// thread.
+/// Finds the packages that processing finds. Reads the disk and logs nothing. Any thread.
 [[nodiscard]] Expectation expectationOf(const std::string& entry);
 [[nodiscard]] Expectation expectationOf(const std::vector<std::string>& entries);
 

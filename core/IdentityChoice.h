@@ -32,6 +32,7 @@ struct ListedIdentity {
 [[nodiscard]] std::string lineOf(const ListedIdentity& identity);
 
 /// The one that `wanted` stands for: its hash, its line in a list, its name, its holder, or any
-/// part of its name that no other has. NotFound and Conflict name those there are, one a line.
+/// part of its name that no other has. NotFound and Conflict list the identities there are, one a
+/// line.
 [[nodiscard]] base::Result<ListedIdentity>
 chosenIdentity(const std::vector<ListedIdentity>& identities, std::string_view wanted);

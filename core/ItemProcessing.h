@@ -24,8 +24,8 @@ struct ScriptRun {
     double seconds = 0;                ///< that it took
 };
 
-/// What processing asks its caller and tells it, on the thread that processes. Each has a value
-/// from the start.
+/// What processing asks its caller and tells it, on the thread that processes. Each hook has a
+/// default.
 struct ProcessingHooks {
     std::function<bool()> doNotCodesign = [] { return false; };
     std::function<std::optional<std::string>()> codesigningIdentity = [] { return std::nullopt; };
@@ -36,7 +36,7 @@ struct ProcessingHooks {
         ::runShellCommand;
     /// Whether the package's next script runs after this one.
     std::function<bool(const ScriptRun& run)> goesOnAfter = [](const auto&) { return true; };
-    /// Asked before each package: whether it is to be processed. The others are left as they are.
+    /// Asked before each package. If false, this one and the rest are left as they are.
     std::function<bool()> goesOn = [] { return true; };
     /// These are the entry's packages.
     std::function<void(const std::vector<std::string>& packages)> packagesFound = [](const auto&) {

@@ -4,6 +4,6 @@
 
 #include <string>
 
-/// Success if what is at `path` can be processed, or is a folder, which may hold nothing. Else why
-/// not, and what to give instead; `asGiven` names it in the error. Any thread.
+/// Success if `path` is a package that can be processed, or a folder, even an empty one. Otherwise
+/// the error says why not, and what to give instead; it names the path as `asGiven`. Any thread.
 [[nodiscard]] base::Outcome checkLocation(const std::string& path, const std::string& asGiven);

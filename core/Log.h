@@ -28,8 +28,8 @@ using Sink = std::function<void(Severity, std::string_view)>;
 /// function; one that is being logged may still come then. For tests. Any thread.
 void capture(Sink sink);
 
-/// As long as one lives, both logs name its subject in front of each event of the thread that made
-/// it: so the events of several packages at once can be told apart. One at a time on a thread.
+/// While one lives, both logs name its subject in front of each event of the thread that made it.
+/// So the events of several packages at once can be told apart. One at a time on a thread.
 class Subject {
 public:
     explicit Subject(std::string name);

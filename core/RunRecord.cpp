@@ -147,8 +147,8 @@ void RunRecord::writeRest(const std::string& settling, const std::string& end) {
     for (const std::size_t package : atWork_)
         append(jsonOf(packages_.at(package)).text());
     text += "\n]" + end + "}\n";
-    // The end goes along each time and what was longer is covered by blanks: with one write the
-    // document is whole again.
+    // Each write ends the document and covers what was longer before with blank lines, so one write
+    // makes the document whole again.
     text.resize(std::max(text.size(), unsettled_), '\n');
     if (!descriptor_.open() || !trouble_.empty())
         return;

@@ -44,14 +44,14 @@ struct RecordedRun {
     std::string started; ///< "2026-05-12T07:45:12Z"
     std::string version; ///< of the program
     bool finished = false;
-    bool underWay = false; ///< its process is still at it
+    bool underWay = false; ///< its process still works on it
     std::vector<PackageRecord> packages;
 };
 
-/// Keeps what becomes of each package of a run, and writes it as it happens into a file of its own,
-/// which any reader of JSON takes at any moment: what a kill leaves is whole. It lists the packages
-/// in the order in which they ended, and then those at work. The newest 50 files are kept. Where it
-/// cannot be written the run goes on, and trouble() tells. Any thread.
+/// Keeps what becomes of each package of a run, and writes it as it happens to a file of the run's
+/// own. The file is a whole JSON document at any moment, even after a kill. It lists the packages
+/// in the order in which they ended, then those at work. The newest 50 files are kept. If the file
+/// cannot be written, the run goes on, and trouble() says why. Any thread.
 class RunRecord {
 public:
     static constexpr std::size_t filesKept = 50;
@@ -62,12 +62,12 @@ public:
     /// the user has no home.
     [[nodiscard]] static std::string userFolder();
 
-    /// Nothing is written before the first package has started, nor with an empty folder.
+    /// Nothing is written before the first package has started, nor if `folder` is empty.
     RunRecord(std::string folder, std::string version);
 
     // Facts, as they happen. Several packages may be at work, each on a thread of its own.
-    /// `identity` is whom it will be signed as, if it will. Gives the package's number, from 0, by
-    /// which the other facts name it.
+    /// `identity` is whom the package will be signed as; none if it will not be signed. Gives the
+    /// package's number, from 0, by which the other facts name it.
     std::size_t packageStarted(const std::string& path, const std::string& entry,
                                const std::optional<std::string>& identity);
     void scriptEnded(std::size_t package, const ScriptRun& run);
@@ -86,8 +86,8 @@ public:
 
 private:
     void create();
-    /// Writes what may still change, the packages at work and the end, behind `settling`, which is
-    /// not written again.
+    /// Writes `settling`, which is not written again, and behind it what may still change: the
+    /// packages at work and the end.
     void writeRest(const std::string& settling = "", const std::string& end = "");
     void fail(const std::string& action, const std::string& path);
 
@@ -111,8 +111,8 @@ private:
 /// Whether a process is still writing the file of a run.
 [[nodiscard]] bool isUnderWay(const std::string& file);
 
-/// Reads a run; none if the file is no record of one. Of a file that is cut what is whole is kept,
-/// and a package at which a run that is no longer under way stands is interrupted.
+/// Reads a run; none if the file is no record of one. Of a file that was cut, the whole lines are
+/// kept. If the run is no longer under way, a package that was at work counts as interrupted.
 [[nodiscard]] std::optional<RecordedRun> readRun(const std::string& file);
 
 /// The form that a package has in the file.

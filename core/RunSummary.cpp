@@ -33,7 +33,7 @@ std::string lastQuoted(const std::string& output) {
     return quoted;
 }
 
-/// The reader sees which package it is, and in front of a path nothing else would be read.
+/// The text with the package's name in place of its path: a long path would hide the rest.
 std::string withNameFor(const std::string& path, std::string text) {
     const std::string name = lastPathComponent(path);
     for (std::size_t at = 0; (at = text.find(path, at)) != text.npos; at += name.size())

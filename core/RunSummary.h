@@ -2,7 +2,7 @@
 
 #include "core/RunRecord.h"
 
-/// What a person is told of a run, by whatever face. Any thread.
+/// What the window and the terminal tell a person of a run. Any thread.
 
 /// What went wrong with a package, as two sentences without markup.
 struct Failure {

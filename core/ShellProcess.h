@@ -28,7 +28,7 @@ public:
     [[nodiscard]] std::size_t read(char* to, std::size_t size);
     /// Reads up to the end of the stream.
     [[nodiscard]] std::string readToEnd();
-    /// From now on the wait for the end is a thread's of its own; nothing can be read any more.
+    /// From now on a thread of its own waits for the end; nothing can be read any more.
     void endInBackground();
 
 private:

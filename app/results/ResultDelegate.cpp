@@ -40,7 +40,7 @@ double contrast(const QColor& one, const QColor& other) {
     return std::max(first, second) / std::min(first, second);
 }
 
-/// The palette's, so far away from the text that this can be read: some palettes' are not.
+/// The palette's colour behind selected text, moved away from the text until it can be read.
 QColor highlight(const QPalette& palette) {
     const QColor text = palette.color(QPalette::HighlightedText);
     QColor colour = palette.color(QPalette::Highlight);

@@ -23,7 +23,7 @@ void RunActions::invoked(uint, const QString& key) {
     const auto bus = sessionBus();
     if (!precedence_.isEmpty() && bus && bus->interface()->isServiceRegistered(precedence_))
         return;
-    // Of anybody's notification: ours have the target in the key.
+    // The signal comes for notifications of all programs; ours have the target in the key.
     act(key.section(' ', 0, 0), key.section(' ', 1));
 }
 

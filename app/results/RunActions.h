@@ -22,7 +22,8 @@ public:
 
     /// False if there is no such action.
     bool act(const QString& action, const QString& target);
-    /// Tells what failed, whoever looks where. `identifier` is the application's.
+    /// Shows a notification of what failed, wherever the person looks. `identifier` is the
+    /// application's.
     static void tellFailure(const std::string& identifier, const EndedRun& run);
     /// Starts the program anew, to show the record of the last run.
     static void startLastRun();

@@ -98,7 +98,7 @@ QVariant RunModel::data(const QModelIndex& index, int role) const {
     case Qt::DisplayRole:
         return shown(record, index.column());
     case Qt::ToolTipRole:
-        // What looks like markup would be read as such.
+        // Escaped, or a text that looks like markup would be taken for it.
         return "<p style='white-space: pre-wrap'>" +
                QString::fromStdString(messageOf(record)).trimmed().toHtmlEscaped() + "</p>";
     case Qt::AccessibleTextRole:

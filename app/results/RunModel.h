@@ -22,7 +22,7 @@ public:
     void setPackages(std::vector<PackageRecord> packages);
     /// Puts `package` at `row`, at most one behind the last.
     void setPackage(std::size_t row, const PackageRecord& package);
-    /// The order of the run otherwise. Goes back to that when the next package comes.
+    /// Lists the failed ones first. The next package brings back the order of the run.
     void putFailedFirst();
 
     [[nodiscard]] const std::vector<PackageRecord>& packages() const { return packages_; }

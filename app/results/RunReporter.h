@@ -68,7 +68,7 @@ private:
     void readPipe();
     /// What steps have told and nobody has read.
     QByteArray takeLines();
-    /// Later, on the main thread.
+    /// Makes the change later, on the main thread.
     void change(std::function<void()> change);
 
     const std::string folder_;

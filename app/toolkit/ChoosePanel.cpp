@@ -163,7 +163,7 @@ void ChoosePanel::activate(const QModelIndex& index) {
 }
 
 void ChoosePanel::openTypedPath() {
-    // What is no path from the root or from home counts from the folder that is shown.
+    // A relative path counts from the folder that is shown.
     const QString text = path_->text().startsWith('~')
                              ? path_->text()
                              : QDir(files_->rootPath()).absoluteFilePath(path_->text());

@@ -33,7 +33,7 @@ public:
     /// Gets `confirmed` and the chosen file URLs in the panel's order, or `cancelled` and none.
     using Completion = std::function<void(int code, const LocationList& chosen)>;
 
-    /// Shows a panel as a sheet of `window` and returns at once. The system's own panel, where
+    /// Shows a panel as a sheet of `window` and returns at once. The system's own panel, if
     /// there is one, remembers its folder itself.
     static void beginSheet(const Settings& settings, QWidget* window, Completion completion);
 

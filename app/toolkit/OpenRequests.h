@@ -34,7 +34,7 @@ public:
 
     /// Hands `locations` to the application that already runs; without any it is brought to the
     /// front. False if none runs: then this one is the application from now on. A request is sent
-    /// once to each process that has the name: one that does not answer in time has it waiting.
+    /// once to each process that has the name: one that does not answer in time still gets it.
     [[nodiscard]] bool handOver(const LocationList& locations, const ActivationTokens& tokens = {});
 
     /// Gives up being the application: from now on a start is the first again.

@@ -19,10 +19,6 @@ void describe(BoundedText& out, const QString& text) {
     out.append(text.isNull() ? std::string("(null)") : text.toStdString());
 }
 
-void describeElement(BoundedText& out, const QString& text) {
-    describeElement(out, text.toStdString());
-}
-
 void describe(BoundedText& out, const QRect& rect) {
     out.append(QStringLiteral("{{%1, %2}, {%3, %4}}")
                    .arg(rect.x())

@@ -10,7 +10,6 @@
 
 /// How the toolkit's values print for the directive %@. A null text is absent.
 void describe(BoundedText& out, const QString& text);
-void describeElement(BoundedText& out, const QString& text);
 /// "{{x, y}, {width, height}}"
 void describe(BoundedText& out, const QRect& rect);
 

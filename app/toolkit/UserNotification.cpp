@@ -40,7 +40,7 @@ QDBusMessage forAnyService(const QString& identifier, const QString& summary, co
     QDBusMessage call = QDBusMessage::createMethodCall("org.freedesktop.Notifications",
                                                        "/org/freedesktop/Notifications",
                                                        "org.freedesktop.Notifications", "Notify");
-    // Where the body may have markup, a name that looks like some would be read as such.
+    // If the body may have markup, a name that looks like markup would be taken for it.
     call << "Kelpmoray" << replacesNone << identifier << summary << body.toHtmlEscaped() << buttons
          << QVariantMap{{"desktop-entry", identifier}} << theServicesTimeout;
     return call;

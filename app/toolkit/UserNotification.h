@@ -12,11 +12,10 @@ struct NotificationAction {
     QString target; ///< what goes along with it; may be empty
 };
 
-/// Shows a person something that became of an application while they looked elsewhere, on the
-/// session bus: through org.gtk.Notifications where there is one, since that outlives the process,
-/// else through org.freedesktop.Notifications (defined by freedesktop.org under "Desktop
-/// Notifications"), with "NAME TARGET" as the key of an action. `identifier` names the
-/// application's desktop entry and icon. Where nobody shows notifications nothing happens. Any
-/// thread.
+/// Tells a person who looks elsewhere what has happened, on the session bus: through
+/// org.gtk.Notifications if it is there, since that outlives the process, else through
+/// org.freedesktop.Notifications (defined by freedesktop.org under "Desktop Notifications"), with
+/// "NAME TARGET" as the key of an action. `identifier` names the application's desktop entry and
+/// icon. If no service shows notifications, nothing happens. Any thread.
 void notifyUser(const QString& identifier, const QString& summary, const QString& body,
                 const std::vector<NotificationAction>& actions = {});

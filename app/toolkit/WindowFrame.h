@@ -10,5 +10,5 @@
 [[nodiscard]] std::string windowFrameText(const QWidget& window);
 
 /// Gives the window that frame, before it is shown. Its place is left to the desktop if no screen
-/// shows the title bar there any more; what is no frame changes nothing. Main thread.
+/// shows the title bar there any more; a text that is no frame changes nothing. Main thread.
 void setWindowFrame(QWidget& window, const std::string& text);

@@ -211,15 +211,6 @@ std::string Bundle::sealPath() const {
     return signatureFolder() + "/CodeResources";
 }
 
-std::optional<std::string> Bundle::identifier() const {
-    for (const std::string_view key : {"CFBundleIdentifier", "CFBundleName"}) {
-        const std::string* name = info.findString(key);
-        if (name && !name->empty())
-            return *name;
-    }
-    return std::nullopt;
-}
-
 bool Bundle::isApplication() const {
     const std::string* type = info.findString("CFBundlePackageType");
     return type && *type == "APPL";

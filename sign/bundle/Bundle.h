@@ -43,9 +43,6 @@ struct Bundle {
     /// Where the seal is: codeRoot/_CodeSignature/CodeResources.
     [[nodiscard]] std::string sealPath() const;
     [[nodiscard]] std::string signatureFolder() const;
-    /// The name that a code directory gets without other wishes: CFBundleIdentifier, else
-    /// CFBundleName; absent if the Info.plist has neither.
-    [[nodiscard]] std::optional<std::string> identifier() const;
     /// Whether CFBundlePackageType is APPL, which a description calls an app bundle.
     [[nodiscard]] bool isApplication() const;
 };

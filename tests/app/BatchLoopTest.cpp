@@ -304,6 +304,7 @@ TEST_F(BatchLoop, StopsBetweenTwoPackagesAndLeavesTheEntry) {
     ASSERT_EQ(recorded.size(), 1U);
     EXPECT_EQ(stateWord(readRun(recorded.front())->packages.at(0)), "Done");
     EXPECT_EQ(runs.model().rowCount(), 1);
+    EXPECT_EQ(runs.share(), 0);
     EXPECT_TRUE(find("results")->isVisible());
 }
 

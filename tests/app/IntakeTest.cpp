@@ -51,6 +51,7 @@ TEST_F(Intake, TakesLocationsOnceAndBeepsForTheRest) {
 
 TEST_F(Intake, StartsTheLoopForTheFirstSingleItemOnly) {
     controller().addItemToBeProcessedSet(folder.path("A"));
+    EXPECT_THAT(waiting(), IsEmpty()) << "added one turn later";
     settle();
     EXPECT_NE(sheet(), nullptr);
     controller().addItemToBeProcessedSet(folder.path("B"));

@@ -103,16 +103,15 @@ TEST_F(Window, WakesWithoutADropView) {
 }
 
 TEST_F(Window, WakesOnceItHasBeenPainted) {
-    window =
-        std::make_unique<MainWindow>(ViewController::Surroundings{.bundle = bundle,
-                                                                  .settings = settings,
-                                                                  .notifications = notifications,
-                                                                  .tools = tools,
-                                                                  .terminate = [] {},
-                                                                  .notifyUser = {},
-                                                                  .runs = runs,
-                                                                  .tellFailure = {}},
-                                     delegate);
+    window = std::make_unique<MainWindow>(Surroundings{.bundle = bundle,
+                                                       .settings = settings,
+                                                       .notifications = notifications,
+                                                       .tools = tools,
+                                                       .terminate = [] {},
+                                                       .notifyUser = {},
+                                                       .runs = runs,
+                                                       .tellFailure = {}},
+                                          delegate);
     EXPECT_EQ(controller().fSetOfFolders(), nullptr);
     window->show();
     EXPECT_TRUE(waitUntil([this] { return controller().fSetOfFolders() != nullptr; }));
@@ -288,7 +287,8 @@ TEST_F(Window, RemembersItsFrame) {
     window->move(90, 70);
     window->resize(600, 380);
     window->close();
-    EXPECT_EQ(settings.stringForKey("prefWindowFrame"), "{{90, 70}, {600, 380}}");
+    EXPECT_THAT(contentOf(folder.path("settings.ini")),
+                HasSubstr("prefWindowFrame=\"{{90, 70}, {600, 380}}\"\n"));
     openWindow();
     EXPECT_EQ(QRect(window->pos(), window->size()), QRect(90, 70, 600, 380));
     settings.setString("prefWindowFrame", "{{90000, 70}, {900000, 380}}");

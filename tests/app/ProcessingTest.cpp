@@ -14,6 +14,7 @@ struct Processing : WindowFixture {
     Processing() {
         folder.makeFolder("A/X.app");
         identitiesAre({"K: Jo (X1)"});
+        tools.codesign = bin.makeExecutable("codesign", "#!/bin/sh\necho 'Authority=K: Jo (X1)'\n");
         openWindow();
         settle();
         controller().ibListOfIdentities()->setSelectionIndex(1);
@@ -50,6 +51,7 @@ TEST_F(Processing, OfAnEntryRevealsAndRemovesIt) {
     EXPECT_THAT(controller().fSetOfFolders()->allObjects(), ElementsAre(folder.path("B")));
     EXPECT_EQ(controller().fNumberOfFoldersToProcess(), 1);
     EXPECT_FALSE(controller().fButton1Busy()) << "the loop's, not touched";
+    EXPECT_EQ(log.count(logged("isValidItemToSign:", "...FOUND object = [K: Jo (X1)]....")), 1);
     awaitReveal(folder.path("A"));
 }
 
@@ -72,13 +74,20 @@ TEST_F(Processing, OfAPackageOnlyRunsTheScripts) {
     EXPECT_EQ(calls(), bothCalls(folder.path("A/X.app"), "Jo (X1)|"));
     EXPECT_EQ(controller().fSetOfFolders()->count(), 1U);
     EXPECT_EQ(log.count(logged("doRevealItem:", "...")), 0);
+    settings.setBool("prefDoNotCodesign", true);
+    process(&ViewController::doProcessItemOnly, folder.path("A/X.app"));
+    EXPECT_EQ(
+        log.count(logged("isValidItemToSign:", "...returning Valid as prefDoNotCodesign = NO...")),
+        1);
 }
 
 TEST_F(Processing, OfTheWholeFolderQuitsAtTheEnd) {
     controller().setFSearchPath(folder.path("A"));
+    window->showMinimized();
     controller().doProcess();
     controller().doProcess();
     ASSERT_TRUE(waitUntil([this] { return terminations == 1; }));
+    EXPECT_FALSE(window->isMinimized());
     EXPECT_EQ(log.count(logged("doProcess", "...Already in Process...")), 1);
     EXPECT_EQ(calls(), bothCalls(folder.path("A"), "")) << "without the identity";
     EXPECT_FALSE(controller().fButton1Busy());

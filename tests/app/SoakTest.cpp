@@ -79,7 +79,7 @@ TEST_F(Soak, LosesNothingWhileEverythingHappensAtOnce) {
     std::thread player;
     auto* label = find<QLabel>("invitation");
     const QDeadlineTimer end(std::chrono::seconds{seconds});
-    while (!end.hasExpired()) {
+    while (added <= addedAtOnce || !end.hasExpired()) {
         answerSheet();
         if (controller().fSetOfFolders()->count() < addedAtOnce / 2)
             callForMore();
@@ -96,12 +96,13 @@ TEST_F(Soak, LosesNothingWhileEverythingHappensAtOnce) {
     adder.join();
     if (player.joinable())
         player.join();
-    ASSERT_TRUE(waitUntil([this] {
-        answerSheet();
-        if (!controller().fButton1Busy())
-            controller().doButton1(nullptr);
-        return controller().fSetOfFolders()->count() == 0;
-    }));
+    for (std::size_t left; (left = controller().fSetOfFolders()->count()) > 0;)
+        ASSERT_TRUE(waitUntil([&] {
+            answerSheet();
+            if (!controller().fButton1Busy())
+                controller().doButton1(nullptr);
+            return controller().fSetOfFolders()->count() < left;
+        }));
     settle();
     int untouched = 0;
     for (int i = 0; i < added; ++i) {
@@ -114,5 +115,4 @@ TEST_F(Soak, LosesNothingWhileEverythingHappensAtOnce) {
     }
     EXPECT_GE(answers, added) << "each folder is asked about";
     EXPECT_LE(untouched, skipped);
-    EXPECT_GT(added, addedAtOnce);
 }

@@ -51,7 +51,7 @@ struct WindowFixture : testing::Test {
     }
     MainWindow& openWindow() {
         window = std::make_unique<MainWindow>(
-            ViewController::Surroundings{
+            Surroundings{
                 .bundle = bundle,
                 .settings = settings,
                 .notifications = notifications,

@@ -7,7 +7,7 @@ namespace {
 
 using base::ByteReader;
 
-TEST(Bytes, are_read_as_they_were_written_in_either_order) {
+TEST(Bytes, AreReadAsTheyWereWrittenInEitherOrder) {
     base::ByteBuffer bytes;
     base::appendBig(bytes, std::uint32_t{0xFADE0CC0});
     base::appendLittle(bytes, std::uint64_t{0x0102030405060708});
@@ -23,7 +23,7 @@ TEST(Bytes, are_read_as_they_were_written_in_either_order) {
     EXPECT_FALSE(reader.failed());
 }
 
-TEST(ByteReader, fails_for_good_once_it_reaches_past_the_end) {
+TEST(ByteReader, FailsForGoodOnceItReachesPastTheEnd) {
     ByteReader reader(base::bytesOf("abc"));
     EXPECT_EQ(reader.takeBig<std::uint32_t>(), 0U);
     EXPECT_TRUE(reader.failed());

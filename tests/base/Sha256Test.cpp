@@ -7,7 +7,7 @@
 
 // The digests are those of coreutils' sha256sum, the first three also those of the standard's
 // examples.
-TEST(Sha256, of_a_file_is_what_other_programs_find) {
+TEST(Sha256, OfAFileIsWhatOtherProgramsFind) {
     const TemporaryFolder folder;
     struct {
         std::string content;
@@ -31,7 +31,7 @@ TEST(Sha256, of_a_file_is_what_other_programs_find) {
     EXPECT_FALSE(base::digestOfFile(folder.path("nothing")));
 }
 
-TEST(Sha256, does_not_depend_on_how_the_bytes_come) {
+TEST(Sha256, DoesNotDependOnHowTheBytesCome) {
     const std::string text(300, 'x');
     base::Sha256 whole;
     whole.add(base::bytesOf(text));

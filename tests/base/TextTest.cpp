@@ -6,7 +6,7 @@
 
 namespace {
 
-TEST(Utf8, is_told_from_other_bytes) {
+TEST(Utf8, IsToldFromOtherBytes) {
     for (const char* text : {"", "plain", "ä", "日本語", "😀", "u\xcc\x88", "\xed\x9f\xbf",
                              "\xee\x80\x80", "\xf4\x8f\xbf\xbf"})
         EXPECT_TRUE(base::isValidUtf8(text)) << text;
@@ -16,7 +16,7 @@ TEST(Utf8, is_told_from_other_bytes) {
         EXPECT_FALSE(base::isValidUtf8(bytes)) << bytes;
 }
 
-TEST(Printable, has_nothing_that_a_terminal_obeys) {
+TEST(Printable, HasNothingThatATerminalObeys) {
     EXPECT_EQ(base::printable("a\nb\x1b[2J\x7f"), "a?b?[2J?");
     EXPECT_EQ(base::printable("\xc2\x9b"
                               "31m \xc2\xa0 \xff"),
@@ -24,7 +24,7 @@ TEST(Printable, has_nothing_that_a_terminal_obeys) {
     EXPECT_EQ(base::printable("日本 ä 😀"), "日本 ä 😀");
 }
 
-TEST(Number, is_the_whole_text_and_within_its_bounds) {
+TEST(Number, IsTheWholeTextAndWithinItsBounds) {
     EXPECT_EQ(base::numberIn("7", 1, 9), 7);
     for (const char* text : {"", "0", "10", "7 ", "+7", "7x", "99999999999999999999"})
         EXPECT_FALSE(base::numberIn(text, 1, 9)) << text;

@@ -9,7 +9,7 @@
 
 namespace {
 
-TEST(WorkerThreads, stop_at_the_first_error_and_return_it) {
+TEST(WorkerThreads, StopAtTheFirstErrorAndReturnIt) {
     std::atomic<bool> stopped = false;
     std::atomic<int> started = 0;
     const auto work = [&]() -> base::Outcome {
@@ -27,7 +27,7 @@ TEST(WorkerThreads, stop_at_the_first_error_and_return_it) {
     EXPECT_FAILS(outcome, Conflict);
 }
 
-TEST(WorkerThreads, turn_a_lack_of_memory_into_an_error) {
+TEST(WorkerThreads, TurnALackOfMemoryIntoAnError) {
     const auto work = []() -> base::Outcome { throw std::bad_alloc(); };
     EXPECT_FAILS(base::runOnThreads(2, work, [] {}), System);
 }

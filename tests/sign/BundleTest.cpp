@@ -13,7 +13,7 @@ using sign::BundleForm;
 using sign::FaultCode;
 using testing::HasSubstr;
 
-TEST(BundleTest, findsThePartsOfEachLayout) {
+TEST(BundleTest, FindsThePartsOfEachLayout) {
     const TemporaryFolder folder;
     const struct {
         const char* name;
@@ -91,7 +91,7 @@ TEST(BundleTest, findsThePartsOfEachLayout) {
     }
 }
 
-TEST(BundleTest, refusesToSignWhatNoSealCovers) {
+TEST(BundleTest, RefusesToSignWhatNoSealCovers) {
     const struct {
         const char* name;
         void (*damage)(const TemporaryFolder& folder);
@@ -173,7 +173,7 @@ TEST(BundleTest, refusesToSignWhatNoSealCovers) {
     }
 }
 
-TEST(NestedCodeTest, plansEachCodeObjectOnceFromInsideOut) {
+TEST(NestedCodeTest, PlansEachCodeObjectOnceFromInsideOut) {
     const TemporaryFolder folder;
     const std::string app = makeRichApplication(folder);
     const auto plan = sign::planOf(app + "/Contents/MacOS/run");
@@ -195,7 +195,7 @@ TEST(NestedCodeTest, plansEachCodeObjectOnceFromInsideOut) {
                            "1 file /Contents/Resources/tool", "0 bundle "));
 }
 
-TEST(LooseSignatureTest, comesBackAndLeavesNothingOfAnEarlierOne) {
+TEST(LooseSignatureTest, ComesBackAndLeavesNothingOfAnEarlierOne) {
     const TemporaryFolder folder;
     folder.makeFile("a.bundle/Contents/Info.plist", infoPlist(""));
     const auto bundle = sign::openBundle(folder.path("a.bundle"));

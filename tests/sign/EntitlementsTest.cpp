@@ -16,7 +16,7 @@ std::string der(const std::string& content) {
     return made ? sign::hex(base::Bytes(made->der).subspan(8)) : made.error().sentence;
 }
 
-TEST(Entitlements, become_der_with_sorted_keys) {
+TEST(Entitlements, BecomeDerWithSortedKeys) {
     EXPECT_EQ(der("<dict/>"), "7005020101b000");
     EXPECT_EQ(der("<dict><key>b</key><true/><key>a</key><false/></dict>"), "7015020101b010"
                                                                            "30060c0161010100"
@@ -36,7 +36,7 @@ TEST(Entitlements, become_der_with_sorted_keys) {
               "7081d7020101b081d13081ce0c01");
 }
 
-TEST(Entitlements, keep_the_text_as_it_was_given) {
+TEST(Entitlements, KeepTheTextAsItWasGiven) {
     auto made = entitlements("<dict ><!-- mine --></dict>");
     ASSERT_TRUE(made);
     EXPECT_NE(std::string(base::textOf(made->xml)).find("<dict ><!-- mine --></dict></plist>\n"),
@@ -47,7 +47,7 @@ TEST(Entitlements, keep_the_text_as_it_was_given) {
     EXPECT_FALSE(sign::entitlementsFromBlob(made->der, "x"));
 }
 
-TEST(Entitlements, refuse_what_a_signature_cannot_hold) {
+TEST(Entitlements, RefuseWhatASignatureCannotHold) {
     for (const char* content :
          {"<array/>", "<dict><key>r</key><real>1</real></dict>",
           "<dict><key>t</key><date>2020-01-01T00:00:00Z</date></dict>", "<dict>"}) {
@@ -58,7 +58,7 @@ TEST(Entitlements, refuse_what_a_signature_cannot_hold) {
     EXPECT_FALSE(sign::entitlementsFromXml(base::bytesOf("bplist00"), "x.entitlements"));
 }
 
-TEST(Entitlements, set_flags_only_where_they_are_true) {
+TEST(Entitlements, SetFlagsOnlyWhereTheyAreTrue) {
     auto made =
         entitlements("<dict><key>get-task-allow</key><true/><key>dynamic-codesigning</key><true/>"
                      "<key>com.apple.private.cs.debugger</key><false/></dict>");

@@ -41,7 +41,7 @@ base::Result<PropertyValue> read(std::string_view text) {
     return sign::readPropertyList(base::bytesOf(text), "Info.plist");
 }
 
-TEST(PropertyListTest, writesWhatItReadInTheFormOfApple) {
+TEST(PropertyListTest, WritesWhatItReadInTheFormOfApple) {
     const std::string body = "<dict>\n"
                              "\t<key>&amp;&lt;&gt;\"'</key>\n"
                              "\t<array>\n"
@@ -76,7 +76,7 @@ TEST(PropertyListTest, writesWhatItReadInTheFormOfApple) {
     EXPECT_EQ(sign::applePropertyListXml(PropertyValue(std::move(reversed))), expected);
 }
 
-TEST(PropertyListTest, readsBinary) {
+TEST(PropertyListTest, ReadsBinary) {
     const std::string bytes = binary({"\xD2\1\2\3\4",
                                       "\x51"
                                       "a",
@@ -90,7 +90,7 @@ TEST(PropertyListTest, readsBinary) {
     EXPECT_EQ(*value, expected);
 }
 
-TEST(PropertyListTest, refusesWhatWouldExhaustMemoryOrStack) {
+TEST(PropertyListTest, RefusesWhatWouldExhaustMemoryOrStack) {
     using base::ErrorKind;
     std::vector<std::string> laughs;
     for (char next = 1; next <= 12; ++next)

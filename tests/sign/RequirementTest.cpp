@@ -47,7 +47,7 @@ CodeFacts code() {
     return facts;
 }
 
-TEST(Requirement, survives_its_text_and_its_bytes) {
+TEST(Requirement, SurvivesItsTextAndItsBytes) {
     // Each is what Apple's tools print.
     for (const char* text : {
              "always",
@@ -84,7 +84,7 @@ TEST(Requirement, survives_its_text_and_its_bytes) {
         EXPECT_FALSE(sign::parsedRequirement(text)) << text;
 }
 
-TEST(Requirement, has_the_bytes_of_the_published_form) {
+TEST(Requirement, HasTheBytesOfThePublishedForm) {
     EXPECT_EQ(sign::hex(sign::requirementBlob(parsed("identifier abcde and anchor apple"))),
               "fade0c00"
               "00000024"
@@ -96,7 +96,7 @@ TEST(Requirement, has_the_bytes_of_the_published_form) {
               "00000003");
 }
 
-TEST(RequirementSet, keeps_kinds_apart_and_in_order) {
+TEST(RequirementSet, KeepsKindsApartAndInOrder) {
     auto set = sign::parsedRequirementSet("library => anchor apple designated => always // last");
     ASSERT_TRUE(set);
     const sign::Blob blob = sign::requirementSetBlob(*set);
@@ -109,7 +109,7 @@ TEST(RequirementSet, keeps_kinds_apart_and_in_order) {
     EXPECT_FALSE(sign::parsedRequirementSet("designated => always =>"));
 }
 
-TEST(RequirementCheck, compares_as_the_platform_does) {
+TEST(RequirementCheck, ComparesAsThePlatformDoes) {
     const struct {
         const char* text;
         bool holds;
@@ -140,7 +140,7 @@ TEST(RequirementCheck, compares_as_the_platform_does) {
     }
 }
 
-TEST(DesignatedRequirement, depends_on_who_issued_the_chain) {
+TEST(DesignatedRequirement, DependsOnWhoIssuedTheChain) {
     const auto text = [](const std::vector<CertificateFacts>& chain) {
         return sign::requirementText(sign::defaultDesignatedRequirement("a.b", chain));
     };

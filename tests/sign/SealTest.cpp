@@ -47,7 +47,7 @@ std::vector<std::string> entriesIn(const sign::PropertyValue& seal, std::string_
     return lines;
 }
 
-TEST(SealTest, hasAnEntryForEachThingThatIsNotExcluded) {
+TEST(SealTest, HasAnEntryForEachThingThatIsNotExcluded) {
     const TemporaryFolder folder;
     const auto bundle = sign::openBundle(makeRichApplication(folder));
     ASSERT_TRUE(bundle) << bundle.error().sentence;
@@ -79,7 +79,7 @@ TEST(SealTest, hasAnEntryForEachThingThatIsNotExcluded) {
     EXPECT_EQ(seal->find("rules2")->dictionary()->size(), 13U);
 }
 
-TEST(SealTest, isTheSameToTheByteAsThatOfThePlatform) {
+TEST(SealTest, IsTheSameToTheByteAsThatOfThePlatform) {
     const TemporaryFolder folder;
     folder.makeFile("a.framework/Info.plist", infoPlist("a"));
     folder.makeFile("a.framework/a", machO());
@@ -111,7 +111,7 @@ TEST(SealTest, isTheSameToTheByteAsThatOfThePlatform) {
                                   "\t</dict>\n</dict>\n</plist>\n"));
 }
 
-TEST(SealTest, refusesNamesThatNoSealCanHold) {
+TEST(SealTest, RefusesNamesThatNoSealCanHold) {
     for (const char* name : {"bad\xFF", "bell\a"}) {
         const TemporaryFolder folder;
         const std::string app = makeRichApplication(folder);
@@ -128,7 +128,7 @@ TEST(SealTest, refusesNamesThatNoSealCanHold) {
 }
 
 /// The plain functions must mean what the patterns say.
-TEST(SealRulesTest, agreeWithTheExpressionsThatTheyStandFor) {
+TEST(SealRulesTest, AgreeWithTheExpressionsThatTheyStandFor) {
     std::vector<std::string> paths = {"", "Resources", "Resources/", "MacOS", "Resourcesx/a"};
     for (const std::string folder :
          {"", "Resources/", "Frameworks/", "Library/Spotlight/", "Library/", "x/Resources/",
@@ -157,7 +157,7 @@ TEST(SealRulesTest, agreeWithTheExpressionsThatTheyStandFor) {
     }
 }
 
-TEST(SealRulesTest, includeTheMainExecutableButNotTheSignature) {
+TEST(SealRulesTest, IncludeTheMainExecutableButNotTheSignature) {
     const TemporaryFolder folder;
     folder.makeFile("a.framework/Info.plist", infoPlist("a"));
     folder.makeFile("a.framework/a", machO());
@@ -200,7 +200,7 @@ protected:
     std::string app_ = makeRichApplication(folder_);
 };
 
-TEST_F(SealCheckTest, noticesEachKindOfDamage) {
+TEST_F(SealCheckTest, NoticesEachKindOfDamage) {
     const std::string seal = sealOf(*sign::openBundle(app_));
     ASSERT_THAT(check(seal, true), testing::IsEmpty());
     const std::string aside = folder_.path("aside.app");
@@ -254,7 +254,7 @@ TEST_F(SealCheckTest, noticesEachKindOfDamage) {
     }
 }
 
-TEST_F(SealCheckTest, letsLinksLeadOnlyToWhatIsSealed) {
+TEST_F(SealCheckTest, LetsLinksLeadOnlyToWhatIsSealed) {
     const struct {
         const char* target;
         bool isAllowed;
@@ -283,7 +283,7 @@ TEST_F(SealCheckTest, letsLinksLeadOnlyToWhatIsSealed) {
     }
 }
 
-TEST_F(SealCheckTest, judgesTheSealItself) {
+TEST_F(SealCheckTest, JudgesTheSealItself) {
     const std::string good = sealOf(*sign::openBundle(app_));
     const auto with = [&](const std::string& from, const std::string& to) {
         std::string seal = good;

@@ -15,7 +15,7 @@ zip::PaddedContent padded(std::string_view text) {
     return content;
 }
 
-TEST(Compressor, joins_pieces_of_any_kind_into_one_stream) {
+TEST(Compressor, JoinsPiecesOfAnyKindIntoOneStream) {
     std::mt19937 random(2);
     for (int level = zip::quickestLevel; level <= zip::smallestLevel; ++level) {
         zip::Compressor compressor(level);
@@ -41,7 +41,7 @@ TEST(Compressor, joins_pieces_of_any_kind_into_one_stream) {
     }
 }
 
-TEST(Compressor, keeps_a_piece_that_does_not_shrink_close_to_its_size) {
+TEST(Compressor, KeepsAPieceThatDoesNotShrinkCloseToItsSize) {
     std::mt19937 random(3);
     const std::string content = randomBytes(random, 500000);
     base::ByteBuffer stream;
@@ -50,7 +50,7 @@ TEST(Compressor, keeps_a_piece_that_does_not_shrink_close_to_its_size) {
     EXPECT_LE(stream.size(), content.size() + 5 * 9);
 }
 
-TEST(Compressor, makes_a_whole_stream_only_if_it_is_shorter) {
+TEST(Compressor, MakesAWholeStreamOnlyIfItIsShorter) {
     std::mt19937 random(4);
     for (const int level : {5, 9}) {
         zip::Compressor compressor(level);
@@ -70,7 +70,7 @@ std::uint32_t crc32Of(std::string_view text) {
     return libdeflate_crc32(0, text.data(), text.size());
 }
 
-TEST(Crc32OfJoined, is_that_of_the_whole) {
+TEST(Crc32OfJoined, IsThatOfTheWhole) {
     std::mt19937 random(1);
     const std::string content = randomBytes(random, 70000);
     const std::string_view whole = content;
@@ -81,7 +81,7 @@ TEST(Crc32OfJoined, is_that_of_the_whole) {
             << cut;
 }
 
-TEST(Crc32OfJoined, takes_lengths_beyond_four_gigabytes) {
+TEST(Crc32OfJoined, TakesLengthsBeyondFourGigabytes) {
     // A run of 2^33 zeros, doubled up from one.
     std::uint32_t zeros = crc32Of(std::string_view("\0", 1));
     for (unsigned doubling = 0; doubling < 33; ++doubling)

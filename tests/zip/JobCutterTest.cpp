@@ -39,7 +39,7 @@ std::vector<zip::Job> cut(const std::vector<std::uint64_t>& sizes) {
     return jobs;
 }
 
-TEST(JobCutter, cuts_only_files_longer_than_a_piece) {
+TEST(JobCutter, CutsOnlyFilesLongerThanAPiece) {
     constexpr std::uint64_t much = 100 * zip::longestPiece;
     EXPECT_FALSE(cut({zip::longestPiece, much}).at(0).isPiece);
     const auto two = cut({zip::longestPiece + 2, much});
@@ -50,7 +50,7 @@ TEST(JobCutter, cuts_only_files_longer_than_a_piece) {
               (std::size_t{5} << 30) / zip::longestPiece + cut({much}).size());
 }
 
-TEST(JobCutter, cuts_shorter_pieces_towards_the_end) {
+TEST(JobCutter, CutsShorterPiecesTowardsTheEnd) {
     const auto jobs = cut({20 * zip::longestPiece});
     EXPECT_EQ(jobs.front().size, zip::longestPiece);
     EXPECT_LE(jobs.back().size, zip::shortestPiece);
@@ -58,14 +58,14 @@ TEST(JobCutter, cuts_shorter_pieces_towards_the_end) {
     EXPECT_EQ(cut({10, 100000, 200000}).size(), 2U);
 }
 
-TEST(JobCutter, puts_small_entries_together_but_not_too_many) {
+TEST(JobCutter, PutsSmallEntriesTogetherButNotTooMany) {
     EXPECT_EQ(cut({0, 1, 2, 3, 0}).size(), 1U);
     EXPECT_GT(cut(std::vector<std::uint64_t>(10000, 0)).size(), 10U);
     EXPECT_EQ(cut({200000, 200000, 200000}).size(), 3U);
     EXPECT_EQ(cut({1, 2, zip::shortestPiece + 1, 3, 4}).size(), 4U);
 }
 
-TEST(JobCutter, covers_any_mixture_in_order) {
+TEST(JobCutter, CoversAnyMixtureInOrder) {
     std::mt19937 random(9);
     for (int round = 0; round < 200; ++round) {
         std::vector<std::uint64_t> sizes(random() % 40);

@@ -16,7 +16,7 @@ std::vector<std::string> namesOf(const zip::PackageTree& tree) {
     return names;
 }
 
-TEST(ListPackage, names_the_package_as_its_folder_is_named) {
+TEST(ListPackage, NamesThePackageAsItsFolderIsNamed) {
     const TemporaryFolder folder;
     fs::create_directories(folder / "A.app/sub");
     for (const char* form : {"A.app", "A.app/", "A.app///", "A.app/.", "A.app/sub/.."}) {

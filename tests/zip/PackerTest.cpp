@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 const zip::PackOptions verified{.threads = 2, .verify = true};
 
-TEST(Pack, stores_what_does_not_shrink) {
+TEST(Pack, StoresWhatDoesNotShrink) {
     const TemporaryFolder folder;
     std::mt19937 random(22);
     // Marks that look like the seams between pieces.
@@ -36,7 +36,7 @@ TEST(Pack, stores_what_does_not_shrink) {
     EXPECT_EQ(runInShell("unzip -tqq " + shellQuoted(folder / "A.zip")).status, 0);
 }
 
-TEST(Pack, reads_back_a_stored_block_that_looks_like_the_end_of_a_piece) {
+TEST(Pack, ReadsBackAStoredBlockThatLooksLikeTheEndOfAPiece) {
     const TemporaryFolder folder;
     std::mt19937 random(23);
     // The first stored block ends in the mark; what follows refers back over it.
@@ -50,7 +50,7 @@ TEST(Pack, reads_back_a_stored_block_that_looks_like_the_end_of_a_piece) {
                               {.level = level, .threads = 2, .verify = true}));
 }
 
-TEST(Pack, fails_when_a_file_or_link_changes_after_the_listing) {
+TEST(Pack, FailsWhenAFileOrLinkChangesAfterTheListing) {
     const std::vector<std::pair<const char*, std::string>> exchanges{
         {"rewritten", "printf 12 > victim"},
         {"grown while it is read", "printf 1 >> a"},

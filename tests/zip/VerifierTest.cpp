@@ -34,7 +34,7 @@ protected:
     std::vector<zip::PieceEnd> pieceEnds_;
 };
 
-TEST_F(Verify, notices_every_difference_in_the_folder) {
+TEST_F(Verify, NoticesEveryDifferenceInTheFolder) {
     const std::vector<std::string> changes{
         "printf x >> text", "chmod 700 text", "touch -t 200101010000 text", "rm text",
         "echo > more", "mkdir folder/more", "rmdir folder", "ln -sfn texT link",
@@ -53,7 +53,7 @@ TEST_F(Verify, notices_every_difference_in_the_folder) {
     }
 }
 
-TEST_F(Verify, notices_a_change_in_any_byte_of_the_archive) {
+TEST_F(Verify, NoticesAChangeInAnyByteOfTheArchive) {
     pack();
     const std::string whole = contentOf(archive_);
     const auto isUnnoticed = [&](std::string damaged, std::size_t at, std::size_t twin, int bits) {
@@ -78,7 +78,7 @@ TEST_F(Verify, notices_a_change_in_any_byte_of_the_archive) {
     EXPECT_THAT(unnoticed, testing::IsEmpty());
 }
 
-TEST_F(Verify, notices_an_archive_that_is_cut_or_continued) {
+TEST_F(Verify, NoticesAnArchiveThatIsCutOrContinued) {
     pack();
     const std::string whole = contentOf(archive_);
     for (std::size_t size = 0; size < whole.size(); size += 7) {
@@ -91,7 +91,7 @@ TEST_F(Verify, notices_an_archive_that_is_cut_or_continued) {
     EXPECT_FAILS(verify(), Damaged);
 }
 
-TEST_F(Verify, notices_a_change_in_each_piece_of_a_long_file) {
+TEST_F(Verify, NoticesAChangeInEachPieceOfALongFile) {
     std::mt19937 random(31);
     writeFile(package_ + "/long", compressibleBytes(random, 3 * zip::longestPiece));
     pack();
@@ -106,7 +106,7 @@ TEST_F(Verify, notices_a_change_in_each_piece_of_a_long_file) {
     }
 }
 
-TEST_F(Verify, expects_the_fixed_time_where_one_was_given) {
+TEST_F(Verify, ExpectsTheFixedTimeWhereOneWasGiven) {
     fixedTime_ = 315532800;
     pack();
     EXPECT_TRUE(verify());

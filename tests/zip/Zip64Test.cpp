@@ -8,7 +8,7 @@ namespace {
 
 constexpr std::uint64_t gigabyte = std::uint64_t{1} << 30;
 
-TEST(Zip64, holds_entries_that_start_beyond_four_gigabytes) {
+TEST(Zip64, HoldsEntriesThatStartBeyondFourGigabytes) {
     const TemporaryFolder folder;
     writeFile(folder / "A.app/file", "far away");
     const std::string archive = folder / "A.zip";

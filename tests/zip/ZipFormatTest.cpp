@@ -14,7 +14,7 @@ std::uint32_t numberAt(const base::ByteBuffer& buffer, std::size_t offset, std::
     return number;
 }
 
-TEST(DosTime, holds_local_time_or_utc_in_steps_of_two_seconds) {
+TEST(DosTime, HoldsLocalTimeOrUtcInStepsOfTwoSeconds) {
     ::setenv("TZ", "XYZ-3", 1);
     ::tzset();
     constexpr std::int64_t time = 981173107; // 2001-02-03 04:05:07 UTC
@@ -28,7 +28,7 @@ TEST(DosTime, holds_local_time_or_utc_in_steps_of_two_seconds) {
     ::tzset();
 }
 
-TEST(DosTime, takes_the_nearest_time_where_it_cannot_hold_it) {
+TEST(DosTime, TakesTheNearestTimeWhereItCannotHoldIt) {
     for (const std::int64_t early : {INT64_MIN, std::int64_t{-1}, std::int64_t{170856000}}) {
         EXPECT_EQ(zip::dosTime(early, true).date, 1 << 5 | 1);
         EXPECT_EQ(zip::dosTime(early, true).time, 0);
@@ -39,7 +39,7 @@ TEST(DosTime, takes_the_nearest_time_where_it_cannot_hold_it) {
     }
 }
 
-TEST(LocalFileHeader, marks_utf8_names_and_has_sizes_in_zip64_exactly_from_four_gigabytes_on) {
+TEST(LocalFileHeader, MarksUtf8NamesAndHasSizesInZip64ExactlyFromFourGigabytesOn) {
     const auto header = [](const zip::HeaderFields& fields) {
         base::ByteBuffer bytes;
         zip::appendLocalFileHeader(bytes, fields);
@@ -59,7 +59,7 @@ TEST(LocalFileHeader, marks_utf8_names_and_has_sizes_in_zip64_exactly_from_four_
     EXPECT_EQ(wide.size(), narrow.size() + 20);
 }
 
-TEST(CentralDirectory, has_in_zip64_only_what_does_not_fit) {
+TEST(CentralDirectory, HasInZip64OnlyWhatDoesNotFit) {
     const auto sizeOfExtra = [](const zip::HeaderFields& fields) {
         base::ByteBuffer header;
         zip::appendCentralDirectoryHeader(header, fields);

@@ -91,7 +91,7 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(Efforts, EncoderTest, testing::Values(Effort::Quick, Effort::Usual));
 
-TEST_P(EncoderTest, gives_back_short_content_of_any_length_and_kind) {
+TEST_P(EncoderTest, GivesBackShortContentOfAnyLengthAndKind) {
     for (std::size_t size = 0; size <= 600; ++size) {
         expectBack(randomBytes(random_, size), "noise");
         expectBack(mixture(random_, size), "mixture");
@@ -99,7 +99,7 @@ TEST_P(EncoderTest, gives_back_short_content_of_any_length_and_kind) {
     }
 }
 
-TEST_P(EncoderTest, gives_back_content_that_ends_around_a_chunk) {
+TEST_P(EncoderTest, GivesBackContentThatEndsAroundAChunk) {
     for (const std::size_t chunks : {1U, 2U, 3U}) {
         const std::string whole = mixture(random_, chunks * zip::chunkSize + 300);
         for (std::size_t size = chunks * zip::chunkSize - 300; size <= whole.size(); ++size)
@@ -114,7 +114,7 @@ TEST_P(EncoderTest, gives_back_content_that_ends_around_a_chunk) {
         }
 }
 
-TEST_P(EncoderTest, gives_back_runs_far_matches_noise_and_long_codes) {
+TEST_P(EncoderTest, GivesBackRunsFarMatchesNoiseAndLongCodes) {
     for (std::size_t period = 1; period <= 9; ++period)
         expectBack(withPeriod(period, 200000), "period");
     for (std::size_t distance = 32768 - 20; distance <= 32768 + 20; ++distance)
@@ -140,7 +140,7 @@ TEST_P(EncoderTest, gives_back_runs_far_matches_noise_and_long_codes) {
         expectBack(mixture(random_, 1 + random_() % 200000), "mixture");
 }
 
-TEST_P(EncoderTest, stays_as_close_to_the_size_of_noise_as_it_says) {
+TEST_P(EncoderTest, StaysAsCloseToTheSizeOfNoiseAsItSays) {
     for (const std::size_t size : {1U, 65535U, 65536U, 700000U}) {
         const std::string stream = encoded(*encoder_, bytesOf(randomBytes(random_, size)), false);
         EXPECT_GT(stream.size(), size);
@@ -148,7 +148,7 @@ TEST_P(EncoderTest, stays_as_close_to_the_size_of_noise_as_it_says) {
     }
 }
 
-TEST_P(EncoderTest, makes_the_same_of_the_same_content_whatever_it_encoded_before) {
+TEST_P(EncoderTest, MakesTheSameOfTheSameContentWhateverItEncodedBefore) {
     std::vector<std::string> contents{mixture(random_, 20000), mixture(random_, 100),
                                       compressibleBytes(random_, 70000)};
     // Its end is in two places before; in one of them zeros follow, as behind the content.
