@@ -20,7 +20,7 @@ HeaderFields headerFields(const Entry& entry, const EntryRecord& record,
                           std::optional<std::int64_t> fixedTime) {
     const std::int64_t modified = fixedTime.value_or(entry.state.modified.tv_sec);
     return {.name = entry.name,
-            .mode = entry.mode,
+            .mode = entry.mode(),
             .modified = modified,
             .dosModified = dosTime(modified, fixedTime.has_value()),
             .method = record.method,

@@ -60,8 +60,12 @@ base::Result<EntryType> typeOf(const struct stat& status, const std::string& pat
                        "Cannot pack " + path + ": it is " + kind + ". Remove it from the package."};
 }
 
+/// How much to ask about what is listed.
+enum class Questions { All, NotThoseAnsweredBefore };
+
 /// Adds what `at`/`path` names to the tree, under `name` (without a slash at its end).
-base::Outcome addEntry(PackageTree& tree, int at, const char* path, std::string name) {
+base::Outcome addEntry(PackageTree& tree, int at, const char* path, std::string name,
+                       Questions questions) {
     struct stat status {};
     if (::fstatat(at, path, &status, AT_SYMLINK_NOFOLLOW) != 0)
         return tree.entries.empty() ? base::systemError("find", tree.parentPath + name, errno)
@@ -69,17 +73,26 @@ base::Outcome addEntry(PackageTree& tree, int at, const char* path, std::string 
     auto type = typeOf(status, tree.parentPath + name);
     if (!type)
         return type.error();
-    if (*type == EntryType::Link)
+    if (*type == EntryType::Link && questions == Questions::All)
         addExtendedAttributesOfLink(tree.parentPath + name, tree.attributes);
     if (*type == EntryType::Folder)
         name += '/';
-    tree.entries.push_back({std::move(name), *type, static_cast<std::uint16_t>(status.st_mode),
-                            FileState::of(status)});
+    tree.entries.push_back({std::move(name), *type, FileState::of(status)});
     return {};
 }
 
+/// Whether the folder's own list says so; on some file systems it says nothing about kinds.
+bool isListedAsFile([[maybe_unused]] const dirent& child) {
+#ifdef DT_REG
+    return child.d_type == DT_REG;
+#else
+    return false;
+#endif
+}
+
 /// Adds everything that the folder holds, but not what its subfolders hold.
-base::Outcome addChildren(PackageTree& tree, const std::string& folder, const FileState& state) {
+base::Outcome addChildren(PackageTree& tree, const std::string& folder, const FileState& state,
+                          Questions questions) {
     const std::string path = tree.parentPath + folder;
     base::FileDescriptor opened = base::FileDescriptor::openAt(tree.parent.get(), folder.c_str(),
                                                                O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
@@ -88,7 +101,8 @@ base::Outcome addChildren(PackageTree& tree, const std::string& folder, const Fi
         return errorOnListed("open", path, errno);
     if (status.st_dev != state.device || status.st_ino != state.inode)
         return changedMeanwhile(path);
-    addExtendedAttributes(opened.get(), tree.attributes);
+    if (questions == Questions::All)
+        addExtendedAttributes(opened.get(), tree.attributes);
     const Directory directory(::fdopendir(opened.get()));
     if (!directory)
         return base::systemError("list", path, errno);
@@ -98,7 +112,11 @@ base::Outcome addChildren(PackageTree& tree, const std::string& folder, const Fi
         const std::string_view name = child->d_name;
         if (name == "." || name == "..")
             continue;
-        if (auto added = addEntry(tree, descriptor, child->d_name, folder + child->d_name); !added)
+        if (questions == Questions::NotThoseAnsweredBefore && isListedAsFile(*child))
+            tree.entries.push_back({folder + child->d_name, EntryType::File, {}});
+        else if (auto added =
+                     addEntry(tree, descriptor, child->d_name, folder + child->d_name, questions);
+                 !added)
             return added;
         errno = 0;
     }
@@ -127,19 +145,61 @@ base::Result<std::pair<std::string, std::string>> splitPath(std::string path) {
     return std::pair{path.substr(0, nameStart), path.substr(nameStart)};
 }
 
+base::Result<PackageTree> listWith(const std::string& package, Questions questions) {
+    auto split = splitPath(package);
+    if (!split)
+        return split.error();
+    PackageTree tree;
+    tree.parentPath = split->first;
+    const std::string parent = tree.parentPath.empty() ? "." : tree.parentPath;
+    tree.parent =
+        base::FileDescriptor::openAt(AT_FDCWD, parent.c_str(), toPassThrough | O_DIRECTORY);
+    if (!tree.parent.open())
+        return base::systemError("open", parent, errno);
+    if (auto added =
+            addEntry(tree, tree.parent.get(), split->second.c_str(), split->second, questions);
+        !added)
+        return added.error();
+    if (tree.entries[0].type == EntryType::Link) {
+        std::error_code code;
+        const std::string target = fs::read_symlink(tree.pathOf(tree.entries[0]), code);
+        return base::Error{base::ErrorKind::Usage, "Cannot pack " + package +
+                                                       ": it is a symbolic link to " + target +
+                                                       ". Give the path of the package itself."};
+    }
+    if (tree.entries[0].type != EntryType::Folder)
+        return base::Error{base::ErrorKind::Usage,
+                           "Cannot pack " + package +
+                               ": it is not a folder. Give the path of a package."};
+    for (std::size_t index = 0; index < tree.entries.size(); ++index) {
+        if (tree.entries[index].type != EntryType::Folder)
+            continue;
+        const Entry folder = tree.entries[index];
+        if (auto added = addChildren(tree, folder.name, folder.state, questions); !added)
+            return added.error();
+    }
+    std::sort(tree.entries.begin(), tree.entries.end(),
+              [](const Entry& a, const Entry& b) { return a.name < b.name; });
+    return tree;
+}
+
 } // namespace
 
 FileState FileState::of(const struct stat& status) {
 #ifdef __APPLE__
-    return {status.st_dev, status.st_ino, status.st_size, status.st_mtimespec, status.st_ctimespec};
+    const timespec& modified = status.st_mtimespec;
+    const timespec& changed = status.st_ctimespec;
 #else
-    return {status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
+    const timespec& modified = status.st_mtim;
+    const timespec& changed = status.st_ctim;
 #endif
+    return {status.st_dev, status.st_ino, status.st_mode, status.st_size, modified, changed};
 }
 
 bool FileState::operator==(const FileState& other) const {
-    return device == other.device && inode == other.inode && size == other.size &&
-           sameTime(modified, other.modified) && sameTime(changed, other.changed);
+    return device == other.device && inode == other.inode && mode == other.mode &&
+           size == other.size && sameTime(modified, other.modified) &&
+           sameTime(changed, other.changed);
 }
 
 std::uint64_t Entry::contentSize() const {
@@ -177,39 +237,23 @@ base::Error errorOnListed(std::string_view action, const std::string& path, int 
 }
 
 base::Result<PackageTree> listPackage(const std::string& package) {
-    auto split = splitPath(package);
-    if (!split)
-        return split.error();
-    PackageTree tree;
-    tree.parentPath = split->first;
-    const std::string parent = tree.parentPath.empty() ? "." : tree.parentPath;
-    tree.parent =
-        base::FileDescriptor::openAt(AT_FDCWD, parent.c_str(), toPassThrough | O_DIRECTORY);
-    if (!tree.parent.open())
-        return base::systemError("open", parent, errno);
-    if (auto added = addEntry(tree, tree.parent.get(), split->second.c_str(), split->second);
-        !added)
-        return added.error();
-    if (tree.entries[0].type == EntryType::Link) {
-        std::error_code code;
-        const std::string target = fs::read_symlink(tree.pathOf(tree.entries[0]), code);
-        return base::Error{base::ErrorKind::Usage, "Cannot pack " + package +
-                                                       ": it is a symbolic link to " + target +
-                                                       ". Give the path of the package itself."};
+    return listWith(package, Questions::All);
+}
+
+base::Result<PackageTree> listAgain(const std::string& package, const PackageTree& earlier) {
+    auto tree = listWith(package, Questions::NotThoseAnsweredBefore);
+    if (!tree)
+        return tree;
+    if (tree->entries.size() != earlier.entries.size())
+        return changedMeanwhile(package);
+    for (std::size_t index = 0; index < earlier.entries.size(); ++index) {
+        Entry& entry = tree->entries[index];
+        const Entry& before = earlier.entries[index];
+        if (entry.name != before.name || entry.type != before.type)
+            return changedMeanwhile(tree->pathOf(entry));
+        if (entry.type == EntryType::File)
+            entry.state = before.state;
     }
-    if (tree.entries[0].type != EntryType::Folder)
-        return base::Error{base::ErrorKind::Usage,
-                           "Cannot pack " + package +
-                               ": it is not a folder. Give the path of a package."};
-    for (std::size_t index = 0; index < tree.entries.size(); ++index) {
-        if (tree.entries[index].type != EntryType::Folder)
-            continue;
-        const Entry folder = tree.entries[index];
-        if (auto added = addChildren(tree, folder.name, folder.state); !added)
-            return added.error();
-    }
-    std::sort(tree.entries.begin(), tree.entries.end(),
-              [](const Entry& a, const Entry& b) { return a.name < b.name; });
     return tree;
 }
 

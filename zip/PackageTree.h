@@ -20,6 +20,7 @@ enum class EntryType : std::uint8_t { Folder, File, Link };
 struct FileState {
     dev_t device = 0;
     ino_t inode = 0;
+    mode_t mode = 0;
     off_t size = 0;
     timespec modified{};
     timespec changed{};
@@ -33,8 +34,10 @@ struct Entry {
     /// Path from the folder that holds the package, bytes as on disk; a folder's ends in a slash.
     std::string name;
     EntryType type = EntryType::File;
-    std::uint16_t mode = 0;
     FileState state;
+
+    /// The kind and the permissions.
+    [[nodiscard]] std::uint16_t mode() const { return static_cast<std::uint16_t>(state.mode); }
 
     /// Bytes of content: the length of a file, or of a link's target; a folder has none.
     [[nodiscard]] std::uint64_t contentSize() const;
@@ -94,5 +97,11 @@ private:
 /// Lists the package without following links. Fails if the package is a symbolic link or not a
 /// folder, and if it holds a socket, a device or a pipe.
 [[nodiscard]] base::Result<PackageTree> listPackage(const std::string& package);
+
+/// Lists a package that was listed before. Files get the state from `earlier` without being asked
+/// for it, so the caller has to ask them (SourceFile does). No attributes are looked at.
+/// Fails unless both list the same names and kinds.
+[[nodiscard]] base::Result<PackageTree> listAgain(const std::string& package,
+                                                  const PackageTree& earlier);
 
 } // namespace zip

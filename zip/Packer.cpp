@@ -137,6 +137,7 @@ base::Outcome packUnguarded(const std::string& output, const std::string& packag
         options.notice(noticeOf(package, tree->attributes));
     if (options.verify) {
         const VerifyOptions verifyOptions{options.threads, options.fixedTime, writer.pieceEnds(),
+                                          &*tree,
                                           [&](std::uint64_t bytes) { progress.add(bytes); }};
         if (auto verified = verify(file->descriptor(), output, package, verifyOptions); !verified)
             return verified;

@@ -87,7 +87,7 @@ base::Outcome compareRecords(const ArchivedEntry& archived, const Entry& entry,
     const DosTime dos = dosTime(modified, fixedTime.has_value());
     if (archived.name != entry.name)
         return differs(path, Difference::Entries);
-    if (archived.mode != entry.mode)
+    if (archived.mode != entry.mode())
         return differs(path, Difference::Type);
     if (archived.modified != timestamp(modified) ||
         archived.dosModified != (std::uint32_t{dos.date} << 16 | dos.time))
@@ -270,6 +270,25 @@ base::Outcome compareParts(std::span<Part> parts, const ArchiveReader& archive,
     return base::runOnThreads(options.threads, work, [&] { next = runs.size(); });
 }
 
+base::Outcome compareWith(const PackageTree& tree, const ArchiveReader& reader,
+                          const std::string& package, const VerifyOptions& options) {
+    const auto archived = reader.entries();
+    if (tree.entries.size() != archived.size())
+        return differs(package, Difference::Entries);
+    std::vector<Part> parts;
+    for (std::size_t index = 0; index < archived.size(); ++index) {
+        const Entry& entry = tree.entries[index];
+        if (auto same =
+                compareRecords(archived[index], entry, tree.pathOf(entry), options.fixedTime);
+            !same)
+            return same;
+        appendParts(parts, index, archived[index], options.pieceEnds);
+    }
+    if (auto compared = compareParts(parts, reader, tree, options); !compared)
+        return compared;
+    return compareCheckSums(parts, reader, tree);
+}
+
 } // namespace
 
 base::Outcome verify(int archive, const std::string& path, const std::string& package,
@@ -277,24 +296,20 @@ base::Outcome verify(int archive, const std::string& path, const std::string& pa
     auto reader = ArchiveReader::open(archive, path);
     if (!reader)
         return reader.error();
-    auto tree = listPackage(package);
-    if (!tree)
-        return tree.error();
-    const auto archived = reader->entries();
-    if (tree->entries.size() != archived.size())
-        return differs(package, Difference::Entries);
-    std::vector<Part> parts;
-    for (std::size_t index = 0; index < archived.size(); ++index) {
-        const Entry& entry = tree->entries[index];
-        if (auto same =
-                compareRecords(archived[index], entry, tree->pathOf(entry), options.fixedTime);
-            !same)
-            return same;
-        appendParts(parts, index, archived[index], options.pieceEnds);
+    if (options.listed != nullptr) {
+        auto tree = listAgain(package, *options.listed);
+        auto compared =
+            tree ? compareWith(*tree, *reader, package, options) : base::Outcome(tree.error());
+        if (compared || compared.error().kind != base::ErrorKind::Changed)
+            return compared;
     }
-    if (auto compared = compareParts(parts, *reader, *tree, options); !compared)
-        return compared;
-    return compareCheckSums(parts, *reader, *tree);
+    // What was changed since may still be what the archive holds, for example after a new link to
+    // a file. Progress has been told already.
+    VerifyOptions again = options;
+    if (options.listed != nullptr)
+        again.progress = {};
+    auto tree = listPackage(package);
+    return tree ? compareWith(*tree, *reader, package, again) : base::Outcome(tree.error());
 }
 
 } // namespace zip

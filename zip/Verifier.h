@@ -11,6 +11,8 @@
 
 namespace zip {
 
+struct PackageTree;
+
 struct VerifyOptions {
     /// At least 1.
     unsigned threads = 1;
@@ -18,6 +20,9 @@ struct VerifyOptions {
     std::optional<std::int64_t> fixedTime{};
     /// What ArchiveWriter::pieceEnds() gives.
     std::span<const PieceEnd> pieceEnds{};
+    /// If set, the listing that the archive was made from. No file is then asked for its state
+    /// twice: once it is read it has to be in the state that was listed.
+    const PackageTree* listed = nullptr;
     /// If set, called with the bytes of content that were compared since its last call, by one
     /// thread at a time.
     std::function<void(std::uint64_t bytes)> progress{};

@@ -1,6 +1,7 @@
 #include "zip/PackageTree.h"
 
 #include "TestTree.h"
+#include "tests/support/ExpectFails.h"
 
 #include <gmock/gmock.h>
 
@@ -23,6 +24,20 @@ TEST(ListPackage, NamesThePackageAsItsFolderIsNamed) {
         auto tree = zip::listPackage(folder / form);
         ASSERT_TRUE(tree) << form;
         EXPECT_THAT(namesOf(*tree), ElementsAre("A.app/", "A.app/sub/")) << form;
+    }
+}
+
+TEST(ListAgain, FailsUnlessNamesAndKindsAreAsBefore) {
+    for (const char* change : {"mv file filf", "echo > zzz", "rm file", "rm file && mkdir file",
+                               "rm file && ln -s other file", "rmdir sub && echo > sub"}) {
+        const TemporaryFolder folder;
+        fs::create_directories(folder / "A.app/sub");
+        writeFile(folder / "A.app/file", "content");
+        auto earlier = zip::listPackage(folder / "A.app");
+        ASSERT_TRUE(earlier);
+        EXPECT_TRUE(zip::listAgain(folder / "A.app", *earlier));
+        ASSERT_EQ(runInShell("cd " + shellQuoted(folder / "A.app") + " && " + change).status, 0);
+        EXPECT_FAILS(zip::listAgain(folder / "A.app", *earlier), Changed) << change;
     }
 }
 

@@ -20,11 +20,14 @@ protected:
         fs::create_symlink("text", package_ + "/link");
     }
 
-    void pack() { pieceEnds_ = packed(archive_, package_, fixedTime_); }
+    void pack() {
+        listed_ = zip::listPackage(package_);
+        pieceEnds_ = packed(archive_, package_, fixedTime_);
+    }
 
-    base::Outcome verify() {
+    base::Outcome verify(const zip::PackageTree* listed = nullptr) {
         const auto opened = base::FileDescriptor::openAt(AT_FDCWD, archive_.c_str(), O_RDONLY);
-        return zip::verify(opened.get(), archive_, package_, {2, fixedTime_, pieceEnds_});
+        return zip::verify(opened.get(), archive_, package_, {2, fixedTime_, pieceEnds_, listed});
     }
 
     TemporaryFolder folder_;
@@ -32,6 +35,7 @@ protected:
     std::string archive_ = folder_ / "A.zip";
     std::optional<std::int64_t> fixedTime_;
     std::vector<zip::PieceEnd> pieceEnds_;
+    base::Result<zip::PackageTree> listed_ = zip::PackageTree();
 };
 
 TEST_F(Verify, NoticesEveryDifferenceInTheFolder) {
@@ -46,10 +50,20 @@ TEST_F(Verify, NoticesEveryDifferenceInTheFolder) {
     for (const std::string& change : changes) {
         pack();
         ASSERT_TRUE(verify());
+        ASSERT_TRUE(verify(&*listed_));
         ASSERT_EQ(runInShell("cd " + shellQuoted(package_) + " && " + change).status, 0);
         EXPECT_FAILS(verify(), Changed) << change;
+        EXPECT_FAILS(verify(&*listed_), Changed) << change;
         fs::remove_all(package_);
         SetUp();
+    }
+}
+
+TEST_F(Verify, AcceptsAChangedStateWhenTheArchiveHoldsTheSame) {
+    pack();
+    for (const char* change : {"ln text ../other", "chmod 700 text && chmod 644 text"}) {
+        ASSERT_EQ(runInShell("cd " + shellQuoted(package_) + " && " + change).status, 0);
+        EXPECT_TRUE(verify(&*listed_)) << change;
     }
 }
 
