@@ -23,6 +23,7 @@ public:
     AsideFile& operator=(AsideFile&& other) = delete;
     ~AsideFile();
 
+    [[nodiscard]] bool isNamed() const { return isNamed_; }
     [[nodiscard]] base::Outcome write(base::Bytes bytes, std::uint64_t offset) const;
     [[nodiscard]] base::Outcome setSize(std::uint64_t size) const;
     /// Lets the system begin to bring it to the disk.

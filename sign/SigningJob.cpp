@@ -4,7 +4,6 @@
 #include "sign/DesignatedCode.h"
 #include "sign/bundle/FileTree.h"
 #include "sign/bundle/LooseSignature.h"
-#include "sign/bundle/ResourceSeal.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -43,7 +42,8 @@ base::Error notSignable(const std::string& path) {
 base::Result<std::unique_ptr<SigningJob>> SigningJob::prepare(const std::string& path,
                                                               const SigningOptions& options,
                                                               const Preparing& preparing) {
-    auto code = StaticCode::open(path, options.bundleVersion);
+    auto code = preparing.isLone ? StaticCode::openFile(path)
+                                 : StaticCode::open(path, options.bundleVersion);
     if (!code)
         return code.error();
     if (code->bundle()) {
@@ -72,7 +72,7 @@ base::Result<std::unique_ptr<SigningJob>> SigningJob::prepare(const std::string&
 base::Outcome SigningJob::makeBundleSeal(const Preparing& preparing) {
     if (!code_.bundle())
         return {};
-    auto seal = makeSeal(*code_.bundle(), {plan_.withSha1, preparing.threads}, lookUpNested);
+    auto seal = makeSeal(*code_.bundle(), {plan_.withSha1, preparing.threads}, preparing.nested);
     if (!seal)
         return seal.error();
     for (const std::string& path : seal->dataAmongCode)
@@ -200,6 +200,13 @@ void SigningJob::addPages(std::vector<PageJob>& jobs) {
     }
 }
 
+base::Result<NestedSeal> SigningJob::nestedSeal() const {
+    return nestedSealOf(code_, [this](std::size_t index) -> base::Result<SignatureParts> {
+        return SignatureParts{
+            works_[index].directories, {{slot::requirements, plan_.requirements}}, {}};
+    });
+}
+
 base::Outcome SigningJob::makeCms() {
     if (options_.identity)
         for (Work& work : works_) {
@@ -265,6 +272,19 @@ std::optional<std::size_t> SigningJob::largerCmsSize() const {
     return fits ? std::nullopt : std::optional(needed + allowance);
 }
 
+base::Outcome SigningJob::writeSeal() {
+    if (!seal_)
+        return {};
+    const std::string folder = code_.bundle()->signatureFolder();
+    if (::mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST)
+        return base::systemError("create", folder, errno);
+    auto file = AsideFile::createFor(code_.bundle()->sealPath());
+    if (!file)
+        return file.error();
+    sealFile_.emplace(std::move(*file));
+    return sealFile_->write(base::bytesOf(*seal_), 0);
+}
+
 base::Outcome SigningJob::finish() {
     if (auto same = code_.file().checkUnchanged(); !same)
         return same;
@@ -275,19 +295,15 @@ base::Outcome SigningJob::finish() {
         if (auto done = file_->write(whole, work.offset + work.room.signatureOffset); !done)
             return done;
     }
-    if (seal_) {
-        const std::string folder = code_.bundle()->signatureFolder();
-        if (::mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST)
-            return base::systemError("create", folder, errno);
-        auto file = AsideFile::createFor(code_.bundle()->sealPath());
-        if (!file)
-            return file.error();
-        sealFile_.emplace(std::move(*file));
-        for (const auto& step : {sealFile_->write(base::bytesOf(*seal_), 0), sealFile_->sync()})
-            if (!step)
-                return step;
-    }
-    return file_->sync();
+    return writeSeal();
+}
+
+base::Outcome SigningJob::sync() const {
+    for (const auto* file : {&file_, &sealFile_})
+        if (*file)
+            if (auto synced = (*file)->sync(); !synced)
+                return synced;
+    return {};
 }
 
 base::Outcome SigningJob::commit() {
