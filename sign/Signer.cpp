@@ -64,7 +64,7 @@ private:
         unsigned growths = 0;
         std::unique_ptr<SigningJob> job{};
         std::vector<PageJob> pages{};
-        std::atomic<std::size_t> left = 0; ///< runs of pages, then time stamps
+        std::atomic<std::size_t> left = 0; ///< runs of pages, then time stamps and seal
         std::optional<SignedCode> signedCode{};
         bool isDone = false;
     };
@@ -177,9 +177,7 @@ private:
         std::vector<CmsSignature*> signatures;
         if (!options_.timestampUrl.empty())
             signatures = item.job->stampable();
-        if (signatures.empty())
-            return finish(item);
-        item.left = signatures.size();
+        item.left = signatures.size() + 1;
         for (CmsSignature* signature : signatures)
             lanes_.wait([this, &item, signature]() -> base::Outcome {
                 auto reply = TimeStampReply::request(options_.timestampUrl, signature->value());
@@ -190,11 +188,22 @@ private:
                                  std::move(*reply))]() -> base::Outcome {
                     if (auto stamped = stampSignature(*signature, *shared); !stamped)
                         return stamped;
-                    return --item.left == 0 ? finish(item) : base::Outcome();
+                    return finishIfLast(item);
                 });
                 return {};
             });
+        if (!item.job->hasSealFile())
+            return finishIfLast(item);
+        lanes_.wait([this, &item]() -> base::Outcome {
+            if (auto written = item.job->writeSeal(); !written)
+                return written;
+            return finishIfLast(item);
+        });
         return {};
+    }
+
+    base::Outcome finishIfLast(Item& item) {
+        return --item.left == 0 ? finish(item) : base::Outcome();
     }
 
     base::Outcome finish(Item& item) {

@@ -272,17 +272,25 @@ std::optional<std::size_t> SigningJob::largerCmsSize() const {
     return fits ? std::nullopt : std::optional(needed + allowance);
 }
 
+SigningJob::~SigningJob() {
+    sealFile_.reset();
+    if (!newFolder_.empty())
+        ::rmdir(newFolder_.c_str());
+}
+
 base::Outcome SigningJob::writeSeal() {
-    if (!seal_)
-        return {};
     const std::string folder = code_.bundle()->signatureFolder();
-    if (::mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST)
+    if (::mkdir(folder.c_str(), 0755) == 0)
+        newFolder_ = folder;
+    else if (errno != EEXIST)
         return base::systemError("create", folder, errno);
     auto file = AsideFile::createFor(code_.bundle()->sealPath());
     if (!file)
         return file.error();
     sealFile_.emplace(std::move(*file));
-    return sealFile_->write(base::bytesOf(*seal_), 0);
+    if (auto written = sealFile_->write(base::bytesOf(*seal_), 0); !written)
+        return written;
+    return sealFile_->sync();
 }
 
 base::Outcome SigningJob::finish() {
@@ -295,15 +303,11 @@ base::Outcome SigningJob::finish() {
         if (auto done = file_->write(whole, work.offset + work.room.signatureOffset); !done)
             return done;
     }
-    return writeSeal();
+    return {};
 }
 
 base::Outcome SigningJob::sync() const {
-    for (const auto* file : {&file_, &sealFile_})
-        if (*file)
-            if (auto synced = (*file)->sync(); !synced)
-                return synced;
-    return {};
+    return file_ ? file_->sync() : base::Outcome();
 }
 
 base::Outcome SigningJob::commit() {
@@ -314,6 +318,7 @@ base::Outcome SigningJob::commit() {
         files.push_back(&*sealFile_);
     if (auto done = AsideFile::commit(files); !done)
         return done;
+    newFolder_.clear();
     return seal_ ? removeUnusedSignatureFiles(*code_.bundle(), {"CodeResources"}) : base::Outcome();
 }
 

@@ -37,6 +37,7 @@ public:
 
     SigningJob(const SigningJob&) = delete;
     SigningJob& operator=(const SigningJob&) = delete;
+    ~SigningJob();
 
     /// Work for hashPages(), which also writes the new file; valid as long as this object.
     void addPages(std::vector<PageJob>& jobs);
@@ -52,9 +53,13 @@ public:
     [[nodiscard]] base::Outcome encodeCms();
     /// The size that prepare() has to leave for the CMS if it does not fit.
     [[nodiscard]] std::optional<std::size_t> largerCmsSize() const;
+    /// Writes the seal, if it is a file beside the code, and waits until it is on the disk. Another
+    /// thread may have the signatures stamped meanwhile.
+    [[nodiscard]] bool hasSealFile() const { return seal_ && file_; }
+    [[nodiscard]] base::Outcome writeSeal();
     /// Writes the signatures. Changed if the code is not what it was.
     [[nodiscard]] base::Outcome finish();
-    /// Waits until all is on the disk.
+    /// Waits until they are on the disk.
     [[nodiscard]] base::Outcome sync() const;
     /// Lets the new files take their places.
     [[nodiscard]] base::Outcome commit();
@@ -81,7 +86,6 @@ private:
     [[nodiscard]] base::Outcome prepareWork(Work& work, std::size_t index, std::size_t cmsSize);
     [[nodiscard]] DirectoryFacts factsOf(const Work& work) const;
     [[nodiscard]] base::Outcome createFile();
-    [[nodiscard]] base::Outcome writeSeal();
     [[nodiscard]] BlobMap blobsOf(const Work& work) const;
     [[nodiscard]] base::Outcome commitLoose();
 
@@ -93,6 +97,7 @@ private:
     UniversalLayout layout_;
     std::optional<AsideFile> file_;
     std::optional<AsideFile> sealFile_;
+    std::string newFolder_; ///< made for the seal, which is not in it yet
 };
 
 } // namespace sign
