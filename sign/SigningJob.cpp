@@ -2,6 +2,7 @@
 
 #include "base/ByteReader.h"
 #include "sign/DesignatedCode.h"
+#include "sign/SignalPause.h"
 #include "sign/bundle/FileTree.h"
 #include "sign/bundle/LooseSignature.h"
 
@@ -335,6 +336,7 @@ base::Outcome SigningJob::commitLoose() {
     loose.entitlements = part(slot::entitlements);
     loose.entitlementsDer = part(slot::entitlementsDer);
     loose.cms = work.cms;
+    const SignalPause pause;
     return writeLooseSignature(*code_.bundle(), loose, base::bytesOf(*seal_));
 }
 
