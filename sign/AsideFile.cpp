@@ -1,11 +1,11 @@
 #include "sign/AsideFile.h"
 
+#include "sign/SignalPause.h"
 #include "sign/bundle/FileTree.h"
 
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 
 #include <fcntl.h>
@@ -34,24 +34,6 @@ base::FileDescriptor createNameless(const std::string& folder) {
     return {};
 #endif
 }
-
-/// Holds back the signals that end the process.
-class SignalPause {
-public:
-    SignalPause() {
-        sigset_t ending;
-        sigemptyset(&ending);
-        for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-            sigaddset(&ending, signal);
-        pthread_sigmask(SIG_BLOCK, &ending, &before_);
-    }
-    ~SignalPause() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-    SignalPause(const SignalPause&) = delete;
-    SignalPause& operator=(const SignalPause&) = delete;
-
-private:
-    sigset_t before_{};
-};
 
 } // namespace
 

@@ -10,9 +10,12 @@
 
 namespace sign {
 
-/// A new version of a file that takes its place once it is whole. Until then it has no name if the
-/// system allows that, so that nothing is left of it when the process ends; else a hidden name
-/// beside the file. Many at once, each on one thread at a time.
+/// A new version of a file of a package: one of several that are written side by side and then
+/// take their places together, with the mode and owner of the old file. Until then it has no name
+/// if the system allows that, so that nothing is left of it when the process ends; else a hidden
+/// name beside the file. Many at once, each on one thread at a time. In contrast to
+/// base::ReplacedFile, which is one file of the user's, it deletes nothing in the folder: that
+/// belongs to the package, and others may sign in it.
 class AsideFile {
 public:
     /// For the file `path`, following a link to it, with its mode and owner; a file that is not
@@ -23,6 +26,7 @@ public:
     AsideFile& operator=(AsideFile&& other) = delete;
     ~AsideFile();
 
+    [[nodiscard]] bool isNamed() const { return isNamed_; }
     [[nodiscard]] base::Outcome write(base::Bytes bytes, std::uint64_t offset) const;
     [[nodiscard]] base::Outcome setSize(std::uint64_t size) const;
     /// Lets the system begin to bring it to the disk.

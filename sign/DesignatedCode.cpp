@@ -39,23 +39,18 @@ base::Result<std::optional<Requirement>> namedRequirement(const SignatureParts& 
     return std::optional(found->second);
 }
 
-} // namespace
-
-base::Result<Requirement> designatedRequirement(const StaticCode& code) {
-    const std::size_t native = nativeOf(code);
-    auto parts = code.signature(native);
-    if (!parts)
-        return parts.error();
-    auto named = namedRequirement(*parts);
+base::Result<Requirement> requirementOf(const StaticCode& code, const SignatureParts& parts,
+                                        const SignatureReader& signatures) {
+    auto named = namedRequirement(parts);
     if (!named)
         return named.error();
     if (*named)
         return std::move(**named);
-    std::vector<Digest> hashes = hashesOf(*parts);
+    std::vector<Digest> hashes = hashesOf(parts);
     for (std::size_t index = 0; index < code.signatureCount(); ++index) {
-        if (index == native)
+        if (index == nativeOf(code))
             continue;
-        auto other = code.signature(index);
+        auto other = signatures(index);
         if (!other)
             return other.error();
         std::ranges::move(hashesOf(*other), std::back_inserter(hashes));
@@ -63,19 +58,36 @@ base::Result<Requirement> designatedRequirement(const StaticCode& code) {
     return adHocDesignatedRequirement(hashes);
 }
 
-base::Result<NestedSeal> lookUpNested(const std::string& path) {
-    auto code = StaticCode::open(path);
-    if (!code)
-        return code.error();
-    auto parts = code->signature(nativeOf(*code));
+SignatureReader signaturesOf(const StaticCode& code) {
+    return [&code](std::size_t index) { return code.signature(index); };
+}
+
+} // namespace
+
+base::Result<Requirement> designatedRequirement(const StaticCode& code) {
+    const auto parts = code.signature(nativeOf(code));
+    if (!parts)
+        return parts.error();
+    return requirementOf(code, *parts, signaturesOf(code));
+}
+
+base::Result<NestedSeal> nestedSealOf(const StaticCode& code, const SignatureReader& signatures) {
+    const auto parts = signatures(nativeOf(code));
     if (!parts)
         return base::Error{parts.error().kind, parts.error().sentence + "\nIn subcomponent: " +
-                                                   realPath(path).value_or(path)};
-    auto requirement = designatedRequirement(*code);
+                                                   realPath(code.path()).value_or(code.path())};
+    auto requirement = requirementOf(code, *parts, signatures);
     if (!requirement)
         return requirement.error();
     const Digest hash = parts->best().cdhash();
     return NestedSeal{{hash.bytes().begin(), hash.bytes().end()}, requirementText(*requirement)};
+}
+
+base::Result<NestedSeal> lookUpNested(const std::string& path) {
+    auto code = StaticCode::open(path);
+    if (!code)
+        return code.error();
+    return nestedSealOf(*code, signaturesOf(*code));
 }
 
 } // namespace sign

@@ -4,6 +4,7 @@
 #include "sign/bundle/ResourceSeal.h"
 #include "sign/signature/Requirement.h"
 
+#include <functional>
 #include <string>
 
 namespace sign {
@@ -12,6 +13,13 @@ namespace sign {
 /// that its code directory is one of these (of ad hoc signed code). NotFound, with the platform's
 /// message, if it is not signed. Any thread.
 [[nodiscard]] base::Result<Requirement> designatedRequirement(const StaticCode& code);
+
+/// Gives the signature of the slice with that index.
+using SignatureReader = std::function<base::Result<SignatureParts>(std::size_t index)>;
+
+/// What a seal keeps of `code` with these signatures, be they on the disk or not yet. Any thread.
+[[nodiscard]] base::Result<NestedSeal> nestedSealOf(const StaticCode& code,
+                                                    const SignatureReader& signatures);
 
 /// What a seal keeps of the code at `path`; the error is one of signing its container. Any thread.
 [[nodiscard]] base::Result<NestedSeal> lookUpNested(const std::string& path);

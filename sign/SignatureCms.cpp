@@ -1,6 +1,5 @@
 #include "sign/SignatureCms.h"
 
-#include "sign/cms/TimeStamp.h"
 #include "sign/signature/DesignatedRequirement.h"
 
 #include <ctime>
@@ -31,8 +30,8 @@ base::Result<CmsSignature> makeSignature(const Identity& identity,
                               std::time(nullptr));
 }
 
-base::Outcome stampSignature(CmsSignature& cms, const std::string& url) {
-    const auto token = requestTimeStamp(url, cms.value());
+base::Outcome stampSignature(CmsSignature& cms, const TimeStampReply& reply) {
+    const auto token = reply.token(cms.value());
     return token ? cms.addTimeStamp(*token) : token.error();
 }
 

@@ -3,6 +3,7 @@
 #include "base/Result.h"
 #include "sign/StaticCode.h"
 #include "sign/cms/Cms.h"
+#include "sign/cms/TimeStamp.h"
 #include "sign/signature/RequirementCheck.h"
 
 #include <cstdint>
@@ -19,8 +20,8 @@ namespace sign {
 [[nodiscard]] base::Result<CmsSignature>
 makeSignature(const Identity& identity, const std::vector<CodeDirectory>& directories);
 
-/// Has the signature stamped by the server at `url`. Waits for it; any thread.
-[[nodiscard]] base::Outcome stampSignature(CmsSignature& cms, const std::string& url);
+/// Puts the time stamp for the signature into it, after checks. Any thread.
+[[nodiscard]] base::Outcome stampSignature(CmsSignature& cms, const TimeStampReply& reply);
 
 /// What a description tells of a CMS, whether or not it is valid. Times are seconds since 1970.
 struct SignerFacts {

@@ -1,6 +1,8 @@
 #include "sign/Signer.h"
 
+#include "base/Printable.h"
 #include "sign/Description.h"
+#include "sign/DesignatedCode.h"
 #include "sign/OpenFiles.h"
 #include "sign/SignatureCms.h"
 #include "sign/SigningJob.h"
@@ -19,8 +21,9 @@ namespace {
 /// How many threads may wait for the time stamp server or for the disk at once.
 constexpr unsigned waitingThreads = 512;
 
-/// Signs the code objects of a package. Each begins as soon as all in it are signed; so one waits
-/// for its time stamp or for the disk while others are hashed.
+/// Signs the code objects of a package. A bundle's seal needs only the code directories of what is
+/// nested in it, so each begins as soon as these are known, and all wait for their time stamps side
+/// by side. They take their places from inside out.
 class PackageSigner {
 public:
     PackageSigner(std::vector<CodeObject> objects, const SigningOptions& options,
@@ -29,12 +32,13 @@ public:
           lanes_(options.threads, waitingThreads) {
         for (CodeObject& object : objects)
             items_.emplace_back(std::move(object));
-        findContainers();
+        // What is open until its container is sealed must not use up the open files.
+        findContainers(items_.size() <= mostOpen_);
     }
 
     base::Outcome sign() {
         for (Item& item : items_)
-            if (item.unsignedParts == 0)
+            if (item.unknownParts == 0)
                 ready_.push_back(&item);
         startReady();
         return lanes_.run();
@@ -46,33 +50,44 @@ private:
 
         CodeObject object;
         Item* container = nullptr;
-        std::size_t unsignedParts = 0;
+        bool isEarly = false;         ///< its container is sealed before it is in its place
+        std::size_t unknownParts = 0; ///< what the seal waits for
+        std::size_t openParts = 0;    ///< what is not in its place yet
+        std::size_t changes = 0;      ///< how often the code directory of a part became known
+        std::size_t sealedChanges = 0;
+        std::optional<NestedSeal> seal{};
+        bool isSealed = false; ///< nothing looks at the parts any more
+        bool isFinished = false;
         std::size_t cmsSize = SigningJob::usualCmsSize;
-        unsigned attempts = 0;
+        std::optional<std::size_t> largerCmsSize{};
+        unsigned attempts = 0; ///< that came to nothing
+        unsigned growths = 0;
         std::unique_ptr<SigningJob> job{};
         std::vector<PageJob> pages{};
-        std::atomic<std::size_t> left = 0; ///< runs of pages, then time stamps
+        std::atomic<std::size_t> left = 0; ///< runs of pages, then time stamps and seal
         std::optional<SignedCode> signedCode{};
         bool isDone = false;
     };
-    static constexpr unsigned mostAttempts = 3;
+    static constexpr unsigned mostGrowths = 3;
 
     /// An object's container is the nearest folder around it that is an object too.
-    void findContainers() {
-        std::unordered_map<std::string_view, Item*> byPath;
+    void findContainers(bool isEarlyAllowed) {
         for (Item& item : items_)
-            byPath.emplace(item.object.path, &item);
+            byPath_.emplace(item.object.path, &item);
         for (Item& item : items_) {
             std::string_view folder = item.object.path;
             for (std::size_t slash = folder.rfind('/');
                  slash != std::string_view::npos && item.container == nullptr;
                  slash = folder.rfind('/')) {
                 folder = folder.substr(0, slash);
-                if (const auto found = byPath.find(folder); found != byPath.end())
+                if (const auto found = byPath_.find(folder); found != byPath_.end())
                     item.container = found->second;
             }
-            if (item.container != nullptr)
-                ++item.container->unsignedParts;
+            if (item.container == nullptr)
+                continue;
+            item.isEarly = isEarlyAllowed && !item.object.isHashed;
+            ++item.container->unknownParts;
+            ++item.container->openParts;
         }
     }
 
@@ -92,20 +107,42 @@ private:
         const bool isOperand = item.object.path == operand_;
         const auto replaces =
             isOperand && item.attempts == 0 ? observer_.replacesSignature : nullptr;
-        auto job = SigningJob::prepare(item.object.path, options_,
-                                       {isOperand, options_.threads, item.cmsSize, replaces,
-                                        [this](const std::string& sentence) { warn(sentence); }});
+        // A bundle stands in the plan for its main executable.
+        const bool isLone = !isOperand && !item.object.isBundle;
+        {
+            const std::lock_guard lock(mutex_);
+            item.sealedChanges = item.changes;
+        }
+        auto job =
+            SigningJob::prepare(item.object.path, options_,
+                                {isOperand, isLone, options_.threads, item.cmsSize,
+                                 [this](const std::string& path) { return sealOf(path); }, replaces,
+                                 [this](const std::string& sentence) { warn(sentence); }});
         if (!job) {
             // Nested code that is signed already keeps its signature.
             const bool isKept =
                 job.error().kind == base::ErrorKind::Conflict && !isOperand && !options_.force;
             if (!isKept)
                 return job.error();
+            if (item.isEarly)
+                makeKnown(item, std::nullopt);
             lanes_.call([this, &item] { return conclude(item); });
             return {};
         }
         item.job = std::move(*job);
+        letPartsCommit(item);
         return hash(item);
+    }
+
+    /// What a seal keeps of nested code: signed by now, be it in its place or not, or kept.
+    base::Result<NestedSeal> sealOf(const std::string& path) {
+        {
+            const std::lock_guard lock(mutex_);
+            if (const auto found = byPath_.find(path);
+                found != byPath_.end() && found->second->seal)
+                return *found->second->seal;
+        }
+        return lookUpNested(path);
     }
 
     base::Outcome hash(Item& item) {
@@ -123,44 +160,116 @@ private:
             return hashed;
         if (--item.left != 0)
             return {};
+        if (isEarly(item)) {
+            auto seal = item.job->nestedSeal();
+            if (!seal)
+                return seal.error();
+            makeKnown(item, std::move(*seal));
+        }
         if (auto made = item.job->makeCms(); !made)
             return made;
         return stamp(item);
     }
 
-    /// Asks for all time stamps at once: what takes time is the way to the server and back.
+    /// Asks for all time stamps at once: what takes time is the way to the server and back. What is
+    /// left to do with an answer waits until others have sent their requests.
     base::Outcome stamp(Item& item) {
         std::vector<CmsSignature*> signatures;
         if (!options_.timestampUrl.empty())
             signatures = item.job->stampable();
-        item.left = signatures.size();
-        if (signatures.empty())
-            lanes_.wait([this, &item] { return finish(item); });
+        item.left = signatures.size() + 1;
         for (CmsSignature* signature : signatures)
             lanes_.wait([this, &item, signature]() -> base::Outcome {
-                if (auto stamped = stampSignature(*signature, options_.timestampUrl); !stamped)
-                    return stamped;
-                return --item.left == 0 ? finish(item) : base::Outcome();
+                auto reply = TimeStampReply::request(options_.timestampUrl, signature->value());
+                if (!reply)
+                    return reply.error();
+                lanes_.work([this, &item, signature,
+                             shared = std::make_shared<TimeStampReply>(
+                                 std::move(*reply))]() -> base::Outcome {
+                    if (auto stamped = stampSignature(*signature, *shared); !stamped)
+                        return stamped;
+                    return finishIfLast(item);
+                });
+                return {};
             });
+        if (!item.job->hasSealFile())
+            return finishIfLast(item);
+        lanes_.wait([this, &item]() -> base::Outcome {
+            if (auto written = item.job->writeSeal(); !written)
+                return written;
+            return finishIfLast(item);
+        });
         return {};
+    }
+
+    base::Outcome finishIfLast(Item& item) {
+        return --item.left == 0 ? finish(item) : base::Outcome();
     }
 
     base::Outcome finish(Item& item) {
         if (auto encoded = item.job->encodeCms(); !encoded)
             return encoded;
         // A CMS that is larger than what was left for it gets enough the next time.
-        if (const auto size = item.job->largerCmsSize(); size && ++item.attempts < mostAttempts) {
-            item.cmsSize = *size;
-            lanes_.workFirst([this, &item] { return prepare(item); });
+        item.largerCmsSize = item.job->largerCmsSize();
+        if (!item.largerCmsSize)
+            if (auto finished = item.job->finish(); !finished)
+                return finished;
+        lanes_.wait([this, &item]() -> base::Outcome {
+            if (auto synced = item.job->sync(); !synced)
+                return synced;
+            const std::lock_guard lock(mutex_);
+            item.isFinished = true;
+            commitIfReady(item);
             return {};
-        }
-        if (auto finished = item.job->finish(); !finished)
-            return finished;
-        lanes_.call([this, &item] { return commit(item); });
+        });
         return {};
     }
 
+    /// A new file that has a name already would get into the container's seal.
+    bool isEarly(Item& item) {
+        const std::lock_guard lock(mutex_);
+        item.isEarly = item.isEarly && !item.job->hasNamedFile();
+        return item.isEarly;
+    }
+
+    /// Tells the container the code directory of a part, absent if that keeps its old one.
+    void makeKnown(Item& item, std::optional<NestedSeal> seal) {
+        {
+            const std::lock_guard lock(mutex_);
+            const bool isFirst = item.attempts == 0;
+            item.seal = std::move(seal);
+            ++item.container->changes;
+            if (!isFirst || --item.container->unknownParts != 0)
+                return;
+            ready_.push_front(item.container);
+        }
+        startReady();
+    }
+
+    void letPartsCommit(Item& container) {
+        const std::lock_guard lock(mutex_);
+        if (container.isSealed)
+            return;
+        container.isSealed = true;
+        if (container.openParts == 0)
+            return;
+        for (Item& part : items_)
+            if (part.container == &container)
+                commitIfReady(part);
+    }
+
+    /// A container's folders must not change while they are read for its seal, and it takes its
+    /// place after its parts. For callers that hold the mutex.
+    void commitIfReady(Item& item) {
+        if (!item.isFinished || item.openParts != 0 || (item.isEarly && !item.container->isSealed))
+            return;
+        item.isFinished = false;
+        lanes_.call([this, &item] { return commit(item); });
+    }
+
     base::Outcome commit(Item& item) {
+        if (item.largerCmsSize || item.changes != item.sealedChanges)
+            return signAgain(item);
         if (auto done = item.job->commit(); !done)
             return done;
         if (observer_.isSigned)
@@ -174,6 +283,19 @@ private:
         return conclude(item);
     }
 
+    /// If there is too little room for the CMS, or a part was signed again since it was sealed.
+    base::Outcome signAgain(Item& item) {
+        ++item.attempts;
+        if (item.largerCmsSize && ++item.growths == mostGrowths)
+            return base::Error{base::ErrorKind::Unavailable,
+                               "The time stamps for " + base::printable(item.object.path) +
+                                   " grow with each request, so there is no room to reserve for "
+                                   "them. Use another time stamp server."};
+        item.cmsSize = item.largerCmsSize.value_or(item.cmsSize);
+        lanes_.workFirst([this, &item] { return prepare(item); });
+        return {};
+    }
+
     /// Tells of the objects in the order of the plan.
     base::Outcome conclude(Item& item) {
         item.isDone = true;
@@ -185,9 +307,12 @@ private:
         {
             const std::lock_guard lock(mutex_);
             --open_;
-            Item* container = item.container;
-            if (container != nullptr && --container->unsignedParts == 0)
-                ready_.push_front(container);
+            if (Item* container = item.container; container != nullptr) {
+                if (!item.isEarly && --container->unknownParts == 0)
+                    ready_.push_front(container);
+                --container->openParts;
+                commitIfReady(*container);
+            }
         }
         startReady();
         return {};
@@ -203,10 +328,11 @@ private:
     const SigningObserver& observer_;
     std::string operand_;
     std::deque<Item> items_; ///< inside out
+    std::unordered_map<std::string_view, Item*> byPath_;
     std::size_t done_ = 0;
     std::size_t concluded_ = 0; ///< the first of these have been told of
     const std::size_t mostOpen_ = std::min<std::size_t>(mostOpenObjects(), waitingThreads);
-    std::mutex mutex_; ///< for the three below
+    std::mutex mutex_; ///< for the two below, and what items tell each other
     std::deque<Item*> ready_;
     std::size_t open_ = 0;
     std::mutex warning_;

@@ -2,9 +2,9 @@
 
 #include "base/ByteReader.h"
 #include "sign/DesignatedCode.h"
+#include "sign/SignalPause.h"
 #include "sign/bundle/FileTree.h"
 #include "sign/bundle/LooseSignature.h"
-#include "sign/bundle/ResourceSeal.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -43,7 +43,8 @@ base::Error notSignable(const std::string& path) {
 base::Result<std::unique_ptr<SigningJob>> SigningJob::prepare(const std::string& path,
                                                               const SigningOptions& options,
                                                               const Preparing& preparing) {
-    auto code = StaticCode::open(path, options.bundleVersion);
+    auto code = preparing.isLone ? StaticCode::openFile(path)
+                                 : StaticCode::open(path, options.bundleVersion);
     if (!code)
         return code.error();
     if (code->bundle()) {
@@ -72,7 +73,7 @@ base::Result<std::unique_ptr<SigningJob>> SigningJob::prepare(const std::string&
 base::Outcome SigningJob::makeBundleSeal(const Preparing& preparing) {
     if (!code_.bundle())
         return {};
-    auto seal = makeSeal(*code_.bundle(), {plan_.withSha1, preparing.threads}, lookUpNested);
+    auto seal = makeSeal(*code_.bundle(), {plan_.withSha1, preparing.threads}, preparing.nested);
     if (!seal)
         return seal.error();
     for (const std::string& path : seal->dataAmongCode)
@@ -200,6 +201,13 @@ void SigningJob::addPages(std::vector<PageJob>& jobs) {
     }
 }
 
+base::Result<NestedSeal> SigningJob::nestedSeal() const {
+    return nestedSealOf(code_, [this](std::size_t index) -> base::Result<SignatureParts> {
+        return SignatureParts{
+            works_[index].directories, {{slot::requirements, plan_.requirements}}, {}};
+    });
+}
+
 base::Outcome SigningJob::makeCms() {
     if (options_.identity)
         for (Work& work : works_) {
@@ -265,6 +273,27 @@ std::optional<std::size_t> SigningJob::largerCmsSize() const {
     return fits ? std::nullopt : std::optional(needed + allowance);
 }
 
+SigningJob::~SigningJob() {
+    sealFile_.reset();
+    if (!newFolder_.empty())
+        ::rmdir(newFolder_.c_str());
+}
+
+base::Outcome SigningJob::writeSeal() {
+    const std::string folder = code_.bundle()->signatureFolder();
+    if (::mkdir(folder.c_str(), 0755) == 0)
+        newFolder_ = folder;
+    else if (errno != EEXIST)
+        return base::systemError("create", folder, errno);
+    auto file = AsideFile::createFor(code_.bundle()->sealPath());
+    if (!file)
+        return file.error();
+    sealFile_.emplace(std::move(*file));
+    if (auto written = sealFile_->write(base::bytesOf(*seal_), 0); !written)
+        return written;
+    return sealFile_->sync();
+}
+
 base::Outcome SigningJob::finish() {
     if (auto same = code_.file().checkUnchanged(); !same)
         return same;
@@ -275,19 +304,11 @@ base::Outcome SigningJob::finish() {
         if (auto done = file_->write(whole, work.offset + work.room.signatureOffset); !done)
             return done;
     }
-    if (seal_) {
-        const std::string folder = code_.bundle()->signatureFolder();
-        if (::mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST)
-            return base::systemError("create", folder, errno);
-        auto file = AsideFile::createFor(code_.bundle()->sealPath());
-        if (!file)
-            return file.error();
-        sealFile_.emplace(std::move(*file));
-        for (const auto& step : {sealFile_->write(base::bytesOf(*seal_), 0), sealFile_->sync()})
-            if (!step)
-                return step;
-    }
-    return file_->sync();
+    return {};
+}
+
+base::Outcome SigningJob::sync() const {
+    return file_ ? file_->sync() : base::Outcome();
 }
 
 base::Outcome SigningJob::commit() {
@@ -298,6 +319,7 @@ base::Outcome SigningJob::commit() {
         files.push_back(&*sealFile_);
     if (auto done = AsideFile::commit(files); !done)
         return done;
+    newFolder_.clear();
     return seal_ ? removeUnusedSignatureFiles(*code_.bundle(), {"CodeResources"}) : base::Outcome();
 }
 
@@ -314,6 +336,7 @@ base::Outcome SigningJob::commitLoose() {
     loose.entitlements = part(slot::entitlements);
     loose.entitlementsDer = part(slot::entitlementsDer);
     loose.cms = work.cms;
+    const SignalPause pause;
     return writeLooseSignature(*code_.bundle(), loose, base::bytesOf(*seal_));
 }
 

@@ -3,6 +3,7 @@
 #include "sign/AsideFile.h"
 #include "sign/SignatureCms.h"
 #include "sign/SigningPlan.h"
+#include "sign/bundle/ResourceSeal.h"
 #include "sign/macho/SignatureRoom.h"
 #include "sign/signature/PageHashes.h"
 
@@ -20,8 +21,10 @@ class SigningJob {
 public:
     struct Preparing {
         bool isOperand = true; ///< the user named it
+        bool isLone = false;   ///< a file that stands for no bundle
         unsigned threads = 1;  ///< for the hashes of sealed files
         std::size_t cmsSize = usualCmsSize;
+        std::function<base::Result<NestedSeal>(const std::string& path)> nested; ///< for the seal
         std::function<void(const std::string& path)> replacesSignature;
         std::function<void(const std::string& sentence)> warns;
     };
@@ -34,9 +37,14 @@ public:
 
     SigningJob(const SigningJob&) = delete;
     SigningJob& operator=(const SigningJob&) = delete;
+    ~SigningJob();
 
     /// Work for hashPages(), which also writes the new file; valid as long as this object.
     void addPages(std::vector<PageJob>& jobs);
+    /// Whether the new file is beside the old one under another name.
+    [[nodiscard]] bool hasNamedFile() const { return file_ && file_->isNamed(); }
+    /// What the seal of a bundle around it keeps of it, after the pages are hashed.
+    [[nodiscard]] base::Result<NestedSeal> nestedSeal() const;
     /// The CMS of each signature, after the pages are hashed. Nothing to do if ad hoc.
     [[nodiscard]] base::Outcome makeCms();
     /// The CMS of each signature, to be stamped in place. Empty if ad hoc.
@@ -45,9 +53,14 @@ public:
     [[nodiscard]] base::Outcome encodeCms();
     /// The size that prepare() has to leave for the CMS if it does not fit.
     [[nodiscard]] std::optional<std::size_t> largerCmsSize() const;
-    /// Writes the signatures and waits until all is on the disk. Changed if the code is not what it
-    /// was.
+    /// Writes the seal, if it is a file beside the code, and waits until it is on the disk. Another
+    /// thread may have the signatures stamped meanwhile.
+    [[nodiscard]] bool hasSealFile() const { return seal_ && file_; }
+    [[nodiscard]] base::Outcome writeSeal();
+    /// Writes the signatures. Changed if the code is not what it was.
     [[nodiscard]] base::Outcome finish();
+    /// Waits until they are on the disk.
+    [[nodiscard]] base::Outcome sync() const;
     /// Lets the new files take their places.
     [[nodiscard]] base::Outcome commit();
 
@@ -84,6 +97,7 @@ private:
     UniversalLayout layout_;
     std::optional<AsideFile> file_;
     std::optional<AsideFile> sealFile_;
+    std::string newFolder_; ///< made for the seal, which is not in it yet
 };
 
 } // namespace sign

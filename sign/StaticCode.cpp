@@ -146,12 +146,8 @@ base::Result<StaticCode> StaticCode::open(const std::string& path, std::string_v
         folder = clean;
     else
         folder = bundleOfExecutable(clean);
-    if (!folder) {
-        auto file = CodeFile::open(clean);
-        if (!file)
-            return file.error();
-        return StaticCode(std::move(clean), std::nullopt, std::move(*file));
-    }
+    if (!folder)
+        return openFile(clean);
     auto bundle = openBundle(*folder, version);
     if (!bundle)
         return bundle.error();
@@ -159,6 +155,13 @@ base::Result<StaticCode> StaticCode::open(const std::string& path, std::string_v
     if (!file)
         return file.error();
     return StaticCode(std::move(clean), std::move(*bundle), std::move(*file));
+}
+
+base::Result<StaticCode> StaticCode::openFile(const std::string& path) {
+    auto file = CodeFile::open(path);
+    if (!file)
+        return file.error();
+    return StaticCode(path, std::nullopt, std::move(*file));
 }
 
 std::size_t StaticCode::signatureCount() const {

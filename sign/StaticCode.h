@@ -35,6 +35,9 @@ public:
     [[nodiscard]] static base::Result<StaticCode> open(const std::string& path,
                                                        std::string_view version = {});
 
+    /// Same, for a file that is known to be no bundle's main executable.
+    [[nodiscard]] static base::Result<StaticCode> openFile(const std::string& path);
+
     /// As given, without slashes at the end.
     [[nodiscard]] const std::string& path() const { return path_; }
     /// Absent for a lone file.

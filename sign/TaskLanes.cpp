@@ -1,34 +1,13 @@
 #include "sign/TaskLanes.h"
 
 #include "base/WorkerThreads.h"
+#include "sign/SignalPause.h"
 
 #include <algorithm>
-#include <csignal>
 #include <iterator>
 #include <system_error>
 
 namespace sign {
-namespace {
-
-/// Threads that are made meanwhile do not get the signals that end the process.
-class SignalsElsewhere {
-public:
-    SignalsElsewhere() {
-        sigset_t ending;
-        sigemptyset(&ending);
-        for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-            sigaddset(&ending, signal);
-        pthread_sigmask(SIG_BLOCK, &ending, &before_);
-    }
-    ~SignalsElsewhere() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-    SignalsElsewhere(const SignalsElsewhere&) = delete;
-    SignalsElsewhere& operator=(const SignalsElsewhere&) = delete;
-
-private:
-    sigset_t before_{};
-};
-
-} // namespace
 
 void TaskLanes::add(Lane& lane, Task task, bool isFirst) {
     const std::lock_guard lock(mutex_);
@@ -48,7 +27,7 @@ void TaskLanes::add(Lane& lane, Task task, bool isFirst) {
 
 /// One thread for each task that finds none idle, up to `most`.
 void TaskLanes::grow(Lane& lane, std::size_t most) {
-    const SignalsElsewhere blocked;
+    const SignalPause pause;
     try {
         while (lane.threads.size() < most && lane.idle < lane.tasks.size()) {
             lane.threads.emplace_back([this, &lane] { serve(lane); });

@@ -33,7 +33,7 @@ base::Error noBundle(const std::string& folder, const base::Error& reason) {
 
 class Planner {
 public:
-    base::Outcome addBundle(Bundle bundle, unsigned depth, bool isNested) {
+    base::Outcome addBundle(Bundle bundle, unsigned depth, bool isNested, bool isHashed) {
         if (depth > mostNesting)
             return base::Error{base::ErrorKind::Unsupported,
                                "The bundles in \"" + base::printable(bundle.path) +
@@ -47,11 +47,11 @@ public:
                 auto other = openBundle(version);
                 if (!other)
                     return noBundle(version, other.error());
-                if (auto added = addBundle(std::move(*other), depth, isNested); !added)
+                if (auto added = addBundle(std::move(*other), depth, isNested, isHashed); !added)
                     return added;
             }
         }
-        objects_.push_back({std::move(bundle.path), depth, true, isNested});
+        objects_.push_back({std::move(bundle.path), depth, true, isNested, isHashed});
         return {};
     }
 
@@ -66,30 +66,37 @@ private:
     base::Outcome addInside(const Bundle& bundle, unsigned depth) {
         const auto rules =
             SealRules::read(SealRules::standard(bundle.form), bundle, bundle.infoPlist);
-        if (!rules)
-            return rules.error();
+        const auto oldRules =
+            SealRules::read(SealRules::standardVersion1(bundle.form), bundle, bundle.infoPlist);
+        if (!rules || !oldRules)
+            return rules ? oldRules.error() : rules.error();
         const auto items = sealItems(bundle, *rules, isBundleWithCode);
         if (!items)
             return items.error();
         for (const SealItem& item : *items) {
             if (auto sealable = checkSealable(bundle, item); !sealable)
                 return sealable;
-            if (auto added = addItem(item, bundle.codeRoot + "/" + item.path, depth + 1); !added)
+            if (auto added = addItem(item, *oldRules, bundle.codeRoot + "/" + item.path, depth + 1);
+                !added)
                 return added;
         }
         return {};
     }
 
-    base::Outcome addItem(const SealItem& item, const std::string& path, unsigned depth) {
+    base::Outcome addItem(const SealItem& item, const SealRules& oldRules, const std::string& path,
+                          unsigned depth) {
         const bool isNested = item.rule && item.rule->nested;
-        if (item.kind == SealItemKind::File && isSignableMachO(path))
-            objects_.push_back({path, depth, false, isNested});
+        if (item.kind == SealItemKind::File && isSignableMachO(path)) {
+            const auto oldRule = oldRules.find(item.path);
+            const bool isHashed = !isNested || (oldRule && !oldRule->omit);
+            objects_.push_back({path, depth, false, isNested, isHashed});
+        }
         if (item.kind != SealItemKind::Bundle)
             return {};
         auto bundle = openBundle(path);
         if (!bundle)
             return noBundle(path, bundle.error());
-        return addBundle(std::move(*bundle), depth, isNested);
+        return addBundle(std::move(*bundle), depth, isNested, !isNested);
     }
 
     std::vector<CodeObject> objects_;
@@ -103,13 +110,13 @@ base::Result<std::vector<CodeObject>> planOf(std::string_view path) {
     if (!owner) {
         if (!isFile(given))
             return base::systemError("find", given, ENOENT);
-        return std::vector<CodeObject>{{given, 0, false, false}};
+        return std::vector<CodeObject>{{given}};
     }
     auto bundle = openBundle(*owner);
     if (!bundle)
         return bundle.error();
     Planner planner;
-    if (auto added = planner.addBundle(std::move(*bundle), 0, false); !added)
+    if (auto added = planner.addBundle(std::move(*bundle), 0, false, false); !added)
         return added.error();
     return planner.take();
 }

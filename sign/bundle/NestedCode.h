@@ -13,9 +13,10 @@ struct CodeObject {
     std::string path;   ///< a bundle's folder, or a file; starts with the package's path
     unsigned depth = 0; ///< how many code objects hold it
     bool isBundle = false;
-    /// Whether its bundle's seal names its requirement. If not, the seal has the file's hash, so
-    /// the object must be signed before that bundle as well.
+    /// Whether its bundle's seal names its requirement and code directory.
     bool isNested = false;
+    /// Whether that seal has hashes of its files, so that these must be whole before.
+    bool isHashed = false;
 
     bool operator==(const CodeObject&) const = default;
 };

@@ -142,24 +142,31 @@ std::optional<Reply> exchangeInTries(const Address& address, TS_REQ* request) {
 
 } // namespace
 
-base::Result<Blob> requestTimeStamp(const std::string& url, base::Bytes signatureValue) {
+base::Result<TimeStampReply> TimeStampReply::request(const std::string& url,
+                                                     base::Bytes signatureValue) {
     auto address = addressIn(url);
     if (!address)
         return address.error();
-    const RequestOwner request = requestFor(signatureValue);
-    auto reply = exchangeInTries(*address, request.get());
+    TimeStampReply answered(url, requestFor(signatureValue));
+    auto reply = exchangeInTries(*address, answered.request_.get());
     if (!reply)
         return unavailable();
-    if (reply->status != TS_STATUS_GRANTED && reply->status != TS_STATUS_GRANTED_WITH_MODS)
-        return wrongReply(url, "it refuses the request");
-    const Pkcs7Owner token = decodedToken(reply->token);
-    if (!token)
-        return wrongReply(url, "it holds no token");
-    const std::string fault =
-        faultOfToken(token.get(), signatureValue, TS_REQ_get_nonce(request.get()), TokenRoots::Any);
+    answered.status_ = reply->status;
+    answered.token_ = std::move(reply->token);
+    return answered;
+}
+
+base::Result<Blob> TimeStampReply::token(base::Bytes signatureValue) const {
+    if (status_ != TS_STATUS_GRANTED && status_ != TS_STATUS_GRANTED_WITH_MODS)
+        return wrongReply(url_, "it refuses the request");
+    const Pkcs7Owner decoded = decodedToken(token_);
+    if (!decoded)
+        return wrongReply(url_, "it holds no token");
+    const std::string fault = faultOfToken(decoded.get(), signatureValue,
+                                           TS_REQ_get_nonce(request_.get()), TokenRoots::Any);
     if (!fault.empty())
-        return wrongReply(url, fault);
-    return std::move(reply->token);
+        return wrongReply(url_, fault);
+    return token_;
 }
 
 } // namespace sign

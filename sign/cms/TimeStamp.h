@@ -1,5 +1,6 @@
 #pragma once
 
+#include "sign/OpenSsl.h"
 #include "sign/identity/Certificate.h"
 
 #include <cstdint>
@@ -12,12 +13,30 @@ namespace sign {
 /// The server that Apple's own tool asks.
 inline constexpr const char* appleTimeStampServer = "http://timestamp.apple.com/ts01";
 
-/// Asks the server at `url` (http) for a token over the bytes of a signature, and checks it whole.
-/// Tries again a few times, after growing pauses, if nothing answers; proxies are taken from
-/// http_proxy and no_proxy. Blocks for up to 30 seconds; any thread, many at once. Unavailable if
-/// nothing answers, Damaged if the answer is not right.
-[[nodiscard]] base::Result<Blob> requestTimeStamp(const std::string& url,
-                                                  base::Bytes signatureValue);
+/// What a time stamp server answered.
+class TimeStampReply {
+public:
+    /// Asks the server at `url` (http) for a token over the bytes of a signature. Tries again a few
+    /// times, after growing pauses, if nothing answers; proxies are taken from http_proxy and
+    /// no_proxy. Blocks for up to 30 seconds; any thread, many at once. Unavailable if nothing
+    /// answers.
+    [[nodiscard]] static base::Result<TimeStampReply> request(const std::string& url,
+                                                              base::Bytes signatureValue);
+
+    /// The token for the same bytes, after all has been checked. Damaged if it is not right.
+    [[nodiscard]] base::Result<Blob> token(base::Bytes signatureValue) const;
+
+private:
+    using RequestOwner = OpenSslOwner<TS_REQ, TS_REQ_free>;
+
+    TimeStampReply(std::string url, RequestOwner request)
+        : url_(std::move(url)), request_(std::move(request)) {}
+
+    std::string url_;
+    RequestOwner request_;
+    long status_ = 0;
+    Blob token_; ///< as it came; empty if there is none
+};
 
 /// The time that a token names, in seconds since 1970, without any check; none if it is no token.
 [[nodiscard]] std::optional<std::int64_t> timeOfToken(base::Bytes token);

@@ -53,6 +53,11 @@ std::string honest(const HttpServer::Request& request) {
                 made.clock, {made.root.certificate}));
 }
 
+base::Result<Blob> stampOf(const std::string& url) {
+    const auto reply = TimeStampReply::request(url, signature);
+    return reply ? reply->token(signature) : reply.error();
+}
+
 TEST(TimeStampTest, AsksForATokenOverTheSignatureAndItsCertificates) {
     const HttpServer server([](const HttpServer::Request& request) {
         const RequestOwner asked = requestIn(request);
@@ -62,7 +67,7 @@ TEST(TimeStampTest, AsksForATokenOverTheSignatureAndItsCertificates) {
         EXPECT_EQ(TS_REQ_get_policy_id(asked.get()), nullptr);
         return honest(request);
     });
-    const auto token = requestTimeStamp(server.url() + "/ts01", signature);
+    const auto token = stampOf(server.url() + "/ts01");
     ASSERT_TRUE(token) << token.error().sentence;
     EXPECT_NEAR(static_cast<double>(timeOfToken(*token).value_or(0)),
                 static_cast<double>(std::time(nullptr)), 60);
@@ -114,7 +119,7 @@ TEST(TimeStampTest, BelievesNoServerThatLies) {
             return HttpServer::reply("200 OK", replyType,
                                      responseWith(each.status, each.token(asked.get())));
         });
-        const auto token = requestTimeStamp(server.url(), signature);
+        const auto token = stampOf(server.url());
         ASSERT_FALSE(token) << each.what;
         EXPECT_THAT(token.error().sentence, HasSubstr(each.sentence)) << each.what;
         EXPECT_THAT(token.error().sentence, HasSubstr(server.url())) << each.what;
@@ -133,20 +138,19 @@ TEST(TimeStampTest, TriesAgainWhenNothingUsefulAnswers) {
             return honest(request);
         }
     });
-    const auto token = requestTimeStamp(server.url(), signature);
+    const auto token = stampOf(server.url());
     EXPECT_TRUE(token) << token.error().sentence;
     EXPECT_EQ(server.requests(), 3);
 }
 
 TEST(TimeStampTest, SaysWhenNoServiceIsThere) {
     const HttpServer server([](const HttpServer::Request&) { return std::string(); });
-    const auto token = requestTimeStamp(server.url(), signature);
+    const auto token = stampOf(server.url());
     ASSERT_FALSE(token);
     EXPECT_EQ(token.error().kind, base::ErrorKind::Unavailable);
     EXPECT_EQ(token.error().sentence, "The timestamp service is not available.");
     EXPECT_EQ(server.requests(), 4);
-    EXPECT_EQ(requestTimeStamp("https://127.0.0.1/", signature).error().kind,
-              base::ErrorKind::Usage);
+    EXPECT_EQ(stampOf("https://127.0.0.1/").error().kind, base::ErrorKind::Usage);
 }
 
 TEST(TimeStampTest, GoesThroughTheProxyExceptWhereItIsToldNotTo) {
@@ -159,11 +163,11 @@ TEST(TimeStampTest, GoesThroughTheProxyExceptWhereItIsToldNotTo) {
     const ScopedEnvironment http("http_proxy", proxy.url());
     {
         const ScopedEnvironment none("no_proxy", std::nullopt);
-        EXPECT_TRUE(requestTimeStamp("http://time.invalid/ts01", signature));
+        EXPECT_TRUE(stampOf("http://time.invalid/ts01"));
         EXPECT_EQ(target, "http://time.invalid:80/ts01");
     }
     const ScopedEnvironment except("no_proxy", "127.0.0.1");
-    EXPECT_TRUE(requestTimeStamp(server.url(), signature));
+    EXPECT_TRUE(stampOf(server.url()));
     EXPECT_EQ(proxy.requests(), 1);
     EXPECT_EQ(server.requests(), 1);
 }

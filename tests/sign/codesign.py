@@ -269,8 +269,8 @@ class SigningWithAnIdentity(CodeTest):
         super().setUpClass()
         cls.owner = Owner(cls.workshop)
 
-    def sign_stamped(self, path, *arguments):
-        with self.owner.authority.time_server() as (url, count):
+    def sign_stamped(self, path, *arguments, **server):
+        with self.owner.authority.time_server(**server) as (url, count):
             said = self.sign(path, f"--timestamp={url}", *arguments, identity=self.owner.authority.HOLDER,
                              **self.owner.environment)
         return said, count[0]
@@ -304,6 +304,24 @@ class SigningWithAnIdentity(CodeTest):
         self.assertEqual(stamps, len(plan) + 1)  # the main executable has two slices
         self.assert_valid(app, **self.owner.environment)
         self.assertEqual(plan[-1], app)
+
+    def test_all_code_that_is_nested_is_stamped_side_by_side(self):
+        app = fixtures.make_application(self.linker, self.path("My App.app"))
+        shutil.rmtree(app + "/Contents/Resources")
+        plan = self.codesign("--plan", app)[1].split("\0")[:-1]
+        self.sign_stamped(app, "--deep", together=len(plan) + 1)
+        self.assert_valid(app, **self.owner.environment)
+
+    def test_code_that_is_signed_again_for_larger_stamps_is_sealed_again(self):
+        app = fixtures.make_application(self.linker, self.path("My App.app"))
+        # This bundle has all room for its own signature, which lies in files.
+        fixtures.put(self.linker.library(), app, "Contents/PlugIns/Pictures.bundle/Contents/Frameworks/lib.dylib")
+        plan = self.codesign("--plan", app)[1].split("\0")[:-1]
+        root = read(self.owner.authority.folder + "/root.pem")
+        write(self.path("large.pem"), root * 25)
+        stamps = self.sign_stamped(app, "--deep", certificates=self.path("large.pem"))[1]
+        self.assertEqual(stamps, 2 * (len(plan) + 1))
+        self.assert_valid(app, **self.owner.environment)
 
     def test_an_answer_that_is_no_stamp_changes_nothing(self):
         app = fixtures.make_application(self.linker, self.path("My App.app"))

@@ -163,19 +163,24 @@ class Authority:
             file.write("01")
 
     @contextlib.contextmanager
-    def time_server(self):
-        """The URL of a server that stamps, and the number of requests as a list of one."""
+    def time_server(self, together=1, certificates="root.pem"):
+        """The URL of a server that stamps, and the number of requests as a list of one.
+
+        It answers as soon as `together` have come, with a file of certificates in each answer.
+        """
         count, lock, folder = [0], threading.Lock(), self.folder
+        gathered = threading.Barrier(together, timeout=60)
 
         class Handler(http.server.BaseHTTPRequestHandler):
             def do_POST(self):
                 query = self.rfile.read(int(self.headers["Content-Length"]))
+                gathered.wait()
                 with lock, tempfile.NamedTemporaryFile() as file:
                     count[0] += 1
                     file.write(query)
                     file.flush()
                     reply = check_call("openssl", "ts", "-reply", "-config", "tsa.cnf", "-queryfile", file.name,
-                                       cwd=folder)
+                                       "-chain", certificates, cwd=folder)
                 self.send_response(200)
                 self.send_header("Content-Type", "application/timestamp-reply")
                 self.send_header("Content-Length", str(len(reply)))
