@@ -13,11 +13,9 @@
 
 class QSocketNotifier;
 
-/// A run that has ended, as far as a person is told of it.
+/// A run that has ended, as far as a person is told of it. Main thread.
 struct EndedRun {
-    std::string file; ///< of its record; empty if there is none
-    std::vector<PackageRecord> packages;
-    std::string trouble; ///< why the record is not complete
+    const std::vector<PackageRecord>& packages; ///< of the model
 };
 
 /// Takes the facts of processing and keeps them: in the record of the run, and in what the window
@@ -36,11 +34,14 @@ public:
                         const std::optional<std::string>& identity);
     void scriptStarted(const std::string& script);
     void scriptEnded(const ScriptRun& run);
+    /// The archive is read on a thread of its own, for its digest: the next package need not wait.
     void packageEnded();
-    /// None if no package was processed since the last time.
-    [[nodiscard]] std::optional<EndedRun> runEnded();
+    /// Waits until the last archive has been read; the model is told before later turns of the main
+    /// queue. False if no package was processed since the last time.
+    [[nodiscard]] bool runEnded();
 
     [[nodiscard]] RunModel& model() { return model_; }
+    [[nodiscard]] const RunModel& model() const { return model_; }
     /// From 0 to 1 over the packages of the entry at work.
     [[nodiscard]] double share() const;
     /// "2 of 7 · Packing Notes.app · 43 % · 0:12"; empty when no script runs.
@@ -69,7 +70,7 @@ private:
 
     const std::string folder_;
     const std::string version_;
-    std::unique_ptr<RunRecord> record_; ///< of the run under way; processing queue
+    std::shared_ptr<RunRecord> record_; ///< of the run under way; processing queue
     std::size_t package_ = 0;           ///< in it; processing queue
     RunModel model_;
     Progress progress_;

@@ -10,7 +10,10 @@
 #include <QGuiApplication>
 #include <QTest>
 
+#include <future>
+
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -154,7 +157,35 @@ TEST_F(Results, GrowLiveWithTheProgressOfTheSteps) {
     EXPECT_TRUE(waitUntil([&] { return reporter.share() == 0.5; }));
     EXPECT_EQ(reporter.progressText(), "");
     EXPECT_EQ(reporter.model().index(0, RunModel::State).data(), "Done");
-    ASSERT_TRUE(reporter.runEnded());
+    EXPECT_TRUE(reporter.runEnded());
     EXPECT_FALSE(reporter.runEnded()) << "nothing was processed since";
     EXPECT_TRUE(readRun(recordedRuns(runs).at(0))->finished);
+}
+
+TEST_F(Results, DoNotWaitForTheDigestOfAnArchive) {
+    RunReporter reporter(runs, "1.0");
+    const std::string slow = folder.path("Slow.zip");
+    ASSERT_EQ(mkfifo(slow.c_str(), 0600), 0); // read only once it is written to
+    const auto process = [&](const std::string& package, const std::string& archive) {
+        reporter.packageStarted(package, "/p", std::nullopt);
+        reporter.scriptStarted("fenwoJustZipApps.sh");
+        reporter.scriptEnded({"fenwoJustZipApps.sh", "packed: " + archive + "\n"});
+        reporter.packageEnded();
+    };
+    process("/p/Slow.app", slow);
+    process("/p/Quick.app", folder.makeFile("Quick.zip", "abc"));
+    EXPECT_TRUE(waitUntil([&] { return reporter.model().rowCount() == 2; }));
+    for (const int row : {0, 1})
+        EXPECT_EQ(reporter.model().index(row, RunModel::State).data(), "Done");
+    EXPECT_EQ(reporter.model().packages().at(1).archive->sha256, "");
+
+    std::future<bool> ended = std::async(std::launch::async, [&] { return reporter.runEnded(); });
+    std::ofstream{slow}; // opened by the writer, it can be read
+    EXPECT_TRUE(ended.get());
+    const std::string digest = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
+    const auto run = readRun(recordedRuns(runs).at(0));
+    ASSERT_EQ(run->packages.size(), 2U);
+    EXPECT_EQ(run->packages.at(1).archive->sha256, digest);
+    EXPECT_TRUE(
+        waitUntil([&] { return reporter.model().packages().at(1).archive->sha256 == digest; }));
 }
