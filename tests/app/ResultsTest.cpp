@@ -119,7 +119,9 @@ TEST_F(Results, AreReadOutWithoutMarkup) {
     record({"/p/A & <i>.app"}, "/p/A & <i>.app");
     const auto window = open();
     QStringList names;
-    collectNames(QAccessible::queryAccessibleInterface(window.get()), names);
+    QAccessibleInterface* top = QAccessible::queryAccessibleInterface(window.get());
+    EXPECT_EQ(top->role(), QAccessible::Window);
+    collectNames(top, names);
     EXPECT_TRUE(names.contains("A & <i>.app: Not packed. A & <i>.app is <b>broken</b>. Mend it."))
         << names.join('\n').toStdString();
     for (const char* button : {"Reveal", "Copy", "Show Full Output", "Retry Failed"})
