@@ -3,8 +3,11 @@
 #include "app/MainWindow.h"
 #include "app/toolkit/UserNotification.h"
 #include "app/toolkit/WindowLevel.h"
+#include "core/RunSummary.h"
 
 #include <QApplication>
+
+#include <algorithm>
 
 Application::Application()
     : requests_(
@@ -27,6 +30,14 @@ bool Application::handOver(const LocationList& locations, const ActivationTokens
     return requests_.handOver(locations, tokens);
 }
 
+bool Application::lastRunFailed() const {
+    const std::vector<PackageRecord>& packages = runs_.model().packages();
+    // While a package is at work its record is not yet what it will be.
+    return std::ranges::any_of(packages, hasFailed) &&
+           std::ranges::find(packages, PackageState::Running, &PackageRecord::state) ==
+               packages.end();
+}
+
 void Application::showWindow() {
     window_->show();
     activateIgnoringOtherApps(window_.get());
@@ -41,7 +52,7 @@ void Application::start(const LocationList& locations) {
         delegate_.applicationShouldTerminateAfterLastWindowClosed());
     QObject::connect(qApp, &QApplication::aboutToQuit, &requests_, [this] {
         requests_.release();
-        if (lastRunFailed_)
+        if (lastRunFailed())
             RunActions::startLastRun();
         delegate_.applicationWillTerminate();
     });
@@ -59,10 +70,7 @@ void Application::start(const LocationList& locations) {
             },
         .runs = runs_,
         .tellFailure =
-            [this](const EndedRun& run) {
-                RunActions::tellFailure(bundle_.identifier, run);
-                lastRunFailed_ = true;
-            },
+            [this](const EndedRun& run) { RunActions::tellFailure(bundle_.identifier, run); },
         .showLastRun = &RunActions::startLastRun};
     window_ = std::make_unique<MainWindow>(surroundings, delegate_);
     // Started by the bus, we get a request, which may ask for no window.

@@ -26,6 +26,7 @@ public:
 
 private:
     void showWindow();
+    [[nodiscard]] bool lastRunFailed() const;
     void open(const LocationList& locations);
 
     MainBundle bundle_ = MainBundle::ofThisProcess();
@@ -36,7 +37,6 @@ private:
     RunReporter runs_{RunRecord::userFolder(),
                       bundle_.infoDictionary["CFBundleShortVersionString"]};
     RunActions actions_;
-    bool lastRunFailed_ = false;
     std::unique_ptr<SettingsStore> settings_;
     std::unique_ptr<MainWindow> window_;
 };
