@@ -42,8 +42,8 @@ ResultsWindow::ResultsWindow(std::string folder, Outside outside)
     layOut();
     list_->showRun(&model_);
     connectParts();
-    list_->setFocus();
     showLastRun();
+    list_->setFocus(); // without a row it is not shown
 }
 
 void ResultsWindow::connectParts() {

@@ -83,6 +83,7 @@ TEST_F(Results, ShowWhatFailedFirstAndWhatToDo) {
     EXPECT_THAT(listed(*window), ElementsAre("B.app", "A.app", "C.app"));
     EXPECT_EQ(part<QLabel>(*window, "summary").text(), "3 packages: 2 done, 1 failed.");
     EXPECT_EQ(message(*window), "B.app is <b>broken</b>.\nMend it.");
+    EXPECT_EQ(window->focusWidget()->objectName(), "results");
     auto& list = part<ResultsList>(*window, "results");
     QTest::keyClick(&list, Qt::Key_C, Qt::ControlModifier);
     EXPECT_THAT(QGuiApplication::clipboard()->text().toStdString(), HasSubstr("/p/B.app\n"));
