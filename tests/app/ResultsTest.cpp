@@ -83,8 +83,8 @@ TEST_F(Results, ShowWhatFailedFirstAndWhatToDo) {
     EXPECT_THAT(listed(*window), ElementsAre("B.app", "A.app", "C.app"));
     EXPECT_EQ(part<QLabel>(*window, "summary").text(), "3 packages: 2 done, 1 failed.");
     EXPECT_EQ(message(*window), "B.app is <b>broken</b>.\nMend it.");
-    EXPECT_EQ(window->focusWidget()->objectName(), "results");
     auto& list = part<ResultsList>(*window, "results");
+    EXPECT_EQ(window->focusWidget(), &list);
     QTest::keyClick(&list, Qt::Key_C, Qt::ControlModifier);
     EXPECT_THAT(QGuiApplication::clipboard()->text().toStdString(), HasSubstr("/p/B.app\n"));
     QTest::keyClick(&list, Qt::Key_Return);
@@ -183,6 +183,7 @@ TEST_F(Results, DoNotWaitForTheDigestOfAnArchive) {
     EXPECT_EQ(reporter.model().packages().at(1).archive->sha256, "");
 
     std::future<bool> ended = std::async(std::launch::async, [&] { return reporter.runEnded(); });
+    EXPECT_EQ(ended.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
     std::ofstream{slow}; // opened by the writer, it can be read
     EXPECT_TRUE(ended.get());
     const std::string digest = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";

@@ -161,8 +161,8 @@ TEST_F(RunRecordTest, OfAKilledRunTellsHowFarItCame) {
         process(record, "/p/A.app", signedRun);
         const std::size_t ended = record.packageStarted("/p/B.app", "/p", std::nullopt);
         record.scriptEnded(ended, {"fenwoJustZipApps.sh", "packed: " + archive + "\n", 0.5});
-        EXPECT_EQ(stateWord(record.scriptsEnded(ended)), "Done");
         record.packageStarted("/p/C.app", "/p", "Jo (X1)");
+        EXPECT_EQ(stateWord(record.scriptsEnded(ended)), "Done");
         raise(SIGKILL);
     }
     waitpid(child, nullptr, 0);
