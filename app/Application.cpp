@@ -3,8 +3,11 @@
 #include "app/MainWindow.h"
 #include "app/toolkit/UserNotification.h"
 #include "app/toolkit/WindowLevel.h"
+#include "core/RunSummary.h"
 
 #include <QApplication>
+
+#include <algorithm>
 
 Application::Application()
     : requests_(
@@ -27,6 +30,14 @@ bool Application::handOver(const LocationList& locations, const ActivationTokens
     return requests_.handOver(locations, tokens);
 }
 
+bool Application::lastRunFailed() const {
+    const std::vector<PackageRecord>& packages = runs_.model().packages();
+    // While a package is at work its record is not yet what it will be.
+    return std::ranges::any_of(packages, hasFailed) &&
+           std::ranges::find(packages, PackageState::Running, &PackageRecord::state) ==
+               packages.end();
+}
+
 void Application::showWindow() {
     window_->show();
     activateIgnoringOtherApps(window_.get());
@@ -42,7 +53,7 @@ void Application::start(const LocationList& locations) {
     QObject::connect(qApp, &QApplication::aboutToQuit, &requests_, [this] {
         requests_.release();
         tellUntoldFailure();
-        if (runs_.hasFailed())
+        if (lastRunFailed())
             RunActions::startLastRun();
         delegate_.applicationWillTerminate();
     });
@@ -73,8 +84,9 @@ void Application::start(const LocationList& locations) {
 
 void Application::tellUntoldFailure() {
     // Whoever quits at a later sheet, or while a package is processed, has not been told yet.
-    if (const auto run = runs_.untoldRun(); run && runs_.hasFailed())
-        RunActions::tellFailure(bundle_.identifier, *run);
+    const EndedRun run{runs_.model().packages()};
+    if (runs_.isUntold() && std::ranges::any_of(run.packages, hasFailed))
+        RunActions::tellFailure(bundle_.identifier, run);
 }
 
 void Application::open(const LocationList& locations) {

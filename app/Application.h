@@ -26,6 +26,7 @@ public:
 
 private:
     void showWindow();
+    [[nodiscard]] bool lastRunFailed() const;
     void open(const LocationList& locations);
     void tellUntoldFailure();
 

@@ -256,7 +256,7 @@ void MainWindow::showProperties() {
                               : waitingCount == 1 ? tr("1 folder waiting")
                                                   : tr("%1 folders waiting").arg(waitingCount));
     ui_->button1->setEnabled(count > 0 && !controller_.isProcessing());
-    ui_->waiting->setVisible(!waiting().empty());
+    ui_->waiting->setVisible(waitingCount > 0);
     ui_->stop->setVisible(controller_.isProcessing());
     if (!controller_.isProcessing())
         ui_->stop->setEnabled(true);

@@ -51,18 +51,15 @@ void ViewController::finishItem(const std::string& item,
 }
 
 void ViewController::tellEndOfRun() {
-    const std::optional<EndedRun> run = surroundings_.runs.runEnded();
-    if (!run)
+    if (!surroundings_.runs.runEnded())
         return;
-    const RunTally tally = tallyOf(run->packages);
-    if (tally.notPacked + tally.notSigned > 0) {
-        MainQueue::async(this, [this, run = *run] { surroundings_.tellFailure(run); });
-        return;
-    }
-    const QString body = tr("%1 packed").arg(tally.packed);
-    MainQueue::async(this, [this, body] {
-        if (QApplication::activeWindow() == nullptr)
-            surroundings_.notifyUser(tr("Packages are done"), body);
+    MainQueue::async(this, [this] {
+        const EndedRun run{surroundings_.runs.model().packages()};
+        const RunTally tally = tallyOf(run.packages);
+        if (tally.notPacked + tally.notSigned > 0)
+            surroundings_.tellFailure(run);
+        else if (QApplication::activeWindow() == nullptr)
+            surroundings_.notifyUser(tr("Packages are done"), tr("%1 packed").arg(tally.packed));
     });
 }
 

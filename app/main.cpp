@@ -1,5 +1,6 @@
 #include "app/Application.h"
 #include "app/results/ResultsWindow.h"
+#include "app/toolkit/ClearOutlines.h"
 #include "app/toolkit/FileUris.h"
 #include "app/toolkit/NamedImage.h"
 #include "app/toolkit/Queues.h"
@@ -127,6 +128,7 @@ int main(int argc, char** argv) {
     const QApplication toolkit(argc, argv); // takes its own options out of the arguments
     qInstallMessageHandler(nullptr);
     QApplication::setApplicationName("kelpmoray");
+    useClearOutlines();
     const LocationList locations = locationsIn(argc, argv);
     if (isLastRunAsked(argc, argv)) {
         if (argc == 2)

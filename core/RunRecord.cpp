@@ -65,8 +65,8 @@ std::string endOf(const std::string& text) {
     return text.substr(from);
 }
 
-/// What became of a package whose scripts have run. Reads the archive, which takes its time.
-PackageRecord settledFrom(PackageRecord package) {
+/// What became of a package whose scripts have run.
+void settle(PackageRecord& package) {
     const auto failed = std::ranges::find(package.steps, true, &StepRecord::failed);
     const bool hasFailed = failed != package.steps.end();
     package.state = !hasFailed && package.archive ? PackageState::Done : PackageState::Failed;
@@ -80,13 +80,11 @@ PackageRecord settledFrom(PackageRecord package) {
         if (package.notSigned.empty())
             package.notSigned = hasFailed ? failed->lastLine : "no identity was picked";
     }
-    if (package.archive) {
-        if (const auto digest = base::digestOfFile(package.archive->path)) {
-            package.archive->size = digest->size;
-            package.archive->sha256 = digest->sha256;
-        }
+    if (auto& archive = package.archive) {
+        std::error_code error;
+        const std::uintmax_t size = fs::file_size(archive->path, error);
+        archive->size = error ? 0 : size;
     }
-    return package;
 }
 
 } // namespace
@@ -144,8 +142,8 @@ void RunRecord::writeRest(const std::string& settling, const std::string& end) {
         append(settling);
     const std::size_t settled = text.size();
     hasPackages_ = hasPackages_ || !settling.empty();
-    for (const std::size_t package : atWork_)
-        append(jsonOf(packages_.at(package)).text());
+    for (const auto& [number, package] : atWork_)
+        append(jsonOf(package).text());
     text += "\n]" + end + "}\n";
     // Each write ends the document and covers what was longer before with blank lines, so one write
     // makes the document whole again.
@@ -161,18 +159,16 @@ void RunRecord::writeRest(const std::string& settling, const std::string& end) {
 std::size_t RunRecord::packageStarted(const std::string& path, const std::string& entry,
                                       const std::optional<std::string>& identity) {
     const std::lock_guard lock(mutex_);
-    if (packages_.empty() && !folder_.empty())
+    if (count_ == 0 && !folder_.empty())
         create();
     PackageRecord package{.path = path, .entry = entry};
     if (!identity || equalsIgnoringCase(*identity, doNotCodesignIdentity))
         package.notSigned = "signing is off";
     else
         package.signedAs = *identity;
-    const std::size_t number = packages_.size();
-    packages_.push_back(std::move(package));
-    atWork_.push_back(number);
+    atWork_.emplace(count_, std::move(package));
     writeRest();
-    return number;
+    return count_++;
 }
 
 void RunRecord::scriptEnded(std::size_t package, const ScriptRun& run) {
@@ -186,17 +182,32 @@ void RunRecord::scriptEnded(std::size_t package, const ScriptRun& run) {
     if (failed)
         step.output = endOf(run.output.value_or(""));
     const std::lock_guard lock(mutex_);
-    packages_.at(package).steps.push_back(std::move(step));
+    PackageRecord& record = atWork_.at(package);
+    record.steps.push_back(std::move(step));
     if (outcome.kind == Kind::Packed)
-        packages_.at(package).archive = {.path = outcome.detail};
+        record.archive = {.path = outcome.detail};
     writeRest();
 }
 
-PackageRecord RunRecord::packageEnded(std::size_t package) {
-    PackageRecord ended = settledFrom(this->package(package));
+PackageRecord RunRecord::scriptsEnded(std::size_t package) {
     const std::lock_guard lock(mutex_);
-    packages_.at(package) = ended;
-    std::erase(atWork_, package);
+    PackageRecord& record = atWork_.at(package);
+    settle(record);
+    writeRest();
+    return record;
+}
+
+PackageRecord RunRecord::packageEnded(std::size_t package) {
+    PackageRecord ended = this->package(package);
+    settle(ended);
+    if (ended.archive) {
+        if (const auto digest = base::digestOfFile(ended.archive->path)) {
+            ended.archive->size = digest->size;
+            ended.archive->sha256 = digest->sha256;
+        }
+    }
+    const std::lock_guard lock(mutex_);
+    atWork_.erase(package);
     writeRest(jsonOf(ended).text());
     return ended;
 }
@@ -212,14 +223,9 @@ std::string RunRecord::file() const {
     return file_;
 }
 
-std::vector<PackageRecord> RunRecord::packages() const {
-    const std::lock_guard lock(mutex_);
-    return packages_;
-}
-
 PackageRecord RunRecord::package(std::size_t package) const {
     const std::lock_guard lock(mutex_);
-    return packages_.at(package);
+    return atWork_.at(package);
 }
 
 std::string RunRecord::trouble() const {

@@ -5,6 +5,7 @@
 #include "core/ScriptOutcome.h"
 
 #include <cstdint>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -71,15 +72,18 @@ public:
     std::size_t packageStarted(const std::string& path, const std::string& entry,
                                const std::optional<std::string>& identity);
     void scriptEnded(std::size_t package, const ScriptRun& run);
-    /// Reads the archive once, for its digest. Gives the package's whole record.
+    /// No script follows. Gives the package's record, in which only the archive's digest is
+    /// missing.
+    PackageRecord scriptsEnded(std::size_t package);
+    /// Reads the archive once, for its digest, which takes its time. Gives the package's whole
+    /// record and keeps it in the file only.
     PackageRecord packageEnded(std::size_t package);
     /// No package follows, and none is at work.
     void finish();
 
     /// Empty as long as it is not written.
     [[nodiscard]] std::string file() const;
-    /// In the order in which they started.
-    [[nodiscard]] std::vector<PackageRecord> packages() const;
+    /// Of one that has not ended.
     [[nodiscard]] PackageRecord package(std::size_t package) const;
     /// Why the file is not complete, as a sentence; empty if it is.
     [[nodiscard]] std::string trouble() const;
@@ -101,8 +105,8 @@ private:
     std::uint64_t settled_ = 0; ///< what lies before is not written again
     std::size_t unsettled_ = 0; ///< bytes behind it
     bool hasPackages_ = false;  ///< in what is settled
-    std::vector<PackageRecord> packages_;
-    std::vector<std::size_t> atWork_;
+    std::size_t count_ = 0;     ///< of the packages that have started
+    std::map<std::size_t, PackageRecord> atWork_;
 };
 
 /// The files of the runs in `folder`, the newest first.

@@ -43,6 +43,7 @@ ResultsWindow::ResultsWindow(std::string folder, Outside outside)
     list_->showRun(&model_);
     connectParts();
     showLastRun();
+    list_->setFocus(); // without a row it is not shown
 }
 
 void ResultsWindow::connectParts() {
@@ -112,7 +113,10 @@ void ResultsWindow::layOut() {
         buttons->addWidget(button);
     buttons->addStretch();
     buttons->addWidget(retry_);
-    auto* layout = new QVBoxLayout(this);
+    // A main window, since screen readers take no other widget for a window.
+    auto* content = new QWidget;
+    setCentralWidget(content);
+    auto* layout = new QVBoxLayout(content);
     layout->addWidget(runs_);
     layout->addWidget(summary_);
     layout->addWidget(list_, 1);

@@ -4,15 +4,15 @@
 
 #include <QComboBox>
 #include <QLabel>
+#include <QMainWindow>
 #include <QPushButton>
 #include <QTimer>
-#include <QWidget>
 
 #include <functional>
 #include <string>
 
 /// The window "Kelpmoray Results": the record of the last run, or of an earlier one. Main thread.
-class ResultsWindow : public QWidget {
+class ResultsWindow : public QMainWindow {
     Q_OBJECT
 public:
     struct Outside {

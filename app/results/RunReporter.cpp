@@ -10,10 +10,22 @@
 #include <QPointer>
 #include <QSocketNotifier>
 
+#include <future>
+
 #include <fcntl.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+namespace {
+
+SerialQueue& digestQueue() {
+    // Never destroyed: a long archive may outlast everything else.
+    static SerialQueue& queue = *new SerialQueue("digests");
+    return queue;
+}
+
+} // namespace
 
 RunReporter::RunReporter(std::string folder, std::string version)
     : folder_(std::move(folder)), version_(std::move(version)) {
@@ -83,7 +95,7 @@ void RunReporter::packageStarted(const std::string& package, const std::string& 
                                  const std::optional<std::string>& identity) {
     const bool isFirst = record_ == nullptr;
     if (isFirst)
-        record_ = std::make_unique<RunRecord>(folder_, version_);
+        record_ = std::make_shared<RunRecord>(folder_, version_);
     package_ = record_->packageStarted(package, entry, identity);
     change([this, isFirst, record = record_->package(package_), toBeSigned = identity.has_value()] {
         if (isFirst)
@@ -116,36 +128,35 @@ void RunReporter::scriptEnded(const ScriptRun& run) {
 void RunReporter::packageEnded() {
     if (!record_)
         return;
-    change([this, record = record_->packageEnded(package_)] {
-        model_.setPackage(model_.packages().size() - 1, record);
+    change([this, number = package_, package = record_->scriptsEnded(package_)] {
+        model_.setPackage(number, package);
         progress_.step = 0;
         everySecond_.stop();
     });
+    digestQueue().async([self = QPointer(this), record = record_, number = package_] {
+        MainQueue::async([self, number, package = record->packageEnded(number)] {
+            if (self)
+                self->model_.setPackage(number, package);
+        });
+    });
 }
 
-std::optional<EndedRun> RunReporter::runEnded() {
+bool RunReporter::runEnded() {
     if (!record_)
-        return std::nullopt;
+        return false;
+    std::promise<void> allRead;
+    digestQueue().async([&allRead] { allRead.set_value(); });
+    allRead.get_future().wait();
     record_->finish();
-    EndedRun run{record_->file(), record_->packages(), record_->trouble()};
+    if (const std::string trouble = record_->trouble(); !trouble.empty())
+        Log::writeFormatted(Log::Severity::Error, "record: %@", trouble);
     record_.reset();
-    if (!run.trouble.empty())
-        Log::writeFormatted(Log::Severity::Error, "record: %@", run.trouble);
     change([this] {
         progress_ = {};
         isUntold_ = false;
         model_.putFailedFirst();
     });
-    return run;
-}
-
-std::optional<EndedRun> RunReporter::untoldRun() const {
-    return isUntold_ ? std::optional(EndedRun{"", model_.packages(), ""}) : std::nullopt;
-}
-
-bool RunReporter::hasFailed() const {
-    return std::ranges::any_of(model_.packages(),
-                               [](const auto& package) { return failureOf(package).has_value(); });
+    return true;
 }
 
 double RunReporter::share() const {

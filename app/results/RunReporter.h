@@ -13,11 +13,9 @@
 
 class QSocketNotifier;
 
-/// A run that has ended, as far as a person is told of it.
+/// A run that has ended, as far as a person is told of it. Main thread.
 struct EndedRun {
-    std::string file; ///< of its record; empty if there is none
-    std::vector<PackageRecord> packages;
-    std::string trouble; ///< why the record is not complete
+    const std::vector<PackageRecord>& packages; ///< of the model
 };
 
 /// Takes the facts of processing and keeps them: in the record of the run, and in what the window
@@ -36,15 +34,16 @@ public:
                         const std::optional<std::string>& identity);
     void scriptStarted(const std::string& script);
     void scriptEnded(const ScriptRun& run);
+    /// The archive is read on a thread of its own, for its digest: the next package need not wait.
     void packageEnded();
-    /// None if no package was processed since the last time.
-    [[nodiscard]] std::optional<EndedRun> runEnded();
+    /// Waits until the last archive has been read; the model is told before later turns of the main
+    /// queue. False if no package was processed since the last time.
+    [[nodiscard]] bool runEnded();
 
-    /// What has ended of a run that is not told yet; none if there is no such run. Main thread.
-    [[nodiscard]] std::optional<EndedRun> untoldRun() const;
-    /// Whether a package of the run that is shown has failed. Main thread.
-    [[nodiscard]] bool hasFailed() const;
+    /// Whether the run that is shown has not been told, as it has not ended.
+    [[nodiscard]] bool isUntold() const { return isUntold_; }
     [[nodiscard]] RunModel& model() { return model_; }
+    [[nodiscard]] const RunModel& model() const { return model_; }
     /// From 0 to 1 over the packages of the entry at work.
     [[nodiscard]] double share() const;
     /// "2 of 7 · Packing Notes.app · 43 % · 0:12"; empty when no script runs.
@@ -73,7 +72,7 @@ private:
 
     const std::string folder_;
     const std::string version_;
-    std::unique_ptr<RunRecord> record_; ///< of the run under way; processing queue
+    std::shared_ptr<RunRecord> record_; ///< of the run under way; processing queue
     std::size_t package_ = 0;           ///< in it; processing queue
     RunModel model_;
     bool isUntold_ = false;

@@ -2,9 +2,10 @@
 #include "app/toolkit/Sheet.h"
 #include "tests/app/WindowFixture.h"
 
+#include <QCheckBox>
 #include <QLabel>
 #include <QPainter>
-#include <QStyle>
+#include <QStyleOption>
 
 #include <cmath>
 
@@ -107,6 +108,12 @@ TEST_P(Contrast, OfOutlinesIsEnough) {
     EXPECT_GE(drawn.strongest({0, middle}, {6, middle}, background), 3) << "the drop target";
     controller().setFButton1Busy(true);
     EXPECT_GE(Drawn(find("progressview")).strongest(background), 3) << "the busy sign";
+    auto* box = find<QCheckBox>("doNotCodesign");
+    QStyleOptionButton option;
+    option.initFrom(box);
+    const QRect square = box->style()->subElementRect(QStyle::SE_CheckBoxIndicator, &option, box);
+    EXPECT_GE(Drawn(box).strongest(square.topLeft(), square.bottomLeft(), background), 3)
+        << "the check box";
 }
 
 INSTANTIATE_TEST_SUITE_P(Light, Contrast, testing::Values(false));

@@ -1,3 +1,4 @@
+#include "app/toolkit/ClearOutlines.h"
 #include "app/toolkit/Queues.h"
 
 #include <QApplication>
@@ -22,5 +23,6 @@ int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     testing::UnitTest::GetInstance()->listeners().Append(new ChildSignal);
     const QApplication application(argc, argv);
+    useClearOutlines();
     return endJobs(RUN_ALL_TESTS());
 }

@@ -303,6 +303,8 @@ TEST_F(Window, RemembersItsFrame) {
 }
 
 TEST_F(Window, TellsItsVersionAndLicencesForCopying) {
+    if (!isFirst())
+        return;
     openWindow();
     settle();
     find<QAction>("aboutAction")->trigger();

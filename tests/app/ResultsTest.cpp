@@ -10,7 +10,10 @@
 #include <QGuiApplication>
 #include <QTest>
 
+#include <future>
+
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -81,6 +84,7 @@ TEST_F(Results, ShowWhatFailedFirstAndWhatToDo) {
     EXPECT_EQ(part<QLabel>(*window, "summary").text(), "3 packages: 2 done, 1 failed.");
     EXPECT_EQ(message(*window), "B.app is <b>broken</b>.\nMend it.");
     auto& list = part<ResultsList>(*window, "results");
+    EXPECT_EQ(window->focusWidget(), &list);
     QTest::keyClick(&list, Qt::Key_C, Qt::ControlModifier);
     EXPECT_THAT(QGuiApplication::clipboard()->text().toStdString(), HasSubstr("/p/B.app\n"));
     QTest::keyClick(&list, Qt::Key_Return);
@@ -116,7 +120,9 @@ TEST_F(Results, AreReadOutWithoutMarkup) {
     record({"/p/A & <i>.app"}, "/p/A & <i>.app");
     const auto window = open();
     QStringList names;
-    collectNames(QAccessible::queryAccessibleInterface(window.get()), names);
+    QAccessibleInterface* top = QAccessible::queryAccessibleInterface(window.get());
+    EXPECT_EQ(top->role(), QAccessible::Window);
+    collectNames(top, names);
     EXPECT_TRUE(names.contains("A & <i>.app: Not packed. A & <i>.app is <b>broken</b>. Mend it."))
         << names.join('\n').toStdString();
     for (const char* button : {"Reveal", "Copy", "Show Full Output", "Retry Failed"})
@@ -154,7 +160,36 @@ TEST_F(Results, GrowLiveWithTheProgressOfTheSteps) {
     EXPECT_TRUE(waitUntil([&] { return reporter.share() == 0.5; }));
     EXPECT_EQ(reporter.progressText(), "");
     EXPECT_EQ(reporter.model().index(0, RunModel::State).data(), "Done");
-    ASSERT_TRUE(reporter.runEnded());
+    EXPECT_TRUE(reporter.runEnded());
     EXPECT_FALSE(reporter.runEnded()) << "nothing was processed since";
     EXPECT_TRUE(readRun(recordedRuns(runs).at(0))->finished);
+}
+
+TEST_F(Results, DoNotWaitForTheDigestOfAnArchive) {
+    RunReporter reporter(runs, "1.0");
+    const std::string slow = folder.path("Slow.zip");
+    ASSERT_EQ(mkfifo(slow.c_str(), 0600), 0); // read only once it is written to
+    const auto process = [&](const std::string& package, const std::string& archive) {
+        reporter.packageStarted(package, "/p", std::nullopt);
+        reporter.scriptStarted("fenwoJustZipApps.sh");
+        reporter.scriptEnded({"fenwoJustZipApps.sh", "packed: " + archive + "\n"});
+        reporter.packageEnded();
+    };
+    process("/p/Slow.app", slow);
+    process("/p/Quick.app", folder.makeFile("Quick.zip", "abc"));
+    EXPECT_TRUE(waitUntil([&] { return reporter.model().rowCount() == 2; }));
+    for (const int row : {0, 1})
+        EXPECT_EQ(reporter.model().index(row, RunModel::State).data(), "Done");
+    EXPECT_EQ(reporter.model().packages().at(1).archive->sha256, "");
+
+    std::future<bool> ended = std::async(std::launch::async, [&] { return reporter.runEnded(); });
+    EXPECT_EQ(ended.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    std::ofstream{slow}; // opened by the writer, it can be read
+    EXPECT_TRUE(ended.get());
+    const std::string digest = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
+    const auto run = readRun(recordedRuns(runs).at(0));
+    ASSERT_EQ(run->packages.size(), 2U);
+    EXPECT_EQ(run->packages.at(1).archive->sha256, digest);
+    EXPECT_TRUE(
+        waitUntil([&] { return reporter.model().packages().at(1).archive->sha256 == digest; }));
 }
