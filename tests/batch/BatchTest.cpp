@@ -233,6 +233,9 @@ TEST_F(BatchFace, PacksNothingUnsignedIfASignatureIsRequired) {
               ExitStatus::SomeFailed);
     EXPECT_THAT(out.str(), HasSubstr("more: FAILED: it is not packed, as --require-signature"));
     EXPECT_FALSE(zipped("packedC.app"));
+    useScript("fenwoJustZipApps.sh", "echo error: no: room");
+    (void)run({"--process-all", "--identity=X1", folder.path("apps/A.app")});
+    EXPECT_THAT(out.str(), HasSubstr("A.app: FAILED: no: key; no: room\n"));
 }
 
 TEST_F(BatchFace, TellsProgramsWhatIsInTheRecordToo) {
@@ -350,7 +353,7 @@ TEST_F(BatchFace, BeginsNoPackageThatTheShellWouldMisreadAndCountsItAsDone) {
     EXPECT_THAT(out.str(), AllOf(HasSubstr("4 failed"), HasSubstr("a dollar sign"),
                                  HasSubstr("its path is not UTF-8"),
                                  HasSubstr("4 of 5, 80 %: Processing App Package: C.app..."),
-                                 Not(HasSubstr("\033[2m"))));
+                                 Not(HasSubstr("\033[2m")), Not(HasSubstr("without a result"))));
 }
 
 TEST_F(BatchFace, LetsNoNameCommandTheTerminal) {
