@@ -122,6 +122,9 @@ TEST_F(BatchFace, SaysWhatIsWrongWithEachPathAndDoesTheRest) {
                                  HasSubstr("Broken.app: this package is not a complete "),
                                  HasSubstr("/: this is a whole volume; ")));
     EXPECT_TRUE(zipped("more/C.zip"));
+    EXPECT_EQ(run({"--process-all", folder.path("more"), folder.path("more/C.app")}),
+              ExitStatus::AllDone);
+    EXPECT_EQ(run({"--process-all", folder.path("empty")}), ExitStatus::NothingToDo);
     EXPECT_EQ(run({folder.path("missing")}), ExitStatus::NothingToDo);
     EXPECT_EQ(run({}), ExitStatus::NothingToDo);
     EXPECT_EQ(run({"", "/"}), ExitStatus::NothingToDo);
@@ -263,6 +266,7 @@ TEST_F(BatchFace, TellsProgramsWhatIsInTheRecordToo) {
     EXPECT_EQ(summary["done"].integer(), 1);
     EXPECT_EQ(summary["failed"].integer(), 2);
     EXPECT_EQ(summary["skipped"].integer(), 1);
+    EXPECT_GT(summary["seconds"].number(), 0);
     EXPECT_THAT(summary["refused"].array().at(0).string(), HasSubstr("/missing"));
     EXPECT_THAT(err.str(), HasSubstr("Process this Folder?")) << "not among what programs read";
 }
