@@ -1,5 +1,6 @@
 #include "batch/Batch.h"
 
+#include "batch/Jobs.h"
 #include "core/ShellRunners.h"
 #include "core/Text.h"
 #include "tests/support/LogCapture.h"
@@ -122,8 +123,18 @@ TEST_F(BatchFace, SaysWhatIsWrongWithEachPathAndDoesTheRest) {
                                  HasSubstr("FAILED: /: this is a whole volume; "),
                                  HasSubstr(" 0 left, 5 PATHs refused\n")));
     EXPECT_TRUE(zipped("more/C.zip"));
+    EXPECT_EQ(run({"--process-all", folder.path("more"), folder.path("more/C.app")}),
+              ExitStatus::AllDone);
+    EXPECT_EQ(run({"--process-all", folder.path("empty")}), ExitStatus::NothingToDo);
     EXPECT_EQ(run({folder.path("missing")}), ExitStatus::NothingToDo);
     EXPECT_EQ(run({}), ExitStatus::NothingToDo);
+    EXPECT_EQ(run({"", "/"}), ExitStatus::NothingToDo);
+    EXPECT_THAT(err.str(), HasSubstr("(an empty path)"));
+    EXPECT_EQ(run({"--json", "/missing"}), ExitStatus::NothingToDo);
+    EXPECT_THAT(out.str(), HasSubstr("\"refused\": [\"/missing"));
+    EXPECT_EQ(run({"-q", "--process-all", "/missing", folder.path("more")}),
+              ExitStatus::SomeFailed);
+    EXPECT_EQ(out.str(), "1 package done, 0 failed, 0 folders skipped, 0 left\n");
 }
 
 TEST_F(BatchFace, ReportsAFailedPackageWithWhatItsScriptSaidAndGoesOn) {
@@ -198,7 +209,9 @@ TEST_F(BatchFace, SignsAsTheOneIdentityThatFits) {
             << identity;
         log.clear();
     }
+    outIsTerminal = true;
     EXPECT_EQ(run({"--process-all", "--identity", "X1", folder.path("more")}), ExitStatus::AllDone);
+    EXPECT_THAT(out.str(), HasSubstr("packed as x (\033[32msigned as Jo (X1)\033[0m)"));
     EXPECT_TRUE(log.contains("<Batch>-isValidItemToSign:...FOUND object = [Kind A: Jo (X1)]...."));
 }
 
@@ -211,6 +224,7 @@ TEST_F(BatchFace, PacksNothingUnsignedIfASignatureIsRequired) {
               "touch '" + folder.path("packed") + "'\"${1##*/}\"; echo packed: x");
     EXPECT_EQ(run({"--process-all", "--identity=X1", folder.path("apps")}), ExitStatus::SomeFailed);
     EXPECT_TRUE(zipped("packedA.app"));
+    EXPECT_THAT(out.str(), HasSubstr("A.app: FAILED: no: key; packed as x (not signed)\n"));
     std::filesystem::remove(folder.path("packedA.app"));
     std::filesystem::remove(folder.path("packedBß 2.app"));
     EXPECT_EQ(run({"--process-all", "--identity=X1", "--require-signature", folder.path("apps")}),
@@ -223,6 +237,9 @@ TEST_F(BatchFace, PacksNothingUnsignedIfASignatureIsRequired) {
               ExitStatus::SomeFailed);
     EXPECT_THAT(out.str(), HasSubstr("more: FAILED: it is not packed, as --require-signature"));
     EXPECT_FALSE(zipped("packedC.app"));
+    useScript("fenwoJustZipApps.sh", "echo error: no: room");
+    (void)run({"--process-all", "--identity=X1", folder.path("apps/A.app")});
+    EXPECT_THAT(out.str(), HasSubstr("A.app: FAILED: no: key; no: room\n"));
 }
 
 TEST_F(BatchFace, TellsProgramsWhatIsInTheRecordToo) {
@@ -250,6 +267,7 @@ TEST_F(BatchFace, TellsProgramsWhatIsInTheRecordToo) {
     EXPECT_EQ(summary["done"].integer(), 1);
     EXPECT_EQ(summary["failed"].integer(), 2);
     EXPECT_EQ(summary["skipped"].integer(), 1);
+    EXPECT_GT(summary["seconds"].number(), 0);
     EXPECT_THAT(summary["refused"].array().at(0).string(), HasSubstr("/missing"));
     EXPECT_THAT(err.str(), HasSubstr("Process this Folder?")) << "not among what programs read";
 }
@@ -296,6 +314,8 @@ TEST_F(BatchFace, BeginsNothingAfterASignalAndSumsUp) {
     EXPECT_THAT(out.str(), HasSubstr("\nStopped: 1 package done, 0 failed, 0 folders skipped, 2 "
                                      "left\n"));
     EXPECT_FALSE(zipped("more/D.zip"));
+    EXPECT_EQ(run({"--quiet", folder.path("more")}, "p\n"), ExitStatus::Stopped);
+    EXPECT_EQ(out.str(), "Stopped: 0 packages done, 0 failed, 0 folders skipped, 1 left\n");
 }
 
 TEST_F(BatchFace, SaysWhenItsScriptsCannotBeRun) {
@@ -325,15 +345,54 @@ TEST_F(BatchFace, NoticesWhenAFolderIsEmptiedBeforeItsTurn) {
 TEST_F(BatchFace, ShowsAProgressLineOnATerminalOnly) {
     outIsTerminal = true;
     EXPECT_EQ(run({"--process-all", folder.path("more")}), ExitStatus::AllDone);
-    EXPECT_THAT(out.str(),
-                testing::StartsWith("\r\033[KProcessing App Package: C.app...\r\033[KC.app: "));
+    // The packer may tell in between how far it is.
+    EXPECT_THAT(out.str(), AllOf(testing::StartsWith("\r\033[KProcessing App Package: C.app..."),
+                                 HasSubstr("\r\033[KC.app: packed as ")));
 }
 
-TEST_F(BatchFace, CountsAPackageThatCannotBeBegunAsDone) {
+TEST_F(BatchFace, BeginsNoPackageThatTheShellWouldMisreadAndCountsItAsDone) {
     outIsTerminal = true;
-    folder.makeApplication("more/$.app");
+    for (const char* name : {"$", "A\033[2m`", "A\n", "A\xff"})
+        folder.makeApplication("more/" + std::string(name) + ".app");
     EXPECT_EQ(run({"--process-all", "--jobs=1", folder.path("more")}), ExitStatus::SomeFailed);
-    EXPECT_THAT(out.str(), HasSubstr("1 of 2, 50 %: Processing App Package: C.app..."));
+    EXPECT_THAT(out.str(), AllOf(HasSubstr("4 failed"), HasSubstr("a dollar sign"),
+                                 HasSubstr("its path is not UTF-8"),
+                                 HasSubstr("4 of 5, 80 %: Processing App Package: C.app..."),
+                                 Not(HasSubstr("\033[2m")), Not(HasSubstr("without a result"))));
+}
+
+TEST_F(BatchFace, LetsNoNameCommandTheTerminal) {
+    outIsTerminal = true;
+    const std::string entry = folder.path("\033[2m");
+    const std::string package = folder.makeApplication("\033[2m/\033[3m.app");
+    for (const char* last : {"packed: x", "error: x: y"}) {
+        useScript("fenwoJustZipApps.sh", "printf '  \\033[4m\\n" + std::string(last) + "\\n'");
+        (void)run({entry}, "p\n");
+        EXPECT_THAT(out.str(), Not(testing::ContainsRegex("\033.[234]m")));
+    }
+    (void)run({"--list-packages", entry});
+    EXPECT_THAT(out.str(), Not(HasSubstr("\033")));
+    outIsTerminal = false;
+    (void)run({"--list-packages", entry});
+    EXPECT_EQ(out.str(), package + '\n');
+}
+
+TEST_F(BatchFace, TellsTheScriptsWhichThreadsAreTheirs) {
+    const ScopedEnvironment pipe("KELPMORAY_PROGRESS", "/of/another");
+    useScript("fenwoJustZipApps.sh",
+              "echo \"packed: ${KELPMORAY_PROGRESS-none} $KELPMORAY_THREADS\"");
+    const unsigned all = Machine::ofThisProcess().processors;
+    for (const unsigned jobs : {1U, 2U}) {
+        (void)run({"--process-all", "--jobs", std::to_string(jobs), folder.path("apps")});
+        EXPECT_THAT(out.str(), HasSubstr("A.app: packed as none " +
+                                         std::to_string(std::max(1U, all / jobs)) + " ("));
+    }
+}
+
+TEST_F(BatchFace, GoesOnIfTheRunCannotBeRecordedAndLogsIt) {
+    folder.makeFile("runs");
+    EXPECT_EQ(run({"--process-all", folder.path("more")}), ExitStatus::AllDone);
+    EXPECT_THAT(log.failures(), testing::Contains(testing::StartsWith("record: ")));
 }
 
 TEST_F(BatchFace, LetsNoPackageTakeTheArchiveOfAnother) {

@@ -32,4 +32,7 @@ TEST(Jobs, AreAsManyAsThereIsRoomAndUseFor) {
     EXPECT_EQ(jobsThatPayOff({.processors = 64, .freeMemory = {}}, true), 64U);
     EXPECT_LT(jobsThatPayOff({.processors = 64, .freeMemory = gigabyte}, false), 16U);
     EXPECT_EQ(jobsThatPayOff({.processors = 64, .freeMemory = 0}, false), 1U);
+#ifdef __linux__
+    EXPECT_GT(Machine::ofThisProcess().freeMemory.value_or(0), 1U << 24U);
+#endif
 }

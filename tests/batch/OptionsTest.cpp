@@ -21,7 +21,7 @@ TEST(Options, SayWhatIsWrong) {
         std::vector<std::string> arguments;
         const char* said;
     } rows[] = {{{"--no-such"}, "There is no option --no-such. See --help."},
-                {{"--identty=J"}, "Did you mean --identity?"},
+                {{"--identty=Jo of a long name"}, "Did you mean --identity?"},
                 {{"--jsno"}, "Did you mean --json?"},
                 {{"--identity"}, "--identity needs IDENTITY behind it."},
                 {{"--identity="}, "not an empty text"},

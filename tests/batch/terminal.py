@@ -5,6 +5,7 @@ import os
 import pty
 import re
 import select
+import signal
 import subprocess
 import sys
 import time
@@ -27,6 +28,8 @@ class Screen:
         self.shown = b""
         self.pid, self.terminal = pty.fork()
         if self.pid == 0:
+            # Whoever runs the tests in the background may ignore it.
+            signal.signal(signal.SIGINT, signal.SIG_DFL)
             os.execve(command[0], command, {**os.environ, "TERM": "xterm", **environment})
 
     def await_text(self, text):
@@ -71,8 +74,9 @@ class Terminal(ProgramTest):
     def test_a_line_tells_what_is_at_work_and_how_far(self):
         # Packs when the gate opens, and says before how far it is.
         with self.programs.packing_script(
-                f'echo 43% >"$KELPMORAY_PROGRESS"; read line <"{self.gate}"; exec "$real" "$1"'):
-            screen = self.on_screen("--process-all", "--jobs=1", NO_COLOR="")
+                f'printf "1%%\\n43%%\\n" >"$KELPMORAY_PROGRESS"; read line <"{self.gate}"; exec "$real" "$1"'):
+            os.mkdir(self.path("pipes"))
+            screen = self.on_screen("--process-all", "--jobs=1", NO_COLOR="", XDG_RUNTIME_DIR=self.path("pipes"))
             for done, package in (0, "A"), (1, "B"):
                 screen.await_text(f"{done} of 2, {50 * done} %: Processing App Package: {package}.app... 43 %")
                 write(self.gate, "go\n")
@@ -81,6 +85,8 @@ class Terminal(ProgramTest):
         last = shown.replace("\r\n", "\n").split("\r\033[K")[-1]
         self.assertEqual(last, "2 packages done, 0 failed, 0 folders skipped, 0 left\n")
         self.assertEqual(os.listdir(self.path("state")), ["kelpmoray"])
+        self.assertIn("B.app...\r", shown)
+        self.assertEqual(os.listdir(self.path("pipes")), [])
 
     def test_colour_is_for_terminals_that_are_not_asked_to_do_without(self):
         with self.programs.packing_script("echo error: no: more"):
@@ -110,6 +116,27 @@ class Terminal(ProgramTest):
         status, shown = asked.end()
         self.assertEqual(status, 3)
         self.assertIn("Stopped: 0 packages done, 0 failed, 0 folders skipped, 1 left\r\n", shown)
+
+    def test_a_second_signal_ends_it_at_once_and_an_ignored_one_does_nothing(self):
+        with self.programs.packing_script(f'echo 1% >"$KELPMORAY_PROGRESS"; read line <"{self.gate}"\nexec "$real" "$1"'):
+            screen = self.on_screen("--process-all", "--jobs=1")
+            screen.await_text("A.app... 1 %")
+            os.kill(screen.pid, signal.SIGTERM)
+            screen.await_text("Stopping")
+            os.kill(screen.pid, signal.SIGTERM)
+            self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(screen.pid, 0)[1]), -signal.SIGTERM)
+            write(self.gate, "go\n") # its script is still there
+            while screen.read():
+                pass
+            os.close(screen.terminal)
+            screen = Screen(["/bin/sh", "-c", 'trap "" HUP; exec "$@"', "sh", self.programs.batch, "--process-all",
+                             "--jobs=1", self.path("apps")], **self.state)
+            screen.await_text("A.app... 1 %")
+            os.kill(screen.pid, signal.SIGHUP)
+            write(self.gate, "go\n")
+            screen.await_text("B.app... 1 %")
+            write(self.gate, "go\n")
+            self.assertEqual(screen.end()[0], 0)
 
     def test_the_log_names_the_package_of_each_line(self):
         _, said = self.batch(self.path("apps"), options=("--process-all", "--verbose", "--jobs=2"),
