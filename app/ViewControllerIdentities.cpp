@@ -44,13 +44,13 @@ void ViewController::getCodesigningIdentities() {
 }
 
 void ViewController::explainLackOfIdentities() {
-    GlobalQueue::async([this] {
+    GlobalQueue::async([self = QPointer(this), tools = surroundings_.tools] {
         // The listing above tells no reason; without one there is nothing wrong.
-        const auto listed = listedIdentities(surroundings_.tools);
-        if (listed)
-            return;
-        MainQueue::async(this,
-                         [this, why = listed.error().sentence] { surroundings_.explain(why); });
+        if (const auto listed = listedIdentities(tools); !listed)
+            MainQueue::async([self, why = listed.error().sentence] {
+                if (self)
+                    self->surroundings_.explain(why);
+            });
     });
 }
 

@@ -1,19 +1,17 @@
 #include "base/ReplacedFile.h"
 
-#include <array>
+#include "base/Leftovers.h"
+
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstdint>
 #include <cstdio>
 #include <filesystem>
-#include <string_view>
 #include <utility>
 #include <vector>
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,58 +20,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view prefix = ".kelpmoray-";
-constexpr std::string_view suffix = ".tmp";
-constexpr std::string_view hexDigits = "0123456789abcdef";
-constexpr std::size_t randomDigits = 32;
-
 std::string folderOf(const std::string& target) {
     const fs::path folder = fs::path(target).parent_path();
     return folder.empty() ? "." : folder.string();
-}
-
-bool isOurName(std::string_view name) {
-    if (name.size() != prefix.size() + randomDigits + suffix.size() || !name.starts_with(prefix) ||
-        !name.ends_with(suffix))
-        return false;
-    return name.substr(prefix.size(), randomDigits).find_first_not_of(hexDigits) ==
-           std::string_view::npos;
-}
-
-/// Whether `path` names the file that is open as `descriptor`.
-bool isNameOf(int descriptor, const std::string& path) {
-    struct stat opened {};
-    struct stat named {};
-    return ::fstat(descriptor, &opened) == 0 && ::lstat(path.c_str(), &named) == 0 &&
-           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
-}
-
-bool lockWithoutWaiting(int descriptor) {
-    return retried([&] { return ::flock(descriptor, LOCK_EX | LOCK_NB); }) == 0;
-}
-
-/// Some file systems lock only what is open for writing, which a file need not allow.
-FileDescriptor openForLocking(const std::string& path) {
-    constexpr int flags = O_NOFOLLOW | O_NONBLOCK;
-    FileDescriptor opened = FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDWR | flags);
-    return opened.open() ? std::move(opened)
-                         : FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDONLY | flags);
-}
-
-void removeLeftovers(const std::string& folder) {
-    std::error_code code;
-    for (fs::directory_iterator file(folder, code), end; !code && file != end;
-         file.increment(code)) {
-        std::error_code typeCode;
-        if (!isOurName(file->path().filename().string()) ||
-            file->symlink_status(typeCode).type() != fs::file_type::regular)
-            continue;
-        // A process that is alive holds the lock until the file has its final name.
-        const FileDescriptor opened = openForLocking(file->path());
-        if (opened.open() && lockWithoutWaiting(opened.get()) &&
-            isNameOf(opened.get(), file->path()))
-            ::unlink(file->path().c_str());
-    }
 }
 
 /// The names to remove when a signal ends the process. All signals are blocked in the thread that
@@ -156,14 +105,10 @@ ReplacedFile::~ReplacedFile() {
 /// Sets path_ to a name beside the target, with which `create` is called. On failure path_ is
 /// empty again.
 Outcome ReplacedFile::takeName(const std::function<bool()>& create) {
-    std::array<std::uint8_t, randomDigits / 2> random{};
-    if (::getentropy(random.data(), random.size()) != 0)
+    const std::optional<std::string> name = temporaryName();
+    if (!name)
         return systemError("create", target_, errno);
-    std::string path = folderOf(target_) + "/";
-    path.append(prefix);
-    for (const std::uint8_t byte : random)
-        path.append({hexDigits[byte >> 4U], hexDigits[byte & 15U]});
-    path_ = path.append(suffix);
+    path_ = folderOf(target_) + '/' + *name;
     changeNamesToRemove(path_, {});
     if (create())
         return {};

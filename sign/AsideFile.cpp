@@ -1,10 +1,8 @@
 #include "sign/AsideFile.h"
 
+#include "base/Leftovers.h"
 #include "sign/SignalPause.h"
-#include "sign/bundle/FileTree.h"
 
-#include <array>
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 
@@ -21,11 +19,6 @@ std::string folderOf(const std::string& path) {
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-std::string nextTemporaryName() {
-    static std::atomic<unsigned> count = 0;
-    return ".kelpmoray-" + std::to_string(::getpid()) + '-' + std::to_string(count++) + ".sign.tmp";
-}
-
 base::FileDescriptor createNameless(const std::string& folder) {
 #ifdef O_TMPFILE
     return base::FileDescriptor::openAt(AT_FDCWD, folder.c_str(), O_TMPFILE | O_RDWR, 0600);
@@ -38,19 +31,23 @@ base::FileDescriptor createNameless(const std::string& folder) {
 } // namespace
 
 base::Result<AsideFile> AsideFile::createFor(const std::string& path) {
-    const std::string target = realPath(path).value_or(path);
-    AsideFile file(target, folderOf(target) + '/' + nextTemporaryName());
-    file.file_ = createNameless(folderOf(target));
+    const std::string folder = folderOf(path);
+    const std::optional<std::string> name = base::temporaryName();
+    if (!name)
+        return base::systemError("write in", folder, errno);
+    AsideFile file(path, folder + '/' + *name);
+    file.file_ = createNameless(folder);
     if (!file.file_.open()) {
         file.file_ = base::FileDescriptor::openAt(AT_FDCWD, file.temporary_.c_str(),
                                                   O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
         if (!file.file_.open())
-            return base::systemError("write in", folderOf(target), errno);
+            return base::systemError("write in", folder, errno);
         file.isNamed_ = true;
     }
+    // So that no other run takes it for a leftover.
+    (void)base::lockWithoutWaiting(file.file_.get());
     struct stat old {};
-    const bool isThere = ::stat(target.c_str(), &old) == 0;
-    if (isThere) {
+    if (::lstat(path.c_str(), &old) == 0 && S_ISREG(old.st_mode)) {
         if (auto taken = file.takeOver(old); !taken)
             return taken.error();
     } else if (::fchmod(file.file_.get(), 0644) != 0) {
@@ -83,7 +80,7 @@ base::Outcome AsideFile::write(base::Bytes bytes, std::uint64_t offset) const {
 }
 
 base::Outcome AsideFile::setSize(std::uint64_t size) const {
-    if (::ftruncate(file_.get(), static_cast<off_t>(size)) != 0)
+    if (base::retried([&] { return ::ftruncate(file_.get(), static_cast<off_t>(size)); }) != 0)
         return base::systemError("write", path_, errno);
     return {};
 }
@@ -93,7 +90,7 @@ void AsideFile::startWriteBack() const {
 }
 
 base::Outcome AsideFile::sync() const {
-    if (::fsync(file_.get()) != 0)
+    if (base::retried([&] { return ::fsync(file_.get()); }) != 0)
         return base::systemError("write", path_, errno);
     return {};
 }
@@ -114,7 +111,10 @@ base::Outcome AsideFile::commit(std::vector<AsideFile*> files) {
         if (auto named = file->giveTemporaryName(); !named)
             return named;
     for (AsideFile* file : files) {
-        if (std::rename(file->temporary_.c_str(), file->path_.c_str()) != 0)
+        const auto take = [&] {
+            return std::rename(file->temporary_.c_str(), file->path_.c_str());
+        };
+        if (base::retried(take) != 0)
             return base::systemError("replace", file->path_, errno);
         file->file_ = base::FileDescriptor();
     }

@@ -13,13 +13,13 @@ namespace sign {
 /// A new version of a file of a package: one of several that are written side by side and then
 /// take their places together, with the mode and owner of the old file. Until then it has no name
 /// if the system allows that, so that nothing is left of it when the process ends; else a hidden
-/// name beside the file. Many at once, each on one thread at a time. In contrast to
-/// base::ReplacedFile, which is one file of the user's, it deletes nothing in the folder: that
-/// belongs to the package, and others may sign in it.
+/// name beside the file (base/Leftovers.h). Many at once, each on one thread at a time. In contrast
+/// to base::ReplacedFile, which is one file of the user's, it removes no leftovers: packages are
+/// walked anyway, and then are.
 class AsideFile {
 public:
-    /// For the file `path`, following a link to it, with its mode and owner; a file that is not
-    /// there yet gets mode 0644.
+    /// For the file `path`, with its mode and owner. What is not there yet, or is a link, which is
+    /// replaced and not followed, gets mode 0644.
     [[nodiscard]] static base::Result<AsideFile> createFor(const std::string& path);
 
     AsideFile(AsideFile&& other) noexcept = default;

@@ -1,6 +1,7 @@
 #include "sign/AsideFile.h"
 #include "sign/Signer.h"
 #include "sign/StaticCode.h"
+#include "sign/bundle/FileTree.h"
 #include "sign/bundle/LooseSignature.h"
 #include "sign/macho/SignatureRoom.h"
 
@@ -36,7 +37,7 @@ base::Outcome removeEmbedded(const CodeFile& file) {
     auto layout = layOut(file, rooms);
     if (!layout)
         return layout.error();
-    auto aside = AsideFile::createFor(file.path());
+    auto aside = AsideFile::createFor(realPath(file.path()).value_or(file.path()));
     if (!aside)
         return aside.error();
     if (auto done = aside->write(layout->table, 0); !done)

@@ -1,6 +1,7 @@
 #include "sign/SigningJob.h"
 
 #include "base/ByteReader.h"
+#include "base/Leftovers.h"
 #include "sign/DesignatedCode.h"
 #include "sign/SignalPause.h"
 #include "sign/bundle/FileTree.h"
@@ -169,7 +170,8 @@ base::Outcome SigningJob::createFile() {
     layout_ = std::move(*layout);
     for (std::size_t index = 0; index < works_.size(); ++index)
         works_[index].offset = layout_.offsets[index];
-    auto file = AsideFile::createFor(code_.file().path());
+    const std::string& path = code_.file().path();
+    auto file = AsideFile::createFor(realPath(path).value_or(path));
     if (!file)
         return file.error();
     file_.emplace(std::move(*file));
@@ -285,6 +287,7 @@ base::Outcome SigningJob::writeSeal() {
         newFolder_ = folder;
     else if (errno != EEXIST)
         return base::systemError("create", folder, errno);
+    base::removeLeftovers(folder); // which no walk enters
     auto file = AsideFile::createFor(code_.bundle()->sealPath());
     if (!file)
         return file.error();

@@ -70,7 +70,7 @@ private:
             SealRules::read(SealRules::standardVersion1(bundle.form), bundle, bundle.infoPlist);
         if (!rules || !oldRules)
             return rules ? oldRules.error() : rules.error();
-        const auto items = sealItems(bundle, *rules, isBundleWithCode);
+        const auto items = sealItems(bundle, *rules, isBundleWithCode, WalkFor::Signing);
         if (!items)
             return items.error();
         for (const SealItem& item : *items) {

@@ -71,7 +71,7 @@ private:
     };
 
     base::Outcome addItems(const SealRules& rules, const SealRules& oldRules) {
-        const auto items = sealItems(bundle_, rules);
+        const auto items = sealItems(bundle_, rules, {}, WalkFor::Signing);
         if (!items)
             return items.error();
         // A vector that grows takes twice its memory for a while.

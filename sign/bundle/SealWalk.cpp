@@ -1,6 +1,7 @@
 #include "sign/bundle/SealWalk.h"
 
 #include "base/FileDescriptor.h"
+#include "base/Leftovers.h"
 #include "base/Printable.h"
 #include "sign/bundle/FileTree.h"
 
@@ -16,8 +17,8 @@ constexpr unsigned mostFolders = 200;
 
 class Walk {
 public:
-    Walk(const Bundle& bundle, const SealRules& rules, const BundleTest& isBundle)
-        : bundle_(bundle), rules_(rules), isBundle_(isBundle) {}
+    Walk(const Bundle& bundle, const SealRules& rules, const BundleTest& isBundle, WalkFor aim)
+        : bundle_(bundle), rules_(rules), isBundle_(isBundle), aim_(aim) {}
 
     base::Outcome enter(const std::string& prefix, unsigned depth) {
         if (depth > mostFolders)
@@ -31,6 +32,8 @@ public:
             std::string path = prefix + entry.name;
             const auto rule = rules_.find(path);
             if (rule && rule->exclude)
+                continue;
+            if (aim_ == WalkFor::Signing && isLeftover(prefix, entry))
                 continue;
             if (!entry.isFolder()) {
                 items_.push_back({std::move(path),
@@ -57,9 +60,15 @@ private:
         return (rule && rule->nested) || (isBundle_ && isBundle_(bundle_.codeRoot + "/" + path));
     }
 
+    /// What a killed signing has left must not become part of the package.
+    bool isLeftover(const std::string& prefix, const FileEntry& entry) const {
+        return entry.isFile() && base::removeLeftover(bundle_.codeRoot + '/' + prefix, entry.name);
+    }
+
     const Bundle& bundle_;
     const SealRules& rules_;
     const BundleTest& isBundle_;
+    const WalkFor aim_;
     std::vector<SealItem> items_;
 };
 
@@ -80,8 +89,8 @@ bool isAppleDouble(const std::string& path) {
 } // namespace
 
 base::Result<std::vector<SealItem>> sealItems(const Bundle& bundle, const SealRules& rules,
-                                              const BundleTest& isBundle) {
-    Walk walk(bundle, rules, isBundle);
+                                              const BundleTest& isBundle, WalkFor aim) {
+    Walk walk(bundle, rules, isBundle, aim);
     if (auto walked = walk.enter("", 0); !walked)
         return walked.error();
     return walk.take();

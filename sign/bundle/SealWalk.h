@@ -34,9 +34,14 @@ struct SealItem {
 /// item of its own all the same. Given the whole path.
 using BundleTest = std::function<bool(const std::string& folder)>;
 
+/// What for a bundle is walked: to sign it, the files are removed that a killed signing has left.
+enum class WalkFor { Checking, Signing };
+
 /// All things below the code root of a bundle, sorted within their folder; links are not followed.
-[[nodiscard]] base::Result<std::vector<SealItem>>
-sealItems(const Bundle& bundle, const SealRules& rules, const BundleTest& isBundle = {});
+[[nodiscard]] base::Result<std::vector<SealItem>> sealItems(const Bundle& bundle,
+                                                            const SealRules& rules,
+                                                            const BundleTest& isBundle = {},
+                                                            WalkFor aim = WalkFor::Checking);
 
 /// Refuses what must not be sealed: AppleDouble files, which turn into extended attributes where a
 /// package is unpacked, devices, and a .DS_Store that is a link.

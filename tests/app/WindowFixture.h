@@ -28,6 +28,7 @@ struct WindowFixture : testing::Test {
     WindowFixture() {
         QApplication::setDoubleClickInterval(0); // or each sheet would have to be read first
         tools.security = bin.path("security");
+        bin.makeExecutable("security", "#!/bin/sh\n");
         bin.makeExecutable("open",
                            "#!/bin/sh\nprintf '%s\\n' \"$1\" >>'" + folder.path("opened") + "'\n");
         bundle.resourcesFolder = bin.path();

@@ -129,12 +129,13 @@ TEST_F(BatchFace, SaysWhatIsWrongWithEachPathAndDoesTheRest) {
     EXPECT_EQ(run({folder.path("missing")}), ExitStatus::NothingToDo);
     EXPECT_EQ(run({}), ExitStatus::NothingToDo);
     EXPECT_EQ(run({"", "/"}), ExitStatus::NothingToDo);
-    EXPECT_THAT(err.str(), HasSubstr("(an empty path)"));
+    EXPECT_THAT(out.str(), HasSubstr("(an empty path)"));
     EXPECT_EQ(run({"--json", "/missing"}), ExitStatus::NothingToDo);
     EXPECT_THAT(out.str(), HasSubstr("\"refused\": [\"/missing"));
     EXPECT_EQ(run({"-q", "--process-all", "/missing", folder.path("more")}),
               ExitStatus::SomeFailed);
-    EXPECT_EQ(out.str(), "1 package done, 0 failed, 0 folders skipped, 0 left\n");
+    EXPECT_EQ(out.str(), "FAILED: /missing: nothing is there\n"
+                         "1 package done, 0 failed, 0 folders skipped, 0 left, 1 PATH refused\n");
 }
 
 TEST_F(BatchFace, ReportsAFailedPackageWithWhatItsScriptSaidAndGoesOn) {

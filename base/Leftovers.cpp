@@ -1,0 +1,85 @@
+#include "base/Leftovers.h"
+
+#include "base/FileDescriptor.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <filesystem>
+#include <string_view>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace base {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view prefix = ".kelpmoray-";
+constexpr std::string_view suffix = ".tmp";
+constexpr std::string_view hexDigits = "0123456789abcdef";
+constexpr std::size_t randomDigits = 32;
+
+bool isOurName(std::string_view name) {
+    if (name.size() != prefix.size() + randomDigits + suffix.size() || !name.starts_with(prefix) ||
+        !name.ends_with(suffix))
+        return false;
+    return name.substr(prefix.size(), randomDigits).find_first_not_of(hexDigits) ==
+           std::string_view::npos;
+}
+
+/// Some file systems lock only what is open for writing, which a file need not allow.
+FileDescriptor openForLocking(const std::string& path) {
+    constexpr int flags = O_NOFOLLOW | O_NONBLOCK;
+    FileDescriptor opened = FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDWR | flags);
+    return opened.open() ? std::move(opened)
+                         : FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDONLY | flags);
+}
+
+} // namespace
+
+std::optional<std::string> temporaryName() {
+    std::array<std::uint8_t, randomDigits / 2> random{};
+    if (::getentropy(random.data(), random.size()) != 0)
+        return std::nullopt;
+    std::string name(prefix);
+    for (const std::uint8_t byte : random)
+        name.append({hexDigits[byte >> 4U], hexDigits[byte & 15U]});
+    return name.append(suffix);
+}
+
+bool lockWithoutWaiting(int descriptor) {
+    return retried([&] { return ::flock(descriptor, LOCK_EX | LOCK_NB); }) == 0;
+}
+
+bool isNameOf(int descriptor, const std::string& path) {
+    struct stat opened {};
+    struct stat named {};
+    return ::fstat(descriptor, &opened) == 0 && ::lstat(path.c_str(), &named) == 0 &&
+           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
+bool removeLeftover(const std::string& folder, const std::string& name) {
+    if (!isOurName(name))
+        return false;
+    const std::string path = folder + '/' + name;
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+        return false;
+    // A process that is alive holds the lock until the file has its final name.
+    const FileDescriptor opened = openForLocking(path);
+    return opened.open() && lockWithoutWaiting(opened.get()) && isNameOf(opened.get(), path) &&
+           ::unlink(path.c_str()) == 0;
+}
+
+void removeLeftovers(const std::string& folder) {
+    std::error_code code;
+    for (fs::directory_iterator file(folder, code), end; !code && file != end; file.increment(code))
+        removeLeftover(folder, file->path().filename().string());
+}
+
+} // namespace base
