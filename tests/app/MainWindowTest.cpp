@@ -141,6 +141,7 @@ TEST_F(Window, KeepsOneRotationHoweverOftenItIsResized) {
 }
 
 TEST_F(Window, ShowsWhyThereAreNoIdentities) {
+    std::filesystem::remove(tools.security);
     openWindow();
     const auto* popup = find<QComboBox>("identities");
     EXPECT_FALSE(popup->isEnabled());

@@ -207,7 +207,7 @@ class Scripts(Faults):
             after = log[log.index(f'fenwoJustZipApps.sh "{self.path("apps", name)}.app"'):]
             self.assertIn(f"result of fenwoJustZipApps.sh = {answer}", after[:2000])
         self.assertIn("error: no package at " + self.path("apps/B.app"), log)
-        self.assertLess(len(log), 60_000, "what scripts write is cut in the log")
+        self.assertLess(len(log), 150_000, "what scripts write is cut in the log")
 
     def test_missing_or_not_executable(self):
         script = self.programs.script

@@ -5,7 +5,8 @@ import subprocess
 import unittest
 
 import fixtures
-from codesign import CODESIGN, MESSAGES, CodeTest
+from codesign import CODESIGN, CodeTest
+from damage import MESSAGES
 from programs import write
 
 
