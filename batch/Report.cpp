@@ -18,7 +18,7 @@ std::string counted(std::size_t count, const char* thing) {
     return std::to_string(count) + ' ' + thing + (count == 1 ? "" : "s");
 }
 
-/// What a failed script said before its last line.
+/// What a script said before its last line.
 std::string quotedOutput(const ScriptRun& run) {
     std::string output = run.output.value_or("");
     output.erase(output.find_last_not_of(" \n") + 1);
@@ -35,7 +35,7 @@ struct Ending {
     std::string archive;
     bool isSigned = false;
     std::string failure;
-    std::string output; ///< of the scripts that failed, quoted
+    std::string output; ///< of the scripts that failed or have something to tell, quoted
 };
 
 Ending endingOf(const std::vector<ScriptRun>& runs) {
@@ -46,10 +46,10 @@ Ending endingOf(const std::vector<ScriptRun>& runs) {
         if (outcome.kind == Kind::Packed)
             ending.archive = outcome.detail;
         ending.isSigned = ending.isSigned || outcome.kind == Kind::Signed;
-        if (outcome.kind == Kind::Failed) {
+        if (outcome.kind == Kind::Failed)
             ending.failure += (ending.failure.empty() ? "" : "; ") + outcome.detail;
+        if (outcome.kind == Kind::Failed || hasNotes(run))
             ending.output += quotedOutput(run);
-        }
     }
     return ending;
 }

@@ -65,6 +65,14 @@ std::string endOf(const std::string& text) {
     return text.substr(from);
 }
 
+/// The printed path has no control characters and is UTF-8; the file's need not.
+std::string archiveOf(const std::string& package, const std::string& printed) {
+    if (fileExists(printed))
+        return printed;
+    const std::string own = fs::path(package).replace_extension(".zip").string();
+    return fileExists(own) ? own : printed;
+}
+
 /// What became of a package whose scripts have run.
 void settle(PackageRecord& package) {
     const auto failed = std::ranges::find(package.steps, true, &StepRecord::failed);
@@ -151,7 +159,7 @@ void RunRecord::writeRest(const std::string& settling, const std::string& end) {
     if (!descriptor_.open() || !trouble_.empty())
         return;
     if (!base::writeAt(descriptor_.get(), base::bytesOf(text), settled_))
-        fail("write the record of the run", file_);
+        return fail("write the record of the run", file_);
     settled_ += settled;
     unsettled_ = text.size() - settled;
 }
@@ -179,13 +187,13 @@ void RunRecord::scriptEnded(std::size_t package, const ScriptRun& run) {
                     .seconds = run.seconds,
                     .failed = failed,
                     .lastLine = failed ? outcome.detail : lastLineOf(run.output)};
-    if (failed)
+    if (failed || hasNotes(run))
         step.output = endOf(run.output.value_or(""));
     const std::lock_guard lock(mutex_);
     PackageRecord& record = atWork_.at(package);
     record.steps.push_back(std::move(step));
     if (outcome.kind == Kind::Packed)
-        record.archive = {.path = outcome.detail};
+        record.archive = {.path = archiveOf(record.path, outcome.detail)};
     writeRest();
 }
 
@@ -215,6 +223,10 @@ PackageRecord RunRecord::packageEnded(std::size_t package) {
 void RunRecord::finish() {
     const std::lock_guard lock(mutex_);
     writeRest("", ", \"finished\": \"" + timeText(Clock::now(), isoTime) + "\"");
+    if (descriptor_.open() && settled_ + unsettled_ == 0) { // as on a full disk
+        unlink(file_.c_str());
+        file_.clear();
+    }
     descriptor_ = {};
 }
 

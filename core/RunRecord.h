@@ -19,7 +19,7 @@ struct StepRecord {
     double seconds = 0;
     bool failed = false;
     std::string lastLine{};
-    std::string output{}; ///< the end of it, of a step that failed only
+    std::string output{}; ///< the end of it, of a step that failed or has something to tell
 };
 
 /// What became of one package.

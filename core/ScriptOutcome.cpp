@@ -2,6 +2,8 @@
 
 #include "core/Text.h"
 
+#include <algorithm>
+
 ScriptOutcome outcomeOf(const ScriptRun& run) {
     using Kind = ScriptOutcome::Kind;
     constexpr std::pair<std::string_view, Kind> beginnings[] = {{"packed: ", Kind::Packed},
@@ -18,4 +20,11 @@ ScriptOutcome outcomeOf(const ScriptRun& run) {
     }
     return {Kind::Failed, run.scriptFileName + " ended without a result" +
                               (lastLine.empty() ? "" : ": " + std::string(trimmed(lastLine)))};
+}
+
+bool hasNotes(const ScriptRun& run) {
+    const std::string output = run.output.value_or("");
+    return std::ranges::any_of(split(output, "\n"), [](std::string_view line) {
+        return line.starts_with("  ") && !line.ends_with(": replacing existing signature");
+    });
 }

@@ -15,3 +15,7 @@ struct ScriptOutcome {
 /// Reads the last line of the run's output: "packed: PATH", "signed: PATH", "unsigned: PATH" or
 /// "error: WHAT: REMEDY". Anything else, or no output, is a failure too.
 [[nodiscard]] ScriptOutcome outcomeOf(const ScriptRun& run);
+
+/// Whether the script quotes a tool that has told something of the package, such as what is left
+/// out or where entitlements come from. Signing anew is nothing to tell.
+[[nodiscard]] bool hasNotes(const ScriptRun& run);

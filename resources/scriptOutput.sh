@@ -2,7 +2,8 @@
 # What the scripts beside this file print, and how they fail. Read by them with the command ".".
 
 # Sets printable to the text with its control characters, those beyond ASCII (U+0080 to U+009F) too, as
-# question marks: a name must not look like a line of ours, nor a terminal obey it.
+# question marks, and without what is not UTF-8: a name must not look like a line of ours, nor a terminal
+# obey it, and the reader takes text only.
 make_printable() {
     printable=$1
     case "$1" in
@@ -12,7 +13,7 @@ make_printable() {
 
 # Filters: a process less for each package matters, so they run only where something is to be replaced.
 replace_c1() {
-    LC_ALL=C sed "s/$(printf '\302[\200-\237]')/?/g"
+    LC_ALL=C sed "s/$(printf '\302[\200-\237]')/?/g" | iconv -c -f UTF-8 -t UTF-8 2>/dev/null
 }
 
 # Prints what a tool said. The blanks tell its lines from ours.

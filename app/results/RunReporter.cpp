@@ -42,9 +42,8 @@ RunReporter::~RunReporter() {
 
 void RunReporter::openPipe() {
     const char* runtime = getenv("XDG_RUNTIME_DIR");
-    if (runtime == nullptr || *runtime != '/')
-        return;
-    pipePath_ = appendingPathComponent(runtime, "kelpmoray-progress-" + std::to_string(getpid()));
+    const std::string folder = runtime != nullptr && *runtime == '/' ? runtime : "/tmp";
+    pipePath_ = appendingPathComponent(folder, "kelpmoray-progress-" + std::to_string(getpid()));
     unlink(pipePath_.c_str()); // of a process that had our number and was killed
     if (mkfifo(pipePath_.c_str(), 0600) != 0)
         return;
@@ -97,14 +96,14 @@ void RunReporter::packageStarted(const std::string& package, const std::string& 
     if (isFirst)
         record_ = std::make_shared<RunRecord>(folder_, version_);
     package_ = record_->packageStarted(package, entry, identity);
-    change([this, isFirst, record = record_->package(package_), toBeSigned = identity.has_value()] {
+    change([this, isFirst, record = record_->package(package_)] {
         if (isFirst)
             model_.setPackages({});
         isUntold_ = true;
         model_.setPackage(model_.packages().size(), record);
         ++progress_.position;
         progress_.package = QString::fromStdString(lastPathComponent(record.path));
-        progress_.steps = toBeSigned ? 2 : 1;
+        progress_.steps = record.signedAs.empty() ? 1 : 2;
         progress_.step = 0;
         sinceStart_.start();
         everySecond_.start(1000);
@@ -114,7 +113,8 @@ void RunReporter::packageStarted(const std::string& package, const std::string& 
 void RunReporter::scriptStarted(const std::string& script) {
     change([this, signing = script == "fenwoCodesignApps.sh"] {
         (void)takeLines(); // of the step before
-        ++progress_.step;
+        // A script that has nothing to sign comes first too, and is no step.
+        progress_.step = std::min(progress_.step + 1, progress_.steps);
         progress_.percent = 0;
         progress_.signing = signing;
     });

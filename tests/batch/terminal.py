@@ -168,6 +168,7 @@ class Options(SigningTest):
     def process(self, *options):
         status, said = self.batch(self.path("X.app"), env=self.environment, options=("--process-all", *options))
         self.assertEqual(status, 0, said)
+        self.said = said
         with open(self.path("X.zip"), "rb") as archive:
             return archive.read()
 
@@ -183,6 +184,10 @@ class Options(SigningTest):
         write(self.path("given"), '<plist version="1.0"><dict><key>com.example.given</key><true/></dict></plist>')
         # Its server would be the first that is asked.
         self.environment["KELPMORAY_TIMESTAMP"] = "http://127.0.0.1:9/"
+        self.process("--identity=Jo", "--timestamp=none", "--entitlements", self.path("given"))
+        self.assertIn(f"    The entitlements are in {self.path('given')}\n", self.said)
+        self.process("--identity=Jo", "--timestamp=none")
+        self.assertEqual(len(self.said.splitlines()), 2, self.said)
         self.process("--identity=Jo", "--timestamp=none", "--entitlements", self.path("given"))
         _, said = self.shell("kelpmoray-codesign -d --entitlements - X.app")
         self.assertIn("com.example.given", said)

@@ -159,6 +159,15 @@ TEST_F(RunRecordTest, KeepsTheNewestFilesAndThoseUnderWay) {
     EXPECT_NE(underWay.file(), another.file());
 }
 
+TEST_F(RunRecordTest, FindsTheArchiveWhoseNameIsPrintedOtherwise) {
+    const std::string real = folder.makeFile("a\r\xff.zip", "abc");
+    archive = folder.path("a?.zip");
+    RunRecord record(runs, "1.0");
+    process(record, folder.path("a\r\xff.app"), signedRun);
+    EXPECT_EQ(onlyRun().packages.at(0).archive->path, real);
+    EXPECT_EQ(onlyRun().packages.at(0).archive->size, 3U);
+}
+
 TEST_F(RunRecordTest, GoesOnWhereItCannotBeWritten) {
     folder.makeFile("state", "in the way");
     RunRecord record(runs, "1.0");

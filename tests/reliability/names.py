@@ -51,11 +51,11 @@ NAMES = [
     (b"e\xcc\x81", PACKED, PACKED),
     (b"\xe2\x80\xaetfel", PACKED, PACKED),
     (b"\xf0\x9f\x8e\x88", PACKED, PACKED),
-    (b"\xff\xfe", BYTES, "result of fenwoJustZipApps.sh = (null)"),
-    (b"\xed\xa0\x80", BYTES, "result of fenwoJustZipApps.sh = (null)"),
+    (b"\xff\xfe", BYTES, "result of fenwoJustZipApps.sh = packed: "),
+    (b"\xed\xa0\x80", BYTES, "result of fenwoJustZipApps.sh = packed: "),
     (b"n" * 251, PACKED, PACKED),
 ]
-# Their archive is made although the log cannot say so.
+# Their archive is made although the log cannot show its name.
 PACKED_UNSAID = (b"\xff\xfe", b"\xed\xa0\x80")
 
 EVERY_BYTE = [bytes([byte]) for byte in range(1, 256) if byte != ord("/")]
@@ -89,7 +89,7 @@ class Terminal(Names):
         for byte in EVERY_BYTE:
             package = self.make(byte + b"a" + byte + b".app")
             status, said = run([self.programs.script, package])
-            shown = "?" if byte < b" " or byte == b"\x7f" else os.fsdecode(byte)
+            shown = "?" if byte < b" " or byte == b"\x7f" else byte.decode(errors="ignore")
             archive = os.path.join(os.fsdecode(self.here), f"{shown}a{shown}.zip")
             self.assertEqual((status, said), (0, f"packed: {archive}\n"), byte)
             self.assert_packed(package)
