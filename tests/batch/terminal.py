@@ -13,7 +13,7 @@ import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
 
-from programs import BUILD, PATIENCE, ROOT, ProgramTest, run, write  # noqa: E402
+from programs import BUILD, PATIENCE, ROOT, ProgramTest, await_that, run, write  # noqa: E402
 
 
 def text_of(name):
@@ -121,10 +121,17 @@ class Terminal(ProgramTest):
         with self.programs.packing_script(f'echo 1% >"$KELPMORAY_PROGRESS"; read line <"{self.gate}"\nexec "$real" "$1"'):
             screen = self.on_screen("--process-all", "--jobs=1")
             screen.await_text("A.app... 1 %")
-            os.kill(screen.pid, signal.SIGTERM)
+            for _ in range(2):  # as timeout does, for one end
+                os.kill(screen.pid, signal.SIGTERM)
             screen.await_text("Stopping")
-            os.kill(screen.pid, signal.SIGTERM)
-            self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(screen.pid, 0)[1]), -signal.SIGTERM)
+            ended = []
+
+            def ends():
+                os.kill(screen.pid, signal.SIGTERM)
+                ended[:] = os.waitpid(screen.pid, os.WNOHANG)
+                return ended[0]
+            await_that(ends, "the end")
+            self.assertEqual(os.waitstatus_to_exitcode(ended[1]), -signal.SIGTERM)
             write(self.gate, "go\n") # its script is still there
             while screen.read():
                 pass
@@ -224,6 +231,17 @@ class Completions(unittest.TestCase):
             self.assertRegex(bash, rf"[' ]--{name}[' \n]")
             self.assertRegex(zsh, rf"--{name}{'=' if value else ''}[\[}}]")
             self.assertRegex(fish, rf"{'-s ' + short[1] + ' ' if short else ''}-l {name} {'-[rx] ' if value else '-d'}")
+
+    def test_of_the_identity_tools_know_every_option(self):
+        for program in ("kelpmoray-codesign", "kelpmoray-security"):
+            helped = subprocess.run([os.path.join(BUILD, "bin", program), "--help"], capture_output=True, text=True).stdout
+            names = set(re.findall(r"(?<![\w-])--([a-z][a-z-]+)", helped))
+            self.assertGreater(len(names), 10)
+            for name, option in ((f"{program}.bash", r"--{}\b"), (f"_{program}", r"--{}\b"), (f"{program}.fish", r"-l {}\b")):
+                known = text_of("packaging/completions/" + name)
+                self.assertEqual([each for each in names if not re.search(option.format(each), known)], [], name)
+            done = subprocess.run(["bash", "-nc", text_of(f"packaging/completions/{program}.bash")], capture_output=True)
+            self.assertEqual((done.returncode, done.stderr), (0, b""))
 
     def test_of_bash_complete_options_values_and_folders(self):
         for words, wanted in ((("--req",), ["--require-signature"]), (("--level", ""), [*"123456789"]),
