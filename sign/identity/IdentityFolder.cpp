@@ -1,6 +1,7 @@
 #include "sign/identity/IdentityFolder.h"
 
 #include "base/ByteReader.h"
+#include "base/Printable.h"
 #include "base/ReplacedFile.h"
 #include "sign/identity/CertificateChain.h"
 #include "sign/identity/CertificateFile.h"
@@ -11,6 +12,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
@@ -88,8 +90,11 @@ base::Result<std::vector<KeptCertificate>> IdentityFolder::certificates() const 
         if (file->path().extension() != ".pem")
             continue;
         auto chain = readCertificates(file->path().string());
-        if (!chain)
-            return chain.error();
+        if (!chain) { // the others are still good
+            std::fprintf(stderr, "%s It is left out.\n",
+                         base::printable(chain.error().sentence).c_str());
+            continue;
+        }
         const Certificate& leaf = chain->front();
         KeptCertificate kept{.hash = capitals(hex(leaf.sha1().bytes())),
                              .chain = chainAsFarAsKnown(leaf, *chain),

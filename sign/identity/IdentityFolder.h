@@ -30,7 +30,7 @@ public:
     /// yet is empty, and made by the first write.
     [[nodiscard]] static base::Result<IdentityFolder> ofUser();
 
-    /// In the order of their names and hashes.
+    /// In the order of their names and hashes. A file that is damaged is named on standard error.
     [[nodiscard]] base::Result<std::vector<KeptCertificate>> certificates() const;
     /// Every certificate in the folder, issuers too.
     [[nodiscard]] std::vector<Certificate> pool() const;

@@ -249,6 +249,7 @@ TEST_F(IdentityTest, RemovesAKeyWithItsLastCertificate) {
     ASN1_INTEGER_set(X509_get_serialNumber(twin.get()), 4711);
     X509_sign(twin.get(), made.middle.key.get(), EVP_sha256());
     ASSERT_TRUE(folder->addCertificate({Certificate(std::move(twin))}));
+    files.makeFile("home/certificates/damaged.pem", "nothing");
     ASSERT_EQ(folder->certificates()->size(), 2U);
     EXPECT_TRUE(folder->remove(folder->certificates()->front()));
     EXPECT_TRUE(folder->hasKey(id));
