@@ -1,13 +1,12 @@
 #include "sign/bundle/LooseSignature.h"
 
-#include "base/FileDescriptor.h"
-#include "base/Printable.h"
+#include "base/Leftovers.h"
+#include "sign/AsideFile.h"
 #include "sign/bundle/FileTree.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <cerrno>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -53,33 +52,6 @@ std::vector<Part> partsOf(const LooseSignature& signature) {
             parts.push_back({name, **blob});
     }
     return parts;
-}
-
-std::string asideName(const std::string& path) {
-    return path + ".cstemp";
-}
-
-base::Outcome writeAside(const std::string& path, base::Bytes bytes) {
-    const std::string aside = asideName(path);
-    unlink(aside.c_str());
-    const auto file = base::FileDescriptor::openAt(AT_FDCWD, aside.c_str(),
-                                                   O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0644);
-    if (!file.open() || !base::writeAt(file.get(), bytes, 0) || fsync(file.get()) != 0)
-        return base::systemError("write", aside, errno);
-    return {};
-}
-
-/// Gives all files their names, or takes all away.
-base::Outcome nameParts(const std::string& folder, const std::vector<Part>& parts,
-                        base::Outcome written) {
-    for (const Part& part : parts) {
-        const std::string path = folder + "/" + part.name;
-        if (written && std::rename(asideName(path).c_str(), path.c_str()) != 0)
-            written = base::systemError("replace", path, errno);
-        if (!written)
-            unlink(asideName(path).c_str());
-    }
-    return written;
 }
 
 } // namespace
@@ -139,12 +111,23 @@ base::Outcome writeLooseSignature(const Bundle& bundle, const LooseSignature& si
     std::vector<Part> parts = {{"CodeResources", seal}};
     for (Part& part : partsOf(signature))
         parts.push_back(std::move(part));
-    base::Outcome written;
+    base::removeLeftovers(folder); // which no walk enters
+    std::vector<AsideFile> files;
+    files.reserve(parts.size());
     for (const Part& part : parts) {
-        if (written)
-            written = writeAside(folder + "/" + part.name, part.bytes);
+        auto file = AsideFile::createFor(folder + "/" + part.name);
+        if (!file)
+            return file.error();
+        files.push_back(std::move(*file));
+        if (auto written = files.back().write(part.bytes, 0); !written)
+            return written;
+        if (auto synced = files.back().sync(); !synced)
+            return synced;
     }
-    if (auto named = nameParts(folder, parts, std::move(written)); !named)
+    std::vector<AsideFile*> all;
+    for (AsideFile& file : files)
+        all.push_back(&file);
+    if (auto named = AsideFile::commit(all); !named)
         return named;
     std::vector<std::string> kept;
     for (const Part& part : parts)

@@ -5,6 +5,8 @@
 #include "sign/bundle/NestedCode.h"
 #include "tests/sign/BundleFixture.h"
 
+#include <filesystem>
+
 #include <gmock/gmock.h>
 
 namespace {
@@ -213,7 +215,10 @@ TEST(LooseSignatureTest, ComesBackAndLeavesNothingOfAnEarlierOne) {
     ASSERT_TRUE(sign::writeLooseSignature(*bundle, signature, seal));
     signature.directories.pop_back();
     signature.entitlements.reset();
+    const std::string directory = bundle->signatureFolder() + "/CodeDirectory";
+    std::filesystem::permissions(directory, std::filesystem::perms::owner_read);
     ASSERT_TRUE(sign::writeLooseSignature(*bundle, signature, seal));
+    EXPECT_EQ(std::filesystem::status(directory).permissions(), std::filesystem::perms::owner_read);
 
     const auto read = sign::readLooseSignature(*bundle);
     ASSERT_TRUE(read) << read.error().sentence;
