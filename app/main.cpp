@@ -12,7 +12,6 @@
 #include <QApplication>
 
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 #include <span>
 #include <string>
@@ -52,11 +51,9 @@ LocationList locationsIn(int argc, char** argv) {
     for (const std::string argument : std::span(argv, std::size_t(argc)).subspan(1)) {
         if (argument == "--")
             continue;
-        std::error_code error;
-        const auto path =
-            argument.starts_with("file:")
-                ? pathOfUri(QUrl(QString::fromStdString(argument)))
-                : standardizedPath(std::filesystem::absolute(argument, error).string());
+        const auto path = argument.starts_with("file:")
+                              ? pathOfUri(QUrl(QString::fromStdString(argument)))
+                              : standardizedPath(absolutePath(argument));
         locations.emplace_back(FileUrl::fileURLWithPath(path.value_or(argument)));
     }
     return locations;

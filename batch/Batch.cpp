@@ -174,8 +174,7 @@ base::Outcome Batch::setScriptEnvironment() {
             setenv(variable, value->c_str(), 1);
     };
     if (options_.entitlements) {
-        std::error_code error;
-        const std::string file = std::filesystem::absolute(*options_.entitlements, error).string();
+        const std::string file = absolutePath(*options_.entitlements);
         if (!isRegularFile(file))
             return base::Error{base::ErrorKind::NotFound,
                                *options_.entitlements +

@@ -6,7 +6,6 @@
 #include "core/Path.h"
 
 #include <algorithm>
-#include <filesystem>
 
 std::vector<base::Error> addToWorkSet(const Caller& caller, const std::vector<std::string>& paths,
                                       WorkSet& workSet) {
@@ -14,9 +13,7 @@ std::vector<base::Error> addToWorkSet(const Caller& caller, const std::vector<st
     LocationList folders;
     LocationList selections;
     for (const std::string& path : paths) {
-        std::error_code error;
-        const std::string absolute =
-            standardizedPath(std::filesystem::absolute(path, error).string());
+        const std::string absolute = standardizedPath(absolutePath(path));
         if (auto checked = checkLocation(absolute, path.empty() ? "(an empty path)" : path);
             !checked) {
             errors.push_back(checked.error());

@@ -2,12 +2,8 @@
 
 #include "core/Path.h"
 
-#include <filesystem>
-
 FileUrl FileUrl::fileURLWithPath(std::string_view path) {
-    std::error_code error;
-    const std::string absolute =
-        path.starts_with('/') ? std::string(path) : std::filesystem::absolute(path, error).string();
+    const std::string absolute = absolutePath(path);
     return {absolute, path.ends_with('/') || isDirectory(absolute)};
 }
 

@@ -88,6 +88,12 @@ std::string homeFolder() {
     return homeFolderOf({});
 }
 
+std::string absolutePath(std::string_view path) {
+    std::error_code error;
+    return path.empty() || path.starts_with('/') ? std::string(path)
+                                                 : std::filesystem::absolute(path, error).string();
+}
+
 std::string standardizedPath(std::string_view path) {
     const std::string expanded = expandingTilde(path);
     const bool absolute = expanded.starts_with('/');

@@ -29,6 +29,10 @@
 /// that holds the link's target), redundant slashes removed.
 [[nodiscard]] std::string standardizedPath(std::string_view path);
 
+/// `path` from the root on, beginning in the process's folder; as it is if it is empty, which some
+/// standard libraries take for that folder itself.
+[[nodiscard]] std::string absolutePath(std::string_view path);
+
 // What is at a path; a link counts as what it points at.
 [[nodiscard]] bool fileExists(const std::string& path);
 [[nodiscard]] bool isDirectory(const std::string& path);
