@@ -25,7 +25,7 @@ for preset in $presets; do
     cmake --build --preset "$preset"
     # That standard library is not the toolkit's: what is linked with it is not built.
     if [ "$preset" = libcxx ]; then
-        for part in base batch core zip; do
+        for part in base batch core sign zip; do
             ctest --test-dir "build/libcxx/tests/$part" --output-on-failure --no-tests=error -j 2
         done
     else
