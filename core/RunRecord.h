@@ -59,8 +59,7 @@ public:
     /// Of a failed step's output; the end tells why it failed.
     static constexpr std::size_t outputKept = 64U << 10U;
 
-    /// kelpmoray/runs in the user's folder for state (XDG Base Directory); empty if
-    /// the user has no home.
+    /// kelpmoray/runs in the XDG folder for state; empty if the user has no home.
     [[nodiscard]] static std::string userFolder();
 
     /// Nothing is written before the first package has started, nor if `folder` is empty.
@@ -72,11 +71,9 @@ public:
     std::size_t packageStarted(const std::string& path, const std::string& entry,
                                const std::optional<std::string>& identity);
     void scriptEnded(std::size_t package, const ScriptRun& run);
-    /// No script follows. Gives the package's record, in which only the archive's digest is
-    /// missing.
+    /// No script follows. Gives the package's record, which lacks only the archive's digest.
     PackageRecord scriptsEnded(std::size_t package);
-    /// Reads the archive once, for its digest, which takes its time. Gives the package's whole
-    /// record and keeps it in the file only.
+    /// Reads the archive for its digest. Gives the whole record and keeps it in the file only.
     PackageRecord packageEnded(std::size_t package);
     /// No package follows, and none is at work.
     void finish();
@@ -90,8 +87,7 @@ public:
 
 private:
     void create();
-    /// Writes `settling`, which is not written again, and behind it what may still change: the
-    /// packages at work and the end.
+    /// Writes `settling` for good, and behind it what may change: the packages at work, the end.
     void writeRest(const std::string& settling = "", const std::string& end = "");
     void fail(const std::string& action, const std::string& path);
 
