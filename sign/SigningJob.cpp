@@ -77,10 +77,9 @@ base::Outcome SigningJob::makeBundleSeal(const Preparing& preparing) {
     auto seal = makeSeal(*code_.bundle(), {plan_.withSha1, preparing.threads}, preparing.nested);
     if (!seal)
         return seal.error();
-    for (const std::string& path : seal->dataAmongCode)
+    for (const std::string& warning : seal->warnings)
         if (preparing.warns)
-            preparing.warns(path + " is no code, but lies in a folder for code. It is sealed as "
-                                   "data; move it to Resources.");
+            preparing.warns(warning);
     seal_ = std::move(seal->xml);
     return {};
 }

@@ -6,6 +6,7 @@
 #include "sign/bundle/FileHashes.h"
 #include "sign/bundle/FileTree.h"
 #include "sign/bundle/MachOFile.h"
+#include "sign/bundle/SealScope.h"
 #include "sign/bundle/SealWalk.h"
 
 #include <algorithm>
@@ -105,7 +106,9 @@ private:
             if (auto added = addCode(item, path); !added)
                 return added;
         } else if (isNested) {
-            result_.dataAmongCode.push_back(path);
+            result_.warnings.push_back(path +
+                                       " is no code, but lies in a folder for code. It is sealed "
+                                       "as data; move it to Resources.");
         }
         if (item.kind == SealItemKind::Bundle || (isCode && !isOld))
             return {};
@@ -122,6 +125,9 @@ private:
                                "The link \"" + base::printable(path) +
                                    "\" leads to a name that is not UTF-8, so no seal can hold it. "
                                    "Rename what it leads to."};
+        if (!leadsOn(path, *target))
+            result_.warnings.push_back(path + " is a link to what macOS takes for no part of the "
+                                              "package, and refuses. Let it lead to a file in it.");
         PropertyDictionary entry;
         if (item.rule->optional)
             entry.emplace_back("optional", true);

@@ -27,9 +27,10 @@ struct SealMaking {
 
 struct ResourceSeal {
     std::string xml; ///< the bytes of _CodeSignature/CodeResources
-    /// Files in places for code that are no Mach-O files: sealed as data. The platform's own tool
-    /// keeps signatures of such in extended attributes, which archives lose.
-    std::vector<std::string> dataAmongCode;
+    /// Sentences about what is sealed but hardly meant: links that lead to nothing, and files in
+    /// places for code that are no Mach-O files. The platform's own tool keeps signatures of such
+    /// in extended attributes, which archives lose.
+    std::vector<std::string> warnings;
 };
 
 /// Makes the seal of a bundle whose nested code is signed: the same bytes as the platform's tool.

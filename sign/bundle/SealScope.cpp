@@ -28,12 +28,17 @@ std::string normalized(std::string_view path) {
 
 } // namespace
 
+bool leadsOn(const std::string& path, const std::string& target) {
+    if (!target.starts_with('/'))
+        return realPath(path).has_value();
+    const std::string absolute = normalized(target);
+    return absolute.starts_with("/System/") || absolute.starts_with("/Library/");
+}
+
 bool leadsToSealed(const std::string& path, const std::string& target, const SealScope& scope) {
-    if (target.starts_with('/')) {
-        const std::string absolute = normalized(target);
-        return absolute.starts_with("/System/") || absolute.starts_with("/Library/");
-    }
-    const auto resolved = realPath(path);
+    if (target.starts_with('/') || !leadsOn(path, target))
+        return leadsOn(path, target);
+    const std::optional<std::string> resolved = realPath(path);
     if (!resolved)
         return false;
     for (const SealScope* within = &scope; within; within = within->outer.get()) {
