@@ -87,14 +87,7 @@ TEST_F(Window, WakesWithoutADropView) {
     if (!isFirst())
         return;
     QWidget view;
-    ViewController alone({.bundle = bundle,
-                          .settings = settings,
-                          .notifications = notifications,
-                          .tools = tools,
-                          .terminate = [] {},
-                          .notifyUser = {},
-                          .runs = runs,
-                          .tellFailure = {}});
+    ViewController alone(surroundings());
     alone.setView(&view);
     alone.awakeFromNib();
     EXPECT_EQ(log.count(formatted("%@", &alone) +
@@ -103,15 +96,7 @@ TEST_F(Window, WakesWithoutADropView) {
 }
 
 TEST_F(Window, WakesOnceItHasBeenPainted) {
-    window = std::make_unique<MainWindow>(Surroundings{.bundle = bundle,
-                                                       .settings = settings,
-                                                       .notifications = notifications,
-                                                       .tools = tools,
-                                                       .terminate = [] {},
-                                                       .notifyUser = {},
-                                                       .runs = runs,
-                                                       .tellFailure = {}},
-                                          delegate);
+    window = std::make_unique<MainWindow>(surroundings(), delegate);
     EXPECT_EQ(controller().fSetOfFolders(), nullptr);
     window->show();
     EXPECT_TRUE(waitUntil([this] { return controller().fSetOfFolders() != nullptr; }));

@@ -50,10 +50,8 @@ struct WindowFixture : testing::Test {
             script += "echo '1) 00 \"" + name + "\"'\n";
         bin.makeExecutable("security", script + "echo '  identities found'\n");
     }
-    MainWindow& openWindow() {
-        window = std::make_unique<MainWindow>(
-            Surroundings{
-                .bundle = bundle,
+    [[nodiscard]] Surroundings surroundings() {
+        return {.bundle = bundle,
                 .settings = settings,
                 .notifications = notifications,
                 .tools = tools,
@@ -68,8 +66,10 @@ struct WindowFixture : testing::Test {
                     },
                 .runs = runs,
                 .tellFailure =
-                    [this](const EndedRun& run) { told.push_back(summaryOf(run.packages)); }},
-            delegate);
+                    [this](const EndedRun& run) { told.push_back(summaryOf(run.packages)); }};
+    }
+    MainWindow& openWindow() {
+        window = std::make_unique<MainWindow>(surroundings(), delegate);
         wasOpened = true;
         window->load();
         window->show();
