@@ -1,11 +1,15 @@
 #include "zip/PackageTree.h"
 
+#include "base/WorkerThreads.h"
 #include "zip/ExtendedAttributes.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <filesystem>
+#include <iterator>
 #include <memory>
+#include <mutex>
 #include <numeric>
 
 #include <dirent.h>
@@ -63,65 +67,117 @@ base::Result<EntryType> typeOf(const struct stat& status, const std::string& pat
 /// How much to ask about what is listed.
 enum class Questions { All, NotThoseAnsweredBefore };
 
-/// Adds what `at`/`path` names to the tree, under `name` (without a slash at its end).
-base::Outcome addEntry(PackageTree& tree, int at, const char* path, std::string name,
-                       Questions questions) {
-    struct stat status {};
-    if (::fstatat(at, path, &status, AT_SYMLINK_NOFOLLOW) != 0)
-        return tree.entries.empty() ? base::systemError("find", tree.parentPath + name, errno)
-                                    : errorOnListed("find", tree.parentPath + name, errno);
-    auto type = typeOf(status, tree.parentPath + name);
-    if (!type)
-        return type.error();
-    if (*type == EntryType::Link && questions == Questions::All)
-        addExtendedAttributesOfLink(tree.parentPath + name, tree.attributes);
-    if (*type == EntryType::Folder)
-        name += '/';
-    tree.entries.push_back({std::move(name), *type, FileState::of(status)});
-    return {};
-}
+/// Lists folders of one package; each thread has one of its own.
+class Lister {
+public:
+    Lister(const PackageTree& tree, Questions questions) : tree_(tree), questions_(questions) {}
 
-/// Whether the folder's own list says so; on some file systems it says nothing about kinds.
-bool isListedAsFile([[maybe_unused]] const dirent& child) {
-#ifdef DT_REG
-    return child.d_type == DT_REG;
-#else
-    return false;
-#endif
-}
-
-/// Adds everything that the folder holds, but not what its subfolders hold.
-base::Outcome addChildren(PackageTree& tree, const std::string& folder, const FileState& state,
-                          Questions questions) {
-    const std::string path = tree.parentPath + folder;
-    base::FileDescriptor opened = base::FileDescriptor::openAt(tree.parent.get(), folder.c_str(),
-                                                               O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
-    struct stat status {};
-    if (!opened.open() || ::fstat(opened.get(), &status) != 0)
-        return errorOnListed("open", path, errno);
-    if (status.st_dev != state.device || status.st_ino != state.inode)
-        return changedMeanwhile(path);
-    if (questions == Questions::All)
-        addExtendedAttributes(opened.get(), tree.attributes);
-    const Directory directory(::fdopendir(opened.get()));
-    if (!directory)
-        return base::systemError("list", path, errno);
-    const int descriptor = opened.release();
-    errno = 0;
-    while (const dirent* child = ::readdir(directory.get())) {
-        const std::string_view name = child->d_name;
-        if (name == "." || name == "..")
-            continue;
-        if (questions == Questions::NotThoseAnsweredBefore && isListedAsFile(*child))
-            tree.entries.push_back({folder + child->d_name, EntryType::File, {}});
-        else if (auto added =
-                     addEntry(tree, descriptor, child->d_name, folder + child->d_name, questions);
-                 !added)
-            return added;
-        errno = 0;
+    /// Adds what `at`/`path` names, under `name` (without a slash at its end).
+    base::Outcome addEntry(int at, const char* path, std::string name) {
+        const std::string fullPath = tree_.parentPath + name;
+        struct stat status {};
+        if (::fstatat(at, path, &status, AT_SYMLINK_NOFOLLOW) != 0)
+            return tree_.entries.empty() ? base::systemError("find", fullPath, errno)
+                                         : errorOnListed("find", fullPath, errno);
+        auto type = typeOf(status, fullPath);
+        if (!type)
+            return type.error();
+        if (*type == EntryType::Link && questions_ == Questions::All)
+            addExtendedAttributesOfLink(fullPath, attributes_);
+        if (*type == EntryType::Folder)
+            name += '/';
+        entries_.push_back({std::move(name), *type, FileState::of(status)});
+        return {};
     }
-    if (errno != 0)
-        return base::systemError("list", path, errno);
+
+    /// Adds everything that the folder holds, but not what its subfolders hold.
+    base::Outcome addChildren(const Entry& folder) {
+        const std::string path = tree_.pathOf(folder);
+        base::FileDescriptor opened = base::FileDescriptor::openAt(
+            tree_.parent.get(), folder.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+        struct stat status {};
+        if (!opened.open() || ::fstat(opened.get(), &status) != 0)
+            return errorOnListed("open", path, errno);
+        if (status.st_dev != folder.state.device || status.st_ino != folder.state.inode)
+            return changedMeanwhile(path);
+        if (questions_ == Questions::All)
+            addExtendedAttributes(opened.get(), attributes_);
+        const Directory directory(::fdopendir(opened.get()));
+        if (!directory)
+            return base::systemError("list", path, errno);
+        const int descriptor = opened.release();
+        errno = 0;
+        while (const dirent* child = ::readdir(directory.get())) {
+            if (auto added = addChild(folder, descriptor, *child); !added)
+                return added;
+            errno = 0;
+        }
+        if (errno != 0)
+            return base::systemError("list", path, errno);
+        return {};
+    }
+
+    void moveTo(std::vector<Entry>& entries, std::set<std::string>& attributes) {
+        std::ranges::move(entries_, std::back_inserter(entries));
+        attributes.merge(attributes_);
+    }
+
+private:
+    base::Outcome addChild(const Entry& folder, int descriptor, const dirent& child) {
+        const std::string_view name = child.d_name;
+        if (name == "." || name == "..")
+            return {};
+        std::string path = folder.name;
+        path += name;
+        if (questions_ == Questions::All || !isListedAsFile(child))
+            return addEntry(descriptor, child.d_name, std::move(path));
+        entries_.push_back({std::move(path), EntryType::File, {}});
+        return {};
+    }
+
+    /// Whether the folder's own list says so; on some file systems it says nothing about kinds.
+    static bool isListedAsFile([[maybe_unused]] const dirent& child) {
+#ifdef DT_REG
+        return child.d_type == DT_REG;
+#else
+        return false;
+#endif
+    }
+
+    const PackageTree& tree_;
+    const Questions questions_;
+    std::vector<Entry> entries_;
+    std::set<std::string> attributes_;
+};
+
+/// Adds everything below the package, which is the tree's only entry: level by level, the folders
+/// of one level by all threads.
+base::Outcome addAllBelow(PackageTree& tree, Questions questions, unsigned threads) {
+    constexpr std::size_t worthAThread = 16;
+    for (std::size_t listed = 0; listed < tree.entries.size();) {
+        std::vector<Entry> folders;
+        std::ranges::copy_if(std::span(tree.entries).subspan(listed), std::back_inserter(folders),
+                             [](const Entry& entry) { return entry.type == EntryType::Folder; });
+        listed = tree.entries.size();
+        std::vector<Entry> found;
+        std::mutex mutex;
+        std::atomic<std::size_t> next = 0;
+        const auto work = [&]() -> base::Outcome {
+            Lister lister(tree, questions);
+            for (std::size_t at = next++; at < folders.size(); at = next++)
+                if (auto added = lister.addChildren(folders[at]); !added)
+                    return added;
+            const std::lock_guard lock(mutex);
+            lister.moveTo(found, tree.attributes);
+            return {};
+        };
+        const auto most = static_cast<unsigned>(folders.size() / worthAThread + 1);
+        if (auto done =
+                base::runOnThreads(std::min(threads, most), work, [&] { next = folders.size(); });
+            !done)
+            return done;
+        std::ranges::move(found, std::back_inserter(tree.entries));
+    }
     return {};
 }
 
@@ -145,7 +201,8 @@ base::Result<std::pair<std::string, std::string>> splitPath(std::string path) {
     return std::pair{path.substr(0, nameStart), path.substr(nameStart)};
 }
 
-base::Result<PackageTree> listWith(const std::string& package, Questions questions) {
+base::Result<PackageTree> listWith(const std::string& package, Questions questions,
+                                   unsigned threads) {
     auto split = splitPath(package);
     if (!split)
         return split.error();
@@ -156,10 +213,11 @@ base::Result<PackageTree> listWith(const std::string& package, Questions questio
         base::FileDescriptor::openAt(AT_FDCWD, parent.c_str(), toPassThrough | O_DIRECTORY);
     if (!tree.parent.open())
         return base::systemError("open", parent, errno);
-    if (auto added =
-            addEntry(tree, tree.parent.get(), split->second.c_str(), split->second, questions);
+    Lister lister(tree, questions);
+    if (auto added = lister.addEntry(tree.parent.get(), split->second.c_str(), split->second);
         !added)
         return added.error();
+    lister.moveTo(tree.entries, tree.attributes);
     if (tree.entries[0].type == EntryType::Link) {
         std::error_code code;
         const std::string target = fs::read_symlink(tree.pathOf(tree.entries[0]), code);
@@ -171,15 +229,9 @@ base::Result<PackageTree> listWith(const std::string& package, Questions questio
         return base::Error{base::ErrorKind::Usage,
                            "Cannot pack " + package +
                                ": it is not a folder. Give the path of a package."};
-    for (std::size_t index = 0; index < tree.entries.size(); ++index) {
-        if (tree.entries[index].type != EntryType::Folder)
-            continue;
-        const Entry folder = tree.entries[index];
-        if (auto added = addChildren(tree, folder.name, folder.state, questions); !added)
-            return added.error();
-    }
-    std::sort(tree.entries.begin(), tree.entries.end(),
-              [](const Entry& a, const Entry& b) { return a.name < b.name; });
+    if (auto added = addAllBelow(tree, questions, threads); !added)
+        return added.error();
+    std::ranges::sort(tree.entries, {}, &Entry::name);
     return tree;
 }
 
@@ -236,12 +288,13 @@ base::Error errorOnListed(std::string_view action, const std::string& path, int 
     return isAnother ? changedMeanwhile(path) : base::systemError(action, path, code);
 }
 
-base::Result<PackageTree> listPackage(const std::string& package) {
-    return listWith(package, Questions::All);
+base::Result<PackageTree> listPackage(const std::string& package, unsigned threads) {
+    return listWith(package, Questions::All, threads);
 }
 
-base::Result<PackageTree> listAgain(const std::string& package, const PackageTree& earlier) {
-    auto tree = listWith(package, Questions::NotThoseAnsweredBefore);
+base::Result<PackageTree> listAgain(const std::string& package, const PackageTree& earlier,
+                                    unsigned threads) {
+    auto tree = listWith(package, Questions::NotThoseAnsweredBefore, threads);
     if (!tree)
         return tree;
     if (tree->entries.size() != earlier.entries.size())

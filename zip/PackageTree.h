@@ -94,14 +94,14 @@ private:
 /// something else is there now, it is changedMeanwhile().
 [[nodiscard]] base::Error errorOnListed(std::string_view action, const std::string& path, int code);
 
-/// Lists the package without following links. Fails if the package is a symbolic link or not a
-/// folder, and if it holds a socket, a device or a pipe.
-[[nodiscard]] base::Result<PackageTree> listPackage(const std::string& package);
+/// Lists the package on `threads` threads (at least 1) without following links. Fails if the
+/// package is a symbolic link or not a folder, and if it holds a socket, a device or a pipe.
+[[nodiscard]] base::Result<PackageTree> listPackage(const std::string& package, unsigned threads);
 
 /// Lists a package that was listed before. Files get the state from `earlier` without being asked
 /// for it, so the caller has to ask them (SourceFile does). No attributes are looked at.
 /// Fails unless both list the same names and kinds.
 [[nodiscard]] base::Result<PackageTree> listAgain(const std::string& package,
-                                                  const PackageTree& earlier);
+                                                  const PackageTree& earlier, unsigned threads);
 
 } // namespace zip

@@ -121,7 +121,7 @@ std::string noticeOf(const std::string& package, const std::set<std::string>& at
 
 base::Outcome packUnguarded(const std::string& output, const std::string& package,
                             const PackOptions& options) {
-    auto tree = listPackage(package);
+    auto tree = listPackage(package, options.threads);
     if (!tree)
         return tree.error();
     if (auto checked = checkOutput(output, *tree); !checked)

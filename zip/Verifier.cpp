@@ -9,7 +9,6 @@
 #include "zip/ZipFormat.h"
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <functional>
 #include <limits>
@@ -19,6 +18,7 @@
 #include <vector>
 
 #include <libdeflate.h>
+#include <zlib.h>
 
 namespace zip {
 namespace {
@@ -198,26 +198,15 @@ private:
     base::ByteBuffer onDisk_;
 };
 
-/// The check sum of what `first` is of, with a part behind it. For a given length it is linear but
-/// for a constant, and zeros in the part's place show both.
-std::uint32_t crc32With(std::uint32_t first, const Part& part) {
-    static constexpr std::array<std::uint8_t, std::size_t{64} << 10> zeros{};
-    std::uint32_t constant = 0;
-    for (std::uint64_t left = part.size; left > 0;) {
-        const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(left, zeros.size()));
-        first = libdeflate_crc32(first, zeros.data(), count);
-        constant = libdeflate_crc32(constant, zeros.data(), count);
-        left -= count;
-    }
-    return first ^ constant ^ part.crc32;
-}
-
 /// Fails unless the check sums of the parts, in the order of the entries, are those in the archive.
 base::Outcome compareCheckSums(std::span<const Part> parts, const ArchiveReader& archive,
                                const PackageTree& tree) {
     std::uint32_t crc32 = 0;
     for (const Part& part : parts) {
-        crc32 = part.offset == 0 ? part.crc32 : crc32With(crc32, part);
+        if (part.offset == 0)
+            crc32 = 0;
+        crc32 = static_cast<std::uint32_t>(
+            ::crc32_combine(crc32, part.crc32, static_cast<z_off_t>(part.size)));
         if (part.isLast && crc32 != archive.entries()[part.entry].crc32)
             return damaged(tree.pathOf(tree.entries[part.entry]));
     }
@@ -297,7 +286,7 @@ base::Outcome verify(int archive, const std::string& path, const std::string& pa
     if (!reader)
         return reader.error();
     if (options.listed != nullptr) {
-        auto tree = listAgain(package, *options.listed);
+        auto tree = listAgain(package, *options.listed, options.threads);
         auto compared =
             tree ? compareWith(*tree, *reader, package, options) : base::Outcome(tree.error());
         if (compared || compared.error().kind != base::ErrorKind::Changed)
@@ -308,7 +297,7 @@ base::Outcome verify(int archive, const std::string& path, const std::string& pa
     VerifyOptions again = options;
     if (options.listed != nullptr)
         again.progress = {};
-    auto tree = listPackage(package);
+    auto tree = listPackage(package, options.threads);
     return tree ? compareWith(*tree, *reader, package, again) : base::Outcome(tree.error());
 }
 

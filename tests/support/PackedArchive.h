@@ -18,7 +18,7 @@
 inline std::vector<zip::PieceEnd> packed(const std::string& archive, const std::string& package,
                                          std::optional<std::int64_t> fixedTime,
                                          std::uint64_t start = 0) {
-    auto tree = zip::listPackage(package);
+    auto tree = zip::listPackage(package, 1);
     if (!tree)
         std::abort();
     const auto opened =

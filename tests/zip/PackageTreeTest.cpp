@@ -21,10 +21,26 @@ TEST(ListPackage, NamesThePackageAsItsFolderIsNamed) {
     const TemporaryFolder folder;
     fs::create_directories(folder / "A.app/sub");
     for (const char* form : {"A.app", "A.app/", "A.app///", "A.app/.", "A.app/sub/.."}) {
-        auto tree = zip::listPackage(folder / form);
+        auto tree = zip::listPackage(folder / form, 1);
         ASSERT_TRUE(tree) << form;
         EXPECT_THAT(namesOf(*tree), ElementsAre("A.app/", "A.app/sub/")) << form;
     }
+}
+
+TEST(ListPackage, FindsOnSeveralThreadsWhatOneFinds) {
+    const TemporaryFolder folder;
+    ASSERT_EQ(runInShell("cd " + shellQuoted(folder.path()) +
+                         " && for at in $(seq 100); do mkdir -p A.app/$at/sub; "
+                         "echo > A.app/$at/sub/file; ln -s sub A.app/$at/link; done")
+                  .status,
+              0);
+    auto one = zip::listPackage(folder / "A.app", 1);
+    auto four = zip::listPackage(folder / "A.app", 4);
+    ASSERT_TRUE(one && four);
+    EXPECT_EQ(one->entries.size(), 401);
+    EXPECT_EQ(namesOf(*four), namesOf(*one));
+    ASSERT_EQ(runInShell("mkfifo " + shellQuoted(folder / "A.app/50/sub/pipe")).status, 0);
+    EXPECT_FAILS(zip::listPackage(folder / "A.app", 4), Unsupported);
 }
 
 TEST(ListAgain, FailsUnlessNamesAndKindsAreAsBefore) {
@@ -33,11 +49,11 @@ TEST(ListAgain, FailsUnlessNamesAndKindsAreAsBefore) {
         const TemporaryFolder folder;
         fs::create_directories(folder / "A.app/sub");
         writeFile(folder / "A.app/file", "content");
-        auto earlier = zip::listPackage(folder / "A.app");
+        auto earlier = zip::listPackage(folder / "A.app", 1);
         ASSERT_TRUE(earlier);
-        EXPECT_TRUE(zip::listAgain(folder / "A.app", *earlier));
+        EXPECT_TRUE(zip::listAgain(folder / "A.app", *earlier, 1));
         ASSERT_EQ(runInShell("cd " + shellQuoted(folder / "A.app") + " && " + change).status, 0);
-        EXPECT_FAILS(zip::listAgain(folder / "A.app", *earlier), Changed) << change;
+        EXPECT_FAILS(zip::listAgain(folder / "A.app", *earlier, 1), Changed) << change;
     }
 }
 

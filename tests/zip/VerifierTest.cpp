@@ -21,7 +21,7 @@ protected:
     }
 
     void pack() {
-        listed_ = zip::listPackage(package_);
+        listed_ = zip::listPackage(package_, 1);
         pieceEnds_ = packed(archive_, package_, fixedTime_);
     }
 
