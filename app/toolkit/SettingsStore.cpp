@@ -6,6 +6,7 @@
 #include "core/Text.h"
 
 #include <QCheckBox>
+#include <QFileInfo>
 
 namespace {
 
@@ -13,6 +14,12 @@ constexpr const char* recordFields[] = {"title", "identitystring", "displaystrin
 
 QString fieldKey(const QString& key, const char* field) {
     return key + QLatin1Char('/') + QLatin1String(field);
+}
+
+/// Opening one might never return.
+bool isPipeOrDevice(const QString& file) {
+    const QFileInfo info(file);
+    return info.exists() && !info.isFile() && !info.isDir();
 }
 
 } // namespace
@@ -23,7 +30,8 @@ QString SettingsStore::userFile() {
         .fileName();
 }
 
-SettingsStore::SettingsStore(const QString& file) : file_(file, QSettings::IniFormat) {
+SettingsStore::SettingsStore(const QString& file)
+    : file_(isPipeOrDevice(file) ? file + "/unusable" : file, QSettings::IniFormat) {
     logTrouble();
 }
 

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -111,11 +112,15 @@ TEST_F(SettingsStoreTest, CanBeReadOnAnotherThreadWhileItChanges) {
 
 TEST_F(SettingsStoreTest, SaysOnceThatTheFileCanNotBeUsed) {
     writeFile("");
-    const LogCapture log;
-    SettingsStore store(file + "/below-a-file.ini");
-    for (int round = 0; round < 2; ++round) {
-        store.setBool("flag", round == 0);
-        store.synchronize();
+    const QString pipe = file + ".pipe";
+    ASSERT_EQ(mkfifo(pipe.toLocal8Bit().constData(), 0600), 0);
+    for (const QString& unusable : {file + "/below-a-file.ini", pipe}) {
+        const LogCapture log;
+        SettingsStore store(unusable);
+        for (int round = 0; round < 2; ++round) {
+            store.setBool("flag", round == 0);
+            store.synchronize();
+        }
+        EXPECT_EQ(log.messages().size(), 1U);
     }
-    EXPECT_EQ(log.messages().size(), 1U);
 }
