@@ -100,6 +100,10 @@ void ResultDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option
     painter->setRenderHint(QPainter::Antialiasing);
     if (selected)
         painter->fillRect(option.rect, highlight(option.palette));
+    if ((option.state & QStyle::State_HasFocus) != 0) {
+        painter->setPen(QPen(text, 1, Qt::DotLine));
+        painter->drawRect(option.rect.adjusted(1, 1, -2, -2));
+    }
     QRect area = option.rect.adjusted(margin + 2, margin, -margin - 2, -margin);
     drawIcon(*painter, QRectF(area.x(), area.center().y() - iconSize / 2.0, iconSize, iconSize),
              state, colour,

@@ -1,4 +1,5 @@
 #include "app/AboutBox.h"
+#include "app/results/ResultsList.h"
 #include "app/toolkit/Sheet.h"
 #include "tests/app/WindowFixture.h"
 
@@ -106,6 +107,16 @@ TEST_P(Contrast, OfOutlinesIsEnough) {
     const Drawn drawn(view);
     const int middle = view->height() / 2;
     EXPECT_GE(drawn.strongest({0, middle}, {6, middle}, background), 3) << "the drop target";
+    runs.packageStarted(folder.path("six/X.app"), folder.path("six"), std::nullopt);
+    auto* list = find<ResultsList>("results");
+    ASSERT_TRUE(waitUntil([&] { return list->isVisible(); }));
+    list->setFocus();
+    const QRect row = list->visualRect(list->currentIndex());
+    EXPECT_GE(Drawn(list->viewport())
+                  .strongest(row.topLeft() + QPoint(0, 1), row.topRight() + QPoint(0, 1),
+                             list->palette().color(QPalette::Base)),
+              3)
+        << "the row with the keyboard";
     controller().setFButton1Busy(true);
     EXPECT_GE(Drawn(find("progressview")).strongest(background), 3) << "the busy sign";
     auto* box = find<QCheckBox>("doNotCodesign");
