@@ -9,6 +9,7 @@
 #include "app/toolkit/NotificationCenter.h"
 #include "app/toolkit/Queues.h"
 #include "app/toolkit/SettingsStore.h"
+#include "app/toolkit/Sheet.h"
 #include "app/toolkit/WindowFrame.h"
 #include "app/toolkit/WindowLevel.h"
 #include "core/Log.h"
@@ -21,9 +22,12 @@
 #include <QMenu>
 #include <QPainter>
 
+#include <algorithm>
+
 namespace {
 
 constexpr int applicationIconSize = 64;
+constexpr int noticeMargin = 40; // at both sides together
 
 /// A ring that fades out along its way, in the colour of highlighted things.
 QIcon spinnerIcon(const QPalette& palette, int size, qreal pixelRatio) {
@@ -160,10 +164,7 @@ void MainWindow::showRuns() {
     connect(&expectationDue_, &QTimer::timeout, this, &MainWindow::showEntries);
     noticeEnd_.setObjectName("noticeEnd");
     noticeEnd_.setSingleShot(true);
-    connect(&noticeEnd_, &QTimer::timeout, this, [this] {
-        ui_->notice->hide();
-        showProgress();
-    });
+    connect(&noticeEnd_, &QTimer::timeout, this, &MainWindow::endNotice);
 }
 
 void MainWindow::showProgress() {
@@ -181,8 +182,7 @@ void MainWindow::showProgress() {
 std::vector<std::string> MainWindow::waiting() const {
     const auto set = controller_.fSetOfFolders();
     std::vector<std::string> entries = set ? set->allObjects() : std::vector<std::string>{};
-    if (controller_.isProcessing() && controller_.fSearchPath())
-        std::erase(entries, *controller_.fSearchPath());
+    std::erase(entries, controller_.entryAtWork());
     return entries;
 }
 
@@ -204,18 +204,37 @@ void MainWindow::fillWaitingMenu() {
 
 void MainWindow::explain(const std::string& sentence) {
     using namespace std::chrono_literals;
-    const QString text = QString::fromStdString(sentence);
-    // The lines before stay, as far as there is room: they may not have been read yet.
+    QString text = QString::fromStdString(sentence);
+    text.replace('\n', QChar(0x2424)); // the sign for a new line: a name may hold one
+    explained_.removeAll(text);
+    explained_.append(text);
+    // Those before stay, as far as there is room: they may not have been read yet.
     constexpr int roomy = 380;
-    const int kept = height() < roomy ? -1 : -2;
-    ui_->notice->setText(noticeEnd_.isActive() && !ui_->notice->text().contains(text)
-                             ? ui_->notice->text().section('\n', kept) + '\n' + text
-                             : text);
+    const qsizetype shown = std::min<qsizetype>(explained_.size(), height() < roomy ? 2 : 3);
+    QStringList lines;
+    if (const auto others = static_cast<int>(explained_.size() - shown); others > 0)
+        lines += tr("%n more before:", nullptr, others);
+    for (const QString& each : explained_.last(shown)) {
+        const qsizetype pathEnd = std::max<qsizetype>(each.lastIndexOf(": "), 0);
+        lines += fontMetrics().elidedText(each.left(pathEnd), Qt::ElideMiddle,
+                                          ui_->view->width() - noticeMargin) +
+                 each.mid(pathEnd);
+    }
+    ui_->notice->setText(lines.join('\n'));
     ui_->notice->show();
     showProgress();
     QAccessibleEvent alert(ui_->notice, QAccessible::Alert);
     QAccessible::updateAccessibility(&alert);
-    noticeEnd_.start(4s + 60ms * text.size());
+    noticeEnd_.start(4s + 60ms * ui_->notice->text().size());
+}
+
+void MainWindow::endNotice() {
+    // What holds the loop up is told until it goes on.
+    if (controller_.fButton1Busy() && !controller_.isProcessing() && !hasAttachedSheet(this))
+        return;
+    explained_.clear();
+    ui_->notice->hide();
+    showProgress();
 }
 
 void MainWindow::showAbout() {
@@ -260,6 +279,8 @@ void MainWindow::showProperties() {
     ui_->stop->setVisible(controller_.isProcessing());
     if (!controller_.isProcessing())
         ui_->stop->setEnabled(true);
+    if (!noticeEnd_.isActive())
+        endNotice();
     showProgress();
     showExpectation();
     ui_->progressview->setVisible(busy);

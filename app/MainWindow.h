@@ -57,6 +57,7 @@ private:
     void rememberFrame();
     void showRuns();
     void showProgress();
+    void endNotice();
     void showExpectation();
     void showEntries();
     [[nodiscard]] Signing signing() const;
@@ -70,6 +71,7 @@ private:
     std::unique_ptr<Ui::MainWindow> ui_;
     ArrayController identities_;
     IdentitiesMenu* identitiesMenu_ = nullptr; // only where our own tool keeps the identities
+    QStringList explained_;                    // in the notice, the last one at its end
     QTimer noticeEnd_{this};
     QTimer expectationDue_;
     LauncherEntry launcherEntry_;

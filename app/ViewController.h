@@ -11,11 +11,11 @@
 
 #include <QPointer>
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <optional>
 #include <string>
-#include <vector>
 
 class SerialQueue;
 struct AskedEntry;
@@ -83,12 +83,12 @@ public:
     void doButton1Loop(QObject* sender);
     /// Whether this is the edition that packs only. Any thread.
     [[nodiscard]] bool neverSigns() const;
-    /// Lets the script that runs end, leaves the other packages, and ends the loop there. The
-    /// entry stays among those that wait.
-    void stopProcessing() { isStopping_.set(true); }
+    /// Lets the script that runs end, leaves the other packages, and ends the loop there, also for
+    /// turns that are queued. The entry stays among those that wait.
+    void stopProcessing() { ++stops_; }
     /// Told when a sheet of others has been closed: a turn that stopped at it goes on.
     void sheetClosed();
-    /// Takes an entry away from those that wait.
+    /// Takes an entry away from those that wait; the one at work stays.
     void removeWaiting(const std::string& entry);
 
 private:
@@ -113,8 +113,9 @@ private:
     void confirmed(const std::string& entry, Confirmation::Answer answer);
 
     Surroundings surroundings_;
-    bool looksAgain_ = false; // when the panel, or a sheet of others, is closed
-    AtomicProperty<bool> isStopping_;
-    std::size_t answered_ = 0; // entries of the run that were processed or skipped
+    bool looksAgain_ = false;          // when the panel, or a sheet of others, is closed
+    std::atomic<int> stops_ = 0;       // what was begun before the last one does not go on
+    std::atomic<int> stopsBefore_ = 0; // the entry at work
+    std::size_t answered_ = 0;         // entries of the run that were processed or skipped
     QPointer<QObject> representedObject_;
 };

@@ -22,7 +22,10 @@ void ViewController::doButton1(QObject* sender) {
         playBeep();
         return;
     }
-    processQueue().async([this, sender] { doButton1Loop(sender); });
+    processQueue().async([this, sender, stops = stops_.load()] {
+        if (stops == stops_)
+            doButton1Loop(sender);
+    });
 }
 
 void ViewController::startLoop() {
@@ -103,12 +106,12 @@ void ViewController::confirmed(const std::string& entry, Confirmation::Answer an
     ++answered_;
     switch (answer) {
     case Confirmation::Answer::Process:
-        isStopping_.set(false);
-        setProcessing(true);
+        stopsBefore_ = stops_.load();
+        setEntryAtWork(entry);
         processQueue().async([this, entry] {
             doProcessItemNew(entry);
-            MainQueue::async(this, [this] { setProcessing(false); });
-            if (!isStopping_.get())
+            MainQueue::async(this, [this] { setEntryAtWork(std::nullopt); });
+            if (stops_ == stopsBefore_)
                 return doButton1Loop(nullptr);
             tellEndOfRun();
             MainQueue::async(this, [this] { loopEnded(); });
@@ -140,6 +143,8 @@ void ViewController::sheetClosed() {
 }
 
 void ViewController::removeWaiting(const std::string& entry) {
+    if (entry == entryAtWork())
+        return;
     fSetOfFolders()->remove(entry);
     refreshNumberOfFolders();
 }

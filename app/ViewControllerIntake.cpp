@@ -34,7 +34,9 @@ std::optional<LocationList> locationsIn(const NotificationObject& object) {
 
 void ViewController::refuseDuplicate(const std::string& path) {
     playBeep();
-    surroundings_.explain(path + ": it waits already, and is not added again");
+    surroundings_.explain(path + (path == entryAtWork()
+                                      ? ": it is being processed, and is not added again"
+                                      : ": it waits already, and is not added again"));
 }
 
 void ViewController::explainRefusal(const LocationItem& location) {

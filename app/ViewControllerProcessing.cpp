@@ -68,7 +68,7 @@ void ViewController::doProcessItemNew(const std::string& entry) {
     ProcessingHooks hooks = processingHooks();
     std::optional<std::string> identity;
     hooks.codesigningIdentity = [this, &identity] { return identity = getCodesigningIdentity(); };
-    hooks.goesOn = [this] { return !isStopping_.get(); };
+    hooks.goesOn = [this] { return stops_ == stopsBefore_; };
     hooks.packagesFound = [&runs](const auto& packages) { runs.packagesFound(packages.size()); };
     hooks.packageStarted = [&, this](const std::string& package) {
         const bool isSigned = !hooks.doNotCodesign() && !neverSigns();

@@ -29,9 +29,10 @@ public:
     /// Whether the batch loop is at an entry.
     [[nodiscard]] bool fButton1Busy() const { return fButton1Busy_.get(); }
     void setFButton1Busy(bool busy) { set(fButton1Busy_, busy); }
-    /// Whether packages are being processed, and not only asked about.
-    [[nodiscard]] bool isProcessing() const { return isProcessing_.get(); }
-    void setProcessing(bool processing) { set(isProcessing_, processing); }
+    /// The entry whose packages are being processed, and not only asked about.
+    [[nodiscard]] Text entryAtWork() const { return entryAtWork_.get(); }
+    void setEntryAtWork(Text entry) { set(entryAtWork_, std::move(entry)); }
+    [[nodiscard]] bool isProcessing() const { return entryAtWork().has_value(); }
     [[nodiscard]] Text fProgressString1() const { return fProgressString1_.get(); }
     void setFProgressString1(Text text) { set(fProgressString1_, std::move(text)); }
     [[nodiscard]] Text fVersionString() const { return fVersionString_.get(); }
@@ -63,7 +64,7 @@ private:
 
     AtomicProperty<Text> fSearchPath_;
     AtomicProperty<bool> fButton1Busy_;
-    AtomicProperty<bool> isProcessing_;
+    AtomicProperty<Text> entryAtWork_;
     AtomicProperty<Text> fProgressString1_;
     AtomicProperty<Text> fVersionString_;
     AtomicProperty<std::shared_ptr<WorkSet>> fSetOfFolders_;

@@ -4,7 +4,9 @@
 
 #include <QCheckBox>
 #include <QLabel>
+#include <QMenu>
 #include <QTest>
+#include <QTimer>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -211,6 +213,10 @@ TEST_F(BatchLoop, StallsAtAnEntryThatIsNoFolder) {
         controller().fSetOfFolders()->remove(entry);
     }
     EXPECT_EQ(terminations, 0);
+    auto* timer = window->findChild<QTimer*>("noticeEnd");
+    timer->start(0);
+    ASSERT_TRUE(waitUntil([&] { return !timer->isActive(); }));
+    EXPECT_TRUE(find("notice")->isVisible()) << "why it is held up";
     controller().fSetOfFolders()->add(folder.path("gone"));
     controller().addItemsToBeProcessedSet({folder.path("A")});
     settle();
@@ -221,6 +227,8 @@ TEST_F(BatchLoop, StallsAtAnEntryThatIsNoFolder) {
     find<QPushButton>("button1")->click();
     EXPECT_EQ(shownPath(), folder.path("A")) << "a later start is the way out";
     press("Stop");
+    timer->start(0);
+    EXPECT_TRUE(waitUntil([this] { return !find("notice")->isVisible(); }));
 }
 
 TEST_F(BatchLoop, LooksAgainWhenThePanelIsClosed) {
@@ -292,12 +300,21 @@ TEST_F(BatchLoop, StopsBetweenTwoPackagesAndLeavesTheEntry) {
     start({"A"});
     QTest::mouseClick(sheet()->findChild<QPushButton*>("Process"), Qt::LeftButton);
     ASSERT_TRUE(waitUntil([this] { return find("stop")->isVisible() && !calls().empty(); }));
+    const auto* notice = find<QLabel>("notice");
+    notifications.post("newsearchpath", LocationList{folder.path("A"), folder.path("B")});
+    ASSERT_TRUE(waitUntil([&] { return notice->text().contains("is being processed"); }));
+    QMenu* waitingMenu = find<QPushButton>("waiting")->menu();
+    emit waitingMenu->aboutToShow();
+    EXPECT_EQ(waitingMenu->actions().size(), 3) << "B, a line, Clear All";
+    controller().removeWaiting(folder.path("A"));
     find<QPushButton>("stop")->click();
     folder.makeFile("go on");
     ASSERT_TRUE(waitUntil([this] { return !controller().fButton1Busy(); }));
     const std::string begun = calls();
+    settle();
     EXPECT_EQ(std::ranges::count(begun, '\n'), 1) << begun;
-    EXPECT_THAT(waiting(), ElementsAre(folder.path("A")));
+    EXPECT_EQ(window->findChild<ConfirmationSheet*>(), nullptr) << "of a start before the stop";
+    EXPECT_THAT(waiting(), testing::UnorderedElementsAre(folder.path("A"), folder.path("B")));
     EXPECT_EQ(terminations, 0);
     EXPECT_FALSE(find("stop")->isVisible());
     const auto recorded = recordedRuns(folder.path("runs"));

@@ -114,10 +114,10 @@ TEST_F(Expected, IsSaidInTheQuestionToo) {
 TEST_F(Expected, LooksAgainAfterProcessing) {
     drop({"one"});
     EXPECT_TRUE(says("1 package, not signed"));
-    controller().setProcessing(true);
+    controller().setEntryAtWork("/x");
     EXPECT_FALSE(find("expectation")->isVisible());
     folder.makeFile("one/X.zip");
-    controller().setProcessing(false);
+    controller().setEntryAtWork(std::nullopt);
     EXPECT_TRUE(says("1 package, not signed · 1 archive will be replaced"));
 }
 
