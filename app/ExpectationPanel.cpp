@@ -37,6 +37,10 @@ ExpectationPanel::ExpectationPanel(AskedEntry entry)
     layout->addWidget(summary_);
     listPackages();
     layout->addWidget(packages_);
+    auto* renaming =
+        plainLabel(QString::fromStdString(renamingText(entry_.expectation)), "renaming");
+    renaming->setWordWrap(true);
+    layout->addWidget(renaming);
     layout->addWidget(
         plainLabel(QString::fromStdString(replacedText(entry_.expectation)), "replaced"));
 }

@@ -1,6 +1,5 @@
 #include "batch/Intake.h"
 
-#include "base/Utf8.h"
 #include "core/LocationCheck.h"
 #include "core/LocationExpansion.h"
 #include "core/Path.h"
@@ -36,10 +35,4 @@ std::vector<base::Error> addToWorkSet(const Caller& caller, const std::vector<st
     for (const LocationItem& selection : selections)
         workSet.add(*pathOf(selection));
     return errors;
-}
-
-ArgumentFault faultOfArgument(const std::string& text) {
-    if (text.find_first_of("\"$`\\\n") != std::string::npos)
-        return ArgumentFault::ReadByShell;
-    return base::isValidUtf8(text) ? ArgumentFault::None : ArgumentFault::NotUtf8;
 }

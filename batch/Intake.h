@@ -11,9 +11,3 @@
 /// left to that folder. Gives one error for each path that cannot be processed.
 [[nodiscard]] std::vector<base::Error>
 addToWorkSet(const Caller& caller, const std::vector<std::string>& paths, WorkSet& workSet);
-
-/// Whether a text can be an argument of a script: the command line does not escape it.
-enum class ArgumentFault { None, ReadByShell, NotUtf8 };
-
-/// What is wrong with `text` as an argument of a script.
-[[nodiscard]] ArgumentFault faultOfArgument(const std::string& text);

@@ -1,11 +1,13 @@
 #include "core/Expectation.h"
 
 #include "core/Identities.h"
+#include "core/ItemProcessing.h"
 #include "core/Path.h"
 #include "core/Text.h"
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 
 namespace {
 
@@ -67,6 +69,20 @@ std::string textOf(const Signing& signing) {
     const std::string words = wordsFor(signing);
     return words.starts_with("not ") ? "Packages will not be" + words.substr(3)
                                      : "Packages will be " + words;
+}
+
+std::string renamingText(const Expectation& expectation) {
+    std::vector<std::string> unfit;
+    std::ranges::copy_if(
+        expectation.packages, std::back_inserter(unfit),
+        [](const std::string& package) { return faultOfArgument(package) != ArgumentFault::None; });
+    if (unfit.empty())
+        return {};
+    return unfit.size() == 1
+               ? lastPathComponent(unfit.front()) +
+                     " will fail, since the shell reads characters of its path: rename it first"
+               : std::to_string(unfit.size()) + " will fail, since the shell reads characters of "
+                                                "their paths: rename them first";
 }
 
 std::string replacedText(const Expectation& expectation) {

@@ -1,5 +1,6 @@
 #include "core/ItemProcessing.h"
 
+#include "base/Utf8.h"
 #include "core/LocationExpansion.h"
 #include "core/Log.h"
 #include "core/Path.h"
@@ -30,6 +31,12 @@ ScriptRun runScript(const ProcessingHooks& hooks, const std::optional<std::strin
 
 std::string processQueueLabel(const std::string& bundleIdentifier) {
     return (bundleIdentifier.empty() ? applicationIdentifier : bundleIdentifier) + ".process";
+}
+
+ArgumentFault faultOfArgument(const std::string& text) {
+    if (text.find_first_of("\"$`\\\n") != std::string::npos)
+        return ArgumentFault::ReadByShell;
+    return base::isValidUtf8(text) ? ArgumentFault::None : ArgumentFault::NotUtf8;
 }
 
 std::string progressText(const std::string& package) {

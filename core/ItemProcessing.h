@@ -56,6 +56,12 @@ struct ProcessingHooks {
 /// What a person is shown while a package's scripts run.
 [[nodiscard]] std::string progressText(const std::string& package);
 
+/// Whether a text can be an argument of a script: the command line does not escape it.
+enum class ArgumentFault { None, ReadByShell, NotUtf8 };
+
+/// What is wrong with `text` as an argument of a script.
+[[nodiscard]] ArgumentFault faultOfArgument(const std::string& text);
+
 /// SCRIPT "PACKAGE" "IDENTITY": the command line of one script. The script's path stands unquoted
 /// and nothing is escaped; a missing script or package prints as "(null)".
 [[nodiscard]] std::string scriptCommandLine(const std::optional<std::string>& script,

@@ -106,9 +106,14 @@ TEST_F(Expected, IsSaidInTheQuestionToo) {
         asking->findChild<QPushButton*>("Skip")->click();
         settle();
     }
-    drop({"one"});
+    for (const char* package : {"shell/a$HOME.app", "shell/b.app"})
+        folder.makeFolder(package);
+    drop({"shell"});
     controller().doButton1(nullptr);
     EXPECT_EQ(textIn(sheet(), "place"), "") << "one alone";
+    EXPECT_EQ(
+        textIn(sheet(), "renaming"),
+        "a$HOME.app will fail, since the shell reads characters of its path: rename it first");
 }
 
 TEST_F(Expected, LooksAgainAfterProcessing) {
