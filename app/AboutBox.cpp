@@ -16,14 +16,13 @@ AboutBox::AboutBox(const QString& version, QWidget* parent) : QDialog(parent) {
     setWindowTitle(tr("About Kelpmoray"));
     auto* icon = new QLabel;
     icon->setPixmap(applicationIcon().pixmap(64));
-    auto* text =
-        new QLabel(version + tr("\n\nSigns application packages and packs them.\n\n"
-                                "Kelpmoray: MIT License\n"
-                                "Qt %1: GNU LGPL version 3\n"
-                                "OpenSSL: Apache License 2.0\n"
-                                "libplist, libp11, libsecret: GNU LGPL version 2.1 or later\n"
-                                "libdeflate: MIT License")
-                                 .arg(qVersion()));
+    auto* text = new QLabel(version + tr("\n\nSigns application packages and packs them.\n\n"
+                                         "Kelpmoray: MIT License\n"
+                                         "Qt %1: GNU LGPL version 3\n"
+                                         "OpenSSL: Apache License 2.0\n"
+                                         "libp11, libsecret: GNU LGPL version 2.1 or later\n"
+                                         "libdeflate, expat: MIT License")
+                                          .arg(qVersion()));
     text->setObjectName("aboutText");
     text->setTextFormat(Qt::PlainText);
     text->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);

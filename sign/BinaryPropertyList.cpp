@@ -3,6 +3,7 @@
 #include "base/ByteReader.h"
 #include "base/Printable.h"
 #include "base/Utf8.h"
+#include "sign/PropertyListReader.h"
 
 #include <algorithm>
 #include <bit>
@@ -187,6 +188,7 @@ private:
                 !readObject(takeReference(values), depth + 1, entry.second))
                 return false;
         }
+        keepLastOfEachKey(dictionary);
         value = std::move(dictionary);
         return true;
     }
@@ -235,19 +237,6 @@ base::Result<PropertyValue> readBinaryPropertyList(base::Bytes bytes, std::strin
                            "The property list \"" + base::printable(name) +
                                "\" holds more than 1,000,000 values or 64 MB. Make it smaller."};
     return damagedPropertyList(name);
-}
-
-base::Error tooDeepPropertyList(std::string_view name) {
-    return {base::ErrorKind::Unsupported,
-            "The property list \"" + base::printable(name) +
-                "\" is nested deeper than 64 levels. Make it flatter."};
-}
-
-base::Error damagedPropertyList(std::string_view name) {
-    return {base::ErrorKind::Damaged,
-            "\"" + base::printable(name) +
-                "\" is not a property list in XML or binary form. Get the package anew from where "
-                "it was built."};
 }
 
 } // namespace sign

@@ -8,10 +8,6 @@
 
 namespace sign {
 
-/// How deep the values of a property list may be nested: more than any package needs, and less than
-/// a reader's stack has room for.
-constexpr unsigned mostPropertyLevels = 64;
-
 /// Whether the bytes start as a binary property list does.
 [[nodiscard]] bool isBinaryPropertyList(base::Bytes bytes);
 
@@ -20,9 +16,5 @@ constexpr unsigned mostPropertyLevels = 64;
 /// sets, no UIDs. `name` is the file that an error names. Any thread.
 [[nodiscard]] base::Result<PropertyValue> readBinaryPropertyList(base::Bytes bytes,
                                                                  std::string_view name);
-
-/// The errors of both readers.
-[[nodiscard]] base::Error tooDeepPropertyList(std::string_view name);
-[[nodiscard]] base::Error damagedPropertyList(std::string_view name);
 
 } // namespace sign

@@ -15,7 +15,7 @@ namespace sign {
 
 class PropertyValue;
 using PropertyArray = std::vector<PropertyValue>;
-/// In the order in which the file has them; when a key comes twice, the last one counts.
+/// In the order in which the file has them. Of a key that comes twice there, only the last one.
 using PropertyDictionary = std::vector<std::pair<std::string, PropertyValue>>;
 using PropertyData = std::vector<std::uint8_t>;
 

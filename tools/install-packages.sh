@@ -16,7 +16,7 @@ if [ "$(uname)" = Darwin ] && command -v brew >/dev/null 2>&1; then
     exec brew install $missing
 fi
 
-packages="g++ cmake ninja-build pkg-config libdeflate-dev zlib1g-dev libssl-dev libplist-dev libp11-dev"
+packages="g++ cmake ninja-build pkg-config libdeflate-dev zlib1g-dev libssl-dev libexpat1-dev libp11-dev"
 packages="$packages libsecret-1-dev qt6-base-dev fonts-dejavu-core"
 if [ "${1:-}" = --test ]; then
     packages="$packages libgtest-dev libgmock-dev clang-format-14 shellcheck unzip python3 git"

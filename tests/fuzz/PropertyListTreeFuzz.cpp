@@ -8,8 +8,12 @@
 namespace {
 
 bool isPlainText(const std::string& text) {
-    return base::isValidUtf8(text) && std::none_of(text.begin(), text.end(), [](char letter) {
-               return static_cast<unsigned char>(letter) < 0x20 && letter != '\n';
+    const bool hasNoncharacter =
+        text.find("\uFFFE") != text.npos || text.find("\uFFFF") != text.npos;
+    return base::isValidUtf8(text) && !hasNoncharacter &&
+           std::none_of(text.begin(), text.end(), [](char letter) {
+               return static_cast<unsigned char>(letter) < 0x20 && letter != '\t' &&
+                      letter != '\n' && letter != '\r';
            });
 }
 
