@@ -216,7 +216,7 @@ base::Outcome CodeCheck::checkResources() {
     if (!code_->file().isMachO())
         if (const auto loose = readLooseSignature(*code_->bundle()))
             sealChecking.signatureFiles = signatureFiles(*loose);
-    auto report = checkSeal(*code_->bundle(), *sealBytes_, sealChecking);
+    auto report = checkSeal(*code_->bundle(), *std::move(sealBytes_), sealChecking);
     if (!report) {
         if (!isOfCode(report.error()))
             return report.error();

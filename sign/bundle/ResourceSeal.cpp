@@ -165,8 +165,8 @@ private:
             if (file.rule)
                 addEntry(std::move(name), *file.rule, hashes);
         }
-        hashes_ = {};
-        waiting_ = {};
+        hashes_ = std::vector<FileHashes>(); // unlike {}, frees the memory
+        waiting_ = std::vector<Waiting>();
         return {};
     }
 

@@ -40,8 +40,9 @@ public:
     Checker(const Bundle& bundle, const SealChecking& checking)
         : bundle_(bundle), checking_(checking) {}
 
-    base::Result<SealReport> check(base::Bytes seal) {
+    base::Result<SealReport> check(PropertyData seal) {
         const auto read = readPropertyList(seal, bundle_.sealPath());
+        seal = PropertyData(); // unlike {}, frees the memory
         if (!read || !takeTables(*read))
             return unusable();
         auto rules = SealRules::read(*rules_, bundle_, bundle_.sealPath());
@@ -54,11 +55,8 @@ public:
             if (auto checked = checkStrictly(); !checked)
                 return checked.error();
         }
-        const auto items = sealItems(bundle_, scope->rules);
-        if (!items)
-            return items.error();
-        for (const SealItem& item : *items)
-            checkItem(item, *scope);
+        if (auto checked = checkItems(*scope); !checked)
+            return checked.error();
         if (auto hashed = checkHashes(); !hashed)
             return hashed.error();
         addMissing();
@@ -118,6 +116,18 @@ private:
                                                    bundle_.signatureFolder() + "/" + entry.name,
                                                    SealChange::None});
         }
+        return {};
+    }
+
+    base::Outcome checkItems(const SealScope& scope) {
+        const auto items = sealItems(bundle_, scope.rules);
+        if (!items)
+            return items.error();
+        // A vector that grows takes twice its memory for a while.
+        hashes_.reserve(items->size());
+        hashed_.reserve(items->size());
+        for (const SealItem& item : *items)
+            checkItem(item, scope);
         return {};
     }
 
@@ -213,9 +223,9 @@ private:
 
 } // namespace
 
-base::Result<SealReport> checkSeal(const Bundle& bundle, base::Bytes seal,
+base::Result<SealReport> checkSeal(const Bundle& bundle, PropertyData seal,
                                    const SealChecking& checking) {
-    return Checker(bundle, checking).check(seal);
+    return Checker(bundle, checking).check(std::move(seal));
 }
 
 } // namespace sign

@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const base::Bytes seal(data, size);
     sign::SealChecking checking;
     checking.strict = true;
-    const auto report = sign::checkSeal(bundle, seal, checking);
+    const auto report = sign::checkSeal(bundle, {seal.begin(), seal.end()}, checking);
     require(static_cast<bool>(report), "a seal is no reason to fail");
     if (report->faults.empty()) {
         const auto read = sign::readPropertyList(seal, "seal");

@@ -181,7 +181,7 @@ protected:
         checking.strict = strict;
         checking.sha1 = sha1;
         checking.threads = 2;
-        const auto report = sign::checkSeal(*bundle, base::bytesOf(seal), checking);
+        const auto report = sign::checkSeal(*bundle, {seal.begin(), seal.end()}, checking);
         if (!report)
             return {report.error().sentence};
         std::vector<std::string> lines;
