@@ -52,9 +52,11 @@ void Application::start(const LocationList& locations) {
         delegate_.applicationShouldTerminateAfterLastWindowClosed());
     QObject::connect(qApp, &QApplication::aboutToQuit, &requests_, [this] {
         requests_.release();
-        tellUntoldFailure();
+        // Whoever quits at a later sheet, or while a package is processed, has not been told yet.
+        if (runs_.isUntold() && std::ranges::any_of(runs_.model().packages(), hasFailed))
+            tellFailure();
         if (lastRunFailed())
-            RunActions::startLastRun();
+            RunActions::showRun(runs_.file());
         delegate_.applicationWillTerminate();
     });
 
@@ -70,10 +72,11 @@ void Application::start(const LocationList& locations) {
                 notifyUser(QString::fromStdString(bundle_.identifier), summary, body);
             },
         .runs = runs_,
-        .tellFailure =
-            [this](const EndedRun& run) { RunActions::tellFailure(bundle_.identifier, run); },
-        .showLastRun = &RunActions::startLastRun};
+        .tellFailure = [this](const EndedRun&) { tellFailure(); },
+        .showLastRun = [this] { showRun(""); }};
     window_ = std::make_unique<MainWindow>(surroundings, delegate_);
+    QObject::connect(&runs_, &RunReporter::recordFailed, window_.get(),
+                     [this](const QString& sentence) { window_->explain(sentence.toStdString()); });
     // Started by the bus, we get a request, which may ask for no window.
     if (!startedByBus)
         window_->show();
@@ -82,11 +85,14 @@ void Application::start(const LocationList& locations) {
         open(locations);
 }
 
-void Application::tellUntoldFailure() {
-    // Whoever quits at a later sheet, or while a package is processed, has not been told yet.
-    const EndedRun run{runs_.model().packages()};
-    if (runs_.isUntold() && std::ranges::any_of(run.packages, hasFailed))
-        RunActions::tellFailure(bundle_.identifier, run);
+void Application::tellFailure() {
+    RunActions::tellFailure(bundle_.identifier,
+                            {runs_.model().packages(), runs_.file(), runs_.trouble()});
+}
+
+void Application::showRun(const std::string& file) {
+    // One that could not be written is not the last one among the records.
+    RunActions::showRun(file.empty() && !runs_.trouble().empty() ? runs_.file() : file);
 }
 
 void Application::open(const LocationList& locations) {

@@ -28,7 +28,9 @@ private:
     void showWindow();
     [[nodiscard]] bool lastRunFailed() const;
     void open(const LocationList& locations);
-    void tellUntoldFailure();
+    /// The one in `file`, or the last run if none is named.
+    void showRun(const std::string& file);
+    void tellFailure();
 
     MainBundle bundle_ = MainBundle::ofThisProcess();
     NotificationCenter notifications_;
@@ -37,7 +39,7 @@ private:
     FileOpenEvents fileOpenEvents_{[this](const QStringList& uris) { requests_.open(uris); }};
     RunReporter runs_{RunRecord::userFolder(),
                       bundle_.infoDictionary["CFBundleShortVersionString"]};
-    RunActions actions_;
+    RunActions actions_{[this](const std::string& file) { showRun(file); }};
     std::unique_ptr<SettingsStore> settings_;
     std::unique_ptr<MainWindow> window_;
 };

@@ -22,12 +22,13 @@
 namespace {
 
 constexpr const char* help = R"(usage: kelpmoray [PATH...]
-       kelpmoray --last-run
+       kelpmoray --last-run [FILE]
 
 Opens the window and the PATHs in it: application packages (Name.app) and folders that hold some, or
 their file URLs. If Kelpmoray runs already, the running program opens them.
 
-  --last-run           show what became of the packages of the last run, and of earlier ones
+  --last-run [FILE]    show what became of the packages of the last run, or of the one whose record
+                       is FILE, and of earlier ones
   --help, --version    print this, or the version, and end
 )";
 
@@ -68,23 +69,29 @@ bool isLastRunAsked(int argc, char** argv) {
 }
 
 /// Runs the window of results, a program of its own; it and the main program may end in any order.
-/// Only one runs: another start brings it to the front, where it shows the run that is last by
-/// then.
-int showLastRun(const ActivationTokens& tokens) {
+/// Only one runs: another start brings it to the front, where it shows what that start asked for.
+/// `file` is as for showRecord().
+int showRun(const std::string& file, const ActivationTokens& tokens) {
     const std::string application = MainBundle::ofThisProcess().identifier;
     std::unique_ptr<ResultsWindow> window;
-    const auto show = [&window] {
+    const auto show = [&window](const std::string& record) {
         if (!window)
             return;
-        window->showLastRun();
+        window->showRecord(record);
         setWindowLevel(window.get(), statusWindowLevel); // or the main window covers it
         window->show();
         activateIgnoringOtherApps(window.get());
     };
     OpenRequests requests(
-        application + ".results", [show](const LocationList&) { show(); }, show,
-        [show](const QString&, const QString&) { show(); });
-    if (requests.handOver(LocationList{}, tokens))
+        application + ".results",
+        [show](const LocationList& records) {
+            show(records.empty() ? "" : pathOf(records.front()).value_or(""));
+        },
+        [show] { show(""); }, [show](const QString&, const QString&) { show(""); });
+    LocationList records;
+    if (!file.empty())
+        records.emplace_back(FileUrl::fileURLWithPath(file));
+    if (requests.handOver(records, tokens))
         return 0;
     QApplication::setDesktopFileName(QString::fromStdString(application));
     const RunActions actions(show, application);
@@ -92,7 +99,7 @@ int showLastRun(const ActivationTokens& tokens) {
         RunRecord::userFolder(),
         ResultsWindow::Outside{&RunActions::reveal, &RunActions::startWith});
     window->setWindowIcon(applicationIcon());
-    show();
+    show(file);
     QObject::connect(qApp, &QApplication::aboutToQuit, &requests,
                      [&requests] { requests.release(); });
     return endJobs(QApplication::exec());
@@ -128,10 +135,12 @@ int main(int argc, char** argv) {
     useClearOutlines();
     const LocationList locations = locationsIn(argc, argv);
     if (isLastRunAsked(argc, argv)) {
-        if (argc == 2)
-            return showLastRun(tokens);
-        std::fputs("kelpmoray: --last-run stands alone. Leave out the PATHs, or --last-run.\n",
-                   stderr);
+        if (argc <= 3 && argv[1] == std::string_view("--last-run"))
+            return showRun(argc == 3 ? standardizedPath(absolutePath(argv[2])) : "", tokens);
+        std::fputs(
+            "kelpmoray: --last-run takes no PATHs, and at most one FILE behind it. Leave out "
+            "the rest.\n",
+            stderr);
         return 2;
     }
     Application application;

@@ -105,8 +105,8 @@ std::string RunRecord::userFolder() {
     return home.empty() ? "" : appendingPathComponent(home, ".local/state/kelpmoray/runs");
 }
 
-RunRecord::RunRecord(std::string folder, std::string version)
-    : folder_(std::move(folder)), version_(std::move(version)) {}
+RunRecord::RunRecord(std::string folder, std::string version, std::string copied)
+    : folder_(std::move(folder)), version_(std::move(version)), copied_(std::move(copied)) {}
 
 void RunRecord::fail(const std::string& action, const std::string& path) {
     if (trouble_.empty())
@@ -116,6 +116,10 @@ void RunRecord::fail(const std::string& action, const std::string& path) {
 void RunRecord::create() {
     std::error_code error;
     fs::create_directories(folder_, error);
+    if (error) {
+        errno = error.value();
+        return fail("create the folder for the records of runs", folder_);
+    }
     const auto now = Clock::now();
     for (auto start = now; !descriptor_.open() && start < now + std::chrono::seconds(1);
          start += std::chrono::milliseconds(1)) { // the run before may have started just now
@@ -131,10 +135,12 @@ void RunRecord::create() {
         return;
     }
     flock(descriptor_.get(), LOCK_EX | LOCK_NB);
-    const base::Json::Object head = {{"format", std::int64_t{1}},
-                                     {"program", "kelpmoray " + version_},
-                                     {"started", timeText(now, isoTime)},
-                                     {"process", std::int64_t{getpid()}}};
+    base::Json::Object head = {{"format", std::int64_t{1}},
+                               {"program", "kelpmoray " + version_},
+                               {"started", timeText(now, isoTime)},
+                               {"process", std::int64_t{getpid()}}};
+    if (!copied_.empty())
+        head.emplace_back("trouble", copied_);
     head_ = base::Json(head).text();
     head_.replace(head_.size() - 1, 1, ", \"packages\": [\n");
     removeOldRuns(folder_);
@@ -164,19 +170,24 @@ void RunRecord::writeRest(const std::string& settling, const std::string& end) {
     unsettled_ = text.size() - settled;
 }
 
+std::size_t RunRecord::next() {
+    if (count_ == 0 && !folder_.empty())
+        create();
+    return count_++;
+}
+
 std::size_t RunRecord::packageStarted(const std::string& path, const std::string& entry,
                                       const std::optional<std::string>& identity) {
     const std::lock_guard lock(mutex_);
-    if (count_ == 0 && !folder_.empty())
-        create();
+    const std::size_t number = next();
     PackageRecord package{.path = path, .entry = entry};
     if (!identity || equalsIgnoringCase(*identity, doNotCodesignIdentity))
         package.notSigned = "signing is off";
     else
         package.signedAs = *identity;
-    atWork_.emplace(count_, std::move(package));
+    atWork_.emplace(number, std::move(package));
     writeRest();
-    return count_++;
+    return number;
 }
 
 void RunRecord::scriptEnded(std::size_t package, const ScriptRun& run) {
@@ -220,6 +231,12 @@ PackageRecord RunRecord::packageEnded(std::size_t package) {
     return ended;
 }
 
+void RunRecord::add(const PackageRecord& package) {
+    const std::lock_guard lock(mutex_);
+    (void)next();
+    writeRest(jsonOf(package).text());
+}
+
 void RunRecord::finish() {
     const std::lock_guard lock(mutex_);
     writeRest("", ", \"finished\": \"" + timeText(Clock::now(), isoTime) + "\"");
@@ -227,6 +244,11 @@ void RunRecord::finish() {
         unlink(file_.c_str());
         file_.clear();
     }
+    descriptor_ = {};
+}
+
+void RunRecord::leave() {
+    const std::lock_guard lock(mutex_);
     descriptor_ = {};
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/FileDescriptor.h"
-#include "base/Json.h"
+#include "core/PackageRecord.h"
 #include "core/ScriptOutcome.h"
 
 #include <cstdint>
@@ -11,39 +11,12 @@
 #include <string>
 #include <vector>
 
-enum class PackageState { Running, Done, Failed, Interrupted };
-
-/// One script that ran over a package.
-struct StepRecord {
-    std::string script; ///< its file name
-    double seconds = 0;
-    bool failed = false;
-    std::string lastLine{};
-    std::string output{}; ///< the end of it, of a step that failed or has something to tell
-};
-
-/// What became of one package.
-struct PackageRecord {
-    struct Archive {
-        std::string path;
-        std::uint64_t size = 0;
-        std::string sha256{}; ///< empty if it could not be read
-    };
-
-    std::string path;
-    std::string entry; ///< the folder or package it was handed over in
-    PackageState state = PackageState::Running;
-    std::string signedAs{};  ///< empty if this run did not sign it
-    std::string notSigned{}; ///< why this run did not sign it; empty if it did, or is about to
-    std::optional<Archive> archive{};
-    std::vector<StepRecord> steps{};
-};
-
 /// A run as it is read back.
 struct RecordedRun {
     std::string file;
     std::string started; ///< "2026-05-12T07:45:12Z"
     std::string version; ///< of the program
+    std::string trouble; ///< why this is a copy of a record that could not be written
     bool finished = false;
     bool underWay = false; ///< its process still works on it
     std::vector<PackageRecord> packages;
@@ -62,8 +35,9 @@ public:
     /// kelpmoray/runs in the XDG folder for state; empty if the user has no home.
     [[nodiscard]] static std::string userFolder();
 
-    /// Nothing is written before the first package has started, nor if `folder` is empty.
-    RunRecord(std::string folder, std::string version);
+    /// Nothing is written before the first package has started, nor if `folder` is empty. `copied`
+    /// is the trouble() of a record whose place this one takes.
+    RunRecord(std::string folder, std::string version, std::string copied = "");
 
     // Facts, as they happen. Several packages may be at work, each on a thread of its own.
     /// `identity` is whom the package will be signed as; none if it will not be signed. Gives the
@@ -75,8 +49,12 @@ public:
     PackageRecord scriptsEnded(std::size_t package);
     /// Reads the archive for its digest. Gives the whole record and keeps it in the file only.
     PackageRecord packageEnded(std::size_t package);
+    /// Keeps a package of which no other facts come, as it is.
+    void add(const PackageRecord& package);
     /// No package follows, and none is at work.
     void finish();
+    /// The process is about to end: nothing more is written, and the run is no longer under way.
+    void leave();
 
     /// Empty as long as it is not written.
     [[nodiscard]] std::string file() const;
@@ -86,6 +64,8 @@ public:
     [[nodiscard]] std::string trouble() const;
 
 private:
+    /// The number of a package that comes.
+    std::size_t next();
     void create();
     /// Writes `settling` for good, and behind it what may change: the packages at work, the end.
     void writeRest(const std::string& settling = "", const std::string& end = "");
@@ -94,6 +74,7 @@ private:
     mutable std::mutex mutex_;
     std::string folder_;
     std::string version_;
+    std::string copied_;
     std::string file_;
     std::string trouble_;
     base::FileDescriptor descriptor_;
@@ -114,7 +95,3 @@ private:
 /// Reads a run; none if the file is no record of one. Of a file that was cut, the whole lines are
 /// kept. If the run is no longer under way, a package that was at work counts as interrupted.
 [[nodiscard]] std::optional<RecordedRun> readRun(const std::string& file);
-
-/// The form that a package has in the file.
-[[nodiscard]] base::Json jsonOf(const PackageRecord& package);
-[[nodiscard]] PackageRecord packageOf(const base::Json& json);

@@ -69,6 +69,7 @@ RecordedRun runIn(const std::string& text) {
         return run;
     run.started = (*head)["started"].string();
     run.version = (*head)["program"].string();
+    run.trouble = (*head)["trouble"].string();
     for (std::string_view line : std::span(lines).subspan(1)) {
         if (line.starts_with("]")) {
             run.finished = line.find("\"finished\"") != line.npos;

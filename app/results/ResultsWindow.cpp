@@ -16,17 +16,32 @@ namespace {
 QString timeOf(const std::string& file) {
     const QString name = QString::fromStdString(lastPathComponent(file)).left(19);
     const QDateTime started = QDateTime::fromString(name + 'Z', "yyyy-MM-ddTHH-mm-ss'Z'");
+    if (!started.isValid())
+        return QString::fromStdString(lastPathComponent(file));
     return QLocale().toString(QDateTime(started.date(), started.time(), Qt::UTC).toLocalTime(),
                               QLocale::ShortFormat);
 }
 
 QString stateOf(const RecordedRun& run) {
     QString text = QString::fromStdString(summaryOf(run.packages));
+    if (!run.trouble.empty())
+        text +=
+            ResultsWindow::tr(" This run is not kept: %1").arg(QString::fromStdString(run.trouble));
     if (run.underWay)
         return text + ResultsWindow::tr(" The run is still under way.");
     if (!run.finished)
         return text + ResultsWindow::tr(" The run was interrupted.");
     return text;
+}
+
+QString unreadable(const std::string& file) {
+    const QString path = QString::fromStdString(file);
+    return isDirectory(file) ? ResultsWindow::tr("The run could not be written down in %1. The "
+                                                 "system log tells why.")
+                                   .arg(path)
+                             : ResultsWindow::tr("This record cannot be read: %1. It was cut or "
+                                                 "changed, or its permissions do not allow it.")
+                                   .arg(path);
 }
 
 } // namespace
@@ -42,8 +57,6 @@ ResultsWindow::ResultsWindow(std::string folder, Outside outside)
     layOut();
     list_->showRun(&model_);
     connectParts();
-    showLastRun();
-    list_->setFocus(); // without a row it is not shown
 }
 
 void ResultsWindow::connectParts() {
@@ -64,16 +77,21 @@ void ResultsWindow::connectParts() {
         connect(new QShortcut(keys, this), &QShortcut::activated, this, &QWidget::close);
 }
 
-void ResultsWindow::showLastRun() {
+void ResultsWindow::showRecord(const std::string& file) {
     {
         const QSignalBlocker blocker(runs_);
+        std::vector<std::string> files = recordedRuns(folder_);
+        auto shown = file.empty() ? files.begin() : std::ranges::find(files, file);
+        if (!file.empty() && shown == files.end())
+            shown = files.insert(files.begin(), file);
         runs_->clear();
-        for (const std::string& file : recordedRuns(folder_))
-            runs_->addItem(timeOf(file), QByteArray::fromStdString(file));
-        runs_->setCurrentIndex(0);
+        for (const std::string& each : files)
+            runs_->addItem(timeOf(each), QByteArray::fromStdString(each));
+        runs_->setCurrentIndex(static_cast<int>(shown - files.begin()));
     }
     runs_->setVisible(runs_->count() > 0);
     showRun(runs_->currentData().toByteArray().toStdString());
+    list_->setFocus(); // without a row it is not shown
     summarized_ = 0;
     summarizing_.start();
 }
@@ -130,7 +148,9 @@ void ResultsWindow::showRun(const std::string& file) {
     const auto run = readRun(file);
     model_.setPackages(run ? run->packages : std::vector<PackageRecord>{});
     model_.putFailedFirst();
-    summary_->setText(run ? stateOf(*run) : tr("No run is recorded yet. Process a package first."));
+    summary_->setText(run            ? stateOf(*run)
+                      : file.empty() ? tr("No run is recorded yet. Process a package first.")
+                                     : unreadable(file));
     retry_->setEnabled(run && std::ranges::any_of(run->packages, hasFailed));
     list_->setCurrentIndex(model_.index(0, 0));
     showCurrent();

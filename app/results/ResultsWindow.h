@@ -22,11 +22,12 @@ public:
         std::function<void(const std::vector<std::string>& packages)> retry;
     };
 
-    /// The runs recorded in `folder`; the newest is shown.
+    /// Shows nothing yet. The records of runs are in `folder`.
     ResultsWindow(std::string folder, Outside outside);
 
-    /// Reads the folder again and shows the newest run.
-    void showLastRun();
+    /// Reads the folder again and shows the record in `file`, which may lie elsewhere, or the
+    /// newest in the folder if none is named.
+    void showRecord(const std::string& file = "");
 
 private:
     void layOut();

@@ -12,8 +12,8 @@
 
 #include <algorithm>
 
-RunActions::RunActions(std::function<void()> showLastRun, std::string precedence)
-    : showLastRun_(std::move(showLastRun)), precedence_(QString::fromStdString(precedence)) {
+RunActions::RunActions(std::function<void(const std::string&)> showRun, std::string precedence)
+    : showRun_(std::move(showRun)), precedence_(QString::fromStdString(precedence)) {
     if (auto bus = sessionBus())
         bus->connect({}, "/org/freedesktop/Notifications", "org.freedesktop.Notifications",
                      "ActionInvoked", this, SLOT(invoked(uint, QString)));
@@ -29,7 +29,7 @@ void RunActions::invoked(uint, const QString& key) {
 
 bool RunActions::act(const QString& action, const QString& target) {
     if (action == showResults)
-        showLastRun_();
+        showRun_(target.toStdString());
     else if (action == showFolder)
         reveal(target.toStdString());
     else
@@ -52,16 +52,21 @@ void RunActions::tellFailure(const std::string& identifier, const EndedRun& run)
             QString::fromStdString(lastPathComponent(package.path) + ": " + failure->error) + '\n';
     }
     if (failed > named)
-        body += tr("and %1 more").arg(failed - named);
+        body += tr("and %1 more").arg(failed - named) + '\n';
+    body += QString::fromStdString(run.trouble);
     const QString title = run.packages.size() == 1
                               ? tr("The package failed")
                               : tr("%1 of %2 packages failed").arg(failed).arg(run.packages.size());
     notifyUser(QString::fromStdString(identifier), title, body.trimmed(),
-               {{showResults, tr("Show Results"), {}}, {showFolder, tr("Show Folder"), folder}});
+               {{showResults, tr("Show Results"), QString::fromStdString(run.file)},
+                {showFolder, tr("Show Folder"), folder}});
 }
 
-void RunActions::startLastRun() {
-    QProcess::startDetached(QCoreApplication::applicationFilePath(), {"--last-run"});
+void RunActions::showRun(const std::string& file) {
+    QStringList arguments{"--last-run"};
+    if (!file.empty())
+        arguments.push_back(QString::fromStdString(file));
+    QProcess::startDetached(QCoreApplication::applicationFilePath(), arguments);
 }
 
 void RunActions::startWith(const std::vector<std::string>& packages) {

@@ -15,9 +15,10 @@ public:
     static constexpr const char* showResults = "show-results";
     static constexpr const char* showFolder = "show-folder";
 
-    /// `showLastRun` is what the action of that name does. While an application has the name
-    /// `precedence` on the bus, actions of notifications are left to it.
-    explicit RunActions(std::function<void()> showLastRun = &RunActions::startLastRun,
+    /// `showRun` is what the action showResults does: it shows the record in `file`, or that of the
+    /// last run if none is named. While an application has the name `precedence` on the bus,
+    /// actions of notifications are left to it.
+    explicit RunActions(std::function<void(const std::string& file)> showRun,
                         std::string precedence = "");
 
     /// False if there is no such action.
@@ -25,8 +26,8 @@ public:
     /// Shows a notification of what failed, wherever the person looks. `identifier` is the
     /// application's.
     static void tellFailure(const std::string& identifier, const EndedRun& run);
-    /// Starts the program anew, to show the record of the last run.
-    static void startLastRun();
+    /// Starts the program anew, to show a record (see RunActions()).
+    static void showRun(const std::string& file);
     /// Starts the program anew with these packages; one that runs takes them over.
     static void startWith(const std::vector<std::string>& packages);
     /// Shows a folder or a package's folder, off the main thread.
@@ -37,6 +38,6 @@ public slots:
     void invoked(uint notification, const QString& key);
 
 private:
-    std::function<void()> showLastRun_;
+    std::function<void(const std::string&)> showRun_;
     QString precedence_;
 };

@@ -25,6 +25,12 @@ SerialQueue& digestQueue() {
     return queue;
 }
 
+/// Empty if the session has none.
+std::string sessionFolder() {
+    const char* folder = getenv("XDG_RUNTIME_DIR");
+    return folder != nullptr && *folder == '/' ? folder : "";
+}
+
 } // namespace
 
 RunReporter::RunReporter(std::string folder, std::string version)
@@ -41,9 +47,9 @@ RunReporter::~RunReporter() {
 }
 
 void RunReporter::openPipe() {
-    const char* runtime = getenv("XDG_RUNTIME_DIR");
-    const std::string folder = runtime != nullptr && *runtime == '/' ? runtime : "/tmp";
-    pipePath_ = appendingPathComponent(folder, "kelpmoray-progress-" + std::to_string(getpid()));
+    const std::string session = sessionFolder();
+    pipePath_ = appendingPathComponent(session.empty() ? "/tmp" : session,
+                                       "kelpmoray-progress-" + std::to_string(getpid()));
     unlink(pipePath_.c_str()); // of a process that had our number and was killed
     if (mkfifo(pipePath_.c_str(), 0600) != 0)
         return;
@@ -78,10 +84,14 @@ void RunReporter::readPipe() {
 }
 
 void RunReporter::change(std::function<void()> change) {
-    MainQueue::async([self = QPointer<RunReporter>(this), change = std::move(change)] {
+    MainQueue::async([self = QPointer<RunReporter>(this), change = std::move(change),
+                      trouble = record_ ? record_->trouble() : ""] {
         if (!self)
             return;
         change();
+        self->copy_.clear();
+        if (std::exchange(self->trouble_, trouble).empty() && !trouble.empty())
+            emit self->recordFailed(QString::fromStdString(trouble));
         emit self->progressChanged();
     });
 }
@@ -92,13 +102,13 @@ void RunReporter::packagesFound(std::size_t count) {
 
 void RunReporter::packageStarted(const std::string& package, const std::string& entry,
                                  const std::optional<std::string>& identity) {
-    const bool isFirst = record_ == nullptr;
-    if (isFirst)
+    if (!record_)
         record_ = std::make_shared<RunRecord>(folder_, version_);
     package_ = record_->packageStarted(package, entry, identity);
-    change([this, isFirst, record = record_->package(package_)] {
-        if (isFirst)
+    change([this, run = record_, record = record_->package(package_)] {
+        if (shown_ != run)
             model_.setPackages({});
+        shown_ = run;
         isUntold_ = true;
         model_.setPackage(model_.packages().size(), record);
         ++progress_.position;
@@ -150,13 +160,35 @@ bool RunReporter::runEnded() {
     record_->finish();
     if (const std::string trouble = record_->trouble(); !trouble.empty())
         Log::writeFormatted(Log::Severity::Error, "record: %@", trouble);
-    record_.reset();
     change([this] {
         progress_ = {};
         isUntold_ = false;
         model_.putFailedFirst();
     });
+    record_.reset();
     return true;
+}
+
+std::string RunReporter::file() {
+    const std::string file = shown_ ? shown_->file() : "";
+    if (!file.empty() && trouble_.empty())
+        return file;
+    if (copy_.empty()) {
+        const std::string session = sessionFolder();
+        RunRecord copy(session.empty() ? "" : appendingPathComponent(session, "kelpmoray/runs"),
+                       version_, trouble_);
+        for (const PackageRecord& package : model_.packages())
+            copy.add(package);
+        if (!isUntold_)
+            copy.finish();
+        copy_ = copy.trouble().empty() && !copy.file().empty() ? copy.file() : folder_;
+    }
+    return copy_;
+}
+
+void RunReporter::leave() {
+    if (shown_)
+        shown_->leave();
 }
 
 double RunReporter::share() const {

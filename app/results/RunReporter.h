@@ -16,6 +16,8 @@ class QSocketNotifier;
 /// A run that has ended, as far as a person is told of it. Main thread.
 struct EndedRun {
     const std::vector<PackageRecord>& packages; ///< of the model
+    std::string file{};                         ///< with the record
+    std::string trouble{};                      ///< why it is not whole; empty if it is
 };
 
 /// Takes the facts of processing and keeps them: in the record of the run, and in what the window
@@ -40,6 +42,13 @@ public:
     /// queue. False if no package was processed since the last time.
     [[nodiscard]] bool runEnded();
 
+    /// Why the run that is shown could not be written down, as a sentence; empty if it could.
+    [[nodiscard]] const std::string& trouble() const { return trouble_; }
+    /// The record of the run that is shown, as it is now. One that could not be written is copied
+    /// to where the session keeps its files; if that fails too, this is the folder of the records.
+    [[nodiscard]] std::string file();
+    /// The process is about to end: what is at work does not get into the record any more.
+    void leave();
     /// Whether the run that is shown has not been told, as it has not ended.
     [[nodiscard]] bool isUntold() const { return isUntold_; }
     [[nodiscard]] RunModel& model() { return model_; }
@@ -51,6 +60,8 @@ public:
 
 signals:
     void progressChanged();
+    /// The run goes on, but its record does not.
+    void recordFailed(const QString& sentence);
 
 private:
     struct Progress {
@@ -67,7 +78,7 @@ private:
     void readPipe();
     /// What steps have told and nobody has read.
     QByteArray takeLines();
-    /// Makes the change later, on the main thread.
+    /// Makes the change later, on the main thread. Processing queue.
     void change(std::function<void()> change);
 
     const std::string folder_;
@@ -75,6 +86,9 @@ private:
     std::shared_ptr<RunRecord> record_; ///< of the run under way; processing queue
     std::size_t package_ = 0;           ///< in it; processing queue
     RunModel model_;
+    std::shared_ptr<RunRecord> shown_; ///< of the run that the model has
+    std::string trouble_;
+    std::string copy_; ///< the file in place of one that could not be written
     bool isUntold_ = false;
     Progress progress_;
     QElapsedTimer sinceStart_;

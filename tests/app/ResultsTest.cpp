@@ -40,6 +40,7 @@ struct Results : testing::Test {
             runs, ResultsWindow::Outside{
                       [this](const std::string& path) { revealed.push_back(path); },
                       [this](const std::vector<std::string>& packages) { retried = packages; }});
+        window->showRecord();
         window->show();
         return window;
     }
@@ -103,7 +104,7 @@ TEST_F(Results, ShowEarlierRunsAndTheNewestWhenAskedAgain) {
     EXPECT_FALSE(part<QPushButton>(*window, "retry").isEnabled());
     for (const char* package : {"/p/A.app", "/p/B.app"}) {
         record({package}, "/p/A.app");
-        window->showLastRun();
+        window->showRecord();
         EXPECT_THAT(listed(*window), ElementsAre(std::string(package).substr(3)));
     }
     EXPECT_FALSE(part<QPushButton>(*window, "retry").isEnabled());
@@ -114,6 +115,43 @@ TEST_F(Results, ShowEarlierRunsAndTheNewestWhenAskedAgain) {
     QTest::keyClick(&choice, Qt::Key_Down);
     EXPECT_THAT(listed(*window), ElementsAre("A.app"));
     EXPECT_TRUE(part<QPushButton>(*window, "retry").isEnabled());
+}
+
+TEST_F(Results, AreOfThisRunEvenIfItCouldNotBeWrittenDown) {
+    const ScopedEnvironment session("XDG_RUNTIME_DIR", folder.path());
+    record({"/p/Of another run.app"}, "");
+    const std::string blocked = folder.makeFile("blocked", "in the way") + "/runs";
+    RunReporter reporter(blocked, "1.0");
+    QStringList told;
+    QObject::connect(&reporter, &RunReporter::recordFailed,
+                     [&told](const QString& sentence) { told.push_back(sentence); });
+    reporter.packageStarted("/p/A.app", "/p", std::nullopt);
+    reporter.scriptEnded({"fenwoJustZipApps.sh", "error: A.app is broken: mend it\n"});
+    reporter.packageEnded();
+    EXPECT_TRUE(reporter.runEnded());
+    EXPECT_TRUE(waitUntil([&] { return !reporter.isUntold() && !told.empty(); }));
+    EXPECT_THAT(told.join('\n').toStdString(), HasSubstr(blocked + ": Not a directory"));
+    EXPECT_EQ(told.size(), 1);
+
+    const auto window = open();
+    const auto summary = [&window] {
+        return part<QLabel>(*window, "summary").text().toStdString();
+    };
+    window->showRecord(reporter.file());
+    EXPECT_THAT(listed(*window), ElementsAre("A.app"));
+    EXPECT_EQ(message(*window), "A.app is broken.\nMend it.");
+    EXPECT_EQ(summary(),
+              "1 package: 0 done, 1 failed. This run is not kept: " + reporter.trouble());
+    EXPECT_EQ(part<QComboBox>(*window, "runs").count(), 2);
+
+    const std::string spoilt = folder.makeFile("runs/2999.json", "{}");
+    window->showRecord();
+    EXPECT_THAT(summary(), HasSubstr("cannot be read: " + spoilt));
+    const ScopedEnvironment noSession("XDG_RUNTIME_DIR", "");
+    RunReporter lost(runs, "1.0");
+    window->showRecord(lost.file());
+    EXPECT_THAT(summary(), HasSubstr("could not be written down"));
+    EXPECT_THAT(listed(*window), IsEmpty());
 }
 
 TEST_F(Results, AreReadOutWithoutMarkup) {

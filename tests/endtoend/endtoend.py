@@ -162,6 +162,8 @@ class Told(EndToEnd):
     def test_who_looks_elsewhere_is_told_before_the_program_ends(self):
         self.package("big/Big.app", size=40_000_000)
         self.spoil_signing("*/Big*")
+        blocked = self.path("home/.local/state/kelpmoray")
+        write(blocked, "in the way")
         heard = self.path("heard")
         with open(heard, "wb") as file:
             monitor = subprocess.Popen(
@@ -186,11 +188,13 @@ class Told(EndToEnd):
             with open(heard, encoding="utf-8") as file:
                 return file.read()
         await_that(lambda: "int32 -1" in said(), "the notification")
+        [copy] = pathlib.Path(self.path("home/kelpmoray/runs")).iterdir()
         call = [" ".join(line.split()) for line in said().partition("member=Notify")[2].splitlines()[1:]]
-        self.assertEqual(call[:18], [
+        self.assertEqual(call[:19], [
             'string "Kelpmoray"', "uint32 0", 'string "com.quenbark.kelpmoray"',
-            'string "The package failed"', 'string "Big.app: Big.app is broken."',
-            "array [", 'string "show-results "', 'string "Show Results"',
+            'string "The package failed"', 'string "Big.app: Big.app is broken.',
+            f'Cannot create the folder for the records of runs {blocked}/runs: Not a directory. Check the path."',
+            "array [", f'string "show-results {copy}"', 'string "Show Results"',
             f'string "show-folder {self.path("big/Big.app")}"', 'string "Show Folder"', "]",
             "array [", "dict entry(", 'string "desktop-entry"',
             'variant string "com.quenbark.kelpmoray"', ")", "]",
@@ -231,6 +235,21 @@ class AfterAFailure(EndToEnd):
         self.assertEqual(self.recorded(), [whole, {"Two ü.app": "done"}])
         self.assert_packed("three/Two ü")
 
+    def test_the_results_come_though_the_run_cannot_be_written_down(self):
+        os.makedirs(os.path.dirname(self.runs))
+        write(self.runs, "in the way")
+        self.launch("three")
+        self.desktop.answer()
+        self.assert_ends()
+        results = self.desktop.await_window(self.RESULTS)
+        shown = pathlib.Path("/proc", self.desktop.hands("getwindowpid", results), "cmdline").read_bytes()
+        copy = shown.split(b"\0")[2].decode()
+        self.assertTrue(copy.startswith(self.path("home/kelpmoray/runs/")), shown)
+        with open(copy, encoding="utf-8") as file:
+            self.assertEqual(["failed" == package["state"] for package in json.load(file)["packages"]],
+                             [False, False, True])
+        self.desktop.press(results, "Escape")
+
     def test_who_quits_at_a_later_sheet_is_told(self):
         self.launch("three", "more")
         self.desktop.answer()
@@ -263,7 +282,7 @@ class AfterAFailure(EndToEnd):
         await_that(lambda: not self.desktop.visible_window(self.RESULTS), "the end of the results")
         self.act("show-folder", self.path("three/Two ü.app"))
         self.await_opened("three", "three")
-        self.act("show-results")
+        self.act("show-results", os.path.join(self.runs, os.listdir(self.runs)[0]))
         self.desktop.press(self.desktop.await_window(self.RESULTS), "Escape")
         self.assertFalse(self.desktop.visible_window(TITLE))
 
