@@ -31,11 +31,7 @@ bool Application::handOver(const LocationList& locations, const ActivationTokens
 }
 
 bool Application::lastRunFailed() const {
-    const std::vector<PackageRecord>& packages = runs_.model().packages();
-    // While a package is at work its record is not yet what it will be.
-    return std::ranges::any_of(packages, hasFailed) &&
-           std::ranges::find(packages, PackageState::Running, &PackageRecord::state) ==
-               packages.end();
+    return std::ranges::any_of(runs_.model().packages(), hasFailed);
 }
 
 void Application::showWindow() {
@@ -53,8 +49,9 @@ void Application::start(const LocationList& locations) {
     QObject::connect(qApp, &QApplication::aboutToQuit, &requests_, [this] {
         requests_.release();
         // Whoever quits at a later sheet, or while a package is processed, has not been told yet.
-        if (runs_.isUntold() && std::ranges::any_of(runs_.model().packages(), hasFailed))
+        if (runs_.isUntold() && lastRunFailed())
             tellFailure();
+        runs_.leave(); // what is at work would look as if it went on
         if (lastRunFailed())
             RunActions::showRun(runs_.file());
         delegate_.applicationWillTerminate();

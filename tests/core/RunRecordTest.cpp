@@ -141,6 +141,19 @@ TEST_F(RunRecordTest, OfAKilledRunTellsHowFarItCame) {
     EXPECT_THAT(run.packages, SizeIs(2));
 }
 
+TEST_F(RunRecordTest, IsNoLongerUnderWayOnceItIsLeft) {
+    RunRecord record(runs, "1.0");
+    process(record, "/p/A.app", signedRun);
+    const std::size_t second = record.packageStarted("/p/B.app", "/p", std::nullopt);
+    record.leave();
+    record.scriptEnded(second, {"fenwoJustZipApps.sh", "packed: " + archive + "\n", 0.5});
+    (void)record.packageEnded(second);
+    record.finish();
+    const RecordedRun run = onlyRun();
+    EXPECT_FALSE(run.finished || run.underWay);
+    EXPECT_EQ(stateWord(run.packages.at(1)), "Interrupted");
+}
+
 TEST_F(RunRecordTest, KeepsTheNewestFilesAndThoseUnderWay) {
     RunRecord underWay(runs, "1.0");
     process(underWay, "/p/A.app", signedRun);

@@ -259,6 +259,17 @@ class AfterAFailure(EndToEnd):
         self.assert_ends()
         self.desktop.press(self.desktop.await_window(self.RESULTS), "Escape")
 
+    def test_who_quits_while_the_next_package_is_at_work_is_told(self):
+        self.package("three/Z.app", size=40_000_000)
+        self.launch("three")
+        self.desktop.answer()
+        await_that(lambda: any("Z.app" in run for run in self.recorded()), "the last package")
+        packer = self.hold_packer(self.path("three"))
+        self.desktop.press(self.window, "ctrl+q")
+        self.assert_ends()
+        self.desktop.press(self.desktop.await_window(self.RESULTS), "Escape")
+        os.kill(packer, signal.SIGCONT)
+
     def act(self, action, target=""):
         """What a desktop does when a button of a notification is pressed."""
         status, said = run(
