@@ -89,7 +89,12 @@ void Application::tellFailure() {
 
 void Application::showRun(const std::string& file) {
     // One that could not be written is not the last one among the records.
-    RunActions::showRun(file.empty() && !runs_.trouble().empty() ? runs_.file() : file);
+    const std::string failure =
+        RunActions::showRun(file.empty() && !runs_.trouble().empty() ? runs_.file() : file);
+    if (failure.empty() || !window_->isVisible())
+        return;
+    window_->load();
+    window_->explain(failure);
 }
 
 void Application::open(const LocationList& locations) {

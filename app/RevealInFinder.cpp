@@ -54,6 +54,10 @@ void revealItemInFinder(const std::optional<std::string>& path,
     if (folder.empty() || !isDirectory(folder)) {
         playBeep();
         logEvent("User Needs to Select a Valid Existing Folder...");
+        if (!folder.empty())
+            tell(formatted("%@ cannot be shown, since no folder of this name is there: it was "
+                           "moved or removed.",
+                           folder));
         return;
     }
     if (isFilePackage(folder))

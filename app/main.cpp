@@ -5,9 +5,11 @@
 #include "app/toolkit/NamedImage.h"
 #include "app/toolkit/Queues.h"
 #include "app/toolkit/WindowLevel.h"
+#include "base/Printable.h"
 #include "base/ProgramStart.h"
 #include "base/Version.h"
 #include "core/Path.h"
+#include "core/RunSummary.h"
 
 #include <QApplication>
 
@@ -23,12 +25,14 @@ namespace {
 
 constexpr const char* help = R"(usage: kelpmoray [PATH...]
        kelpmoray --last-run [FILE]
+       kelpmoray --retry FILE
 
 Opens the window and the PATHs in it: application packages (Name.app) and folders that hold some, or
 their file URLs. If Kelpmoray runs already, the running program opens them.
 
   --last-run [FILE]    show what became of the packages of the last run, or of the one whose record
                        is FILE, and of earlier ones
+  --retry FILE         open the packages that failed in the run whose record is FILE
   --help, --version    print this, or the version, and end
 )";
 
@@ -60,12 +64,31 @@ LocationList locationsIn(int argc, char** argv) {
     return locations;
 }
 
-bool isLastRunAsked(int argc, char** argv) {
+constexpr std::string_view lastRun = "--last-run";
+constexpr std::string_view retry = "--retry";
+
+/// The option that asks for the record of a run; empty if there is none.
+std::string_view recordOption(int argc, char** argv) {
     for (const std::string_view argument : std::span(argv, std::size_t(argc)).subspan(1)) {
-        if (argument == "--" || argument == "--last-run")
-            return argument == "--last-run";
+        if (argument == "--")
+            break;
+        if (argument == lastRun || argument == retry)
+            return argument;
     }
-    return false;
+    return "";
+}
+
+/// The packages of a recorded run that are to be processed again; says so if there are none.
+LocationList locationsToRetry(const std::string& file) {
+    LocationList locations;
+    if (const auto run = readRun(file)) {
+        for (const std::string& package : packagesToRetry(run->packages))
+            locations.emplace_back(FileUrl::fileURLWithPath(package));
+    }
+    if (locations.empty())
+        std::fprintf(stderr, "kelpmoray: %s is no record of a run with packages to retry.\n",
+                     base::printable(file).c_str());
+    return locations;
 }
 
 /// Runs the window of results, a program of its own; it and the main program may end in any order.
@@ -96,8 +119,7 @@ int showRun(const std::string& file, const ActivationTokens& tokens) {
     QApplication::setDesktopFileName(QString::fromStdString(application));
     const RunActions actions(show, application);
     window = std::make_unique<ResultsWindow>(
-        RunRecord::userFolder(),
-        ResultsWindow::Outside{&RunActions::reveal, &RunActions::startWith});
+        RunRecord::userFolder(), ResultsWindow::Outside{&RunActions::reveal, &RunActions::retry});
     window->setWindowIcon(applicationIcon());
     show(file);
     QObject::connect(qApp, &QApplication::aboutToQuit, &requests,
@@ -133,16 +155,20 @@ int main(int argc, char** argv) {
     qInstallMessageHandler(nullptr);
     QApplication::setApplicationName("kelpmoray");
     useClearOutlines();
-    const LocationList locations = locationsIn(argc, argv);
-    if (isLastRunAsked(argc, argv)) {
-        if (argc <= 3 && argv[1] == std::string_view("--last-run"))
-            return showRun(argc == 3 ? standardizedPath(absolutePath(argv[2])) : "", tokens);
-        std::fputs(
-            "kelpmoray: --last-run takes no PATHs, and at most one FILE behind it. Leave out "
-            "the rest.\n",
-            stderr);
+    const std::string_view option = recordOption(argc, argv);
+    const std::string file = argc > 2 ? standardizedPath(absolutePath(argv[2])) : "";
+    if (!option.empty() && (argv[1] != option || argc > 3 || (option == retry && argc < 3))) {
+        std::fprintf(stderr,
+                     "kelpmoray: %s stands first and takes one FILE, no PATHs. See --help.\n",
+                     option.data());
         return 2;
     }
+    if (option == lastRun)
+        return showRun(file, tokens);
+    const LocationList locations =
+        option == retry ? locationsToRetry(file) : locationsIn(argc, argv);
+    if (option == retry && locations.empty())
+        return 2;
     Application application;
     if (application.handOver(locations, tokens))
         return 0;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <unordered_set>
 
 namespace {
 
@@ -54,6 +55,16 @@ const StepRecord* failedStep(const PackageRecord& package) {
 
 bool hasFailed(const PackageRecord& package) {
     return package.state == PackageState::Failed || package.state == PackageState::Interrupted;
+}
+
+std::vector<std::string> packagesToRetry(const std::vector<PackageRecord>& packages) {
+    std::vector<std::string> paths;
+    std::unordered_set<std::string> taken;
+    for (const PackageRecord& package : packages) {
+        if (hasFailed(package) && taken.insert(package.path).second)
+            paths.push_back(package.path);
+    }
+    return paths;
 }
 
 std::optional<Failure> failureOf(const PackageRecord& package) {

@@ -17,6 +17,9 @@ struct Failure {
 /// Whether there is something to mend: it was not signed though it was to be, or not packed.
 [[nodiscard]] bool hasFailed(const PackageRecord& package);
 
+/// The paths of those that failed, each once.
+[[nodiscard]] std::vector<std::string> packagesToRetry(const std::vector<PackageRecord>& packages);
+
 /// "Done", "Working", "Not signed", "Not packed" or "Interrupted": more than a colour.
 [[nodiscard]] std::string stateWord(const PackageRecord& package);
 

@@ -1,10 +1,12 @@
 #include "app/results/ResultsWindow.h"
 
+#include "app/toolkit/Queues.h"
 #include "core/Path.h"
 #include "core/RunSummary.h"
 
 #include <QDateTime>
 #include <QHBoxLayout>
+#include <QPointer>
 #include <QShortcut>
 #include <QVBoxLayout>
 
@@ -63,8 +65,7 @@ void ResultsWindow::connectParts() {
     connect(&summarizing_, &QTimer::timeout, this, &ResultsWindow::summarizeNext);
     connect(runs_, &QComboBox::currentIndexChanged, this,
             [this] { showRun(runs_->currentData().toByteArray().toStdString()); });
-    connect(list_, &ResultsList::revealWanted, this,
-            [this](const QString& path) { outside_.reveal(path.toStdString()); });
+    connect(list_, &ResultsList::revealWanted, this, &ResultsWindow::reveal);
     connect(list_->selectionModel(), &QItemSelectionModel::currentChanged, this,
             &ResultsWindow::showCurrent);
     connect(reveal_, &QPushButton::clicked, list_, &ResultsList::revealCurrent);
@@ -171,12 +172,18 @@ void ResultsWindow::showCurrent() {
     message_->setText(text);
 }
 
+void ResultsWindow::reveal(const QString& path) {
+    outside_.reveal(path.toStdString(), [self = QPointer(this)](const std::string& sentence) {
+        MainQueue::async([self, sentence] {
+            if (self)
+                self->message_->setText(QString::fromStdString(sentence));
+        });
+    });
+}
+
 void ResultsWindow::retryFailed() {
-    std::vector<std::string> packages;
-    for (const PackageRecord& package : model_.packages()) {
-        if (hasFailed(package) && std::ranges::find(packages, package.path) == packages.end())
-            packages.push_back(package.path);
-    }
-    outside_.retry(packages);
-    close();
+    const std::string failure = outside_.retry(runs_->currentData().toByteArray().toStdString());
+    message_->setText(QString::fromStdString(failure));
+    if (failure.empty())
+        close();
 }

@@ -16,10 +16,14 @@ class ResultsWindow : public QMainWindow {
     Q_OBJECT
 public:
     struct Outside {
-        /// Shows a folder, or the folder of a package.
-        std::function<void(const std::string& path)> reveal;
-        /// Opens packages anew in the main window.
-        std::function<void(const std::vector<std::string>& packages)> retry;
+        /// Shows a folder, or the folder of a package. If that fails, calls `tell` with a
+        /// sentence that says why, on any thread.
+        std::function<void(const std::string& path,
+                           std::function<void(const std::string& sentence)> tell)>
+            reveal;
+        /// Opens the packages of a record that were not done, anew in the main window. A sentence
+        /// that says why if that fails; empty otherwise.
+        std::function<std::string(const std::string& file)> retry;
     };
 
     /// Shows nothing yet. The records of runs are in `folder`.
@@ -35,6 +39,7 @@ private:
     void summarizeNext();
     void showRun(const std::string& file);
     void showCurrent();
+    void reveal(const QString& path);
     void retryFailed();
 
     const std::string folder_;

@@ -3,6 +3,7 @@
 #include "app/RevealInFinder.h"
 #include "app/toolkit/Queues.h"
 #include "app/toolkit/SessionBus.h"
+#include "core/Format.h"
 #include "core/Path.h"
 #include "core/RunSummary.h"
 
@@ -11,6 +12,21 @@
 #include <QProcess>
 
 #include <algorithm>
+
+namespace {
+
+/// Why the program cannot be started anew with these arguments; empty if it was.
+std::string start(const QStringList& arguments) {
+    QProcess program;
+    program.setProgram(QCoreApplication::applicationFilePath());
+    program.setArguments(arguments);
+    if (program.startDetached())
+        return "";
+    return formatted("Kelpmoray could not be started: %@. Check whether %@ is still there.",
+                     program.errorString().toStdString(), program.program().toStdString());
+}
+
+} // namespace
 
 RunActions::RunActions(std::function<void(const std::string&)> showRun, std::string precedence)
     : showRun_(std::move(showRun)), precedence_(QString::fromStdString(precedence)) {
@@ -31,7 +47,11 @@ bool RunActions::act(const QString& action, const QString& target) {
     if (action == showResults)
         showRun_(target.toStdString());
     else if (action == showFolder)
-        reveal(target.toStdString());
+        reveal(target.toStdString(), [](const std::string& failure) {
+            // At once: the bus may have started us for this alone.
+            notifyUser(QGuiApplication::desktopFileName(), tr("The folder cannot be shown"),
+                       QString::fromStdString(failure));
+        });
     else
         return false;
     return true;
@@ -62,25 +82,18 @@ void RunActions::tellFailure(const std::string& identifier, const EndedRun& run)
                 {showFolder, tr("Show Folder"), folder}});
 }
 
-void RunActions::showRun(const std::string& file) {
+std::string RunActions::showRun(const std::string& file) {
     QStringList arguments{"--last-run"};
     if (!file.empty())
         arguments.push_back(QString::fromStdString(file));
-    QProcess::startDetached(QCoreApplication::applicationFilePath(), arguments);
+    return start(arguments);
 }
 
-void RunActions::startWith(const std::vector<std::string>& packages) {
-    QStringList arguments{"--"};
-    for (const std::string& package : packages)
-        arguments.push_back(QString::fromStdString(package));
-    QProcess::startDetached(QCoreApplication::applicationFilePath(), arguments);
+std::string RunActions::retry(const std::string& file) {
+    // Not the packages: there may be more than a command line has room for.
+    return start({"--retry", QString::fromStdString(file)});
 }
 
-void RunActions::reveal(const std::string& path) {
-    GlobalQueue::async([path] {
-        revealItemInFinder(path, [](const std::string& failure) {
-            notifyUser(QGuiApplication::desktopFileName(), tr("The folder cannot be shown"),
-                       QString::fromStdString(failure));
-        });
-    });
+void RunActions::reveal(const std::string& path, std::function<void(const std::string&)> tell) {
+    GlobalQueue::async([path, tell = std::move(tell)] { revealItemInFinder(path, tell); });
 }

@@ -26,12 +26,15 @@ public:
     /// Shows a notification of what failed, wherever the person looks. `identifier` is the
     /// application's.
     static void tellFailure(const std::string& identifier, const EndedRun& run);
-    /// Starts the program anew, to show a record (see RunActions()).
-    static void showRun(const std::string& file);
-    /// Starts the program anew with these packages; one that runs takes them over.
-    static void startWith(const std::vector<std::string>& packages);
-    /// Shows a folder or a package's folder, off the main thread.
-    static void reveal(const std::string& path);
+    // Both start the program anew. If that fails, they give a sentence that says why.
+    /// Shows a record (see RunActions()).
+    static std::string showRun(const std::string& file);
+    /// Opens the packages of a record that were not done; a program that runs takes them over.
+    static std::string retry(const std::string& file);
+    /// Shows a folder or a package's folder, off the main thread. If that fails, `tell` is called
+    /// there with a sentence that says why.
+    static void reveal(const std::string& path,
+                       std::function<void(const std::string& sentence)> tell);
 
 public slots:
     /// Of org.freedesktop.Notifications.

@@ -139,7 +139,10 @@ TEST_F(Processing, TellsWhenAFolderCannotBeShown) {
     std::string failure;
     const auto tell = [&failure](const std::string& sentence) { failure = sentence; };
     revealItemInFinder(folder.path("A"), tell);
+    revealItemInFinder(std::nullopt, tell);
     EXPECT_EQ(failure, "");
+    revealItemInFinder(folder.path("Gone.app"), tell);
+    EXPECT_THAT(failure, testing::HasSubstr("Gone.app cannot be shown, since no folder"));
     bin.makeExecutable("open", "#!/bin/sh\necho \"$1 has no 'browser'\"\nexit 4\n");
     revealItemInFinder(folder.path("A"), tell);
     EXPECT_THAT(failure, testing::HasSubstr(folder.path("A") + " cannot be shown"));

@@ -1,6 +1,8 @@
+#include "app/RevealInFinder.h"
 #include "app/results/ResultsWindow.h"
 #include "app/results/RunReporter.h"
 #include "base/ProgressChannel.h"
+#include "core/RunSummary.h"
 #include "tests/app/Support.h"
 #include "tests/support/ScopedEnvironment.h"
 #include "tests/support/TemporaryFolder.h"
@@ -37,9 +39,14 @@ struct Results : testing::Test {
     }
     std::unique_ptr<ResultsWindow> open() {
         auto window = std::make_unique<ResultsWindow>(
-            runs, ResultsWindow::Outside{
-                      [this](const std::string& path) { revealed.push_back(path); },
-                      [this](const std::vector<std::string>& packages) { retried = packages; }});
+            runs, ResultsWindow::Outside{[this](const std::string& path, const auto& tell) {
+                                             revealed.push_back(path);
+                                             revealItemInFinder(path, tell);
+                                         },
+                                         [this](const std::string& file) {
+                                             retried = packagesToRetry(readRun(file)->packages);
+                                             return retryFails;
+                                         }});
         window->showRecord();
         window->show();
         return window;
@@ -63,6 +70,7 @@ struct Results : testing::Test {
     std::string runs = folder.path("runs");
     std::vector<std::string> revealed;
     std::vector<std::string> retried;
+    std::string retryFails;
 };
 
 /// What a screen reader says of a part and of all that is in it.
@@ -93,9 +101,15 @@ TEST_F(Results, ShowWhatFailedFirstAndWhatToDo) {
     EXPECT_THAT(message(*window), HasSubstr("/p/Gone.zip"));
     QTest::keyClick(&list, Qt::Key_Return);
     EXPECT_THAT(revealed, ElementsAre("/p/B.app", "/p/A.app"));
-    QTest::mouseClick(&part<QPushButton>(*window, "retry"), Qt::LeftButton);
-    EXPECT_THAT(retried, ElementsAre("/p/B.app"));
-    EXPECT_FALSE(window->isVisible());
+    EXPECT_TRUE(waitUntil(
+        [&] { return message(*window).starts_with("/p/A.app cannot be shown, since no folder"); }));
+    for (const char* failure : {"It could not be started.", ""}) {
+        retryFails = failure;
+        QTest::mouseClick(&part<QPushButton>(*window, "retry"), Qt::LeftButton);
+        EXPECT_THAT(std::exchange(retried, {}), ElementsAre("/p/B.app"));
+        EXPECT_EQ(window->isVisible(), !retryFails.empty());
+        EXPECT_EQ(message(*window), failure);
+    }
 }
 
 TEST_F(Results, ShowEarlierRunsAndTheNewestWhenAskedAgain) {
