@@ -69,7 +69,7 @@ void ViewController::doProcessItemNew(const std::string& entry) {
     std::optional<std::string> identity;
     hooks.codesigningIdentity = [this, &identity] { return identity = getCodesigningIdentity(); };
     hooks.goesOn = [this] { return stops_ == stopsBefore_; };
-    hooks.packagesFound = [&runs](const auto& packages) { runs.packagesFound(packages.size()); };
+    hooks.packagesFound = [&runs](const auto& packages) { runs.packagesFound(packages); };
     hooks.packageStarted = [&, this](const std::string& package) {
         const bool isSigned = !hooks.doNotCodesign() && !neverSigns();
         runs.packageStarted(package, entry,

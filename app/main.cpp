@@ -32,7 +32,7 @@ their file URLs. If Kelpmoray runs already, the running program opens them.
 
   --last-run [FILE]    show what became of the packages of the last run, or of the one whose record
                        is FILE, and of earlier ones
-  --retry FILE         open the packages that failed in the run whose record is FILE
+  --retry FILE         open the packages that failed or were left in the run whose record is FILE
   --help, --version    print this, or the version, and end
 )";
 
@@ -82,7 +82,7 @@ std::string_view recordOption(int argc, char** argv) {
 LocationList locationsToRetry(const std::string& file) {
     LocationList locations;
     if (const auto run = readRun(file)) {
-        for (const std::string& package : packagesToRetry(run->packages))
+        for (const std::string& package : packagesToRetry(*run))
             locations.emplace_back(FileUrl::fileURLWithPath(package));
     }
     if (locations.empty())

@@ -261,7 +261,9 @@ bool Batch::processAll() {
 std::vector<Batch::Task> Batch::takeTasks(const std::string& entry) {
     workSet_.remove(entry);
     std::vector<Task> tasks;
-    for (const std::string& package : packagesToProcess(caller_, entry)) {
+    const std::vector<std::string> packages = packagesToProcess(caller_, entry);
+    record_.packagesFound(packages, entry);
+    for (const std::string& package : packages) {
         const auto [first, isFirst] = archives_.emplace(archiveOf(package), package);
         tasks.push_back({package, entry, isFirst ? "" : first->second});
     }
@@ -300,6 +302,10 @@ void Batch::process(const Task& task, unsigned slot, unsigned threads) {
     const Log::Subject subject(task.package);
     if (const std::string obstacle = obstacleOf(task.package, task.rival); !obstacle.empty()) {
         logFailure("%@: %@", task.package, obstacle);
+        record_.add({.path = task.package,
+                     .entry = task.entry,
+                     .state = PackageState::Failed,
+                     .notSigned = obstacle});
         report_.packageFailed(task.package, task.entry, obstacle);
         return;
     }

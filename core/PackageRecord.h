@@ -7,7 +7,8 @@
 #include <string>
 #include <vector>
 
-enum class PackageState { Running, Done, Failed, Interrupted };
+/// A package that was found and not begun is Left.
+enum class PackageState { Running, Done, Failed, Interrupted, Left };
 
 /// One script that ran over a package.
 struct StepRecord {

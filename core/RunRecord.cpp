@@ -152,10 +152,12 @@ void RunRecord::writeRest(const std::string& settling, const std::string& end) {
     const auto append = [&](const std::string& package) {
         text += std::exchange(separator, ",\n") + package;
     };
-    if (!settling.empty())
-        append(settling);
+    for (const std::string& lines : {std::exchange(found_, ""), settling}) {
+        hasPackages_ = hasPackages_ || !lines.empty();
+        if (!lines.empty())
+            append(lines);
+    }
     const std::size_t settled = text.size();
-    hasPackages_ = hasPackages_ || !settling.empty();
     for (const auto& [number, package] : atWork_)
         append(jsonOf(package).text());
     text += "\n]" + end + "}\n";
@@ -168,6 +170,14 @@ void RunRecord::writeRest(const std::string& settling, const std::string& end) {
         return fail("write the record of the run", file_);
     settled_ += settled;
     unsettled_ = text.size() - settled;
+}
+
+void RunRecord::packagesFound(const std::vector<std::string>& packages, const std::string& entry) {
+    const std::lock_guard lock(mutex_);
+    for (const std::string& path : packages) {
+        const PackageRecord left{.path = path, .entry = entry, .state = PackageState::Left};
+        found_ += (found_.empty() ? "" : ",\n") + jsonOf(left).text();
+    }
 }
 
 std::size_t RunRecord::next() {

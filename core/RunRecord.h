@@ -24,7 +24,8 @@ struct RecordedRun {
 
 /// Keeps what becomes of each package of a run, and writes it as it happens to a file of the run's
 /// own. The file is a whole JSON document at any moment, even after a kill. It lists the packages
-/// in the order in which they ended, then those at work. The newest 50 files are kept. If the file
+/// in the order in which they ended, then those at work; before them, those found as left, which
+/// what is listed behind overrides. The newest 50 files are kept. If the file
 /// cannot be written, the run goes on, and trouble() says why. Any thread.
 class RunRecord {
 public:
@@ -39,6 +40,8 @@ public:
     /// is the trouble() of a record whose place this one takes.
     RunRecord(std::string folder, std::string version, std::string copied = "");
 
+    /// These packages of `entry` are to come. Written with the next other fact.
+    void packagesFound(const std::vector<std::string>& packages, const std::string& entry);
     // Facts, as they happen. Several packages may be at work, each on a thread of its own.
     /// `identity` is whom the package will be signed as; none if it will not be signed. Gives the
     /// package's number, from 0, by which the other facts name it.
@@ -79,6 +82,7 @@ private:
     std::string trouble_;
     base::FileDescriptor descriptor_;
     std::string head_;          ///< of the document, until it is written with the first package
+    std::string found_;         ///< the packages that are not written yet
     std::uint64_t settled_ = 0; ///< what lies before is not written again
     std::size_t unsettled_ = 0; ///< bytes behind it
     bool hasPackages_ = false;  ///< in what is settled
@@ -92,6 +96,7 @@ private:
 /// Whether a process is still writing the file of a run.
 [[nodiscard]] bool isUnderWay(const std::string& file);
 
-/// Reads a run; none if the file is no record of one. Of a file that was cut, the whole lines are
-/// kept. If the run is no longer under way, a package that was at work counts as interrupted.
+/// Reads a run, its packages in the order of the file, those that are left last; none if the file
+/// is no record of one. Of a file that was cut, the whole lines are kept. If the run is no longer
+/// under way, a package that was at work counts as interrupted.
 [[nodiscard]] std::optional<RecordedRun> readRun(const std::string& file);

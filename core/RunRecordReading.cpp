@@ -7,7 +7,9 @@
 #include <array>
 #include <cerrno>
 #include <filesystem>
+#include <functional>
 #include <span>
+#include <unordered_set>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -19,7 +21,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::array<const char*, 4> stateNames = {"running", "done", "failed", "interrupted"};
+constexpr std::array stateNames = {"running", "done", "failed", "interrupted", "left"};
 
 Json jsonOf(const StepRecord& step) {
     Json::Object object = {{"script", step.script},
@@ -83,6 +85,22 @@ RecordedRun runIn(const std::string& text) {
         run.packages.push_back(packageOf(*package));
     }
     return run;
+}
+
+/// Each package stands among those found first; only what did not begin is left.
+void putLeftLast(std::vector<PackageRecord>& packages) {
+    const auto isLeft = [](const PackageRecord& package) {
+        return package.state == PackageState::Left;
+    };
+    std::unordered_set<std::string> others;
+    for (const PackageRecord& package : packages) {
+        if (!isLeft(package))
+            others.insert(package.path);
+    }
+    std::erase_if(packages, [&](const PackageRecord& package) {
+        return isLeft(package) && !others.insert(package.path).second;
+    });
+    std::stable_partition(packages.begin(), packages.end(), std::not_fn(isLeft));
 }
 
 } // namespace
@@ -153,5 +171,6 @@ std::optional<RecordedRun> readRun(const std::string& file) {
         if (package.state == PackageState::Running && !run.underWay)
             package.state = PackageState::Interrupted;
     }
+    putLeftLast(run.packages);
     return run;
 }

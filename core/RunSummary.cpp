@@ -57,11 +57,12 @@ bool hasFailed(const PackageRecord& package) {
     return package.state == PackageState::Failed || package.state == PackageState::Interrupted;
 }
 
-std::vector<std::string> packagesToRetry(const std::vector<PackageRecord>& packages) {
+std::vector<std::string> packagesToRetry(const RecordedRun& run) {
     std::vector<std::string> paths;
     std::unordered_set<std::string> taken;
-    for (const PackageRecord& package : packages) {
-        if (hasFailed(package) && taken.insert(package.path).second)
+    for (const PackageRecord& package : run.packages) {
+        const bool isLeft = package.state == PackageState::Left && !run.underWay;
+        if ((hasFailed(package) || isLeft) && taken.insert(package.path).second)
             paths.push_back(package.path);
     }
     return paths;
@@ -71,15 +72,19 @@ std::optional<Failure> failureOf(const PackageRecord& package) {
     if (!hasFailed(package))
         return std::nullopt;
     const StepRecord* step = failedStep(package);
-    if (step == nullptr)
+    if (step == nullptr && package.state == PackageState::Interrupted)
         return Failure{"The run ended before this package was done.",
                        "Process it again; nothing of it was lost."};
     // WHAT may hold a path with a colon; the remedy never does.
-    const std::string said = withNameFor(package.path, step->lastLine);
+    const std::string said =
+        withNameFor(package.path, step == nullptr ? package.notSigned : step->lastLine);
     const std::size_t at = said.rfind(": ");
-    if (at == std::string::npos || said.starts_with(step->script + " ended "))
-        return Failure{sentence(said), "See the full output, mend it and try again."};
-    const std::string quoted = withNameFor(package.path, lastQuoted(step->output));
+    if (at == std::string::npos || (step != nullptr && said.starts_with(step->script + " ended ")))
+        return Failure{sentence(said), step == nullptr
+                                           ? "Mend it and try again."
+                                           : "See the full output, mend it and try again."};
+    const std::string quoted =
+        step == nullptr ? "" : withNameFor(package.path, lastQuoted(step->output));
     const std::string remedy = said.substr(at + 2);
     return Failure{sentence(said.substr(0, at)), remedy == linesAbove && !quoted.empty()
                                                      ? sentence("it said: " + quoted)
@@ -94,6 +99,8 @@ std::string stateWord(const PackageRecord& package) {
         return "Done";
     case PackageState::Interrupted:
         return "Interrupted";
+    case PackageState::Left:
+        return "Not begun";
     case PackageState::Failed:
         break;
     }
@@ -101,6 +108,8 @@ std::string stateWord(const PackageRecord& package) {
 }
 
 std::string signatureText(const PackageRecord& package) {
+    if (package.state == PackageState::Left)
+        return "Nothing was done with it";
     if (!package.signedAs.empty())
         return (package.state == PackageState::Running ? "To be signed as " : "Signed as ") +
                package.signedAs;
@@ -160,7 +169,7 @@ RunTally tallyOf(const std::vector<PackageRecord>& packages) {
     for (const PackageRecord& package : packages) {
         if (package.archive)
             ++tally.packed;
-        else if (package.state != PackageState::Running)
+        else if (package.state != PackageState::Running && package.state != PackageState::Left)
             ++tally.notPacked;
         const bool signingFailed =
             std::ranges::any_of(package.steps, [&package](const StepRecord& step) {
@@ -175,11 +184,16 @@ RunTally tallyOf(const std::vector<PackageRecord>& packages) {
 std::string summaryOf(const std::vector<PackageRecord>& packages) {
     const RunTally tally = tallyOf(packages);
     const auto failed = static_cast<std::size_t>(std::ranges::count_if(packages, hasFailed));
-    const auto running = static_cast<std::size_t>(
-        std::ranges::count(packages, PackageState::Running, &PackageRecord::state));
-    std::string text = counted(tally.packages, "package", "packages") + ": " +
-                       std::to_string(tally.packages - failed - running) + " done";
+    const auto countOf = [&packages](PackageState state) {
+        return static_cast<std::size_t>(std::ranges::count(packages, state, &PackageRecord::state));
+    };
+    const std::size_t left = countOf(PackageState::Left);
+    const std::size_t done = tally.packages - failed - left - countOf(PackageState::Running);
+    std::string text =
+        counted(tally.packages, "package", "packages") + ": " + std::to_string(done) + " done";
     if (failed > 0)
         text += ", " + std::to_string(failed) + " failed";
+    if (left > 0)
+        text += ", " + std::to_string(left) + " left";
     return text + ".";
 }

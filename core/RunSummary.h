@@ -17,10 +17,11 @@ struct Failure {
 /// Whether there is something to mend: it was not signed though it was to be, or not packed.
 [[nodiscard]] bool hasFailed(const PackageRecord& package);
 
-/// The paths of those that failed, each once.
-[[nodiscard]] std::vector<std::string> packagesToRetry(const std::vector<PackageRecord>& packages);
+/// The paths of those that failed, and unless the run is still under way of those that are left,
+/// each once.
+[[nodiscard]] std::vector<std::string> packagesToRetry(const RecordedRun& run);
 
-/// "Done", "Working", "Not signed", "Not packed" or "Interrupted": more than a colour.
+/// "Done", "Working", "Not signed", "Not packed", "Interrupted" or "Not begun": more than a colour.
 [[nodiscard]] std::string stateWord(const PackageRecord& package);
 
 /// "Signed as Jane Doe (AB12CD34EF)", or why it is not signed.
@@ -43,5 +44,5 @@ struct RunTally {
 };
 [[nodiscard]] RunTally tallyOf(const std::vector<PackageRecord>& packages);
 
-/// "3 packages: 2 packed, 1 failed."
+/// "4 packages: 2 done, 1 failed, 1 left."
 [[nodiscard]] std::string summaryOf(const std::vector<PackageRecord>& packages);

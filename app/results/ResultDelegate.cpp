@@ -19,6 +19,7 @@ QColor stateColour(PackageState state, const QPalette& palette) {
     case PackageState::Done:
         return dark ? QColor(0x6f, 0xd0, 0x8c) : QColor(0x1b, 0x6e, 0x35);
     case PackageState::Running:
+    case PackageState::Left:
         return palette.color(QPalette::Text);
     default:
         return dark ? QColor(0xff, 0x9a, 0x8f) : QColor(0xb3, 0x1d, 0x12);
@@ -65,6 +66,7 @@ void drawIcon(QPainter& painter, const QRectF& at, PackageState state, const QCo
         painter.drawPolyline(QPolygonF{point(0.28, 0.53), point(0.44, 0.69), point(0.73, 0.34)});
         break;
     case PackageState::Running:
+    case PackageState::Left:
         for (const double x : {0.27, 0.5, 0.73})
             painter.drawPoint(point(x, 0.5));
         break;

@@ -31,9 +31,12 @@ QString stateOf(const RecordedRun& run) {
             ResultsWindow::tr(" This run is not kept: %1").arg(QString::fromStdString(run.trouble));
     if (run.underWay)
         return text + ResultsWindow::tr(" The run is still under way.");
-    if (!run.finished)
+    const auto has = [&run](PackageState state) {
+        return std::ranges::find(run.packages, state, &PackageRecord::state) != run.packages.end();
+    };
+    if (has(PackageState::Interrupted) || (has(PackageState::Left) && !run.finished))
         return text + ResultsWindow::tr(" The run was interrupted.");
-    return text;
+    return has(PackageState::Left) ? text + ResultsWindow::tr(" The run was stopped.") : text;
 }
 
 QString unreadable(const std::string& file) {
@@ -152,9 +155,19 @@ void ResultsWindow::showRun(const std::string& file) {
     summary_->setText(run            ? stateOf(*run)
                       : file.empty() ? tr("No run is recorded yet. Process a package first.")
                                      : unreadable(file));
-    retry_->setEnabled(run && std::ranges::any_of(run->packages, hasFailed));
+    offerRetry(run);
     list_->setCurrentIndex(model_.index(0, 0));
     showCurrent();
+}
+
+void ResultsWindow::offerRetry(const std::optional<RecordedRun>& run) {
+    const std::vector<std::string> packages =
+        run ? packagesToRetry(*run) : std::vector<std::string>{};
+    const bool onlyFailed =
+        run && packages.size() <=
+                   static_cast<std::size_t>(std::ranges::count_if(run->packages, hasFailed));
+    retry_->setEnabled(!packages.empty());
+    retry_->setText(onlyFailed || packages.empty() ? tr("Retry &Failed") : tr("Process Re&st"));
 }
 
 void ResultsWindow::showCurrent() {

@@ -9,6 +9,7 @@
 #include <QTimer>
 
 #include <functional>
+#include <optional>
 #include <string>
 
 /// The window "Kelpmoray Results": the record of the last run, or of an earlier one. Main thread.
@@ -35,6 +36,7 @@ public:
 
 private:
     void layOut();
+    void offerRetry(const std::optional<RecordedRun>& run);
     void connectParts();
     void summarizeNext();
     void showRun(const std::string& file);

@@ -16,7 +16,7 @@ QString text(const std::string& bytes) {
 
 QString archiveText(const PackageRecord& package) {
     if (!package.archive)
-        return package.state == PackageState::Running ? QString() : RunModel::tr("no archive");
+        return hasFailed(package) ? RunModel::tr("no archive") : QString();
     return RunModel::tr("%1, %2").arg(text(lastPathComponent(package.archive->path)),
                                       text(sizeText(package.archive->size)));
 }
@@ -38,8 +38,9 @@ QString shown(const PackageRecord& package, int column) {
     case RunModel::Archive:
         return archiveText(package);
     case RunModel::Time:
-        return package.state == PackageState::Running ? QString()
-                                                      : text(timeText(secondsOf(package)));
+        return package.steps.empty() || package.state == PackageState::Running
+                   ? QString()
+                   : text(timeText(secondsOf(package)));
     default:
         return text(stateWord(package));
     }

@@ -96,14 +96,16 @@ void RunReporter::change(std::function<void()> change) {
     });
 }
 
-void RunReporter::packagesFound(std::size_t count) {
-    change([this, count] { progress_ = {.count = count, .package = {}}; });
+void RunReporter::packagesFound(const std::vector<std::string>& packages) {
+    found_ = packages;
+    change([this, count = packages.size()] { progress_ = {.count = count, .package = {}}; });
 }
 
 void RunReporter::packageStarted(const std::string& package, const std::string& entry,
                                  const std::optional<std::string>& identity) {
     if (!record_)
         record_ = std::make_shared<RunRecord>(folder_, version_);
+    record_->packagesFound(std::exchange(found_, {}), entry);
     package_ = record_->packageStarted(package, entry, identity);
     change([this, run = record_, record = record_->package(package_)] {
         if (shown_ != run)

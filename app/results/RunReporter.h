@@ -31,7 +31,7 @@ public:
     ~RunReporter() override;
 
     // Facts.
-    void packagesFound(std::size_t count);
+    void packagesFound(const std::vector<std::string>& packages);
     void packageStarted(const std::string& package, const std::string& entry,
                         const std::optional<std::string>& identity);
     void scriptStarted(const std::string& script);
@@ -85,6 +85,7 @@ private:
     const std::string version_;
     std::shared_ptr<RunRecord> record_; ///< of the run under way; processing queue
     std::size_t package_ = 0;           ///< in it; processing queue
+    std::vector<std::string> found_; ///< of the entry at work, until one begins; processing queue
     RunModel model_;
     std::shared_ptr<RunRecord> shown_; ///< of the run that the model has
     std::string trouble_;

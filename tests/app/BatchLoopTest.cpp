@@ -319,7 +319,7 @@ TEST_F(BatchLoop, StopsBetweenTwoPackagesAndLeavesTheEntry) {
     EXPECT_FALSE(find("stop")->isVisible());
     const auto recorded = recordedRuns(folder.path("runs"));
     ASSERT_EQ(recorded.size(), 1U);
-    EXPECT_EQ(stateWord(readRun(recorded.front())->packages.at(0)), "Done");
+    EXPECT_EQ(summaryOf(readRun(recorded.front())->packages), "2 packages: 1 done, 1 left.");
     EXPECT_EQ(runs.model().rowCount(), 1);
     EXPECT_EQ(runs.share(), 0);
     EXPECT_TRUE(find("results")->isVisible());

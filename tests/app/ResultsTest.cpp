@@ -44,7 +44,7 @@ struct Results : testing::Test {
                                              revealItemInFinder(path, tell);
                                          },
                                          [this](const std::string& file) {
-                                             retried = packagesToRetry(readRun(file)->packages);
+                                             retried = packagesToRetry(*readRun(file));
                                              return retryFails;
                                          }});
         window->showRecord();
@@ -190,7 +190,7 @@ TEST_F(Results, GrowLiveWithTheProgressOfTheSteps) {
     const auto shows = [&](const char* beginning) {
         return waitUntil([&] { return reporter.progressText().startsWith(beginning); });
     };
-    reporter.packagesFound(2);
+    reporter.packagesFound({"/p/Notes.app", "/p/Other.app"});
     reporter.packageStarted("/p/Notes.app", "/p", "Jo (X1)");
     reporter.scriptStarted("fenwoCodesignApps.sh");
     EXPECT_TRUE(shows("1 of 2 · Signing Notes.app · 0:0"));
@@ -215,6 +215,14 @@ TEST_F(Results, GrowLiveWithTheProgressOfTheSteps) {
     EXPECT_TRUE(reporter.runEnded());
     EXPECT_FALSE(reporter.runEnded()) << "nothing was processed since";
     EXPECT_TRUE(readRun(recordedRuns(runs).at(0))->finished);
+
+    const auto window = open();
+    EXPECT_EQ(part<QLabel>(*window, "summary").text(),
+              "2 packages: 1 done, 1 left. The run was stopped.");
+    EXPECT_THAT(listed(*window), ElementsAre("Notes.app", "Other.app"));
+    EXPECT_EQ(part<QPushButton>(*window, "retry").text(), "Process Re&st");
+    part<QPushButton>(*window, "retry").click();
+    EXPECT_THAT(retried, ElementsAre("/p/Other.app"));
 }
 
 TEST_F(Results, DoNotWaitForTheDigestOfAnArchive) {

@@ -103,8 +103,8 @@ TEST_F(BatchFace, TellsProgramsWhatIsInTheRecordToo) {
     const auto recorded = readRun(summary["record"].string());
     ASSERT_TRUE(recorded);
     EXPECT_TRUE(recorded->finished);
-    ASSERT_EQ(recorded->packages.size(), 2U);
-    for (std::size_t index = 0; index < 2; ++index)
+    ASSERT_EQ(recorded->packages.size(), 3U);
+    for (std::size_t index = 0; index < 3; ++index)
         EXPECT_EQ(lines[index]["package"], jsonOf(recorded->packages[index]));
     EXPECT_THAT(lines[0]["error"].string(), HasSubstr("a folder is in the place of "));
     EXPECT_TRUE(lines[1]["error"].isNull());

@@ -118,7 +118,9 @@ TEST_F(RunRecordTest, OfAKilledRunTellsHowFarItCame) {
     const pid_t child = fork();
     if (child == 0) {
         RunRecord record(runs, "1.0");
+        record.packagesFound({"/p/A.app", "/p/B.app", "/p/D.app"}, "/p");
         process(record, "/p/A.app", signedRun);
+        record.packagesFound({"/p/C.app", "/p/E.app"}, "/q");
         const std::size_t ended = record.packageStarted("/p/B.app", "/p", std::nullopt);
         record.scriptEnded(ended, {"fenwoJustZipApps.sh", "packed: " + archive + "\n", 0.5});
         record.packageStarted("/p/C.app", "/p", "Jo (X1)");
@@ -127,18 +129,24 @@ TEST_F(RunRecordTest, OfAKilledRunTellsHowFarItCame) {
     }
     waitpid(child, nullptr, 0);
     RecordedRun run = onlyRun();
+    ASSERT_TRUE(base::Json::parse(contentOf(run.file)));
     EXPECT_FALSE(run.finished || run.underWay);
-    ASSERT_THAT(run.packages, SizeIs(3));
+    ASSERT_THAT(run.packages, SizeIs(5));
     EXPECT_EQ(stateWord(run.packages[0]), "Done");
     EXPECT_EQ(stateWord(run.packages[1]), "Done");
     EXPECT_EQ(run.packages[1].archive->size, 3U);
     EXPECT_EQ(run.packages[1].archive->sha256, "") << "it was not read to its end";
     EXPECT_EQ(stateWord(run.packages[2]), "Interrupted");
+    EXPECT_EQ(run.packages[4].entry, "/q");
+    EXPECT_EQ(summaryOf(run.packages), "5 packages: 2 done, 1 failed, 2 left.");
+    EXPECT_THAT(packagesToRetry(run), ElementsAre("/p/C.app", "/p/D.app", "/p/E.app"));
+    run.underWay = true;
+    EXPECT_THAT(packagesToRetry(run), ElementsAre("/p/C.app")) << "it comes to the others";
 
     // A power cut may cut the file too.
     std::filesystem::resize_file(run.file, std::filesystem::file_size(run.file) - 30);
     run = onlyRun();
-    EXPECT_THAT(run.packages, SizeIs(2));
+    EXPECT_EQ(summaryOf(run.packages), "5 packages: 2 done, 3 left.");
 }
 
 TEST_F(RunRecordTest, IsNoLongerUnderWayOnceItIsLeft) {
