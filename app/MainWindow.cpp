@@ -173,7 +173,7 @@ void MainWindow::showProgress() {
     const bool hasNotice = !ui_->notice->isHidden(); // a small window has no room for all
     ui_->applicationIcon->setVisible(!hasResults && !hasNotice);
     ui_->invitation->setVisible(!hasNotice);
-    ui_->progressArea->setVisible(controller_.isProcessing());
+    ui_->progressArea->setVisible(controller_.isProcessing() || !runs.progressText().isEmpty());
     ui_->progressBar->setValue(static_cast<int>(1000 * runs.share()));
     ui_->stepLine->setFullText(runs.progressText());
     launcherEntry_.show(controller_.isProcessing() ? std::optional(runs.share()) : std::nullopt);

@@ -1,5 +1,6 @@
 #include "app/results/RunReporter.h"
 
+#include "app/results/ShownText.h"
 #include "app/toolkit/Queues.h"
 #include "base/ProgressChannel.h"
 #include "core/Log.h"
@@ -114,7 +115,7 @@ void RunReporter::packageStarted(const std::string& package, const std::string& 
         isUntold_ = true;
         model_.setPackage(model_.packages().size(), record);
         ++progress_.position;
-        progress_.package = QString::fromStdString(lastPathComponent(record.path));
+        progress_.package = shownLine(lastPathComponent(record.path));
         progress_.steps = record.signedAs.empty() ? 1 : 2;
         progress_.step = 0;
         sinceStart_.start();
@@ -142,13 +143,19 @@ void RunReporter::packageEnded() {
         return;
     change([this, number = package_, package = record_->scriptsEnded(package_)] {
         model_.setPackage(number, package);
+        if (package.archive)
+            unread_.push_back(shownLine(lastPathComponent(package.archive->path)));
         progress_.step = 0;
         everySecond_.stop();
     });
     digestQueue().async([self = QPointer(this), record = record_, number = package_] {
         MainQueue::async([self, number, package = record->packageEnded(number)] {
-            if (self)
-                self->model_.setPackage(number, package);
+            if (!self)
+                return;
+            self->model_.setPackage(number, package);
+            if (package.archive)
+                self->unread_.pop_front();
+            emit self->progressChanged();
         });
     });
 }
@@ -205,7 +212,7 @@ double RunReporter::share() const {
 
 QString RunReporter::progressText() const {
     if (progress_.step == 0)
-        return {};
+        return unread_.empty() ? QString() : tr("Reading %1…").arg(unread_.front());
     const QString step = progress_.signing ? tr("Signing %1") : tr("Packing %1");
     QString text = tr("%1 of %2").arg(progress_.position).arg(progress_.count) + " · " +
                    step.arg(progress_.package);

@@ -8,6 +8,7 @@
 #include <QObject>
 #include <QTimer>
 
+#include <deque>
 #include <memory>
 #include <optional>
 
@@ -55,7 +56,8 @@ public:
     [[nodiscard]] const RunModel& model() const { return model_; }
     /// From 0 to 1 over the packages of the entry at work.
     [[nodiscard]] double share() const;
-    /// "2 of 7 · Packing Notes.app · 43 % · 0:12"; empty when no script runs.
+    /// "2 of 7 · Packing Notes.app · 43 % · 0:12", or when no script runs "Reading Notes.zip…" as
+    /// long as an archive is read; else empty.
     [[nodiscard]] QString progressText() const;
 
 signals:
@@ -92,6 +94,7 @@ private:
     std::string copy_; ///< the file in place of one that could not be written
     bool isUntold_ = false;
     Progress progress_;
+    std::deque<QString> unread_; ///< archives whose digest is not known yet
     QElapsedTimer sinceStart_;
     QTimer everySecond_;
     std::string pipePath_;

@@ -8,6 +8,10 @@
 #include <QTest>
 #include <QTimer>
 
+#include <fstream>
+
+#include <sys/stat.h>
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -323,6 +327,23 @@ TEST_F(BatchLoop, StopsBetweenTwoPackagesAndLeavesTheEntry) {
     EXPECT_EQ(runs.model().rowCount(), 1);
     EXPECT_EQ(runs.share(), 0);
     EXPECT_TRUE(find("results")->isVisible());
+}
+
+TEST_F(BatchLoop, TellsThatItReadsTheLastArchive) {
+    settings.setBool("prefDoNotCodesign", true);
+    const std::string archive = folder.path("Z.zip");
+    ASSERT_EQ(mkfifo(archive.c_str(), 0600), 0); // read only once it is written to
+    installScript("fenwoJustZipApps", "echo 'packed: " + archive + "'");
+    start({"B"});
+    QTest::mouseClick(sheet()->findChild<QPushButton*>("Process"), Qt::LeftButton);
+    const auto* line = find<ElidedLabel>("stepLine");
+    EXPECT_TRUE(waitUntil(
+        [&] { return line->fullText() == "Reading Z.zip…" && !find("stop")->isVisible(); }));
+    EXPECT_TRUE(line->isVisible());
+    EXPECT_EQ(find<ElidedLabel>("progressLine")->fullText(), "Processing App Package: Z.app...");
+    std::ofstream{archive};
+    awaitTermination();
+    EXPECT_TRUE(waitUntil([&] { return !line->isVisible(); }));
 }
 
 TEST_F(BatchLoop, TellsWhoSeesTheWindowOfFailuresOnly) {

@@ -129,6 +129,14 @@ TEST_F(Results, ShowEarlierRunsAndTheNewestWhenAskedAgain) {
     QTest::keyClick(&choice, Qt::Key_Down);
     EXPECT_THAT(listed(*window), ElementsAre("A.app"));
     EXPECT_TRUE(part<QPushButton>(*window, "retry").isEnabled());
+
+    RunRecord unfinished(runs, "1.0"); // as of who quits while the last archive is read
+    const std::size_t number = unfinished.packageStarted("/p/C.app", "/p", std::nullopt);
+    unfinished.scriptEnded(number, {"fenwoJustZipApps.sh", "packed: /p/Gone.zip\n"});
+    (void)unfinished.scriptsEnded(number);
+    unfinished.leave();
+    window->showRecord();
+    EXPECT_EQ(part<QLabel>(*window, "summary").text(), "1 package: 1 done.");
 }
 
 TEST_F(Results, AreOfThisRunEvenIfItCouldNotBeWrittenDown) {
@@ -210,7 +218,7 @@ TEST_F(Results, GrowLiveWithTheProgressOfTheSteps) {
     reporter.scriptEnded({"fenwoJustZipApps.sh", "packed: /p/Notes.zip\n"});
     reporter.packageEnded();
     EXPECT_TRUE(waitUntil([&] { return reporter.share() == 0.5; }));
-    EXPECT_EQ(reporter.progressText(), "");
+    EXPECT_TRUE(waitUntil([&] { return reporter.progressText().isEmpty(); }));
     EXPECT_EQ(reporter.model().index(0, RunModel::State).data(), "Done");
     EXPECT_TRUE(reporter.runEnded());
     EXPECT_FALSE(reporter.runEnded()) << "nothing was processed since";
@@ -241,6 +249,7 @@ TEST_F(Results, DoNotWaitForTheDigestOfAnArchive) {
     for (const int row : {0, 1})
         EXPECT_EQ(reporter.model().index(row, RunModel::State).data(), "Done");
     EXPECT_EQ(reporter.model().packages().at(1).archive->sha256, "");
+    EXPECT_EQ(reporter.progressText(), "Reading Slow.zip…");
 
     std::future<bool> ended = std::async(std::launch::async, [&] { return reporter.runEnded(); });
     EXPECT_EQ(ended.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
@@ -252,4 +261,5 @@ TEST_F(Results, DoNotWaitForTheDigestOfAnArchive) {
     EXPECT_EQ(run->packages.at(1).archive->sha256, digest);
     EXPECT_TRUE(
         waitUntil([&] { return reporter.model().packages().at(1).archive->sha256 == digest; }));
+    EXPECT_EQ(reporter.progressText(), "");
 }

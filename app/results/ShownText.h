@@ -1,0 +1,14 @@
+#pragma once
+
+#include <QString>
+
+#include <string>
+
+// Names and what scripts say, as they can be shown. A control character, or one that turns the
+// direction of the text (Bidi_Control of Unicode), is a question mark: it would be obeyed, and what
+// stands around it be read wrongly. Any thread.
+
+/// On one line: a line break is the sign for it.
+[[nodiscard]] QString shownLine(const std::string& text);
+/// With its line breaks and tabulators.
+[[nodiscard]] QString shownText(const std::string& text);
