@@ -3,6 +3,7 @@
 #include "base/ByteReader.h"
 #include "base/Result.h"
 #include "base/Sha256.h"
+#include "core/Description.h"
 #include "core/Identities.h"
 #include "core/Path.h"
 #include "core/Text.h"
@@ -65,12 +66,18 @@ std::string endOf(const std::string& text) {
     return text.substr(from);
 }
 
+std::string shortened(const std::string& line) {
+    BoundedText text(RunRecord::lineKept);
+    text.append(line);
+    return text.take();
+}
+
 /// The printed path has no control characters and is UTF-8; the file's need not.
 std::string archiveOf(const std::string& package, const std::string& printed) {
     if (fileExists(printed))
         return printed;
     const std::string own = fs::path(package).replace_extension(".zip").string();
-    return fileExists(own) ? own : printed;
+    return fileExists(own) ? own : shortened(printed);
 }
 
 /// What became of a package whose scripts have run.
@@ -207,7 +214,7 @@ void RunRecord::scriptEnded(std::size_t package, const ScriptRun& run) {
     StepRecord step{.script = run.scriptFileName,
                     .seconds = run.seconds,
                     .failed = failed,
-                    .lastLine = failed ? outcome.detail : lastLineOf(run.output)};
+                    .lastLine = shortened(failed ? outcome.detail : lastLineOf(run.output))};
     if (failed || hasNotes(run))
         step.output = endOf(run.output.value_or(""));
     const std::lock_guard lock(mutex_);

@@ -32,6 +32,8 @@ public:
     static constexpr std::size_t filesKept = 50;
     /// Of a failed step's output; the end tells why it failed.
     static constexpr std::size_t outputKept = 64U << 10U;
+    /// Of a script's last line, the beginning and the end.
+    static constexpr std::size_t lineKept = 8U << 10U;
 
     /// kelpmoray/runs in the XDG folder for state; empty if the user has no home.
     [[nodiscard]] static std::string userFolder();

@@ -34,11 +34,17 @@ std::string lastQuoted(const std::string& output) {
     return quoted;
 }
 
-/// The text with the package's name in place of its path: a long path would hide the rest.
-std::string withNameFor(const std::string& path, std::string text) {
-    const std::string name = lastPathComponent(path);
-    for (std::size_t at = 0; (at = text.find(path, at)) != text.npos; at += name.size())
-        text.replace(at, path.size(), name);
+/// The text with names in place of the paths in the package's folder: long paths would hide the
+/// rest.
+std::string withNames(const std::string& package, std::string text) {
+    const std::string folder = deletingLastPathComponent(package) + '/';
+    constexpr std::string_view before = " \n'\"(=:,;"; // a path begins behind them
+    for (std::size_t at = 0; (at = text.find(folder, at)) != text.npos;) {
+        if (at == 0 || before.find(text[at - 1]) != before.npos)
+            text.erase(at, folder.size());
+        else
+            ++at;
+    }
     return text;
 }
 
@@ -77,14 +83,14 @@ std::optional<Failure> failureOf(const PackageRecord& package) {
                        "Process it again; nothing of it was lost."};
     // WHAT may hold a path with a colon; the remedy never does.
     const std::string said =
-        withNameFor(package.path, step == nullptr ? package.notSigned : step->lastLine);
+        withNames(package.path, step == nullptr ? package.notSigned : step->lastLine);
     const std::size_t at = said.rfind(": ");
     if (at == std::string::npos || (step != nullptr && said.starts_with(step->script + " ended ")))
         return Failure{sentence(said), step == nullptr
                                            ? "Mend it and try again."
                                            : "See the full output, mend it and try again."};
     const std::string quoted =
-        step == nullptr ? "" : withNameFor(package.path, lastQuoted(step->output));
+        step == nullptr ? "" : withNames(package.path, lastQuoted(step->output));
     const std::string remedy = said.substr(at + 2);
     return Failure{sentence(said.substr(0, at)), remedy == linesAbove && !quoted.empty()
                                                      ? sentence("it said: " + quoted)

@@ -180,6 +180,20 @@ TEST_F(RunRecordTest, KeepsTheNewestFilesAndThoseUnderWay) {
     EXPECT_NE(underWay.file(), another.file());
 }
 
+TEST_F(RunRecordTest, KeepsLittleOfALineWithoutEnd) {
+    const std::string endless = "error: it\u00e4" + std::string(1U << 20U, 'x') + ": mend it";
+    RunRecord record(runs, "1.0");
+    process(record, "/p/A.app", {"fenwoCodesignApps.sh", endless});
+    archive = std::string(1U << 20U, 'x');
+    process(record, "/p/B.app", signedRun);
+    record.finish();
+    EXPECT_LT(std::filesystem::file_size(record.file()),
+              RunRecord::outputKept + 8 * RunRecord::lineKept);
+    const Failure failure = *failureOf(onlyRun().packages.at(0));
+    EXPECT_TRUE(failure.error.starts_with("It\u00e4xx"));
+    EXPECT_EQ(failure.remedy, "Mend it.");
+}
+
 TEST_F(RunRecordTest, FindsTheArchiveWhoseNameIsPrintedOtherwise) {
     const std::string real = folder.makeFile("a\r\xff.zip", "abc");
     archive = folder.path("a?.zip");
@@ -206,6 +220,8 @@ TEST(RunSummary, TellsWhatTheToolSaidIfTheScriptPointsAtIt) {
     EXPECT_EQ(failureOf(package)->error, "kelpmoray-zip could not pack A.app.");
     EXPECT_EQ(failureOf(package)->remedy,
               "It said: kelpmoray-zip: A.app/x: cannot be read: make it readable.");
+    package.steps.front().output = "  /p/A.entitlements, not /q/p/B (/p/A.zip): unread\n";
+    EXPECT_EQ(failureOf(package)->remedy, "It said: A.entitlements, not /q/p/B (A.zip): unread.");
     package.steps.front().output.clear();
     EXPECT_EQ(failureOf(package)->remedy, "See the lines above.");
     package.steps.front().lastLine = "fenwoJustZipApps.sh ended without a result";
