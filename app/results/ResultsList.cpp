@@ -1,6 +1,7 @@
 #include "app/results/ResultsList.h"
 
 #include "app/results/ResultDelegate.h"
+#include "app/results/ShownText.h"
 #include "core/Path.h"
 #include "core/RunSummary.h"
 
@@ -56,15 +57,14 @@ void ResultsList::showOutputOfCurrent() {
         return;
     QString output;
     for (const StepRecord& step : package->steps)
-        output += QString::fromStdString(step.script + ":\n" +
-                                         (step.output.empty() ? step.lastLine : step.output))
-                      .trimmed() +
-                  "\n\n";
+        output +=
+            shownText(step.script + ":\n" + (step.output.empty() ? step.lastLine : step.output))
+                .trimmed() +
+            "\n\n";
     auto* dialog = new QDialog(this);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     dialog->setObjectName("fullOutput");
-    dialog->setWindowTitle(
-        tr("Output for %1").arg(QString::fromStdString(lastPathComponent(package->path))));
+    dialog->setWindowTitle(tr("Output for %1").arg(shownLine(lastPathComponent(package->path))));
     auto* text = new QPlainTextEdit(output.trimmed());
     text->setReadOnly(true);
     text->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));

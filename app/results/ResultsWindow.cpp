@@ -1,5 +1,6 @@
 #include "app/results/ResultsWindow.h"
 
+#include "app/results/ShownText.h"
 #include "app/toolkit/Queues.h"
 #include "core/Path.h"
 #include "core/RunSummary.h"
@@ -19,7 +20,7 @@ QString timeOf(const std::string& file) {
     const QString name = QString::fromStdString(lastPathComponent(file)).left(19);
     const QDateTime started = QDateTime::fromString(name + 'Z', "yyyy-MM-ddTHH-mm-ss'Z'");
     if (!started.isValid())
-        return QString::fromStdString(lastPathComponent(file));
+        return shownLine(lastPathComponent(file));
     return QLocale().toString(QDateTime(started.date(), started.time(), Qt::UTC).toLocalTime(),
                               QLocale::ShortFormat);
 }
@@ -27,8 +28,7 @@ QString timeOf(const std::string& file) {
 QString stateOf(const RecordedRun& run) {
     QString text = QString::fromStdString(summaryOf(run.packages));
     if (!run.trouble.empty())
-        text +=
-            ResultsWindow::tr(" This run is not kept: %1").arg(QString::fromStdString(run.trouble));
+        text += ResultsWindow::tr(" This run is not kept: %1").arg(shownLine(run.trouble));
     if (run.underWay)
         return text + ResultsWindow::tr(" The run is still under way.");
     const auto has = [&run](PackageState state) {
@@ -40,7 +40,7 @@ QString stateOf(const RecordedRun& run) {
 }
 
 QString unreadable(const std::string& file) {
-    const QString path = QString::fromStdString(file);
+    const QString path = shownLine(file);
     return isDirectory(file) ? ResultsWindow::tr("The run could not be written down in %1. The "
                                                  "system log tells why.")
                                    .arg(path)
@@ -53,7 +53,7 @@ QString unreadable(const std::string& file) {
 
 ResultsWindow::ResultsWindow(std::string folder, Outside outside)
     : folder_(std::move(folder)), outside_(std::move(outside)), runs_(new QComboBox),
-      summary_(new QLabel), list_(new ResultsList), message_(new QLabel),
+      summary_(new QLabel), list_(new ResultsList), message_(new QPlainTextEdit),
       reveal_(new QPushButton(tr("&Reveal"))), copy_(new QPushButton(tr("&Copy"))),
       output_(new QPushButton(tr("Show Full &Output"))),
       retry_(new QPushButton(tr("Retry &Failed"))) {
@@ -120,14 +120,19 @@ void ResultsWindow::layOut() {
     QFont bold = summary_->font();
     bold.setBold(true);
     summary_->setFont(bold);
+    summary_->setTextFormat(Qt::PlainText);
+    summary_->setWordWrap(true);
+    summary_->setTextInteractionFlags(Qt::TextSelectableByMouse);
     message_->setObjectName("message");
-    for (QLabel* label : {summary_, message_}) {
-        label->setTextFormat(Qt::PlainText);
-        label->setWordWrap(true);
-        label->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    }
-    message_->setMinimumHeight(3 * message_->fontMetrics().height());
-    message_->setAlignment(Qt::AlignTop);
+    message_->setAccessibleName(tr("Message"));
+    message_->setReadOnly(true);
+    message_->setTabChangesFocus(true);
+    message_->setFrameShape(QFrame::NoFrame);
+    message_->viewport()->setAutoFillBackground(false);
+    message_->setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+    constexpr int lines = 4;
+    message_->setFixedHeight(lines * message_->fontMetrics().lineSpacing() +
+                             2 * static_cast<int>(message_->document()->documentMargin()));
     list_->setObjectName("results");
     retry_->setObjectName("retry");
     auto* buttons = new QHBoxLayout;
@@ -177,26 +182,25 @@ void ResultsWindow::showCurrent() {
     QString text;
     if (package != nullptr) {
         const auto failure = failureOf(*package);
-        text =
-            QString::fromStdString(failure ? failure->error + "\n" + failure->remedy
-                                           : messageOf(*package).substr(package->path.size() + 1))
-                .trimmed();
+        text = shownText(failure ? failure->error + "\n" + failure->remedy
+                                 : messageOf(*package).substr(package->path.size() + 1))
+                   .trimmed();
     }
-    message_->setText(text);
+    message_->setPlainText(text);
 }
 
 void ResultsWindow::reveal(const QString& path) {
     outside_.reveal(path.toStdString(), [self = QPointer(this)](const std::string& sentence) {
         MainQueue::async([self, sentence] {
             if (self)
-                self->message_->setText(QString::fromStdString(sentence));
+                self->message_->setPlainText(shownText(sentence));
         });
     });
 }
 
 void ResultsWindow::retryFailed() {
     const std::string failure = outside_.retry(runs_->currentData().toByteArray().toStdString());
-    message_->setText(QString::fromStdString(failure));
+    message_->setPlainText(shownText(failure));
     if (failure.empty())
         close();
 }

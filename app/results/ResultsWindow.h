@@ -5,6 +5,7 @@
 #include <QComboBox>
 #include <QLabel>
 #include <QMainWindow>
+#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QTimer>
 
@@ -52,7 +53,7 @@ private:
     QComboBox* runs_;
     QLabel* summary_;
     ResultsList* list_;
-    QLabel* message_;
+    QPlainTextEdit* message_; ///< not a label: those cut a long word, and a long text
     QPushButton* reveal_;
     QPushButton* copy_;
     QPushButton* output_;

@@ -1,6 +1,7 @@
 #include "app/results/RunActions.h"
 
 #include "app/RevealInFinder.h"
+#include "app/results/ShownText.h"
 #include "app/toolkit/Queues.h"
 #include "app/toolkit/SessionBus.h"
 #include "core/Format.h"
@@ -68,12 +69,11 @@ void RunActions::tellFailure(const std::string& identifier, const EndedRun& run)
             continue;
         if (folder.isEmpty())
             folder = QString::fromStdString(package.path);
-        body +=
-            QString::fromStdString(lastPathComponent(package.path) + ": " + failure->error) + '\n';
+        body += shownLine(lastPathComponent(package.path) + ": " + failure->error) + '\n';
     }
     if (failed > named)
         body += tr("and %1 more").arg(failed - named) + '\n';
-    body += QString::fromStdString(run.trouble);
+    body += shownLine(run.trouble);
     const QString title = run.packages.size() == 1
                               ? tr("The package failed")
                               : tr("%1 of %2 packages failed").arg(failed).arg(run.packages.size());

@@ -1,5 +1,6 @@
 #include "app/results/RunModel.h"
 
+#include "app/results/ShownText.h"
 #include "core/Path.h"
 #include "core/RunSummary.h"
 
@@ -8,41 +9,35 @@
 
 namespace {
 
-QString text(const std::string& bytes) {
-    QString line = QString::fromStdString(bytes);
-    line.replace('\n', QChar(0x2424)); // the sign for a new line: a name may hold one
-    return line;
-}
-
 QString archiveText(const PackageRecord& package) {
     if (!package.archive)
         return hasFailed(package) ? RunModel::tr("no archive") : QString();
-    return RunModel::tr("%1, %2").arg(text(lastPathComponent(package.archive->path)),
-                                      text(sizeText(package.archive->size)));
+    return RunModel::tr("%1, %2").arg(shownLine(lastPathComponent(package.archive->path)),
+                                      shownLine(sizeText(package.archive->size)));
 }
 
 QString detail(const PackageRecord& package) {
     if (const auto failure = failureOf(package))
-        return text(failure->error + " " + failure->remedy);
+        return shownLine(failure->error + " " + failure->remedy);
     const QString archive = archiveText(package);
-    const QString signature = text(signatureText(package));
+    const QString signature = shownLine(signatureText(package));
     return archive.isEmpty() ? signature : signature + " · " + archive;
 }
 
 QString shown(const PackageRecord& package, int column) {
     switch (column) {
     case RunModel::Package:
-        return text(lastPathComponent(package.path));
+        return shownLine(lastPathComponent(package.path));
     case RunModel::Signature:
-        return text(signatureText(package));
+        return shownLine(signatureText(package));
     case RunModel::Archive:
         return archiveText(package);
     case RunModel::Time:
         return package.steps.empty() || package.state == PackageState::Running
                    ? QString()
-                   : text(timeText(secondsOf(package)));
+                   : shownLine(timeText(secondsOf(package)));
     default:
-        return text(stateWord(package));
+        return shownLine(stateWord(package));
     }
 }
 
@@ -101,7 +96,7 @@ QVariant RunModel::data(const QModelIndex& index, int role) const {
     case Qt::ToolTipRole:
         // Escaped, or a text that looks like markup would be taken for it.
         return "<p style='white-space: pre-wrap'>" +
-               QString::fromStdString(messageOf(record)).trimmed().toHtmlEscaped() + "</p>";
+               shownText(messageOf(record)).trimmed().toHtmlEscaped() + "</p>";
     case Qt::AccessibleTextRole:
         return u"%1: %2. %3"_qs.arg(shown(record, Package), shown(record, State), detail(record));
     case FailedRole:

@@ -9,8 +9,11 @@
 
 #include <QAccessible>
 #include <QClipboard>
+#include <QDialog>
 #include <QGuiApplication>
 #include <QTest>
+#include <QTextBlock>
+#include <QTextLayout>
 
 #include <future>
 
@@ -56,7 +59,7 @@ struct Results : testing::Test {
         return *window.findChild<Widget*>(name);
     }
     static std::string message(const ResultsWindow& window) {
-        return part<QLabel>(window, "message").text().toStdString();
+        return part<QPlainTextEdit>(window, "message").toPlainText().toStdString();
     }
     static std::vector<std::string> listed(const ResultsWindow& window) {
         const QAbstractItemModel& model = *part<ResultsList>(window, "results").model();
@@ -188,6 +191,28 @@ TEST_F(Results, AreReadOutWithoutMarkup) {
     for (const char* button : {"Reveal", "Copy", "Show Full Output", "Retry Failed"})
         EXPECT_TRUE(names.contains(button)) << button << '\n' << names.join('\n').toStdString();
     EXPECT_FALSE(names.contains("")) << names.join('\n').toStdString();
+}
+
+TEST_F(Results, ShowNamesAndLongWordsAsTheyAre) {
+    const std::string turned = "/p/gpj\u202e\u2066\r.app";
+    record({turned, "/p/" + std::string(200, 'x') + ".app"}, turned);
+    const auto window = open();
+    EXPECT_THAT(listed(*window).front(), "gpj???.app");
+    EXPECT_EQ(message(*window), "gpj???.app is <b>broken</b>.\nMend it.");
+    window->resize(window->minimumSize());
+    auto& list = part<ResultsList>(*window, "results");
+    const QString tip = list.model()->index(0, 0).data(Qt::ToolTipRole).toString();
+    EXPECT_FALSE(tip.contains(QChar(0x202e)) || tip.contains('\r'));
+    list.showOutputOfCurrent();
+    const auto* output = part<QDialog>(*window, "fullOutput").findChild<QPlainTextEdit*>();
+    EXPECT_TRUE(output->toPlainText().startsWith("fenwoJustZipApps.sh:\nerror: /p/gpj???.app"));
+    QTest::keyClick(&list, Qt::Key_Down);
+    auto& text = part<QPlainTextEdit>(*window, "message");
+    text.setPlainText(QString(500, 'x'));
+    const QTextLayout* lines = text.document()->firstBlock().layout();
+    EXPECT_GT(lines->lineCount(), 1);
+    EXPECT_LE(lines->boundingRect().width(), text.viewport()->width());
+    EXPECT_EQ(window->size(), window->minimumSize());
 }
 
 TEST_F(Results, GrowLiveWithTheProgressOfTheSteps) {
