@@ -28,7 +28,7 @@ QString timeOf(const std::string& file) {
 QString stateOf(const RecordedRun& run) {
     QString text = QString::fromStdString(summaryOf(run.packages));
     if (!run.trouble.empty())
-        text += ResultsWindow::tr(" This run is not kept: %1").arg(shownLine(run.trouble));
+        text += ResultsWindow::tr(" This run could not be written down.");
     if (run.underWay)
         return text + ResultsWindow::tr(" The run is still under way.");
     const auto has = [&run](PackageState state) {
@@ -160,6 +160,7 @@ void ResultsWindow::showRun(const std::string& file) {
     summary_->setText(run            ? stateOf(*run)
                       : file.empty() ? tr("No run is recorded yet. Process a package first.")
                                      : unreadable(file));
+    trouble_ = run ? shownLine(run->trouble) : QString();
     offerRetry(run);
     list_->setCurrentIndex(model_.index(0, 0));
     showCurrent();
@@ -186,7 +187,7 @@ void ResultsWindow::showCurrent() {
                                  : messageOf(*package).substr(package->path.size() + 1))
                    .trimmed();
     }
-    message_->setPlainText(text);
+    message_->setPlainText(trouble_.isEmpty() ? text : text + '\n' + trouble_);
 }
 
 void ResultsWindow::reveal(const QString& path) {

@@ -50,6 +50,7 @@ private:
     QTimer summarizing_;
     int summarized_ = 0; ///< how many of the runs say what became of them
     RunModel model_;
+    QString trouble_; ///< why the run that is shown could not be written down
     QComboBox* runs_;
     QLabel* summary_;
     ResultsList* list_;

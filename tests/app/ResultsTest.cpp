@@ -164,9 +164,8 @@ TEST_F(Results, AreOfThisRunEvenIfItCouldNotBeWrittenDown) {
     };
     window->showRecord(reporter.file());
     EXPECT_THAT(listed(*window), ElementsAre("A.app"));
-    EXPECT_EQ(message(*window), "A.app is broken.\nMend it.");
-    EXPECT_EQ(summary(),
-              "1 package: 0 done, 1 failed. This run is not kept: " + reporter.trouble());
+    EXPECT_EQ(message(*window), "A.app is broken.\nMend it.\n" + reporter.trouble());
+    EXPECT_EQ(summary(), "1 package: 0 done, 1 failed. This run could not be written down.");
     EXPECT_EQ(part<QComboBox>(*window, "runs").count(), 2);
 
     const std::string spoilt = folder.makeFile("runs/2999.json", "{}");
