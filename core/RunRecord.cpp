@@ -255,17 +255,19 @@ void RunRecord::add(const PackageRecord& package) {
 }
 
 void RunRecord::finish() {
-    const std::lock_guard lock(mutex_);
-    writeRest("", ", \"finished\": \"" + timeText(Clock::now(), isoTime) + "\"");
-    if (descriptor_.open() && settled_ + unsettled_ == 0) { // as on a full disk
-        unlink(file_.c_str());
-        file_.clear();
+    {
+        const std::lock_guard lock(mutex_);
+        writeRest("", ", \"finished\": \"" + timeText(Clock::now(), isoTime) + "\"");
     }
-    descriptor_ = {};
+    leave();
 }
 
 void RunRecord::leave() {
     const std::lock_guard lock(mutex_);
+    if (descriptor_.open() && settled_ + unsettled_ == 0) { // as on a full disk
+        unlink(file_.c_str());
+        file_.clear();
+    }
     descriptor_ = {};
 }
 

@@ -8,6 +8,7 @@
 
 #include <gmock/gmock.h>
 #include <locale.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -208,6 +209,19 @@ TEST_F(RunRecordTest, GoesOnWhereItCannotBeWritten) {
     RunRecord record(runs, "1.0");
     process(record, "/p/A.app", signedRun);
     EXPECT_THAT(record.trouble(), testing::HasSubstr(runs));
+
+    RunRecord onFullDisk(folder.path("full"), "1.0");
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit none{0, limit.rlim_max};
+    const auto previous = std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &none);
+    process(onFullDisk, "/p/A.app", signedRun);
+    setrlimit(RLIMIT_FSIZE, &limit);
+    std::signal(SIGXFSZ, previous);
+    onFullDisk.leave();
+    EXPECT_THAT(onFullDisk.trouble(), testing::HasSubstr("Cannot write the record of the run"));
+    EXPECT_TRUE(onFullDisk.file().empty() && recordedRuns(folder.path("full")).empty());
 }
 
 TEST(RunSummary, TellsWhatTheToolSaidIfTheScriptPointsAtIt) {
