@@ -68,7 +68,8 @@ struct SigningObserver {
 [[nodiscard]] base::Outcome sign(const std::string& path, const SigningOptions& options,
                                  const SigningObserver& observer);
 
-/// Takes the signature away from the file or bundle at `path`, its seal too.
+/// Takes the signature away from the file or bundle at `path`, its seal too. Refused, with nothing
+/// changed, if the bundle's layout has a breach or the file is no Mach-O file.
 [[nodiscard]] base::Outcome removeSignature(const std::string& path,
                                             const std::string& bundleVersion);
 

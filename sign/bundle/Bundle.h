@@ -56,6 +56,9 @@ struct Bundle {
 /// (CFBundleResourceSpecification), as a sentence. Any thread.
 [[nodiscard]] base::Outcome checkSignable(const Bundle& bundle);
 
+/// The first breach of its layout, as a sentence: links may lead what is written out of the bundle.
+[[nodiscard]] base::Outcome checkLayout(const Bundle& bundle);
+
 /// The folder of the bundle whose main executable the file `path` is; absent if it is none's. A
 /// lone path to it means the bundle, for signing as for verifying. Any thread.
 [[nodiscard]] std::optional<std::string> bundleOfExecutable(std::string_view path);

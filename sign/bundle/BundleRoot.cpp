@@ -117,6 +117,10 @@ base::Outcome checkSignable(const Bundle& bundle) {
                            "The executable \"" + base::printable(*executable) + "\", which \"" +
                                base::printable(bundle.infoPlist) +
                                "\" names, is missing. Build the package anew."};
+    return checkLayout(bundle);
+}
+
+base::Outcome checkLayout(const Bundle& bundle) {
     if (bundle.layoutFaults.empty())
         return {};
     const LayoutFault& fault = bundle.layoutFaults.front();

@@ -54,6 +54,17 @@ std::vector<Part> partsOf(const LooseSignature& signature) {
     return parts;
 }
 
+/// Whether a signature of any kind of bundle may have a file of that name.
+bool isSignatureFile(const std::string& name) {
+    LooseSignature all{std::vector<LooseSignature::Blob>(mostAlternates + 1), {}, {}, {}, {}};
+    all.requirements.emplace();
+    all.entitlements.emplace();
+    all.entitlementsDer.emplace();
+    all.cms.emplace();
+    const std::vector<std::string> names = signatureFiles(all);
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
 } // namespace
 
 std::vector<std::string> signatureFiles(const LooseSignature& signature) {
@@ -70,7 +81,7 @@ base::Outcome removeUnusedSignatureFiles(const Bundle& bundle,
         return entries.error();
     for (const FileEntry& entry : *entries) {
         const std::string path = bundle.signatureFolder() + "/" + entry.name;
-        const bool isOurs = entry.name.starts_with("Code") && !entry.isFolder();
+        const bool isOurs = isSignatureFile(entry.name) && !entry.isFolder();
         if (isOurs && std::find(kept.begin(), kept.end(), entry.name) == kept.end() &&
             unlink(path.c_str()) != 0)
             return base::systemError("delete", path, errno);
