@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """What the signer refuses or warns of before it changes anything."""
 import os
+import struct
 import unittest
 
 import fixtures
-from codesign import CodeTest, tree
+from codesign import CodeTest, read, tree
 from programs import write
 
 
@@ -35,6 +36,20 @@ class Refusals(CodeTest):
         write(real + "/Contents/_CodeSignature/CodePrecious", "precious")
         self.assert_quiet("--remove-signature", real)
         self.assert_names(real + "/Contents/_CodeSignature", "CodePrecious")
+
+    def test_data_outside_the_slices_of_a_universal_file_is_not_lost(self):
+        data = read(self.linker.universal())
+        (_, first), (second, _) = sorted(fixtures.slices(data))
+        gap = sorted(fixtures.slices(data))[0][0] + first
+        self.assertGreater(second, gap + 4)
+        exe, library = read(self.linker.link("exe-arm64")), read(self.linker.library("x86_64"))
+        table = struct.pack(">2I5I5I", 0xCAFEBABE, 2, 0x01000007, 3, 0x4000, len(library), 14, 0x0100000C, 0, 0x8000, len(exe), 14)
+        for content, words in {data + b"x": "data behind its last architecture",
+                               data[:gap] + b"data" + data[gap + 4:]: "data between its architectures",
+                               data[:64] + b"data" + data[68:]: "data between its architectures",
+                               table.ljust(0x4000, b"\0") + library.ljust(0x4000, b"\0") + exe: "different file types"}.items():
+            for arguments in (("-f", "-s", "-"), ("--remove-signature",)):
+                self.assert_refused(words, *arguments, write(self.path("bad"), content))
 
 
 if __name__ == "__main__":
