@@ -49,12 +49,23 @@ std::string uniqueSuffix(const CodeFile& file) {
     return "-" + hex(hasher.finish().bytes());
 }
 
+bool isArm64(const MachSlice& slice) {
+    return slice.cpuType == processorArm64 || slice.cpuType == processorArm64With32;
+}
+
+/// Whether a kernel runs the slice: it takes pages of 4 KiB, or of its own size.
+bool takesPages(const MachSlice& slice, std::uint8_t shift) {
+    return shift == 12 || (shift == 14 && isArm64(slice));
+}
+
 class Planner {
 public:
     Planner(const StaticCode& code, const SigningOptions& options, bool isOperand)
         : code_(code), options_(options), isOperand_(isOperand) {}
 
     base::Result<SigningPlan> plan() {
+        if (auto pages = checkPages(); !pages)
+            return pages.error();
         if (auto old = readOld(); !old)
             return old.error();
         for (const auto step :
@@ -71,6 +82,18 @@ private:
         return code_.file().isMachO() ? code_.file().nativeSlice() : 0;
     }
 
+    base::Outcome checkPages() const {
+        for (const MachSlice& slice : code_.file().slices())
+            if (!takesPages(slice, options_.pageShift.value_or(12)))
+                return base::Error{base::ErrorKind::Usage,
+                                   "Cannot sign " + code_.path() +
+                                       " with pages of 16384 bytes: it has code for " +
+                                       slice.architecture() +
+                                       ", which runs with pages of 4096 bytes only. Leave "
+                                       "--pagesize out."};
+        return {};
+    }
+
     base::Outcome readOld() {
         plan_.oldPageShifts.resize(code_.signatureCount());
         for (std::size_t index = 0; index < code_.signatureCount(); ++index) {
@@ -82,7 +105,8 @@ private:
             plan_.replaces = true;
             if (!options_.force)
                 return base::Error{base::ErrorKind::Conflict, code_.path() + ": is already signed"};
-            if (signature && code_.file().isMachO() && signature->best().facts().pageShift != 0)
+            if (signature && code_.file().isMachO() &&
+                takesPages(code_.file().slices()[index], signature->best().facts().pageShift))
                 plan_.oldPageShifts[index] = signature->best().facts().pageShift;
             if (signature && (!old_ || index == native()))
                 old_ = std::move(*signature);
@@ -246,9 +270,8 @@ std::string identifierOfFile(std::string_view path) {
 }
 
 std::uint8_t pageShiftOf(const MachSlice& slice) {
-    const bool isArm64 = slice.cpuType == processorArm64 || slice.cpuType == processorArm64With32;
     const bool isTv = slice.version && slice.version->platform == platform::tvos;
-    return isArm64 && !isTv ? 14 : 12;
+    return isArm64(slice) && !isTv ? 14 : 12;
 }
 
 base::Result<SigningPlan> planSigning(const StaticCode& code, const SigningOptions& options,

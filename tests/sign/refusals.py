@@ -51,6 +51,21 @@ class Refusals(CodeTest):
             for arguments in (("-f", "-s", "-"), ("--remove-signature",)):
                 self.assert_refused(words, *arguments, write(self.path("bad"), content))
 
+    def test_no_page_size_is_used_that_the_kernel_does_not_take(self):
+        path = self.copy(self.linker.universal())
+        self.assert_refused("it has code for x86_64, which runs with pages of 4096 bytes only", "-s", "-", "--pagesize", "16384", path)
+        self.sign(path, "-f")
+        data = bytearray(read(path))
+        for (start, _), shift in zip(fixtures.slices(data), (14, 20)):
+            place = fixtures.signature_place(data, start)[1]
+            directory = place + struct.unpack_from(">I", data, place + 16)[0]
+            limit = struct.unpack_from(">I", data, directory + 32)[0]
+            struct.pack_into(">I", data, directory + 28, -(-limit // (1 << shift)))
+            data[directory + 39] = shift
+        write(path, data)
+        self.sign(path, "-f")
+        self.assertEqual(self.assert_hashes(path), [(0, 2, 4096), (0, 2, 16384)])
+
 
 if __name__ == "__main__":
     unittest.main()
