@@ -51,6 +51,8 @@ public:
         const auto oldRules = SealRules::read(version1, bundle_, bundle_.path);
         if (!rules || !oldRules)
             return rules ? oldRules.error() : rules.error();
+        scope_.emplace(
+            SealScope{realPath(bundle_.codeRoot).value_or(bundle_.codeRoot), *rules, nullptr});
         if (auto added = addItems(*rules, *oldRules); !added)
             return added.error();
         if (auto hashed = addHashes(); !hashed)
@@ -125,15 +127,27 @@ private:
                                "The link \"" + base::printable(path) +
                                    "\" leads to a name that is not UTF-8, so no seal can hold it. "
                                    "Rename what it leads to."};
-        if (!leadsOn(path, *target))
-            result_.warnings.push_back(path + " is a link to what macOS takes for no part of the "
-                                              "package, and refuses. Let it lead to a file in it.");
+        if (!mayLeadTo(path, *target))
+            result_.warnings.push_back(path +
+                                       " is a link to what no seal of the package covers, "
+                                       "and macOS refuses it. Let it lead to a sealed file.");
         PropertyDictionary entry;
         if (item.rule->optional)
             entry.emplace_back("optional", true);
         entry.emplace_back("symlink", std::move(*target));
         files_.emplace_back(item.path, std::move(entry));
         return {};
+    }
+
+    /// Whether a strict check of this bundle, or of one around it, lets a link lead there.
+    bool mayLeadTo(const std::string& path, const std::string& target) {
+        if (leadsToSealed(path, target, *scope_))
+            return true;
+        const auto bundle = knowsAround_ ? std::nullopt : realPath(bundle_.path);
+        knowsAround_ = true;
+        if (bundle)
+            scope_->outer = scopeAround(*bundle);
+        return leadsToSealed(path, target, *scope_);
     }
 
     base::Outcome addCode(const SealItem& item, const std::string& path) {
@@ -198,6 +212,8 @@ private:
     std::vector<Waiting> waiting_; ///< of the same index
     PropertyDictionary files_;
     PropertyDictionary oldFiles_;
+    std::optional<SealScope> scope_;
+    bool knowsAround_ = false; ///< whether the scope has the bundles around this one
     ResourceSeal result_;
 };
 

@@ -177,14 +177,6 @@ class SigningFiles(CodeTest):
         self.assertFalse([path for path in tree(app) if path.endswith(".tmp")])
         self.assertEqual(read(self.path("outside")), b"precious")
 
-    def test_links_that_lead_to_nothing_are_named(self):
-        app = self.path("X.app")
-        fixtures.make_bundle(app, "main", self.linker.link("exe-arm64"))
-        os.makedirs(app + "/Contents/Resources", exist_ok=True)
-        for name, target in {"gone": "nothing", "away": "/etc/passwd", "system": "/System/Library", "good": "../Info.plist"}.items():
-            os.symlink(target, f"{app}/Contents/Resources/{name}")
-        self.assertEqual(re.findall(r"Resources/(\w+) is a link to", self.sign(app)), ["away", "gone"])
-
     def test_progress_goes_through_the_pipe_that_the_environment_names(self):
         app = fixtures.make_application(self.linker, self.path("My App.app"))
         os.mkfifo(self.path("pipe"))

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """What the signer refuses or warns of before it changes anything."""
 import os
+import re
 import struct
 import unittest
 
@@ -65,6 +66,25 @@ class Refusals(CodeTest):
         write(path, data)
         self.sign(path, "-f")
         self.assertEqual(self.assert_hashes(path), [(0, 2, 4096), (0, 2, 16384)])
+
+    def test_links_that_the_strict_check_refuses_are_named(self):
+        app, inner = self.path("X.app"), self.path("X.app/Contents/PlugIns/Y.bundle")
+        for bundle in (app, inner):
+            fixtures.make_bundle(bundle, "main", self.linker.link("exe-arm64"))
+        write(self.path("outside"), "x")
+        write(app + "/Contents/Resources/.DS_Store", "x")
+        links = {"away": "/etc/passwd", "code": "../MacOS/main", "file": "data.txt", "folder": "../..", "gone": "nothing",
+                 "info": "../Info.plist", "outside": "../../../outside", "store": ".DS_Store", "system": "/System/Library"}
+        for name, target in links.items():
+            os.symlink(target, f"{app}/Contents/Resources/{name}")
+        for name in ("data.txt", "store"):
+            os.symlink("../../../../Resources/" + name, f"{inner}/Contents/Resources/to {name}")
+        named = re.findall(r"/(\w+|to [.\w]+) is a link to", self.sign(app, "--deep"))
+        self.assertEqual(named, ["to store", "away", "folder", "gone", "info", "outside", "store"])
+        for name in named:
+            os.remove((inner if " " in name else app) + "/Contents/Resources/" + name)
+        self.sign(app, "--deep", "-f")
+        self.assert_valid(app)
 
 
 if __name__ == "__main__":
