@@ -154,11 +154,26 @@ private:
         auto seal = nested_(path);
         if (!seal)
             return seal.error();
+        if (path.ends_with(".framework"))
+            warnOfVersions(path, *seal);
         PropertyDictionary entry;
         entry.emplace_back("cdhash", std::move(seal->cdhash));
         entry.emplace_back("requirement", std::move(seal->requirement));
         files_.emplace_back(item.path, std::move(entry));
         return {};
+    }
+
+    /// A strict check asks of all versions what the seal says of the current one. Code that is
+    /// signed ad hoc is known by nothing but its hash.
+    void warnOfVersions(const std::string& framework, const NestedSeal& current) {
+        for (const std::string& version : otherVersions(framework)) {
+            const auto other = nested_(version);
+            if (!other || other->requirement != current.requirement)
+                result_.warnings.push_back(version +
+                                           " does not meet the requirement of the framework's "
+                                           "current version, and macOS refuses it. Remove it, or "
+                                           "sign both with one identity and identifier.");
+        }
     }
 
     base::Outcome addHashes() {

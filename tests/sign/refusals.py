@@ -6,7 +6,7 @@ import struct
 import unittest
 
 import fixtures
-from codesign import CodeTest, read, tree
+from codesign import CodeTest, Owner, read, tree
 from programs import write
 
 
@@ -85,6 +85,16 @@ class Refusals(CodeTest):
             os.remove((inner if " " in name else app) + "/Contents/Resources/" + name)
         self.sign(app, "--deep", "-f")
         self.assert_valid(app)
+
+    def test_versions_of_a_framework_that_differ_are_named(self):
+        app, owner = fixtures.make_application(self.linker, self.path("X.app")), Owner(self.workshop)
+        old = app + "/Contents/Frameworks/Foo.framework/Versions/A"
+        self.assertNotIn("Versions/A", self.sign(app, "--deep"))
+        write(old + "/Resources/more", "x")
+        self.assertIn(f"{old} does not meet the requirement of the framework's current version", self.sign(app, "--deep", "-f"))
+        self.assertIn("invalid version", self.codesign("--verify", "--deep", "--strict", app)[1])
+        self.assertNotIn("Versions/A", self.sign(app, "--deep", "-f", identity=owner.authority.HOLDER, **owner.environment))
+        self.assert_valid(app, **owner.environment)
 
 
 if __name__ == "__main__":
