@@ -1,6 +1,7 @@
 #include "sign/bundle/LooseSignature.h"
 
 #include "base/Leftovers.h"
+#include "base/Printable.h"
 #include "sign/AsideFile.h"
 #include "sign/bundle/FileTree.h"
 
@@ -72,6 +73,22 @@ std::vector<std::string> signatureFiles(const LooseSignature& signature) {
     for (const Part& part : partsOf(signature))
         names.push_back(part.name);
     return names;
+}
+
+base::Outcome checkSignatureFolder(const Bundle& bundle) {
+    const std::string folder = bundle.signatureFolder();
+    if (!isFolder(folder))
+        return {};
+    const auto entries = entriesOf(folder);
+    if (!entries)
+        return entries.error();
+    for (const FileEntry& entry : *entries)
+        if (entry.isFolder() || !(isSignatureFile(entry.name) || base::isTemporaryName(entry.name)))
+            return base::Error{base::ErrorKind::Conflict,
+                               "\"" + base::printable(folder + "/" + entry.name) +
+                                   "\" is no file of a signature, but no seal covers what lies "
+                                   "beside it, so macOS refuses it. Delete it."};
+    return {};
 }
 
 base::Outcome removeUnusedSignatureFiles(const Bundle& bundle,
