@@ -215,8 +215,10 @@ private:
             old_ && options_.preserve.entitlements ? old_->component(slot::entitlements) : nullptr;
         if (!given && kept == nullptr)
             return {};
-        auto read = given ? entitlementsFromXml(*given, "given")
-                          : entitlementsFromBlob(*kept, code_.path());
+        const std::string& file =
+            isOperand_ ? options_.entitlementsFile : options_.helperEntitlementsFile;
+        auto read =
+            given ? entitlementsFromXml(*given, file) : entitlementsFromBlob(*kept, code_.path());
         if (!read)
             return read.error();
         plan_.entitlements = std::move(*read);

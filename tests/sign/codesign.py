@@ -152,7 +152,9 @@ class SigningFiles(CodeTest):
         self.assertEqual(shown.stdout, xml)
         self.assertEqual(self.codesign("-d", "--entitlements", ":-", library)[1], f"Executable={library}\n")
         write(self.path("x.plist"), plistlib.dumps({}, fmt=plistlib.FMT_BINARY))
-        self.assertEqual(self.codesign("-f", "-s", "-", "--entitlements", self.path("x.plist"), path)[0], 1)
+        status, said = self.codesign("-f", "-s", "-", "--entitlements", self.path("x.plist"), path)
+        self.assertEqual(status, 1)
+        self.assertIn(f"The entitlements in {self.path('x.plist')} are a binary property list.", said)
 
     def test_entitlements_of_a_package_and_of_the_applications_in_it_are_told_apart(self):
         app = fixtures.make_application(self.linker, self.path("My App.app"))
