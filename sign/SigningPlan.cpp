@@ -139,7 +139,7 @@ private:
             plan_.identifier = options_.identifier;
             return {};
         }
-        if (old_ && options_.preserve.identifier) {
+        if (old_ && options_.preserve.identifier && !old_->best().facts().identifier.empty()) {
             plan_.identifier = old_->best().facts().identifier;
             return {};
         }
@@ -157,6 +157,11 @@ private:
             plan_.identifier.insert(0, options_.prefix);
         if (!hasDot() && !isOfPlist && !options_.identity && code_.file().isMachO())
             plan_.identifier += uniqueSuffix(code_.file());
+        if (plan_.identifier.empty())
+            return base::Error{base::ErrorKind::Usage,
+                               "The name of " + code_.path() +
+                                   " leaves nothing for an identifier. Give one with "
+                                   "--identifier, or rename the file."};
         if (plan_.identifier.find('\0') != std::string::npos)
             return base::Error{base::ErrorKind::Usage, "The identifier of " + code_.path() +
                                                            " has a zero byte. Correct its "

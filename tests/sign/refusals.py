@@ -96,6 +96,12 @@ class Refusals(CodeTest):
         self.assertNotIn("Versions/A", self.sign(app, "--deep", "-f", identity=owner.authority.HOLDER, **owner.environment))
         self.assert_valid(app, **owner.environment)
 
+    def test_a_name_that_is_all_extension_gives_no_empty_identifier(self):
+        path, owner = self.copy(self.linker.library(), ".hid"), Owner(self.workshop)
+        self.assert_refused("Give one with --identifier", "-s", owner.authority.HOLDER, path, **owner.environment)
+        self.sign(path, "-i", "x.y", identity=owner.authority.HOLDER, **owner.environment)
+        self.assert_valid(path, **owner.environment)
+
 
 if __name__ == "__main__":
     unittest.main()
