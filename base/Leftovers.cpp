@@ -24,14 +24,6 @@ constexpr std::string_view suffix = ".tmp";
 constexpr std::string_view hexDigits = "0123456789abcdef";
 constexpr std::size_t randomDigits = 32;
 
-bool isOurName(std::string_view name) {
-    if (name.size() != prefix.size() + randomDigits + suffix.size() || !name.starts_with(prefix) ||
-        !name.ends_with(suffix))
-        return false;
-    return name.substr(prefix.size(), randomDigits).find_first_not_of(hexDigits) ==
-           std::string_view::npos;
-}
-
 /// Some file systems lock only what is open for writing, which a file need not allow.
 FileDescriptor openForLocking(const std::string& path) {
     constexpr int flags = O_NOFOLLOW | O_NONBLOCK;
@@ -63,8 +55,16 @@ bool isNameOf(int descriptor, const std::string& path) {
            opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
+bool isTemporaryName(std::string_view name) {
+    if (name.size() != prefix.size() + randomDigits + suffix.size() || !name.starts_with(prefix) ||
+        !name.ends_with(suffix))
+        return false;
+    return name.substr(prefix.size(), randomDigits).find_first_not_of(hexDigits) ==
+           std::string_view::npos;
+}
+
 bool removeLeftover(const std::string& folder, const std::string& name) {
-    if (!isOurName(name))
+    if (!isTemporaryName(name))
         return false;
     const std::string path = folder + '/' + name;
     struct stat status {};

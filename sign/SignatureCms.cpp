@@ -31,7 +31,7 @@ base::Result<CmsSignature> makeSignature(const Identity& identity,
 }
 
 base::Outcome stampSignature(CmsSignature& cms, const TimeStampReply& reply) {
-    const auto token = reply.token(cms.value());
+    const auto token = reply.token(cms.value(), cms.chain());
     return token ? cms.addTimeStamp(*token) : token.error();
 }
 

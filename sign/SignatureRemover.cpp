@@ -60,6 +60,14 @@ base::Outcome removeSignature(const std::string& path, const std::string& bundle
     auto code = StaticCode::open(path, bundleVersion);
     if (!code)
         return code.error();
+    if (code->bundle()) {
+        if (auto layout = checkLayout(*code->bundle()); !layout)
+            return layout;
+    } else if (!code->file().isMachO()) {
+        return base::Error{base::ErrorKind::Unsupported,
+                           path + ": it is no Mach-O file, so there is no signature in it. Give a "
+                                  "Mach-O file or a bundle."};
+    }
     if (code->file().isMachO())
         if (auto removed = removeEmbedded(code->file()); !removed)
             return removed;

@@ -38,6 +38,8 @@ struct SigningOptions {
     std::optional<std::uint32_t> runtime;       ///< version as X<<16|Y<<8|Z; the SDK's if absent
     std::optional<Blob> entitlements;           ///< XML, kept as it is; not of nested code
     std::optional<Blob> helperEntitlements;     ///< same, of the applications nested in the code
+    std::string entitlementsFile;               ///< as errors name where they are from
+    std::string helperEntitlementsFile;         ///< same
     std::optional<RequirementSet> requirements; ///< the designated one is added if it is missing
     std::string timestampUrl;                   ///< no time stamp if empty
     PreservedMetadata preserve;
@@ -68,7 +70,8 @@ struct SigningObserver {
 [[nodiscard]] base::Outcome sign(const std::string& path, const SigningOptions& options,
                                  const SigningObserver& observer);
 
-/// Takes the signature away from the file or bundle at `path`, its seal too.
+/// Takes the signature away from the file or bundle at `path`, its seal too. Refused, with nothing
+/// changed, if the bundle's layout has a breach or the file is no Mach-O file.
 [[nodiscard]] base::Outcome removeSignature(const std::string& path,
                                             const std::string& bundleVersion);
 

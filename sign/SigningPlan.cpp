@@ -49,12 +49,23 @@ std::string uniqueSuffix(const CodeFile& file) {
     return "-" + hex(hasher.finish().bytes());
 }
 
+bool isArm64(const MachSlice& slice) {
+    return slice.cpuType == processorArm64 || slice.cpuType == processorArm64With32;
+}
+
+/// Whether a kernel runs the slice: it takes pages of 4 KiB, or of its own size.
+bool takesPages(const MachSlice& slice, std::uint8_t shift) {
+    return shift == 12 || (shift == 14 && isArm64(slice));
+}
+
 class Planner {
 public:
     Planner(const StaticCode& code, const SigningOptions& options, bool isOperand)
         : code_(code), options_(options), isOperand_(isOperand) {}
 
     base::Result<SigningPlan> plan() {
+        if (auto pages = checkPages(); !pages)
+            return pages.error();
         if (auto old = readOld(); !old)
             return old.error();
         for (const auto step :
@@ -71,6 +82,18 @@ private:
         return code_.file().isMachO() ? code_.file().nativeSlice() : 0;
     }
 
+    base::Outcome checkPages() const {
+        for (const MachSlice& slice : code_.file().slices())
+            if (!takesPages(slice, options_.pageShift.value_or(12)))
+                return base::Error{base::ErrorKind::Usage,
+                                   "Cannot sign " + code_.path() +
+                                       " with pages of 16384 bytes: it has code for " +
+                                       slice.architecture() +
+                                       ", which runs with pages of 4096 bytes only. Leave "
+                                       "--pagesize out."};
+        return {};
+    }
+
     base::Outcome readOld() {
         plan_.oldPageShifts.resize(code_.signatureCount());
         for (std::size_t index = 0; index < code_.signatureCount(); ++index) {
@@ -82,7 +105,8 @@ private:
             plan_.replaces = true;
             if (!options_.force)
                 return base::Error{base::ErrorKind::Conflict, code_.path() + ": is already signed"};
-            if (signature && code_.file().isMachO() && signature->best().facts().pageShift != 0)
+            if (signature && code_.file().isMachO() &&
+                takesPages(code_.file().slices()[index], signature->best().facts().pageShift))
                 plan_.oldPageShifts[index] = signature->best().facts().pageShift;
             if (signature && (!old_ || index == native()))
                 old_ = std::move(*signature);
@@ -115,7 +139,7 @@ private:
             plan_.identifier = options_.identifier;
             return {};
         }
-        if (old_ && options_.preserve.identifier) {
+        if (old_ && options_.preserve.identifier && !old_->best().facts().identifier.empty()) {
             plan_.identifier = old_->best().facts().identifier;
             return {};
         }
@@ -133,6 +157,11 @@ private:
             plan_.identifier.insert(0, options_.prefix);
         if (!hasDot() && !isOfPlist && !options_.identity && code_.file().isMachO())
             plan_.identifier += uniqueSuffix(code_.file());
+        if (plan_.identifier.empty())
+            return base::Error{base::ErrorKind::Usage,
+                               "The name of " + code_.path() +
+                                   " leaves nothing for an identifier. Give one with "
+                                   "--identifier, or rename the file."};
         if (plan_.identifier.find('\0') != std::string::npos)
             return base::Error{base::ErrorKind::Usage, "The identifier of " + code_.path() +
                                                            " has a zero byte. Correct its "
@@ -191,8 +220,10 @@ private:
             old_ && options_.preserve.entitlements ? old_->component(slot::entitlements) : nullptr;
         if (!given && kept == nullptr)
             return {};
-        auto read = given ? entitlementsFromXml(*given, "given")
-                          : entitlementsFromBlob(*kept, code_.path());
+        const std::string& file =
+            isOperand_ ? options_.entitlementsFile : options_.helperEntitlementsFile;
+        auto read =
+            given ? entitlementsFromXml(*given, file) : entitlementsFromBlob(*kept, code_.path());
         if (!read)
             return read.error();
         plan_.entitlements = std::move(*read);
@@ -246,9 +277,8 @@ std::string identifierOfFile(std::string_view path) {
 }
 
 std::uint8_t pageShiftOf(const MachSlice& slice) {
-    const bool isArm64 = slice.cpuType == processorArm64 || slice.cpuType == processorArm64With32;
     const bool isTv = slice.version && slice.version->platform == platform::tvos;
-    return isArm64 && !isTv ? 14 : 12;
+    return isArm64(slice) && !isTv ? 14 : 12;
 }
 
 base::Result<SigningPlan> planSigning(const StaticCode& code, const SigningOptions& options,

@@ -17,7 +17,8 @@ struct SigningPlan {
     std::string team; ///< empty if there is none
     std::uint32_t flags = 0;
     std::optional<std::uint32_t> runtime; ///< in place of the SDK's version
-    /// Of the old signatures, by slice: good for the platform that has run the code since.
+    /// Of the old signatures, by slice, if a kernel takes them: good for the platform that has run
+    /// the code since.
     std::vector<std::optional<std::uint8_t>> oldPageShifts;
     std::optional<Entitlements> entitlements;
     Blob requirements;

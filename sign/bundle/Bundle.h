@@ -52,9 +52,13 @@ struct Bundle {
 /// platform's message, to stand behind the path. Any thread.
 [[nodiscard]] base::Result<Bundle> openBundle(std::string_view path, std::string_view version = {});
 
-/// Whether a bundle may be signed: the first breach of its layout, or rules of its own
-/// (CFBundleResourceSpecification), as a sentence. Any thread.
+/// Whether a bundle may be signed: the first breach of its layout, rules of its own
+/// (CFBundleResourceSpecification), or what does not belong beside its seal, as a sentence. Any
+/// thread.
 [[nodiscard]] base::Outcome checkSignable(const Bundle& bundle);
+
+/// The first breach of its layout, as a sentence: links may lead what is written out of the bundle.
+[[nodiscard]] base::Outcome checkLayout(const Bundle& bundle);
 
 /// The folder of the bundle whose main executable the file `path` is; absent if it is none's. A
 /// lone path to it means the bundle, for signing as for verifying. Any thread.

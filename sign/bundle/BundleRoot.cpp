@@ -2,6 +2,7 @@
 
 #include "base/Printable.h"
 #include "sign/bundle/FileTree.h"
+#include "sign/bundle/LooseSignature.h"
 
 #include <algorithm>
 
@@ -117,6 +118,12 @@ base::Outcome checkSignable(const Bundle& bundle) {
                            "The executable \"" + base::printable(*executable) + "\", which \"" +
                                base::printable(bundle.infoPlist) +
                                "\" names, is missing. Build the package anew."};
+    if (auto layout = checkLayout(bundle); !layout)
+        return layout;
+    return checkSignatureFolder(bundle);
+}
+
+base::Outcome checkLayout(const Bundle& bundle) {
     if (bundle.layoutFaults.empty())
         return {};
     const LayoutFault& fault = bundle.layoutFaults.front();

@@ -1,6 +1,7 @@
 #include "sign/bundle/LooseSignature.h"
 
 #include "base/Leftovers.h"
+#include "base/Printable.h"
 #include "sign/AsideFile.h"
 #include "sign/bundle/FileTree.h"
 
@@ -54,6 +55,17 @@ std::vector<Part> partsOf(const LooseSignature& signature) {
     return parts;
 }
 
+/// Whether a signature of any kind of bundle may have a file of that name.
+bool isSignatureFile(const std::string& name) {
+    LooseSignature all{std::vector<LooseSignature::Blob>(mostAlternates + 1), {}, {}, {}, {}};
+    all.requirements.emplace();
+    all.entitlements.emplace();
+    all.entitlementsDer.emplace();
+    all.cms.emplace();
+    const std::vector<std::string> names = signatureFiles(all);
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
 } // namespace
 
 std::vector<std::string> signatureFiles(const LooseSignature& signature) {
@@ -63,6 +75,22 @@ std::vector<std::string> signatureFiles(const LooseSignature& signature) {
     return names;
 }
 
+base::Outcome checkSignatureFolder(const Bundle& bundle) {
+    const std::string folder = bundle.signatureFolder();
+    if (!isFolder(folder))
+        return {};
+    const auto entries = entriesOf(folder);
+    if (!entries)
+        return entries.error();
+    for (const FileEntry& entry : *entries)
+        if (entry.isFolder() || !(isSignatureFile(entry.name) || base::isTemporaryName(entry.name)))
+            return base::Error{base::ErrorKind::Conflict,
+                               "\"" + base::printable(folder + "/" + entry.name) +
+                                   "\" is no file of a signature, but no seal covers what lies "
+                                   "beside it, so macOS refuses it. Delete it."};
+    return {};
+}
+
 base::Outcome removeUnusedSignatureFiles(const Bundle& bundle,
                                          const std::vector<std::string>& kept) {
     const auto entries = entriesOf(bundle.signatureFolder());
@@ -70,7 +98,7 @@ base::Outcome removeUnusedSignatureFiles(const Bundle& bundle,
         return entries.error();
     for (const FileEntry& entry : *entries) {
         const std::string path = bundle.signatureFolder() + "/" + entry.name;
-        const bool isOurs = entry.name.starts_with("Code") && !entry.isFolder();
+        const bool isOurs = isSignatureFile(entry.name) && !entry.isFolder();
         if (isOurs && std::find(kept.begin(), kept.end(), entry.name) == kept.end() &&
             unlink(path.c_str()) != 0)
             return base::systemError("delete", path, errno);

@@ -32,6 +32,9 @@ struct LooseSignature {
 [[nodiscard]] base::Outcome writeLooseSignature(const Bundle& bundle,
                                                 const LooseSignature& signature, base::Bytes seal);
 
+/// Conflict if _CodeSignature holds anything but files that signing writes or takes away.
+[[nodiscard]] base::Outcome checkSignatureFolder(const Bundle& bundle);
+
 /// Deletes what an earlier signature left in _CodeSignature and the new one, which has the files
 /// `kept`, does not use.
 [[nodiscard]] base::Outcome removeUnusedSignatureFiles(const Bundle& bundle,

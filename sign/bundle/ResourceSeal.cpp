@@ -51,6 +51,8 @@ public:
         const auto oldRules = SealRules::read(version1, bundle_, bundle_.path);
         if (!rules || !oldRules)
             return rules ? oldRules.error() : rules.error();
+        scope_.emplace(
+            SealScope{realPath(bundle_.codeRoot).value_or(bundle_.codeRoot), *rules, nullptr});
         if (auto added = addItems(*rules, *oldRules); !added)
             return added.error();
         if (auto hashed = addHashes(); !hashed)
@@ -125,9 +127,10 @@ private:
                                "The link \"" + base::printable(path) +
                                    "\" leads to a name that is not UTF-8, so no seal can hold it. "
                                    "Rename what it leads to."};
-        if (!leadsOn(path, *target))
-            result_.warnings.push_back(path + " is a link to what macOS takes for no part of the "
-                                              "package, and refuses. Let it lead to a file in it.");
+        if (!mayLeadTo(path, *target))
+            result_.warnings.push_back(path +
+                                       " is a link to what no seal of the package covers, "
+                                       "and macOS refuses it. Let it lead to a sealed file.");
         PropertyDictionary entry;
         if (item.rule->optional)
             entry.emplace_back("optional", true);
@@ -136,15 +139,41 @@ private:
         return {};
     }
 
+    /// Whether a strict check of this bundle, or of one around it, lets a link lead there.
+    bool mayLeadTo(const std::string& path, const std::string& target) {
+        if (leadsToSealed(path, target, *scope_))
+            return true;
+        const auto bundle = knowsAround_ ? std::nullopt : realPath(bundle_.path);
+        knowsAround_ = true;
+        if (bundle)
+            scope_->outer = scopeAround(*bundle);
+        return leadsToSealed(path, target, *scope_);
+    }
+
     base::Outcome addCode(const SealItem& item, const std::string& path) {
         auto seal = nested_(path);
         if (!seal)
             return seal.error();
+        if (path.ends_with(".framework"))
+            warnOfVersions(path, *seal);
         PropertyDictionary entry;
         entry.emplace_back("cdhash", std::move(seal->cdhash));
         entry.emplace_back("requirement", std::move(seal->requirement));
         files_.emplace_back(item.path, std::move(entry));
         return {};
+    }
+
+    /// A strict check asks of all versions what the seal says of the current one. Code that is
+    /// signed ad hoc is known by nothing but its hash.
+    void warnOfVersions(const std::string& framework, const NestedSeal& current) {
+        for (const std::string& version : otherVersions(framework)) {
+            const auto other = nested_(version);
+            if (!other || other->requirement != current.requirement)
+                result_.warnings.push_back(version +
+                                           " does not meet the requirement of the framework's "
+                                           "current version, and macOS refuses it. Remove it, or "
+                                           "sign both with one identity and identifier.");
+        }
     }
 
     base::Outcome addHashes() {
@@ -198,6 +227,8 @@ private:
     std::vector<Waiting> waiting_; ///< of the same index
     PropertyDictionary files_;
     PropertyDictionary oldFiles_;
+    std::optional<SealScope> scope_;
+    bool knowsAround_ = false; ///< whether the scope has the bundles around this one
     ResourceSeal result_;
 };
 

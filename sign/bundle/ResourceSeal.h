@@ -27,9 +27,9 @@ struct SealMaking {
 
 struct ResourceSeal {
     std::string xml; ///< the bytes of _CodeSignature/CodeResources
-    /// Sentences about what is sealed but hardly meant: links that lead to nothing, and files in
-    /// places for code that are no Mach-O files. The platform's own tool keeps signatures of such
-    /// in extended attributes, which archives lose.
+    /// Sentences about what is sealed but hardly meant: links and versions of frameworks that a
+    /// strict check refuses, and files in places for code that are no Mach-O files. The platform's
+    /// own tool keeps signatures of such in extended attributes, which archives lose.
     std::vector<std::string> warnings;
 };
 

@@ -26,13 +26,29 @@ std::string normalized(std::string_view path) {
     return result;
 }
 
-} // namespace
-
+/// Whether a link leads to anything at all, or with an absolute path into the system.
 bool leadsOn(const std::string& path, const std::string& target) {
     if (!target.starts_with('/'))
         return realPath(path).has_value();
     const std::string absolute = normalized(target);
     return absolute.starts_with("/System/") || absolute.starts_with("/Library/");
+}
+
+} // namespace
+
+std::shared_ptr<const SealScope> scopeAround(const std::string& path) {
+    for (std::string folder = path.substr(0, path.rfind('/')); !folder.empty();
+         folder.erase(folder.rfind('/'))) {
+        const auto bundle = openBundle(folder);
+        const auto root = bundle ? realPath(bundle->codeRoot) : std::nullopt;
+        if (!root || !path.starts_with(*root + "/"))
+            continue;
+        auto rules = SealRules::read(SealRules::standard(bundle->form), *bundle, folder);
+        if (rules)
+            return std::make_shared<SealScope>(
+                SealScope{*root, std::move(*rules), scopeAround(folder)});
+    }
+    return nullptr;
 }
 
 bool leadsToSealed(const std::string& path, const std::string& target, const SealScope& scope) {

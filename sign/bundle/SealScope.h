@@ -14,8 +14,9 @@ struct SealScope {
     std::shared_ptr<const SealScope> outer;
 };
 
-/// Whether a link leads to anything at all, or with an absolute path into the system.
-[[nodiscard]] bool leadsOn(const std::string& path, const std::string& target);
+/// The bundle that holds what is at `path`, which has no links in it, and those around that; with
+/// the rules that signing writes. Null if none does.
+[[nodiscard]] std::shared_ptr<const SealScope> scopeAround(const std::string& path);
 
 /// Whether a link may be where it is: it leads to something that this seal, or that of a bundle
 /// around it, covers; or, with an absolute path, into the system. `path` is the link itself.

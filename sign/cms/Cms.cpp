@@ -108,7 +108,7 @@ base::Result<CmsSignature> CmsSignature::make(const Identity& identity,
     if (CMS_final(cms.get(), content.get(), nullptr, CMS_DETACHED | CMS_BINARY) != 1)
         return failed("signing with the key of " + identity.label);
     nameAlgorithms(signer);
-    return CmsSignature(std::move(cms));
+    return CmsSignature(std::move(cms), identity.chain);
 }
 
 base::Bytes CmsSignature::value() const {

@@ -28,14 +28,18 @@ public:
 
     /// The bytes that a time stamp has to be asked for; valid as long as this object.
     [[nodiscard]] base::Bytes value() const;
+    /// Of the signer, the leaf first.
+    [[nodiscard]] const std::vector<Certificate>& chain() const { return chain_; }
     /// Puts a time stamp token (RFC 3161) beside the signature.
     [[nodiscard]] base::Outcome addTimeStamp(base::Bytes token);
     [[nodiscard]] base::Result<Blob> encoded() const;
 
 private:
-    explicit CmsSignature(CmsOwner handle) : handle_(std::move(handle)) {}
+    CmsSignature(CmsOwner handle, std::vector<Certificate> chain)
+        : handle_(std::move(handle)), chain_(std::move(chain)) {}
 
     CmsOwner handle_;
+    std::vector<Certificate> chain_;
 };
 
 /// What a CMS says. Times are seconds since 1970.

@@ -210,8 +210,7 @@ base::Result<CmsFacts> checkCms(base::Bytes cms, base::Bytes primaryDirectory,
     }
     const std::int64_t now = std::time(nullptr);
     const std::int64_t when = facts.timeStamp.value_or(facts.signingTime.value_or(now));
-    constexpr std::int64_t clockDifference = 300;
-    if (when > now + clockDifference)
+    if (when > now + secondsOfGrace)
         return wrong("The code was signed in the future.");
     if (auto checked = checkChain(facts.chain, when); !checked)
         return checked.error();

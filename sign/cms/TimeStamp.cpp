@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 #include <thread>
 
 #include <openssl/http.h>
@@ -140,6 +141,16 @@ std::optional<Reply> exchangeInTries(const Address& address, TS_REQ* request) {
     return reply;
 }
 
+/// Empty if a signature with that chain may have been made then; else why not.
+std::string faultOfTime(std::int64_t time, const std::vector<Certificate>& chain) {
+    if (time > std::time(nullptr) + secondsOfGrace)
+        return "its time has not come yet";
+    for (const Certificate& certificate : chain)
+        if (!certificate.isValidAt(time))
+            return "the certificate \"" + certificate.label() + "\" is not valid at its time";
+    return {};
+}
+
 } // namespace
 
 base::Result<TimeStampReply> TimeStampReply::request(const std::string& url,
@@ -156,14 +167,17 @@ base::Result<TimeStampReply> TimeStampReply::request(const std::string& url,
     return answered;
 }
 
-base::Result<Blob> TimeStampReply::token(base::Bytes signatureValue) const {
+base::Result<Blob> TimeStampReply::token(base::Bytes signatureValue,
+                                         const std::vector<Certificate>& chain) const {
     if (status_ != TS_STATUS_GRANTED && status_ != TS_STATUS_GRANTED_WITH_MODS)
         return wrongReply(url_, "it refuses the request");
     const Pkcs7Owner decoded = decodedToken(token_);
     if (!decoded)
         return wrongReply(url_, "it holds no token");
-    const std::string fault = faultOfToken(decoded.get(), signatureValue,
-                                           TS_REQ_get_nonce(request_.get()), TokenRoots::Any);
+    std::string fault = faultOfToken(decoded.get(), signatureValue,
+                                     TS_REQ_get_nonce(request_.get()), rootsFor(chain.back()));
+    if (fault.empty())
+        fault = faultOfTime(timeOfToken(token_).value_or(0), chain);
     if (!fault.empty())
         return wrongReply(url_, fault);
     return token_;

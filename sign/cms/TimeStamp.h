@@ -6,12 +6,16 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 // Time stamps of signatures (RFC 3161).
 namespace sign {
 
 /// The server that Apple's own tool asks.
 inline constexpr const char* appleTimeStampServer = "http://timestamp.apple.com/ts01";
+
+/// How far the clock here and that of a server may differ.
+inline constexpr std::int64_t secondsOfGrace = 300;
 
 /// What a time stamp server answered.
 class TimeStampReply {
@@ -23,8 +27,10 @@ public:
     [[nodiscard]] static base::Result<TimeStampReply> request(const std::string& url,
                                                               base::Bytes signatureValue);
 
-    /// The token for the same bytes, after all has been checked. Damaged if it is not right.
-    [[nodiscard]] base::Result<Blob> token(base::Bytes signatureValue) const;
+    /// The token for the same bytes, after all has been checked that a check of the signature asks
+    /// for, whose chain is `chain`, the leaf first. Damaged if it is not right.
+    [[nodiscard]] base::Result<Blob> token(base::Bytes signatureValue,
+                                           const std::vector<Certificate>& chain) const;
 
 private:
     using RequestOwner = OpenSslOwner<TS_REQ, TS_REQ_free>;

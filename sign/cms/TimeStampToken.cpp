@@ -62,6 +62,10 @@ bool isVerified(PKCS7* token, TokenRoots roots, const TS_TST_INFO* content, cons
 
 } // namespace
 
+TokenRoots rootsFor(const Certificate& codeRoot) {
+    return countsAsAppleRoot(codeRoot) ? TokenRoots::Apple : TokenRoots::Any;
+}
+
 Pkcs7Owner decodedToken(base::Bytes token) {
     const auto cut = cutCertificates(token);
     const unsigned char* at = cut ? cut->rest.data() : nullptr;
@@ -134,8 +138,8 @@ base::Result<std::int64_t> checkToken(base::Bytes token, base::Bytes signatureVa
     const Pkcs7Owner decoded = decodedToken(token);
     if (!decoded)
         return wrong("it is malformed");
-    const TokenRoots roots = countsAsAppleRoot(codeRoot) ? TokenRoots::Apple : TokenRoots::Any;
-    if (const std::string fault = faultOfToken(decoded.get(), signatureValue, nullptr, roots);
+    if (const std::string fault =
+            faultOfToken(decoded.get(), signatureValue, nullptr, rootsFor(codeRoot));
         !fault.empty())
         return wrong(fault);
     const TimeStampContentOwner content(PKCS7_to_TS_TST_INFO(decoded.get()));

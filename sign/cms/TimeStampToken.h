@@ -17,6 +17,9 @@ enum class TokenRoots {
     Apple, ///< those that count as Apple's; that the token holds one is not enough
 };
 
+/// Those that may stamp code under the root `codeRoot`.
+[[nodiscard]] TokenRoots rootsFor(const Certificate& codeRoot);
+
 /// A token in DER; null if it is none. Any thread.
 [[nodiscard]] Pkcs7Owner decodedToken(base::Bytes token);
 

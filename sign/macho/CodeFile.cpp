@@ -156,31 +156,47 @@ base::Result<Blob> CodeFile::read(FileRange range) const {
 }
 
 base::Outcome CodeFile::checkStructure() const {
-    for (const MachSlice& slice : slices_) {
+    for (const MachSlice& slice : slices_)
         if (slice.structureEnd != slice.size)
             return damaged(path_, "there is data behind its last segment");
-        if (slice.type != slices_.front().type)
-            return damaged(path_, "its architectures are of different file types");
-    }
-    return isUniversal_ ? checkGaps() : base::Outcome();
+    if (auto aligned = checkAlignments(); !aligned)
+        return aligned;
+    return checkNothingElse();
 }
 
-base::Outcome CodeFile::checkGaps() const {
+std::vector<std::size_t> CodeFile::slicesByOffset() const {
     std::vector<std::size_t> order(slices_.size());
     for (std::size_t index = 0; index < order.size(); ++index)
         order[index] = index;
     std::ranges::sort(order, {}, [this](std::size_t index) { return slices_[index].offset; });
-    std::uint64_t end = 8 + slices_.size() * (isUniversal64_ ? 32 : 20);
-    for (const std::size_t index : order) {
+    return order;
+}
+
+base::Outcome CodeFile::checkAlignments() const {
+    std::optional<std::uint64_t> end;
+    for (const std::size_t index : isUniversal_ ? slicesByOffset() : std::vector<std::size_t>()) {
         const MachSlice& slice = slices_[index];
         if (alignments_[index] > mostAlignment ||
             slice.offset % (std::uint64_t{1} << alignments_[index]) != 0)
             return damaged(path_, "an architecture does not lie at a multiple of its alignment");
+        if (end && slice.offset - *end >= std::uint64_t{1} << alignments_[index])
+            return damaged(path_, "there is room for data between its architectures");
+        end = slice.offset + slice.size;
+    }
+    return {};
+}
+
+base::Outcome CodeFile::checkNothingElse() const {
+    if (!isUniversal_)
+        return {};
+    std::uint64_t end = 8 + slices_.size() * (isUniversal64_ ? 32 : 20);
+    for (const std::size_t index : slicesByOffset()) {
+        const MachSlice& slice = slices_[index];
+        if (slice.type != slices_.front().type)
+            return damaged(path_, "its architectures are of different file types");
         if (slice.offset < end)
             return damaged(path_, "an architecture overlaps the table of architectures");
         const std::uint64_t gap = slice.offset - end;
-        if (index != order.front() && gap >= std::uint64_t{1} << alignments_[index])
-            return damaged(path_, "there is room for data between its architectures");
         constexpr std::uint64_t piece = 1U << 20U;
         for (std::uint64_t at = 0; at < gap; at += piece) {
             auto bytes = read({end + at, std::min(piece, gap - at)});

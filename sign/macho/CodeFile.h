@@ -40,6 +40,9 @@ public:
     /// Whether the file holds nothing but its slices, each of which ends with its __LINKEDIT: what
     /// the platform asks for in its strict mode. The error tells what is wrong.
     [[nodiscard]] base::Outcome checkStructure() const;
+    /// Whether its slices, of one file type, are all that a universal file holds: what a new file
+    /// that is made of them would lose otherwise. The error tells what is wrong.
+    [[nodiscard]] base::Outcome checkNothingElse() const;
     /// Changed if the file is not the same as when it was opened.
     [[nodiscard]] base::Outcome checkUnchanged() const;
 
@@ -49,7 +52,8 @@ private:
     [[nodiscard]] base::Outcome readSlices();
     [[nodiscard]] base::Outcome readUniversal(base::Bytes start);
     [[nodiscard]] base::Outcome addSlice(FileRange range);
-    [[nodiscard]] base::Outcome checkGaps() const;
+    [[nodiscard]] std::vector<std::size_t> slicesByOffset() const;
+    [[nodiscard]] base::Outcome checkAlignments() const;
 
     std::string path_;
     base::FileDescriptor file_;

@@ -145,6 +145,8 @@ base::Result<UniversalLayout> layOut(const CodeFile& file,
     if (file.isUniversal64())
         return refused(file.path(), "it is a universal file with offsets of 64 bits",
                        "Build it without -fat64.");
+    if (auto whole = file.checkNothingElse(); !whole)
+        return whole.error();
     base::ByteBuffer table;
     base::appendBig(table, std::uint32_t{0xCAFEBABE});
     base::appendBig(table, static_cast<std::uint32_t>(rooms.size()));

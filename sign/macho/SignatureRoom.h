@@ -40,6 +40,7 @@ struct UniversalLayout {
     std::vector<std::uint64_t> offsets;
     std::uint64_t size = 0;
 };
+/// Refused if the old file holds more than its slices.
 [[nodiscard]] base::Result<UniversalLayout> layOut(const CodeFile& file,
                                                    const std::vector<SignatureRoom>& rooms);
 

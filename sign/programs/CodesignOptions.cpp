@@ -254,10 +254,10 @@ private:
             return {};
         }
         case Entitlements:
-            entitlements_ = value;
+            options_.signing.entitlementsFile = value;
             return {};
         case HelperEntitlements:
-            helperEntitlements_ = value;
+            options_.signing.helperEntitlementsFile = value;
             return {};
         case 'r':
             requirements_ = value;
@@ -328,12 +328,12 @@ private:
         if (!requirements_.empty())
             if (auto done = readRequirements(); !done)
                 return done;
-        if (!helperEntitlements_.empty() && !options_.signing.deep)
-            return usage("--helper-entitlements has no effect without --deep. Give both.");
         SigningOptions& signing = options_.signing;
+        if (!signing.helperEntitlementsFile.empty() && !signing.deep)
+            return usage("--helper-entitlements has no effect without --deep. Give both.");
         for (const auto& [file, to] :
-             {std::pair{&entitlements_, &signing.entitlements},
-              std::pair{&helperEntitlements_, &signing.helperEntitlements}}) {
+             {std::pair{&signing.entitlementsFile, &signing.entitlements},
+              std::pair{&signing.helperEntitlementsFile, &signing.helperEntitlements}}) {
             if (file->empty())
                 continue;
             auto bytes = wholeFile(*file, mostFileSize);
@@ -349,10 +349,11 @@ private:
     base::Outcome finishDisplay() {
         if (!requirements_.empty() && requirements_ != "-")
             return usage("With --display, -r takes only - for standard output.");
-        if (!entitlements_.empty() && entitlements_ != ":-" && entitlements_ != "-")
+        const std::string& entitlements = options_.signing.entitlementsFile;
+        if (!entitlements.empty() && entitlements != ":-" && entitlements != "-")
             return usage("With --display, --entitlements takes only :- for standard output.");
         options_.showRequirements = !requirements_.empty();
-        options_.showEntitlements = !entitlements_.empty();
+        options_.showEntitlements = !entitlements.empty();
         return {};
     }
 
@@ -384,8 +385,6 @@ private:
     }
 
     CodesignOptions options_;
-    std::string entitlements_;
-    std::string helperEntitlements_;
     std::string requirements_;
     std::string timestamp_;
     bool wantsTimestamp_ = false;

@@ -17,8 +17,8 @@ struct Entitlements {
 };
 
 /// Entitlements from an XML property list, which is kept as it is. `name` is the file that an error
-/// names; a binary list, and values that have no DER (real numbers, dates), are refused. Any
-/// thread.
+/// names; a binary list, and values that have no DER (real numbers, dates, integers above 2^63-1),
+/// are refused. Any thread.
 [[nodiscard]] base::Result<Entitlements> entitlementsFromXml(base::Bytes xml,
                                                              std::string_view name);
 

@@ -12,7 +12,6 @@ using Op = Requirement::Op;
 constexpr std::uint32_t requirementMagic = 0xFADE0C00;
 constexpr std::uint32_t requirementSetMagic = 0xFADE0C01;
 constexpr std::uint32_t expressionForm = 1;
-constexpr int deepest = 200;
 
 // The upper byte of an operation that a reader does not know tells how to go on without it.
 constexpr std::uint32_t flagsOfOp = 0xFF000000;
@@ -112,14 +111,14 @@ public:
     [[nodiscard]] bool failed() const { return failed_ || reader_.failed(); }
     [[nodiscard]] bool empty() const { return reader_.empty(); }
 
-    Requirement takeExpression(int depth = 0) {
+    Requirement takeExpression() {
         const auto number = reader_.takeBig<std::uint32_t>();
-        if (depth > deepest || failed())
+        if (++expressions_ > mostExpressions || failed())
             return fail();
         const auto op = static_cast<Op>(number & ~flagsOfOp);
         const auto operands = operandsOf(op);
         if (!operands)
-            return takeUnknown(number, depth);
+            return takeUnknown(number);
         Requirement requirement{.op = op};
         if (operands->slot)
             requirement.slot = static_cast<std::int32_t>(reader_.takeBig<std::uint32_t>());
@@ -136,7 +135,7 @@ public:
         else if (operands->match)
             requirement.match = takeMatch();
         for (int operand = 0; operand < operands->expressions && !failed(); ++operand)
-            requirement.operands.push_back(takeExpression(depth + 1));
+            requirement.operands.push_back(takeExpression());
         return requirement;
     }
 
@@ -146,11 +145,11 @@ private:
         return {};
     }
 
-    Requirement takeUnknown(std::uint32_t number, int depth) {
+    Requirement takeUnknown(std::uint32_t number) {
         if ((number & (unknownMeansFalse | unknownIsSkipped)) == 0)
             return fail();
         (void)takeData();
-        return (number & unknownMeansFalse) != 0 ? Requirement{} : takeExpression(depth + 1);
+        return (number & unknownMeansFalse) != 0 ? Requirement{} : takeExpression();
     }
 
     std::string takeData() {
@@ -174,6 +173,7 @@ private:
     }
 
     base::ByteReader reader_;
+    int expressions_ = 0;
     bool failed_ = false;
 };
 

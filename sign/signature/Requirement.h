@@ -81,6 +81,10 @@ struct Requirement {
     bool operator==(const Requirement&) const = default;
 };
 
+/// How many expressions one may consist of, itself and operators included. A text or a blob with
+/// more is refused: what looks at requirements calls itself for each level.
+inline constexpr int mostExpressions = 400;
+
 /// Requirements by what they are for; the numbers are those of the bytes.
 enum class RequirementKind : std::uint32_t { Host = 1, Guest, Designated, Library, Plugin };
 using RequirementSet = std::map<RequirementKind, Requirement>;

@@ -12,8 +12,6 @@ namespace {
 
 using Op = Requirement::Op;
 
-constexpr int deepest = 200;
-
 /// Reads expressions. After something that is not understood every further step gives up at once.
 class Parser {
 public:
@@ -24,17 +22,18 @@ public:
         return token_.kind == RequirementToken::Kind::End && !failed();
     }
     [[nodiscard]] base::Error error() const {
+        if (isTooLong_)
+            return {base::ErrorKind::Usage,
+                    "The code requirement has more than 400 terms and operators. Make it "
+                    "shorter."};
         return {base::ErrorKind::Usage,
                 "The code requirement is not understood at " + failure_ +
                     ". Write it as Apple's code requirement language asks."};
     }
 
-    Requirement takeAnyOf(int depth = 0) {
-        std::vector<Requirement> parts;
-        do
-            parts.push_back(takeAllOf(depth));
-        while (accept("or") && !failed());
-        return anyOf(std::move(parts));
+    Requirement takeExpression() {
+        expressions_ = 0;
+        return takeAnyOf();
     }
 
     /// The kind before "=>".
@@ -127,27 +126,45 @@ private:
         return isNegative ? -*number : *number;
     }
 
-    Requirement takeAllOf(int depth) {
+    /// Of an expression, or a parenthesis, which costs a level here alone.
+    bool countOne(int& count) {
+        if (!failed() && ++count > mostExpressions) {
+            isTooLong_ = true;
+            fail();
+        }
+        return !failed();
+    }
+
+    Requirement takeAnyOf() {
         std::vector<Requirement> parts;
         do
-            parts.push_back(takePrimary(depth));
-        while (accept("and") && !failed());
+            parts.push_back(takeAllOf());
+        while (accept("or") && countOne(expressions_));
+        return anyOf(std::move(parts));
+    }
+
+    Requirement takeAllOf() {
+        std::vector<Requirement> parts;
+        do
+            parts.push_back(takePrimary());
+        while (accept("and") && countOne(expressions_));
         return allOf(std::move(parts));
     }
 
-    Requirement takePrimary(int depth) {
-        if (depth > deepest)
-            fail();
-        if (failed())
-            return {};
+    Requirement takePrimary() {
         if (accept("(")) {
-            Requirement inner = takeAnyOf(depth + 1);
+            if (!countOne(parentheses_))
+                return {};
+            Requirement inner = takeAnyOf();
+            --parentheses_;
             expect(")");
             return inner;
         }
+        if (!countOne(expressions_))
+            return {};
         if (accept("!")) {
             Requirement negated{.op = Op::Not};
-            negated.operands.push_back(takePrimary(depth + 1));
+            negated.operands.push_back(takePrimary());
             return negated;
         }
         if (accept("anchor"))
@@ -266,13 +283,16 @@ private:
     RequirementLexer lexer_;
     RequirementToken token_;
     std::string failure_;
+    bool isTooLong_ = false;
+    int expressions_ = 0;
+    int parentheses_ = 0; ///< that are open
 };
 
 } // namespace
 
 base::Result<Requirement> parsedRequirement(std::string_view text) {
     Parser parser(text);
-    Requirement requirement = parser.takeAnyOf();
+    Requirement requirement = parser.takeExpression();
     if (!parser.atEnd())
         parser.fail();
     if (parser.failed())
@@ -285,7 +305,7 @@ base::Result<RequirementSet> parsedRequirementSet(std::string_view text) {
     RequirementSet set;
     do {
         const RequirementKind kind = parser.takeKind();
-        Requirement requirement = parser.takeAnyOf();
+        Requirement requirement = parser.takeExpression();
         set.insert_or_assign(kind, std::move(requirement));
     } while (parser.atKind() && !parser.failed());
     if (!parser.atEnd())

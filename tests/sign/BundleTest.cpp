@@ -136,6 +136,18 @@ TEST(BundleTest, RefusesToSignWhatNoSealCovers) {
              folder.makeLink("Rich App.app/Contents/_CodeSignature", "../../elsewhere");
          },
          "unsealed contents present in the bundle root"},
+        {"beside the seal",
+         [](const auto& folder) {
+             folder.makeFile("Rich App.app/Contents/_CodeSignature/CodeOther");
+         },
+         "_CodeSignature/CodeOther\" is no file of a signature"},
+        {"folder in the place of the seal",
+         [](const auto& folder) {
+             std::filesystem::remove(
+                 folder.path("Rich App.app/Contents/_CodeSignature/CodeResources"));
+             folder.makeFile("Rich App.app/Contents/_CodeSignature/CodeResources/x");
+         },
+         "_CodeSignature/CodeResources\" is no file of a signature"},
         {"folder with a dot",
          [](const auto& folder) {
              folder.makeFile("Rich App.app/Contents/Frameworks/python3.9/os.py");

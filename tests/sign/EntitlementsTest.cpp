@@ -29,6 +29,8 @@ TEST(Entitlements, BecomeDerWithSortedKeys) {
               "02020080"
               "0202ff7f"
               "0c0178");
+    EXPECT_EQ(der("<dict><key>n</key><integer>9223372036854775807</integer></dict>"),
+              "7014020101b00f300d0c016e02087fffffffffffffff");
     EXPECT_EQ(der("<dict><key>d</key><data>AQID</data></dict>"),
               "700f020101b00a30080c01640403010203");
     EXPECT_EQ(der("<dict><key>k</key><string>" + std::string(200, 'x') + "</string></dict>")
@@ -49,11 +51,16 @@ TEST(Entitlements, KeepTheTextAsItWasGiven) {
 
 TEST(Entitlements, RefuseWhatASignatureCannotHold) {
     for (const char* content :
-         {"<array/>", "<dict><key>r</key><real>1</real></dict>",
+         {"<array/>", "<dict><key>s</key><string>\xC3</string></dict>",
+          "<dict><key>i</key><integer> 9223372036854775808</integer></dict>",
+          "<dict><key>i</key><array><integer>1</integer><integer\n>+0xFFFFFFFFFFFFFFFF </integer>"
+          "</array></dict>",
+          "<dict><key>r</key><real>1</real></dict>",
           "<dict><key>t</key><date>2020-01-01T00:00:00Z</date></dict>", "<dict>"}) {
         auto made = entitlements(content);
         ASSERT_FALSE(made) << content;
-        EXPECT_NE(made.error().sentence.find("x.entitlements"), std::string::npos) << content;
+        EXPECT_TRUE(made.error().sentence.starts_with("The entitlements in x.entitlements "))
+            << content << made.error().sentence;
     }
     EXPECT_FALSE(sign::entitlementsFromXml(base::bytesOf("bplist00"), "x.entitlements"));
 }

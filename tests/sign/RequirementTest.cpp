@@ -2,7 +2,7 @@
 #include "sign/signature/DesignatedRequirement.h"
 #include "sign/signature/RequirementText.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 namespace {
 
@@ -82,6 +82,47 @@ TEST(Requirement, SurvivesItsTextAndItsBytes) {
          {"", "and", "identifier", "always always", "(always", "cdhash 12", "identifier \"x",
           "certificate leaf[field.x]", "/* always", "info[a", "anchor = \"x\"", "0x1"})
         EXPECT_FALSE(sign::parsedRequirement(text)) << text;
+}
+
+TEST(Requirement, IsAsLongInItsTextAsInItsBytes) {
+    using sign::Requirement;
+    const auto repeated = [](const std::string& text, int count) {
+        std::string all;
+        while (count-- > 0)
+            all += text;
+        return all;
+    };
+    const struct {
+        std::string before;
+        std::string after;
+        int most;
+    } forms[] = {{"always or ", "", 199},   {"legacy and ", "", 199},
+                 {"! ", "", 399},           {"! (legacy and ", ")", 133},
+                 {"(always or ", ")", 199}, {"legacy and (always or ", ")", 99}};
+    for (const auto& [before, after, most] : forms) {
+        const auto text = [from = before, to = after, &repeated](int count) {
+            return repeated(from, count) + "never" + repeated(to, count);
+        };
+        const Requirement longest = parsed(text(most));
+        const auto read = sign::readRequirement(sign::requirementBlob(longest));
+        EXPECT_TRUE(read && *read == longest) << before;
+        EXPECT_EQ(parsed(sign::requirementText(longest)), longest) << before;
+        for (const int count : {most + 1, 400000}) {
+            const auto refused = sign::parsedRequirement(text(count));
+            ASSERT_FALSE(refused) << before << count;
+            EXPECT_THAT(refused.error().sentence, testing::HasSubstr("more than 400 terms"));
+        }
+        const Requirement longer{.op = Requirement::Op::And, .operands = {longest, longest}};
+        EXPECT_FALSE(sign::readRequirement(sign::requirementBlob(longer))) << before;
+    }
+    // Balanced, it is as long as in its text, which has no order of its own.
+    const auto half = sign::anyOf(std::vector<Requirement>(100));
+    const Requirement whole{.op = Requirement::Op::Or, .operands = {half, half}};
+    const auto read = sign::readRequirement(sign::requirementBlob(whole));
+    EXPECT_TRUE(read && sign::parsedRequirement(sign::requirementText(*read)));
+    EXPECT_FALSE(sign::parsedRequirement(repeated("(", 400000)));
+    EXPECT_FALSE(
+        sign::parsedRequirementSet("designated => " + repeated("always or ", 200) + "never"));
 }
 
 TEST(Requirement, HasTheBytesOfThePublishedForm) {

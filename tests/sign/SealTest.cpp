@@ -22,7 +22,8 @@ sign::NestedSeal nestedSeal() {
 }
 
 /// The seal of a bundle whose nested code is signed the same everywhere.
-std::string sealOf(const Bundle& bundle, bool withSha1 = false) {
+std::string sealOf(const Bundle& bundle, bool withSha1 = false,
+                   std::vector<std::string>* warnings = nullptr) {
     const auto seal = sign::makeSeal(
         bundle, {withSha1, 2},
         [](const std::string&) -> base::Result<sign::NestedSeal> { return nestedSeal(); });
@@ -30,6 +31,8 @@ std::string sealOf(const Bundle& bundle, bool withSha1 = false) {
         ADD_FAILURE() << seal.error().sentence;
         return {};
     }
+    if (warnings)
+        *warnings = seal->warnings;
     return seal->xml;
 }
 
@@ -262,6 +265,9 @@ TEST_F(SealCheckTest, LetsLinksLeadOnlyToWhatIsSealed) {
         {"a.txt", true},
         {"../MacOS/run", true},
         {"../Frameworks/Foo.framework/Versions/B/libz.dylib", true},
+        {"../Resources", true},
+        {"../Info.plist", false},
+        {"en.lproj/locversion.plist", false},
         {"/System/Library/x", true},
         {"/Library/../System/x", true},
         {"/System/../etc/passwd", false},
@@ -276,8 +282,16 @@ TEST_F(SealCheckTest, LetsLinksLeadOnlyToWhatIsSealed) {
     for (const auto& [target, isAllowed] : cases) {
         std::filesystem::remove(app_ + "/Contents/Resources/link");
         folder_.makeLink("Rich App.app/Contents/Resources/link", target);
-        const std::string seal = sealOf(*sign::openBundle(app_));
+        std::vector<std::string> warnings;
+        const std::string seal = sealOf(*sign::openBundle(app_), false, &warnings);
         EXPECT_THAT(check(seal, false), testing::IsEmpty()) << target;
+        EXPECT_EQ(std::ranges::count_if(warnings,
+                                        [](const std::string& warning) {
+                                            return warning.find("Resources/link is a link") !=
+                                                   warning.npos;
+                                        }),
+                  isAllowed ? 0 : 1)
+            << target;
         const std::vector<std::string> faults = {"-67003 Resources/link"};
         EXPECT_EQ(check(seal, true), isAllowed ? std::vector<std::string>() : faults) << target;
     }

@@ -4,6 +4,7 @@
 #include "tests/sign/HttpServer.h"
 #include "tests/sign/TestAuthority.h"
 #include "tests/support/ScopedEnvironment.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 
@@ -44,21 +45,36 @@ std::string granted(const Blob& token) {
     return HttpServer::reply("200 OK", replyType, responseWith(TS_STATUS_GRANTED, token));
 }
 
+/// How far the honest server's clock is ahead of ours.
+constexpr std::int64_t fast = 240;
+
 /// What an honest server answers.
 std::string honest(const HttpServer::Request& request) {
     const Authorities& made = Authorities::shared();
     const RequestOwner asked = requestIn(request);
     return granted(
-        tokenOf({.imprint = imprintIn(asked.get()), .nonce = TS_REQ_get_nonce(asked.get())},
+        tokenOf({imprintIn(asked.get()), std::time(nullptr) + fast, TS_REQ_get_nonce(asked.get())},
                 made.clock, {made.root.certificate}));
 }
 
+/// For a signer under a root that counts as Apple's, with a certificate from ten days ago.
 base::Result<Blob> stampOf(const std::string& url) {
+    static const Authorities& made = Authorities::shared();
+    static const Issued leaf = issue("New", &made.middle, forCode, {-10 * day, 365 * day});
     const auto reply = TimeStampReply::request(url, signature);
-    return reply ? reply->token(signature) : reply.error();
+    return reply ? reply->token(signature,
+                                {leaf.certificate, made.middle.certificate, made.root.certificate})
+                 : reply.error();
 }
 
-TEST(TimeStampTest, AsksForATokenOverTheSignatureAndItsCertificates) {
+class TimeStampTest : public testing::Test {
+    TemporaryFolder folder_;
+    ScopedEnvironment environment_{"KELPMORAY_IDENTITIES", folder_.path()};
+    std::string root_ = folder_.makeFile(
+        "roots/root.der", std::string(base::textOf(Authorities::shared().root.certificate.der())));
+};
+
+TEST_F(TimeStampTest, AsksForATokenOverTheSignatureAndItsCertificates) {
     const HttpServer server([](const HttpServer::Request& request) {
         const RequestOwner asked = requestIn(request);
         EXPECT_EQ(request.target, "/ts01");
@@ -70,11 +86,11 @@ TEST(TimeStampTest, AsksForATokenOverTheSignatureAndItsCertificates) {
     const auto token = stampOf(server.url() + "/ts01");
     ASSERT_TRUE(token) << token.error().sentence;
     EXPECT_NEAR(static_cast<double>(timeOfToken(*token).value_or(0)),
-                static_cast<double>(std::time(nullptr)), 60);
+                static_cast<double>(std::time(nullptr) + fast), 60);
     EXPECT_TRUE(checkToken(*token, signature, Authorities::shared().otherRoot.certificate));
 }
 
-TEST(TimeStampTest, BelievesNoServerThatLies) {
+TEST_F(TimeStampTest, BelievesNoServerThatLies) {
     const Authorities& made = Authorities::shared();
     const Issued usedUp = issue("Used Up", &made.root, forTime, {-10 * day, -day});
     const std::vector<Certificate> root = {made.root.certificate};
@@ -86,10 +102,12 @@ TEST(TimeStampTest, BelievesNoServerThatLies) {
     };
     const OpenSslOwner<ASN1_INTEGER, ASN1_INTEGER_free> one(ASN1_INTEGER_new());
     ASN1_INTEGER_set(one.get(), 1);
-    const auto by = [](const Issued& clock, const std::vector<Certificate>& issuers) {
-        return [&clock, issuers](TS_REQ* asked) {
-            return tokenOf({.imprint = imprintIn(asked), .nonce = TS_REQ_get_nonce(asked)}, clock,
-                           issuers);
+    const auto by = [](const Issued& clock, const std::vector<Certificate>& issuers,
+                       long days = 0) {
+        return [&clock, issuers, days](TS_REQ* asked) {
+            return tokenOf(
+                {imprintIn(asked), std::time(nullptr) + days * day, TS_REQ_get_nonce(asked)}, clock,
+                issuers);
         };
     };
     const Case cases[] = {
@@ -111,6 +129,12 @@ TEST(TimeStampTest, BelievesNoServerThatLies) {
          "certificate verify error"},
         {"expired", by(usedUp, root), "certificate verify error"},
         {"no root", by(made.clock, {}), "certificate verify error"},
+        {"another root, beside Apple's",
+         by(made.otherClock, {made.otherRoot.certificate, made.root.certificate}),
+         "certificate verify error"},
+        {"the future", by(made.clock, root, 21), "its time has not come yet"},
+        {"before the signer's certificate", by(made.clock, root, -20),
+         "the certificate \"New\" is not valid at its time"},
         {"refusal", [](TS_REQ*) { return Blob(); }, "it refuses", TS_STATUS_REJECTION},
     };
     for (const Case& each : cases) {
@@ -127,7 +151,7 @@ TEST(TimeStampTest, BelievesNoServerThatLies) {
     }
 }
 
-TEST(TimeStampTest, TriesAgainWhenNothingUsefulAnswers) {
+TEST_F(TimeStampTest, TriesAgainWhenNothingUsefulAnswers) {
     const HttpServer server([](const HttpServer::Request& request) {
         switch (request.number) {
         case 1:
@@ -143,7 +167,7 @@ TEST(TimeStampTest, TriesAgainWhenNothingUsefulAnswers) {
     EXPECT_EQ(server.requests(), 3);
 }
 
-TEST(TimeStampTest, SaysWhenNoServiceIsThere) {
+TEST_F(TimeStampTest, SaysWhenNoServiceIsThere) {
     const HttpServer server([](const HttpServer::Request&) { return std::string(); });
     const auto token = stampOf(server.url());
     ASSERT_FALSE(token);
@@ -153,7 +177,7 @@ TEST(TimeStampTest, SaysWhenNoServiceIsThere) {
     EXPECT_EQ(stampOf("https://127.0.0.1/").error().kind, base::ErrorKind::Usage);
 }
 
-TEST(TimeStampTest, GoesThroughTheProxyExceptWhereItIsToldNotTo) {
+TEST_F(TimeStampTest, GoesThroughTheProxyExceptWhereItIsToldNotTo) {
     std::string target;
     const HttpServer proxy([&](const HttpServer::Request& request) {
         target = request.target;

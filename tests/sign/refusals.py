@@ -1,0 +1,107 @@
+#!/usr/bin/env python3
+"""What the signer refuses or warns of before it changes anything."""
+import os
+import re
+import struct
+import unittest
+
+import fixtures
+from codesign import CodeTest, Owner, read, tree
+from programs import write
+
+
+class Refusals(CodeTest):
+    def assert_refused(self, words, *arguments, **environment):
+        """In one line, with nothing changed."""
+        before = tree(self.folder)
+        status, said = self.codesign(*arguments, **environment)
+        self.assertEqual((status, said.count("\n")), (1, 1), said)
+        self.assertIn(words, said)
+        self.assertEqual(tree(self.folder), before)
+
+    def application(self, name="X.app", code="exe-arm64"):
+        fixtures.make_bundle(self.path(name), "main", self.linker.link(code))
+        return self.path(name)
+
+    def test_no_link_leads_a_removal_out_of_the_package(self):
+        real = self.application("Real.app")
+        self.sign(real)
+        for number, (name, words) in enumerate([("/Contents", "unsealed contents"), ("/Contents/_CodeSignature", "unsealed contents"),
+                                                ("/Contents/MacOS/main", "must be a regular file")]):
+            app = self.application(f"{number}.app")
+            self.sign(app)
+            os.rename(app + name, self.path(f"{number}"))
+            os.symlink(os.path.relpath(real + name, os.path.dirname(app + name)), app + name)
+            self.assert_refused(words, "--remove-signature", app)
+        self.assert_refused("it is no Mach-O file", "--remove-signature", write(self.path("text"), "text"))
+        write(real + "/Contents/_CodeSignature/CodePrecious", "precious")
+        self.assert_quiet("--remove-signature", real)
+        self.assert_names(real + "/Contents/_CodeSignature", "CodePrecious")
+
+    def test_data_outside_the_slices_of_a_universal_file_is_not_lost(self):
+        data = read(self.linker.universal())
+        (_, first), (second, _) = sorted(fixtures.slices(data))
+        gap = sorted(fixtures.slices(data))[0][0] + first
+        self.assertGreater(second, gap + 4)
+        exe, library = read(self.linker.link("exe-arm64")), read(self.linker.library("x86_64"))
+        table = struct.pack(">2I5I5I", 0xCAFEBABE, 2, 0x01000007, 3, 0x4000, len(library), 14, 0x0100000C, 0, 0x8000, len(exe), 14)
+        for content, words in {data + b"x": "data behind its last architecture",
+                               data[:gap] + b"data" + data[gap + 4:]: "data between its architectures",
+                               data[:64] + b"data" + data[68:]: "data between its architectures",
+                               table.ljust(0x4000, b"\0") + library.ljust(0x4000, b"\0") + exe: "different file types"}.items():
+            for arguments in (("-f", "-s", "-"), ("--remove-signature",)):
+                self.assert_refused(words, *arguments, write(self.path("bad"), content))
+
+    def test_no_page_size_is_used_that_the_kernel_does_not_take(self):
+        path = self.copy(self.linker.universal())
+        self.assert_refused("it has code for x86_64, which runs with pages of 4096 bytes only", "-s", "-", "--pagesize", "16384", path)
+        self.sign(path, "-f")
+        data = bytearray(read(path))
+        for (start, _), shift in zip(fixtures.slices(data), (14, 20)):
+            place = fixtures.signature_place(data, start)[1]
+            directory = place + struct.unpack_from(">I", data, place + 16)[0]
+            limit = struct.unpack_from(">I", data, directory + 32)[0]
+            struct.pack_into(">I", data, directory + 28, -(-limit // (1 << shift)))
+            data[directory + 39] = shift
+        write(path, data)
+        self.sign(path, "-f")
+        self.assertEqual(self.assert_hashes(path), [(0, 2, 4096), (0, 2, 16384)])
+
+    def test_links_that_the_strict_check_refuses_are_named(self):
+        app, inner = self.path("X.app"), self.path("X.app/Contents/PlugIns/Y.bundle")
+        for bundle in (app, inner):
+            fixtures.make_bundle(bundle, "main", self.linker.link("exe-arm64"))
+        write(self.path("outside"), "x")
+        write(app + "/Contents/Resources/.DS_Store", "x")
+        links = {"away": "/etc/passwd", "code": "../MacOS/main", "file": "data.txt", "folder": "../..", "gone": "nothing",
+                 "info": "../Info.plist", "outside": "../../../outside", "store": ".DS_Store", "system": "/System/Library"}
+        for name, target in links.items():
+            os.symlink(target, f"{app}/Contents/Resources/{name}")
+        for name in ("data.txt", "store"):
+            os.symlink("../../../../Resources/" + name, f"{inner}/Contents/Resources/to {name}")
+        named = re.findall(r"/(\w+|to [.\w]+) is a link to", self.sign(app, "--deep"))
+        self.assertEqual(named, ["to store", "away", "folder", "gone", "info", "outside", "store"])
+        for name in named:
+            os.remove((inner if " " in name else app) + "/Contents/Resources/" + name)
+        self.sign(app, "--deep", "-f")
+        self.assert_valid(app)
+
+    def test_versions_of_a_framework_that_differ_are_named(self):
+        app, owner = fixtures.make_application(self.linker, self.path("X.app")), Owner(self.workshop)
+        old = app + "/Contents/Frameworks/Foo.framework/Versions/A"
+        self.assertNotIn("Versions/A", self.sign(app, "--deep"))
+        write(old + "/Resources/more", "x")
+        self.assertIn(f"{old} does not meet the requirement of the framework's current version", self.sign(app, "--deep", "-f"))
+        self.assertIn("invalid version", self.codesign("--verify", "--deep", "--strict", app)[1])
+        self.assertNotIn("Versions/A", self.sign(app, "--deep", "-f", identity=owner.authority.HOLDER, **owner.environment))
+        self.assert_valid(app, **owner.environment)
+
+    def test_a_name_that_is_all_extension_gives_no_empty_identifier(self):
+        path, owner = self.copy(self.linker.library(), ".hid"), Owner(self.workshop)
+        self.assert_refused("Give one with --identifier", "-s", owner.authority.HOLDER, path, **owner.environment)
+        self.sign(path, "-i", "x.y", identity=owner.authority.HOLDER, **owner.environment)
+        self.assert_valid(path, **owner.environment)
+
+
+if __name__ == "__main__":
+    unittest.main()
