@@ -1,4 +1,5 @@
 #include "sign/AsideFile.h"
+#include "sign/RunLock.h"
 #include "sign/Signer.h"
 #include "sign/StaticCode.h"
 #include "sign/bundle/FileTree.h"
@@ -57,6 +58,9 @@ base::Outcome removeEmbedded(const CodeFile& file) {
 } // namespace
 
 base::Outcome removeSignature(const std::string& path, const std::string& bundleVersion) {
+    const auto lock = RunLock::take(path);
+    if (!lock)
+        return lock.error();
     auto code = StaticCode::open(path, bundleVersion);
     if (!code)
         return code.error();

@@ -4,6 +4,7 @@
 #include "sign/Description.h"
 #include "sign/DesignatedCode.h"
 #include "sign/OpenFiles.h"
+#include "sign/RunLock.h"
 #include "sign/SignatureCms.h"
 #include "sign/SigningJob.h"
 #include "sign/TaskLanes.h"
@@ -343,6 +344,9 @@ private:
 
 base::Outcome sign(const std::string& path, const SigningOptions& options,
                    const SigningObserver& observer) {
+    const auto lock = RunLock::take(path);
+    if (!lock)
+        return lock.error();
     std::vector<CodeObject> objects{{path}};
     if (options.deep) {
         auto plan = planOf(path);

@@ -63,12 +63,14 @@ struct SigningObserver {
 };
 
 /// Signs the file or bundle at `path`. Conflict with "PATH: is already signed" if it is and `force`
-/// is not given; Unavailable if the time stamp service does not answer. On failure each code object
-/// is as it was or signed whole. One call at a time in a process.
+/// is not given, or if another process signs it; Unavailable if the time stamp service does not
+/// answer. On failure each code object is as it was or signed whole. One call at a time in a
+/// process.
 [[nodiscard]] base::Outcome sign(const std::string& path, const SigningOptions& options,
                                  const SigningObserver& observer);
 
-/// Takes the signature away from the file or bundle at `path`, its seal too.
+/// Takes the signature away from the file or bundle at `path`, its seal too. Conflict if another
+/// process signs it.
 [[nodiscard]] base::Outcome removeSignature(const std::string& path,
                                             const std::string& bundleVersion);
 
