@@ -24,14 +24,6 @@ constexpr std::string_view suffix = ".tmp";
 constexpr std::string_view hexDigits = "0123456789abcdef";
 constexpr std::size_t randomDigits = 32;
 
-bool isOurName(std::string_view name) {
-    if (name.size() != prefix.size() + randomDigits + suffix.size() || !name.starts_with(prefix) ||
-        !name.ends_with(suffix))
-        return false;
-    return name.substr(prefix.size(), randomDigits).find_first_not_of(hexDigits) ==
-           std::string_view::npos;
-}
-
 /// Some file systems lock only what is open for writing, which a file need not allow.
 FileDescriptor openForLocking(const std::string& path) {
     constexpr int flags = O_NOFOLLOW | O_NONBLOCK;
@@ -41,6 +33,14 @@ FileDescriptor openForLocking(const std::string& path) {
 }
 
 } // namespace
+
+bool isTemporaryName(std::string_view name) {
+    if (name.size() != prefix.size() + randomDigits + suffix.size() || !name.starts_with(prefix) ||
+        !name.ends_with(suffix))
+        return false;
+    return name.substr(prefix.size(), randomDigits).find_first_not_of(hexDigits) ==
+           std::string_view::npos;
+}
 
 std::optional<std::string> temporaryName() {
     std::array<std::uint8_t, randomDigits / 2> random{};
@@ -64,7 +64,7 @@ bool isNameOf(int descriptor, const std::string& path) {
 }
 
 bool removeLeftover(const std::string& folder, const std::string& name) {
-    if (!isOurName(name))
+    if (!isTemporaryName(name))
         return false;
     const std::string path = folder + '/' + name;
     struct stat status {};

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace base {
 
@@ -11,6 +12,9 @@ namespace base {
 /// ".kelpmoray-", 32 random hexadecimal digits, ".tmp"; none if the system has no random bytes,
 /// with errno set. Any thread.
 [[nodiscard]] std::optional<std::string> temporaryName();
+
+/// Whether a name is of that form. Any thread.
+[[nodiscard]] bool isTemporaryName(std::string_view name);
 
 /// Locks what is open as `descriptor`, if nobody else does. Any thread.
 [[nodiscard]] bool lockWithoutWaiting(int descriptor);

@@ -3,6 +3,7 @@
 #include "base/FileDescriptor.h"
 #include "base/Printable.h"
 #include "base/WorkerThreads.h"
+#include "sign/AsideFile.h"
 #include "sign/Digest.h"
 
 #include <algorithm>
@@ -33,8 +34,16 @@ bool isSame(const struct stat& before, const struct stat& after) {
 class FileHasher {
 public:
     [[nodiscard]] base::Outcome hash(FileHashes& file) {
-        const auto opened = base::FileDescriptor::openAt(AT_FDCWD, file.path.c_str(),
-                                                         O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+        base::FileDescriptor opened;
+        if (file.newVersion != nullptr) {
+            auto reading = file.newVersion->openToRead();
+            if (!reading)
+                return reading.error();
+            opened = std::move(*reading);
+        } else {
+            opened = base::FileDescriptor::openAt(AT_FDCWD, file.path.c_str(),
+                                                  O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+        }
         struct stat before {};
         if (!opened.open() && errno != ENOENT && errno != ENOTDIR && errno != ELOOP &&
             errno != ENXIO)

@@ -3,11 +3,12 @@
 import contextlib
 import http.server
 import os
+import resource
 import subprocess
 import unittest
 
 import fixtures
-from codesign import CODESIGN, CodeTest, Owner
+from codesign import CODESIGN, CodeTest, Owner, tree
 from programs import PATIENCE
 
 
@@ -52,6 +53,40 @@ class OtherSigners(Meanwhile):
                 self.sign(beside, "-f")
             self.sign(busy, "-f", "--deep")
             self.assert_valid(busy)
+
+
+class StampsThatDoNotCome(Meanwhile):
+    def few_files(self):
+        resource.setrlimit(resource.RLIMIT_NOFILE, (80, 80))
+
+    def rich_application(self):
+        """With code whose files the seal around it has hashes of, its own seals and signatures in files among them."""
+        app = self.application()
+        inner = app + "/Contents/Resources/Inner.app"
+        fixtures.make_bundle(inner, "inner", self.linker.link("exe-arm64"))
+        fixtures.put(self.linker.library(), inner, "Contents/Frameworks/lib.dylib")
+        fixtures.write_plist(inner + "/Contents/PlugIns/Pictures.bundle/Contents/Info.plist", None, "BNDL")
+        return app
+
+    def test_nothing_changes_before_all_have_come(self):
+        app = self.rich_application()
+        # Of an earlier signature, which the new one does not use.
+        fixtures.make_text(app + "/Contents/Resources/Inner.app/Contents/_CodeSignature/CodeRequirements-4")
+        count = len(self.codesign("--plan", app)[1].split("\0"))  # the main executable has two slices
+        command = [CODESIGN, "-f", "--deep", "-s", self.owner.authority.HOLDER, app]
+        for limit in (None, self.few_files):
+            for most in (count - 1, count // 2, None):
+                before = tree(app)
+                with self.owner.authority.time_server(most=most) as (url, asked):
+                    done = subprocess.run([*command, f"--timestamp={url}"], env={**os.environ, **self.owner.environment},
+                                          capture_output=True, text=True, preexec_fn=limit)
+                if most:
+                    self.assertRegex(done.stderr, "it refuses the request")
+                    self.assertEqual((done.returncode, tree(app)), (1, before))
+                else:
+                    self.assertEqual((done.returncode, asked), (0, [count]), done.stderr)
+                    self.assertFalse([path for path in tree(app) if path.endswith((".tmp", "-4"))])
+                    self.assert_valid(app, **self.owner.environment)
 
 
 if __name__ == "__main__":
