@@ -54,7 +54,10 @@ base::Outcome NewCode::close() {
     return {};
 }
 
-base::Outcome NewCode::commit(const std::vector<NewCode*>& all) {
+base::Outcome NewCode::commit(const std::vector<NewCode*>& all, unsigned threads) {
+    for (const NewCode* code : all)
+        if (auto same = code->watch_.check(threads); !same)
+            return same;
     const SignalPause pause;
     std::vector<AsideFile*> files;
     for (NewCode* code : all)

@@ -2,6 +2,7 @@
 
 #include "sign/AsideFile.h"
 #include "sign/bundle/Bundle.h"
+#include "sign/bundle/FileWatch.h"
 #include "sign/bundle/NewFiles.h"
 
 #include <string>
@@ -15,8 +16,8 @@ class NewCode {
 public:
     NewCode() = default;
     NewCode(NewCode&& other) noexcept
-        : folder_(std::exchange(other.folder_, {})), files_(std::move(other.files_)),
-          unused_(std::move(other.unused_)) {}
+        : watch_(std::move(other.watch_)), folder_(std::exchange(other.folder_, {})),
+          files_(std::move(other.files_)), unused_(std::move(other.unused_)) {}
     NewCode& operator=(NewCode&& other) = delete;
     /// What has not taken its place goes away.
     ~NewCode();
@@ -34,14 +35,16 @@ public:
     [[nodiscard]] base::Outcome makeSignatureFolder(const Bundle& bundle);
     /// All files were added: those of an earlier signature that are not among them will go away.
     [[nodiscard]] base::Outcome replaceSignatureOf(const Bundle& bundle);
+    /// What the new files were made from, and must not change until they take its place.
+    [[nodiscard]] FileWatch& watch() { return watch_; }
     /// After the last of these calls this object must stay where it is.
     void putInto(NewFiles& newFiles) const;
     /// So that no descriptors are needed until the end.
     [[nodiscard]] base::Outcome close();
 
     /// Lets the files of all take their places, one right after the other in that order; signals
-    /// that end the process wait meanwhile.
-    [[nodiscard]] static base::Outcome commit(const std::vector<NewCode*>& all);
+    /// that end the process wait meanwhile. Changed, and none does, if anything watched changed.
+    [[nodiscard]] static base::Outcome commit(const std::vector<NewCode*>& all, unsigned threads);
 
 private:
     struct File {
@@ -49,6 +52,7 @@ private:
         AsideFile aside;
     };
 
+    FileWatch watch_;
     std::string folder_; ///< made for what is in it; empty if it was there
     std::vector<File> files_;
     std::vector<std::string> unused_;

@@ -115,11 +115,11 @@ private:
             const std::lock_guard lock(mutex_);
             item.sealedChanges = item.changes;
         }
-        auto job =
-            SigningJob::prepare(item.object.path, options_,
-                                {isOperand, isLone, options_.threads, &newFiles_, item.cmsSize,
-                                 [this](const std::string& path) { return sealOf(path); }, replaces,
-                                 [this](const std::string& sentence) { warn(sentence); }});
+        auto job = SigningJob::prepare(
+            item.object.path, options_,
+            {isOperand, isLone, options_.threads, &newFiles_, item.cmsSize,
+             [this](const std::string& path, FileWatch& watch) { return sealOf(path, watch); },
+             replaces, [this](const std::string& sentence) { warn(sentence); }});
         if (!job) {
             // Nested code that is signed already keeps its signature.
             const bool isKept =
@@ -136,14 +136,14 @@ private:
     }
 
     /// What a seal keeps of nested code: signed by now, be it in its place or not, or kept.
-    base::Result<NestedSeal> sealOf(const std::string& path) {
+    base::Result<NestedSeal> sealOf(const std::string& path, FileWatch& watch) {
         {
             const std::lock_guard lock(mutex_);
             if (const auto found = byPath_.find(path);
                 found != byPath_.end() && found->second->seal)
                 return *found->second->seal;
         }
-        return lookUpNested(path);
+        return lookUpNested(path, watch);
     }
 
     base::Outcome hash(Item& item) {
@@ -307,7 +307,7 @@ private:
         for (Item& item : items_)
             if (item.newCode)
                 all.push_back(&*item.newCode);
-        if (auto done = NewCode::commit(all); !done)
+        if (auto done = NewCode::commit(all, options_.threads); !done)
             return done;
         for (Item& item : items_) {
             if (item.signedCode)

@@ -64,8 +64,9 @@ struct SigningObserver {
 
 /// Signs the file or bundle at `path`. Conflict with "PATH: is already signed" if it is and `force`
 /// is not given, or if another process signs it; Unavailable if the time stamp service does not
-/// answer. On failure all is as it was; only if the system refuses to rename a file at the very end
-/// are some code objects new, each of them whole. One call at a time in a process.
+/// answer; Changed if what is signed or sealed is changed meanwhile. On failure all is as it was;
+/// only if the system refuses to rename a file at the very end are some code objects new, each of
+/// them whole. One call at a time in a process.
 [[nodiscard]] base::Outcome sign(const std::string& path, const SigningOptions& options,
                                  const SigningObserver& observer);
 

@@ -54,6 +54,7 @@ base::Result<std::unique_ptr<SigningJob>> SigningJob::prepare(const std::string&
     if (plan->replaces && preparing.replacesSignature)
         preparing.replacesSignature(code->path());
     std::unique_ptr<SigningJob> job(new SigningJob(std::move(*code), std::move(*plan), options));
+    job->watchCode();
     if (auto sealed = job->makeBundleSeal(preparing); !sealed)
         return sealed.error();
     job->works_.resize(job->code_.signatureCount());
@@ -65,14 +66,21 @@ base::Result<std::unique_ptr<SigningJob>> SigningJob::prepare(const std::string&
     return job;
 }
 
+void SigningJob::watchCode() {
+    newCode_.watch().addFile(code_.file().path(), FileStamp::of(code_.file().status()));
+    if (code_.bundle() && !code_.bundle()->infoPlist.empty())
+        newCode_.watch().addFile(code_.bundle()->infoPlist, code_.bundle()->infoStamp);
+}
+
 base::Outcome SigningJob::makeBundleSeal(const Preparing& preparing) {
     if (!code_.bundle())
         return {};
     // The plan of all code has removed the leftovers, and now there are such files of this run.
     const Leftovers leftovers = options_.deep ? Leftovers::AreSkipped : Leftovers::AreRemoved;
-    auto seal = makeSeal(*code_.bundle(),
-                         {plan_.withSha1, preparing.threads, leftovers, preparing.newFiles},
-                         preparing.nested);
+    auto seal = makeSeal(
+        *code_.bundle(),
+        {plan_.withSha1, preparing.threads, leftovers, preparing.newFiles, &newCode_.watch()},
+        [&](const std::string& path) { return preparing.nested(path, newCode_.watch()); });
     if (!seal)
         return seal.error();
     for (const std::string& warning : seal->warnings)
@@ -285,8 +293,6 @@ base::Outcome SigningJob::writeSeal() {
 }
 
 base::Outcome SigningJob::finish() {
-    if (auto same = code_.file().checkUnchanged(); !same)
-        return same;
     if (!file_)
         return writeLoose();
     for (const Work& work : works_) {

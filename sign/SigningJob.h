@@ -25,7 +25,8 @@ public:
         unsigned threads = 1;               ///< for the hashes of sealed files
         const NewFiles* newFiles = nullptr; ///< of code that was signed before
         std::size_t cmsSize = usualCmsSize;
-        std::function<base::Result<NestedSeal>(const std::string& path)> nested; ///< for the seal
+        /// For the seal. What is looked at is watched.
+        std::function<base::Result<NestedSeal>(const std::string& path, FileWatch& watch)> nested;
         std::function<void(const std::string& path)> replacesSignature;
         std::function<void(const std::string& sentence)> warns;
     };
@@ -55,7 +56,7 @@ public:
     /// thread may have the signatures stamped meanwhile.
     [[nodiscard]] bool hasSealFile() const { return seal_ && file_; }
     [[nodiscard]] base::Outcome writeSeal();
-    /// Writes the signatures. Changed if the code is not what it was.
+    /// Writes the signatures.
     [[nodiscard]] base::Outcome finish();
     /// Waits until they are on the disk.
     [[nodiscard]] base::Outcome sync() const;
@@ -80,6 +81,7 @@ private:
     SigningJob(StaticCode code, SigningPlan plan, const SigningOptions& options)
         : code_(std::move(code)), plan_(std::move(plan)), options_(options) {}
 
+    void watchCode();
     [[nodiscard]] base::Outcome makeBundleSeal(const Preparing& preparing);
     [[nodiscard]] base::Outcome prepareWork(Work& work, std::size_t index, std::size_t cmsSize);
     [[nodiscard]] DirectoryFacts factsOf(const Work& work) const;

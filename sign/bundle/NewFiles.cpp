@@ -43,7 +43,7 @@ void NewFiles::applyTo(const std::string& folder, std::vector<FileEntry>& entrie
     });
     for (const auto& [name, file] : added)
         if (file != nullptr)
-            entries.push_back({name, S_IFREG, 0});
+            entries.push_back({name, S_IFREG});
     std::ranges::sort(entries, {}, &FileEntry::name);
 }
 

@@ -72,7 +72,8 @@ private:
     };
 
     base::Outcome addItems(const SealRules& rules, const SealRules& oldRules) {
-        const auto items = sealItems(bundle_, rules, {{}, making_.leftovers, making_.newFiles});
+        const auto items =
+            sealItems(bundle_, rules, {{}, making_.leftovers, making_.newFiles, making_.watch});
         if (!items)
             return items.error();
         // A vector that grows takes twice its memory for a while.

@@ -26,6 +26,7 @@ struct SealMaking {
     unsigned threads = 1;  ///< how many hash files at once
     Leftovers leftovers = Leftovers::AreSkipped;
     const NewFiles* newFiles = nullptr; ///< sealed in place of those that they will replace
+    FileWatch* watch = nullptr;         ///< gets what the seal is of
 };
 
 struct ResourceSeal {

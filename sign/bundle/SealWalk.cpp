@@ -3,7 +3,7 @@
 #include "base/FileDescriptor.h"
 #include "base/Leftovers.h"
 #include "base/Printable.h"
-#include "sign/bundle/FileTree.h"
+#include "sign/bundle/FileWatch.h"
 #include "sign/bundle/NewFiles.h"
 
 #include <array>
@@ -27,7 +27,8 @@ public:
                                "The folders in \"" + base::printable(bundle_.path) +
                                    "\" are nested deeper than 200 levels. Make them flatter."};
         const std::string folder = bundle_.codeRoot + "/" + prefix;
-        auto entries = entriesOf(folder);
+        auto entries = walking_.watch != nullptr ? walking_.watch->list(folder, prefix.empty())
+                                                 : entriesOf(folder);
         if (!entries)
             return entries.error();
         if (walking_.newFiles != nullptr)
@@ -44,7 +45,7 @@ public:
                                   entry.isFile()   ? SealItemKind::File
                                   : entry.isLink() ? SealItemKind::Link
                                                    : SealItemKind::Other,
-                                  rule, entry.size});
+                                  rule, entry.stamp.size});
             } else if (isItem(entry, path, rule)) {
                 items_.push_back({std::move(path), SealItemKind::Bundle, rule, 0});
             } else if (auto entered = enter(path + "/", depth + 1); !entered) {

@@ -11,6 +11,7 @@
 
 namespace sign {
 
+class FileWatch;
 class NewFiles;
 
 enum class SealItemKind {
@@ -47,6 +48,7 @@ struct SealWalking {
     BundleTest isBundle{};
     Leftovers leftovers = Leftovers::AreItems;
     const NewFiles* newFiles = nullptr; ///< which will have taken their places
+    FileWatch* watch = nullptr;         ///< gets all that is walked
 };
 
 /// All things below the code root of a bundle, sorted within their folder; links are not followed.

@@ -221,7 +221,7 @@ TEST(LooseSignatureTest, ComesBackAndLeavesNothingOfAnEarlierOne) {
         for (auto& file : *files)
             code.add(std::move(file));
         ASSERT_TRUE(code.replaceSignatureOf(*bundle));
-        ASSERT_TRUE(sign::NewCode::commit({&code}));
+        ASSERT_TRUE(sign::NewCode::commit({&code}, 1));
     };
     write();
     signature.directories.pop_back();

@@ -166,10 +166,11 @@ class Authority:
             file.write("01")
 
     @contextlib.contextmanager
-    def time_server(self, together=1, certificates="root.pem", most=None):
+    def time_server(self, together=1, certificates="root.pem", most=None, meanwhile=(0, None)):
         """The URL of a server that stamps, and the number of requests as a list of one.
 
         It answers as soon as `together` have come, with a file of certificates in each answer; after `most` it refuses.
+        `meanwhile` is the number of a request, and what is called when it has come.
         """
         count, lock, folder = [0], threading.Lock(), self.folder
         gathered = threading.Barrier(together, timeout=60)
@@ -180,6 +181,8 @@ class Authority:
                 gathered.wait()
                 with lock, tempfile.NamedTemporaryFile() as file:
                     count[0] += 1
+                    if count[0] == meanwhile[0]:
+                        meanwhile[1]()
                     file.write(query)
                     file.flush()
                     reply = REFUSAL if most and count[0] > most else check_call(

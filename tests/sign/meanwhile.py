@@ -4,12 +4,13 @@ import contextlib
 import http.server
 import os
 import resource
+import shutil
 import subprocess
 import unittest
 
 import fixtures
-from codesign import CODESIGN, CodeTest, Owner, tree
-from programs import PATIENCE
+from codesign import CODESIGN, CodeTest, Owner, flip, read, tree
+from programs import PATIENCE, write
 
 
 class Meanwhile(CodeTest):
@@ -87,6 +88,72 @@ class StampsThatDoNotCome(Meanwhile):
                     self.assertEqual((done.returncode, asked), (0, [count]), done.stderr)
                     self.assertFalse([path for path in tree(app) if path.endswith((".tmp", "-4"))])
                     self.assert_valid(app, **self.owner.environment)
+
+
+class Changes(Meanwhile):
+    def sign_while(self, change, path, *arguments, last=2):
+        """Status and output of a signer, and all that is another then, with a change before the last time stamp."""
+        before = tree(self.folder).items()
+        with self.owner.authority.time_server(meanwhile=(last, change)) as (url, _):
+            done = self.codesign("-f", "-s", self.owner.authority.HOLDER, f"--timestamp={url}", *arguments, path,
+                                 **self.owner.environment)
+        return *done, {changed for changed, _ in before ^ tree(self.folder).items()}
+
+    def put_back_times(self, path):
+        """The same size and times, but another byte."""
+        status = os.stat(path)
+        flip(path, 0)
+        os.utime(path, ns=(status.st_atime_ns, status.st_mtime_ns))
+
+    def replace(self, path, make):
+        os.unlink(path)
+        make(path)
+
+    def test_what_is_changed_in_a_package_is_named_and_nothing_is_signed(self):
+        app = self.path("X.app")
+        contents, framework = app + "/Contents/", app + "/Contents/Frameworks/Foo.framework/Versions/A/"
+        fixtures.make_bundle(app, "main", self.linker.universal())
+        fixtures.put(self.linker.library(), contents, "Frameworks/lib.dylib")
+        fixtures.write_plist(framework + "Resources/Info.plist", "Foo", "FMWK")
+        fixtures.put(self.linker.library(), framework, "Foo")
+        os.symlink("A", framework[:-2] + "Current")
+        fixtures.make_text(contents + "Resources/deep/er/last.txt")
+        fixtures.make_text(contents + "MacOS/script.sh", "#!/bin/sh\n")
+        os.symlink("deep", contents + "Resources/link")
+        self.sign(app, "--deep")
+        for name, change in {
+                "Resources/data.txt": self.put_back_times,
+                "Resources/deep/er/last.txt": os.unlink,
+                "Resources/deep/er/first.txt": fixtures.make_text,
+                "Resources/new": os.mkdir,
+                "Resources/link": lambda path: self.replace(path, lambda path: os.symlink("data.txt", path)),
+                "MacOS/script.sh": self.put_back_times,
+                "MacOS/main": lambda path: flip(path, 0x8000),
+                "Frameworks/lib.dylib": lambda path: flip(path, 0x200),
+                "Frameworks/Foo.framework/Versions/A/Foo": lambda path: flip(path, 0x200),
+                "Info.plist": lambda path: write(path, read(path) + b"\n")}.items():
+            kept = shutil.copytree(app, self.path("Kept.app"), symlinks=True)
+            status, said, others = self.sign_while(lambda change=change, name=name: change(contents + name), app)
+            self.assertEqual((status, others), (1, {contents + name}))
+            self.assertRegex(said, f'"{contents + name}" (changed|was added|went away) while the package was signed. Try again')
+            shutil.rmtree(app)
+            os.rename(kept, app)
+        self.assert_valid(app)
+
+    def test_code_that_is_nested_or_alone_is_watched_too(self):
+        app, lone = self.application(), self.copy(self.linker.universal())
+        for path, changed in {app: app + "/Contents/XPCServices/Service.xpc/Contents/Info.plist", lone: lone}.items():
+            count = len(self.codesign("--plan", path)[1].split("\0"))  # two slices here, too
+            status, said, others = self.sign_while(lambda changed=changed: os.utime(changed), path, "--deep", last=count)
+            self.assertEqual((status, others), (1, set()))
+            self.assertIn(f'"{changed}" changed while', said)
+
+    def test_what_belongs_to_no_signature_may_change(self):
+        app = self.path("X.app")
+        fixtures.make_bundle(app, "main", self.linker.universal())
+        status, said, _ = self.sign_while(lambda: fixtures.make_text(app + "/Contents/Resources/.DS_Store"), app)
+        self.assertEqual((status, said), (0, ""))
+        self.assert_valid(app, **self.owner.environment)
 
 
 if __name__ == "__main__":
