@@ -5,7 +5,9 @@ import http.server
 import os
 import resource
 import shutil
+import signal
 import subprocess
+import sys
 import unittest
 
 import fixtures
@@ -88,6 +90,42 @@ class StampsThatDoNotCome(Meanwhile):
                     self.assertEqual((done.returncode, asked), (0, [count]), done.stderr)
                     self.assertFalse([path for path in tree(app) if path.endswith((".tmp", "-4"))])
                     self.assert_valid(app, **self.owner.environment)
+
+
+@unittest.skipUnless(sys.platform == "linux", "the loader is told otherwise elsewhere")
+class Kills(Meanwhile):
+    KILLER = """void *dlsym(void *, const char *); int kill(int, int), getpid(void), atoi(const char *); char *getenv(const char *);
+int rename(const char *from, const char *to) {
+    static int count;
+    int done = ((int (*)(const char *, const char *))dlsym((void *)-1L, "rename"))(from, to);
+    if (++count == atoi(getenv("RENAMES"))) kill(getpid(), 9);
+    return done;
+}"""
+
+    def test_between_two_renames_each_file_is_whole_and_signing_again_mends_it(self):
+        app = self.path("X.app")
+        write(self.path("killer.c"), self.KILLER)
+        # The loader takes a blank for the end of a path.
+        fixtures.check_call(fixtures.tool("clang"), "-shared", "-fPIC", "-o", "killer.so", "killer.c", "-ldl", cwd=self.folder)
+        fixtures.make_bundle(app, "main", self.linker.link("exe-arm64"))
+        fixtures.put(self.linker.library(), app, "Contents/Frameworks/lib.dylib")
+        fixtures.write_plist(app + "/Contents/PlugIns/Pictures.bundle/Contents/Info.plist", None, "BNDL")
+        self.sign(app, "--deep")
+        kept, old = shutil.copytree(app, self.path("Kept.app")), tree(app)
+        again = ("-f", "--deep", "-o", "library", "-i", "org.example.new")
+        self.sign(app, *again)
+        new, renames, status = tree(app), 0, -signal.SIGKILL
+        while status == -signal.SIGKILL:
+            shutil.rmtree(app)
+            shutil.copytree(kept, app)
+            renames += 1
+            status, _ = self.codesign("-s", "-", *again, app, LD_PRELOAD="./killer.so", RENAMES=str(renames),
+                                      ASAN_OPTIONS="verify_asan_link_order=0")
+            for path, content in tree(app).items():
+                self.assertTrue(path.endswith(".tmp") or content in (old[path], new[path]), path)
+            self.sign(app, *again)
+            self.assertEqual(tree(app), new)
+        self.assertEqual((status, renames), (0, 8))
 
 
 class Changes(Meanwhile):
