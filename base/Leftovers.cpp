@@ -34,6 +34,14 @@ FileDescriptor openForLocking(const std::string& path) {
 
 } // namespace
 
+bool isTemporaryName(std::string_view name) {
+    if (name.size() != prefix.size() + randomDigits + suffix.size() || !name.starts_with(prefix) ||
+        !name.ends_with(suffix))
+        return false;
+    return name.substr(prefix.size(), randomDigits).find_first_not_of(hexDigits) ==
+           std::string_view::npos;
+}
+
 std::optional<std::string> temporaryName() {
     std::array<std::uint8_t, randomDigits / 2> random{};
     if (::getentropy(random.data(), random.size()) != 0)

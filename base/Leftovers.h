@@ -13,7 +13,7 @@ namespace base {
 /// with errno set. Any thread.
 [[nodiscard]] std::optional<std::string> temporaryName();
 
-/// Whether a name has that form.
+/// Whether a name is of that form. Any thread.
 [[nodiscard]] bool isTemporaryName(std::string_view name);
 
 /// Locks what is open as `descriptor`, if nobody else does. Any thread.

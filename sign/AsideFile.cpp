@@ -69,7 +69,7 @@ base::Outcome AsideFile::takeOver(const struct stat& old) const {
 }
 
 AsideFile::~AsideFile() {
-    if (file_.open() && isNamed_)
+    if (isNamed_)
         ::unlink(temporary_.c_str());
 }
 
@@ -95,6 +95,22 @@ base::Outcome AsideFile::sync() const {
     return {};
 }
 
+base::Outcome AsideFile::close() {
+    if (auto named = giveTemporaryName(); !named)
+        return named;
+    file_ = base::FileDescriptor();
+    return {};
+}
+
+base::Result<base::FileDescriptor> AsideFile::openToRead() const {
+    auto opened = file_.open() ? base::FileDescriptor(::fcntl(file_.get(), F_DUPFD_CLOEXEC, 0))
+                               : base::FileDescriptor::openAt(AT_FDCWD, temporary_.c_str(),
+                                                              O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    if (!opened.open())
+        return base::systemError("read", temporary_, errno);
+    return opened;
+}
+
 base::Outcome AsideFile::giveTemporaryName() {
     if (isNamed_)
         return {};
@@ -105,7 +121,7 @@ base::Outcome AsideFile::giveTemporaryName() {
     return {};
 }
 
-base::Outcome AsideFile::commit(std::vector<AsideFile*> files) {
+base::Outcome AsideFile::commit(const std::vector<AsideFile*>& files) {
     const SignalPause pause;
     for (AsideFile* file : files)
         if (auto named = file->giveTemporaryName(); !named)
@@ -116,6 +132,7 @@ base::Outcome AsideFile::commit(std::vector<AsideFile*> files) {
         };
         if (base::retried(take) != 0)
             return base::systemError("replace", file->path_, errno);
+        file->isNamed_ = false;
         file->file_ = base::FileDescriptor();
     }
     return {};

@@ -4,6 +4,7 @@
 #include "base/Result.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <sys/stat.h>
@@ -22,20 +23,28 @@ public:
     /// replaced and not followed, gets mode 0644.
     [[nodiscard]] static base::Result<AsideFile> createFor(const std::string& path);
 
-    AsideFile(AsideFile&& other) noexcept = default;
+    AsideFile(AsideFile&& other) noexcept
+        : path_(std::move(other.path_)), temporary_(std::move(other.temporary_)),
+          isNamed_(std::exchange(other.isNamed_, false)), file_(std::move(other.file_)) {}
     AsideFile& operator=(AsideFile&& other) = delete;
     ~AsideFile();
 
-    [[nodiscard]] bool isNamed() const { return isNamed_; }
+    /// The file that it is a new version of.
+    [[nodiscard]] const std::string& path() const { return path_; }
     [[nodiscard]] base::Outcome write(base::Bytes bytes, std::uint64_t offset) const;
     [[nodiscard]] base::Outcome setSize(std::uint64_t size) const;
     /// Lets the system begin to bring it to the disk.
     void startWriteBack() const;
     /// Waits until it is on the disk.
     [[nodiscard]] base::Outcome sync() const;
+    /// Gives it the hidden name and closes it: of very many files not all can be open.
+    [[nodiscard]] base::Outcome close();
+    /// What is written so far, for reading alone. Any thread.
+    [[nodiscard]] base::Result<base::FileDescriptor> openToRead() const;
 
-    /// Gives all files, which are synced, their names; signals that end the process wait meanwhile.
-    [[nodiscard]] static base::Outcome commit(std::vector<AsideFile*> files);
+    /// Gives all files, which are synced, their names, one right after the other in that order;
+    /// signals that end the process wait meanwhile.
+    [[nodiscard]] static base::Outcome commit(const std::vector<AsideFile*>& files);
 
 private:
     AsideFile(std::string path, std::string temporary)

@@ -83,10 +83,11 @@ base::Result<NestedSeal> nestedSealOf(const StaticCode& code, const SignatureRea
     return NestedSeal{{hash.bytes().begin(), hash.bytes().end()}, requirementText(*requirement)};
 }
 
-base::Result<NestedSeal> lookUpNested(const std::string& path) {
+base::Result<NestedSeal> lookUpNested(const std::string& path, FileWatch& watch) {
     auto code = StaticCode::open(path);
     if (!code)
         return code.error();
+    watch.addFile(code->file().path(), FileStamp::of(code->file().status()));
     return nestedSealOf(*code, signaturesOf(*code));
 }
 

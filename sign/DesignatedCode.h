@@ -1,6 +1,7 @@
 #pragma once
 
 #include "sign/StaticCode.h"
+#include "sign/bundle/FileWatch.h"
 #include "sign/bundle/ResourceSeal.h"
 #include "sign/signature/Requirement.h"
 
@@ -21,7 +22,8 @@ using SignatureReader = std::function<base::Result<SignatureParts>(std::size_t i
 [[nodiscard]] base::Result<NestedSeal> nestedSealOf(const StaticCode& code,
                                                     const SignatureReader& signatures);
 
-/// What a seal keeps of the code at `path`; the error is one of signing its container. Any thread.
-[[nodiscard]] base::Result<NestedSeal> lookUpNested(const std::string& path);
+/// What a seal keeps of the code at `path`, whose main executable is watched from then on; the
+/// error is one of signing its container. Any thread.
+[[nodiscard]] base::Result<NestedSeal> lookUpNested(const std::string& path, FileWatch& watch);
 
 } // namespace sign

@@ -1,4 +1,4 @@
-#include "sign/AsideFile.h"
+#include "sign/RunLock.h"
 #include "sign/Signer.h"
 #include "sign/StaticCode.h"
 #include "sign/bundle/FileTree.h"
@@ -57,6 +57,9 @@ base::Outcome removeEmbedded(const CodeFile& file) {
 } // namespace
 
 base::Outcome removeSignature(const std::string& path, const std::string& bundleVersion) {
+    const auto lock = RunLock::take(path);
+    if (!lock)
+        return lock.error();
     auto code = StaticCode::open(path, bundleVersion);
     if (!code)
         return code.error();
@@ -73,8 +76,12 @@ base::Outcome removeSignature(const std::string& path, const std::string& bundle
             return removed;
     if (!code->bundle() || ::access(code->bundle()->signatureFolder().c_str(), F_OK) != 0)
         return {};
-    if (auto removed = removeUnusedSignatureFiles(*code->bundle(), {}); !removed)
-        return removed;
+    const auto old = unusedSignatureFiles(*code->bundle(), {});
+    if (!old)
+        return old.error();
+    for (const std::string& file : *old)
+        if (::unlink(file.c_str()) != 0)
+            return base::systemError("delete", file, errno);
     if (::rmdir(code->bundle()->signatureFolder().c_str()) != 0 && errno != ENOTEMPTY)
         return base::systemError("delete", code->bundle()->signatureFolder(), errno);
     return {};

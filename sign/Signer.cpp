@@ -4,6 +4,7 @@
 #include "sign/Description.h"
 #include "sign/DesignatedCode.h"
 #include "sign/OpenFiles.h"
+#include "sign/RunLock.h"
 #include "sign/SignatureCms.h"
 #include "sign/SigningJob.h"
 #include "sign/TaskLanes.h"
@@ -23,17 +24,18 @@ constexpr unsigned waitingThreads = 512;
 
 /// Signs the code objects of a package. A bundle's seal needs only the code directories of what is
 /// nested in it, so each begins as soon as these are known, and all wait for their time stamps side
-/// by side. They take their places from inside out.
+/// by side. Of code elsewhere in it the seal has hashes, so it waits until that is whole. When all
+/// are, they take their places from inside out: a package whose time stamps do not come stays as it
+/// was.
 class PackageSigner {
 public:
     PackageSigner(std::vector<CodeObject> objects, const SigningOptions& options,
                   const SigningObserver& observer)
         : options_(options), observer_(observer), operand_(objects.back().path),
-          lanes_(options.threads, waitingThreads) {
+          closesSettled_(objects.size() > mostOpen_), lanes_(options.threads, waitingThreads) {
         for (CodeObject& object : objects)
             items_.emplace_back(std::move(object));
-        // What is open until its container is sealed must not use up the open files.
-        findContainers(items_.size() <= mostOpen_);
+        findContainers();
     }
 
     base::Outcome sign() {
@@ -50,13 +52,11 @@ private:
 
         CodeObject object;
         Item* container = nullptr;
-        bool isEarly = false;         ///< its container is sealed before it is in its place
         std::size_t unknownParts = 0; ///< what the seal waits for
-        std::size_t openParts = 0;    ///< what is not in its place yet
+        std::size_t openParts = 0;    ///< what is not settled yet
         std::size_t changes = 0;      ///< how often the code directory of a part became known
         std::size_t sealedChanges = 0;
         std::optional<NestedSeal> seal{};
-        bool isSealed = false; ///< nothing looks at the parts any more
         bool isFinished = false;
         std::size_t cmsSize = SigningJob::usualCmsSize;
         std::optional<std::size_t> largerCmsSize{};
@@ -65,13 +65,16 @@ private:
         std::unique_ptr<SigningJob> job{};
         std::vector<PageJob> pages{};
         std::atomic<std::size_t> left = 0; ///< runs of pages, then time stamps and seal
+        std::optional<NewCode> newCode{};  ///< when it is settled
         std::optional<SignedCode> signedCode{};
-        bool isDone = false;
+
+        /// Whether its container is sealed as soon as its code directory is known.
+        [[nodiscard]] bool isEarly() const { return container != nullptr && !object.isHashed; }
     };
     static constexpr unsigned mostGrowths = 3;
 
     /// An object's container is the nearest folder around it that is an object too.
-    void findContainers(bool isEarlyAllowed) {
+    void findContainers() {
         for (Item& item : items_)
             byPath_.emplace(item.object.path, &item);
         for (Item& item : items_) {
@@ -85,7 +88,6 @@ private:
             }
             if (item.container == nullptr)
                 continue;
-            item.isEarly = isEarlyAllowed && !item.object.isHashed;
             ++item.container->unknownParts;
             ++item.container->openParts;
         }
@@ -113,36 +115,35 @@ private:
             const std::lock_guard lock(mutex_);
             item.sealedChanges = item.changes;
         }
-        auto job =
-            SigningJob::prepare(item.object.path, options_,
-                                {isOperand, isLone, options_.threads, item.cmsSize,
-                                 [this](const std::string& path) { return sealOf(path); }, replaces,
-                                 [this](const std::string& sentence) { warn(sentence); }});
+        auto job = SigningJob::prepare(
+            item.object.path, options_,
+            {isOperand, isLone, options_.threads, &newFiles_, item.cmsSize,
+             [this](const std::string& path, FileWatch& watch) { return sealOf(path, watch); },
+             replaces, [this](const std::string& sentence) { warn(sentence); }});
         if (!job) {
             // Nested code that is signed already keeps its signature.
             const bool isKept =
                 job.error().kind == base::ErrorKind::Conflict && !isOperand && !options_.force;
             if (!isKept)
                 return job.error();
-            if (item.isEarly)
+            if (item.isEarly())
                 makeKnown(item, std::nullopt);
             lanes_.call([this, &item] { return conclude(item); });
             return {};
         }
         item.job = std::move(*job);
-        letPartsCommit(item);
         return hash(item);
     }
 
     /// What a seal keeps of nested code: signed by now, be it in its place or not, or kept.
-    base::Result<NestedSeal> sealOf(const std::string& path) {
+    base::Result<NestedSeal> sealOf(const std::string& path, FileWatch& watch) {
         {
             const std::lock_guard lock(mutex_);
             if (const auto found = byPath_.find(path);
                 found != byPath_.end() && found->second->seal)
                 return *found->second->seal;
         }
-        return lookUpNested(path);
+        return lookUpNested(path, watch);
     }
 
     base::Outcome hash(Item& item) {
@@ -160,7 +161,7 @@ private:
             return hashed;
         if (--item.left != 0)
             return {};
-        if (isEarly(item)) {
+        if (item.isEarly() || item.object.isNested) {
             auto seal = item.job->nestedSeal();
             if (!seal)
                 return seal.error();
@@ -219,67 +220,51 @@ private:
                 return synced;
             const std::lock_guard lock(mutex_);
             item.isFinished = true;
-            commitIfReady(item);
+            settleIfReady(item);
             return {};
         });
         return {};
-    }
-
-    /// A new file that has a name already would get into the container's seal.
-    bool isEarly(Item& item) {
-        const std::lock_guard lock(mutex_);
-        item.isEarly = item.isEarly && !item.job->hasNamedFile();
-        return item.isEarly;
     }
 
     /// Tells the container the code directory of a part, absent if that keeps its old one.
     void makeKnown(Item& item, std::optional<NestedSeal> seal) {
         {
             const std::lock_guard lock(mutex_);
-            const bool isFirst = item.attempts == 0;
             item.seal = std::move(seal);
+            if (!item.isEarly())
+                return;
             ++item.container->changes;
-            if (!isFirst || --item.container->unknownParts != 0)
+            if (item.attempts != 0 || --item.container->unknownParts != 0)
                 return;
             ready_.push_front(item.container);
         }
         startReady();
     }
 
-    void letPartsCommit(Item& container) {
-        const std::lock_guard lock(mutex_);
-        if (container.isSealed)
-            return;
-        container.isSealed = true;
-        if (container.openParts == 0)
-            return;
-        for (Item& part : items_)
-            if (part.container == &container)
-                commitIfReady(part);
-    }
-
-    /// A container's folders must not change while they are read for its seal, and it takes its
-    /// place after its parts. For callers that hold the mutex.
-    void commitIfReady(Item& item) {
-        if (!item.isFinished || item.openParts != 0 || (item.isEarly && !item.container->isSealed))
+    /// An object is settled when it and all its parts are whole. For callers that hold the mutex.
+    void settleIfReady(Item& item) {
+        if (!item.isFinished || item.openParts != 0)
             return;
         item.isFinished = false;
-        lanes_.call([this, &item] { return commit(item); });
+        lanes_.call([this, &item] { return settle(item); });
     }
 
-    base::Outcome commit(Item& item) {
+    base::Outcome settle(Item& item) {
         if (item.largerCmsSize || item.changes != item.sealedChanges)
             return signAgain(item);
-        if (auto done = item.job->commit(); !done)
-            return done;
         if (observer_.isSigned)
             item.signedCode = {item.job->code().path(), formatOf(item.job->code()),
                                item.job->plan().identifier};
-        // To close a file that has no name any more takes long.
-        lanes_.wait([job = std::shared_ptr(std::move(item.job))]() mutable -> base::Outcome {
-            job.reset();
-            return {};
-        });
+        auto taken = item.job->takeNewCode();
+        if (!taken)
+            return taken.error();
+        item.newCode.emplace(std::move(*taken));
+        item.newCode->putInto(newFiles_);
+        if (closesSettled_) {
+            if (auto closed = item.newCode->close(); !closed)
+                return closed;
+            item.job.reset();
+        }
         return conclude(item);
     }
 
@@ -296,25 +281,43 @@ private:
         return {};
     }
 
-    /// Tells of the objects in the order of the plan.
     base::Outcome conclude(Item& item) {
-        item.isDone = true;
         if (observer_.progresses)
-            observer_.progresses(++done_, items_.size());
-        for (; concluded_ < items_.size() && items_[concluded_].isDone; ++concluded_)
-            if (const auto& code = items_[concluded_].signedCode)
-                observer_.isSigned(*code);
+            observer_.progresses(settled_ + 1, items_.size());
+        if (++settled_ == items_.size())
+            return commit();
         {
             const std::lock_guard lock(mutex_);
-            --open_;
+            if (closesSettled_)
+                --open_;
             if (Item* container = item.container; container != nullptr) {
-                if (!item.isEarly && --container->unknownParts == 0)
+                if (!item.isEarly() && --container->unknownParts == 0)
                     ready_.push_front(container);
                 --container->openParts;
-                commitIfReady(*container);
+                settleIfReady(*container);
             }
         }
         startReady();
+        return {};
+    }
+
+    /// All are settled.
+    base::Outcome commit() {
+        std::vector<NewCode*> all;
+        for (Item& item : items_)
+            if (item.newCode)
+                all.push_back(&*item.newCode);
+        if (auto done = NewCode::commit(all, options_.threads); !done)
+            return done;
+        for (Item& item : items_) {
+            if (item.signedCode)
+                observer_.isSigned(*item.signedCode);
+            // To close a file that has no name any more takes long.
+            lanes_.wait([&item]() -> base::Outcome {
+                item.job.reset();
+                return {};
+            });
+        }
         return {};
     }
 
@@ -329,10 +332,11 @@ private:
     std::string operand_;
     std::deque<Item> items_; ///< inside out
     std::unordered_map<std::string_view, Item*> byPath_;
-    std::size_t done_ = 0;
-    std::size_t concluded_ = 0; ///< the first of these have been told of
+    NewFiles newFiles_;
+    std::size_t settled_ = 0;
     const std::size_t mostOpen_ = std::min<std::size_t>(mostOpenObjects(), waitingThreads);
-    std::mutex mutex_; ///< for the two below, and what items tell each other
+    bool closesSettled_; ///< for what is open until the end must not use up the open files
+    std::mutex mutex_;   ///< for the two below, and what items tell each other
     std::deque<Item*> ready_;
     std::size_t open_ = 0;
     std::mutex warning_;
@@ -343,9 +347,12 @@ private:
 
 base::Outcome sign(const std::string& path, const SigningOptions& options,
                    const SigningObserver& observer) {
+    const auto lock = RunLock::take(path);
+    if (!lock)
+        return lock.error();
     std::vector<CodeObject> objects{{path}};
     if (options.deep) {
-        auto plan = planOf(path);
+        auto plan = planOf(path, Leftovers::AreRemoved);
         if (!plan)
             return plan.error();
         objects = std::move(*plan);

@@ -12,8 +12,8 @@
 #include <vector>
 
 // Signing of code for Apple's platforms. Start with sign() for a Mach-O file or a bundle; what was
-// signed is checked by verify() (SignatureVerifier.h) and told by describe() (Description.h). Each
-// file is written aside and takes the old one's place when it is whole; nothing is ever half
+// signed is checked by verify() (SignatureVerifier.h) and told by describe() (Description.h). All
+// files are written aside and take the old ones' places when all are whole; nothing is ever half
 // signed.
 namespace sign {
 
@@ -65,13 +65,16 @@ struct SigningObserver {
 };
 
 /// Signs the file or bundle at `path`. Conflict with "PATH: is already signed" if it is and `force`
-/// is not given; Unavailable if the time stamp service does not answer. On failure each code object
-/// is as it was or signed whole. One call at a time in a process.
+/// is not given, or if another process signs it; Unavailable if the time stamp service does not
+/// answer; Changed if what is signed or sealed is changed meanwhile. On failure all is as it was;
+/// only if the system refuses to rename a file at the very end are some code objects new, each of
+/// them whole. One call at a time in a process.
 [[nodiscard]] base::Outcome sign(const std::string& path, const SigningOptions& options,
                                  const SigningObserver& observer);
 
 /// Takes the signature away from the file or bundle at `path`, its seal too. Refused, with nothing
-/// changed, if the bundle's layout has a breach or the file is no Mach-O file.
+/// changed, if the bundle's layout has a breach, if the file is no Mach-O file, or (Conflict) if
+/// another process signs it.
 [[nodiscard]] base::Outcome removeSignature(const std::string& path,
                                             const std::string& bundleVersion);
 

@@ -1,18 +1,12 @@
 #include "sign/SigningJob.h"
 
 #include "base/ByteReader.h"
-#include "base/Leftovers.h"
 #include "sign/DesignatedCode.h"
-#include "sign/SignalPause.h"
 #include "sign/bundle/FileTree.h"
 #include "sign/bundle/LooseSignature.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <ctime>
-
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace sign {
 namespace {
@@ -60,6 +54,7 @@ base::Result<std::unique_ptr<SigningJob>> SigningJob::prepare(const std::string&
     if (plan->replaces && preparing.replacesSignature)
         preparing.replacesSignature(code->path());
     std::unique_ptr<SigningJob> job(new SigningJob(std::move(*code), std::move(*plan), options));
+    job->watchCode();
     if (auto sealed = job->makeBundleSeal(preparing); !sealed)
         return sealed.error();
     job->works_.resize(job->code_.signatureCount());
@@ -71,10 +66,21 @@ base::Result<std::unique_ptr<SigningJob>> SigningJob::prepare(const std::string&
     return job;
 }
 
+void SigningJob::watchCode() {
+    newCode_.watch().addFile(code_.file().path(), FileStamp::of(code_.file().status()));
+    if (code_.bundle() && !code_.bundle()->infoPlist.empty())
+        newCode_.watch().addFile(code_.bundle()->infoPlist, code_.bundle()->infoStamp);
+}
+
 base::Outcome SigningJob::makeBundleSeal(const Preparing& preparing) {
     if (!code_.bundle())
         return {};
-    auto seal = makeSeal(*code_.bundle(), {plan_.withSha1, preparing.threads}, preparing.nested);
+    // The plan of all code has removed the leftovers, and now there are such files of this run.
+    const Leftovers leftovers = options_.deep ? Leftovers::AreSkipped : Leftovers::AreRemoved;
+    auto seal = makeSeal(
+        *code_.bundle(),
+        {plan_.withSha1, preparing.threads, leftovers, preparing.newFiles, &newCode_.watch()},
+        [&](const std::string& path) { return preparing.nested(path, newCode_.watch()); });
     if (!seal)
         return seal.error();
     for (const std::string& warning : seal->warnings)
@@ -274,19 +280,9 @@ std::optional<std::size_t> SigningJob::largerCmsSize() const {
     return fits ? std::nullopt : std::optional(needed + allowance);
 }
 
-SigningJob::~SigningJob() {
-    sealFile_.reset();
-    if (!newFolder_.empty())
-        ::rmdir(newFolder_.c_str());
-}
-
 base::Outcome SigningJob::writeSeal() {
-    const std::string folder = code_.bundle()->signatureFolder();
-    if (::mkdir(folder.c_str(), 0755) == 0)
-        newFolder_ = folder;
-    else if (errno != EEXIST)
-        return base::systemError("create", folder, errno);
-    base::removeLeftovers(folder); // which no walk enters
+    if (auto made = newCode_.makeSignatureFolder(*code_.bundle()); !made)
+        return made;
     auto file = AsideFile::createFor(code_.bundle()->sealPath());
     if (!file)
         return file.error();
@@ -297,10 +293,8 @@ base::Outcome SigningJob::writeSeal() {
 }
 
 base::Outcome SigningJob::finish() {
-    if (auto same = code_.file().checkUnchanged(); !same)
-        return same;
     if (!file_)
-        return {};
+        return writeLoose();
     for (const Work& work : works_) {
         const Blob whole = makeSuperBlob(BlobMagic::EmbeddedSignature, blobsOf(work));
         if (auto done = file_->write(whole, work.offset + work.room.signatureOffset); !done)
@@ -309,23 +303,7 @@ base::Outcome SigningJob::finish() {
     return {};
 }
 
-base::Outcome SigningJob::sync() const {
-    return file_ ? file_->sync() : base::Outcome();
-}
-
-base::Outcome SigningJob::commit() {
-    if (!file_)
-        return commitLoose();
-    std::vector<AsideFile*> files{&*file_};
-    if (sealFile_)
-        files.push_back(&*sealFile_);
-    if (auto done = AsideFile::commit(files); !done)
-        return done;
-    newFolder_.clear();
-    return seal_ ? removeUnusedSignatureFiles(*code_.bundle(), {"CodeResources"}) : base::Outcome();
-}
-
-base::Outcome SigningJob::commitLoose() {
+base::Outcome SigningJob::writeLoose() {
     LooseSignature loose;
     const Work& work = works_.front();
     for (const CodeDirectory& directory : work.directories)
@@ -338,8 +316,31 @@ base::Outcome SigningJob::commitLoose() {
     loose.entitlements = part(slot::entitlements);
     loose.entitlementsDer = part(slot::entitlementsDer);
     loose.cms = work.cms;
-    const SignalPause pause;
-    return writeLooseSignature(*code_.bundle(), loose, base::bytesOf(*seal_));
+    if (auto made = newCode_.makeSignatureFolder(*code_.bundle()); !made)
+        return made;
+    auto files = writeLooseSignature(*code_.bundle(), loose, base::bytesOf(*seal_));
+    if (!files)
+        return files.error();
+    for (AsideFile& file : *files)
+        newCode_.add(std::move(file));
+    return {};
+}
+
+base::Outcome SigningJob::sync() const {
+    return file_ ? file_->sync() : base::Outcome();
+}
+
+base::Result<NewCode> SigningJob::takeNewCode() {
+    if (file_)
+        newCode_.add(code_.file().path(), std::move(*file_));
+    if (sealFile_)
+        newCode_.add(code_.bundle()->sealPath(), std::move(*sealFile_));
+    if (seal_)
+        if (auto replaced = newCode_.replaceSignatureOf(*code_.bundle()); !replaced)
+            return replaced.error();
+    works_.clear();
+    seal_.reset();
+    return std::move(newCode_);
 }
 
 } // namespace sign

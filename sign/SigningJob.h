@@ -1,6 +1,6 @@
 #pragma once
 
-#include "sign/AsideFile.h"
+#include "sign/NewCode.h"
 #include "sign/SignatureCms.h"
 #include "sign/SigningPlan.h"
 #include "sign/bundle/ResourceSeal.h"
@@ -16,15 +16,17 @@ namespace sign {
 
 /// The making of one code object's signatures, step by step, so that the steps of many objects can
 /// run side by side: prepare, hash the pages, make the CMS, have it stamped, finish. Nothing that
-/// is on the disk changes before commit(). Each object on one thread at a time.
+/// is on the disk changes: all is written aside. Each object on one thread at a time.
 class SigningJob {
 public:
     struct Preparing {
-        bool isOperand = true; ///< the user named it
-        bool isLone = false;   ///< a file that stands for no bundle
-        unsigned threads = 1;  ///< for the hashes of sealed files
+        bool isOperand = true;              ///< the user named it
+        bool isLone = false;                ///< a file that stands for no bundle
+        unsigned threads = 1;               ///< for the hashes of sealed files
+        const NewFiles* newFiles = nullptr; ///< of code that was signed before
         std::size_t cmsSize = usualCmsSize;
-        std::function<base::Result<NestedSeal>(const std::string& path)> nested; ///< for the seal
+        /// For the seal. What is looked at is watched.
+        std::function<base::Result<NestedSeal>(const std::string& path, FileWatch& watch)> nested;
         std::function<void(const std::string& path)> replacesSignature;
         std::function<void(const std::string& sentence)> warns;
     };
@@ -37,12 +39,9 @@ public:
 
     SigningJob(const SigningJob&) = delete;
     SigningJob& operator=(const SigningJob&) = delete;
-    ~SigningJob();
 
     /// Work for hashPages(), which also writes the new file; valid as long as this object.
     void addPages(std::vector<PageJob>& jobs);
-    /// Whether the new file is beside the old one under another name.
-    [[nodiscard]] bool hasNamedFile() const { return file_ && file_->isNamed(); }
     /// What the seal of a bundle around it keeps of it, after the pages are hashed.
     [[nodiscard]] base::Result<NestedSeal> nestedSeal() const;
     /// The CMS of each signature, after the pages are hashed. Nothing to do if ad hoc.
@@ -57,12 +56,12 @@ public:
     /// thread may have the signatures stamped meanwhile.
     [[nodiscard]] bool hasSealFile() const { return seal_ && file_; }
     [[nodiscard]] base::Outcome writeSeal();
-    /// Writes the signatures. Changed if the code is not what it was.
+    /// Writes the signatures.
     [[nodiscard]] base::Outcome finish();
     /// Waits until they are on the disk.
     [[nodiscard]] base::Outcome sync() const;
-    /// Lets the new files take their places.
-    [[nodiscard]] base::Outcome commit();
+    /// What is to take its place, and nothing more is to be asked of this.
+    [[nodiscard]] base::Result<NewCode> takeNewCode();
 
     [[nodiscard]] const StaticCode& code() const { return code_; }
     [[nodiscard]] const SigningPlan& plan() const { return plan_; }
@@ -82,12 +81,13 @@ private:
     SigningJob(StaticCode code, SigningPlan plan, const SigningOptions& options)
         : code_(std::move(code)), plan_(std::move(plan)), options_(options) {}
 
+    void watchCode();
     [[nodiscard]] base::Outcome makeBundleSeal(const Preparing& preparing);
     [[nodiscard]] base::Outcome prepareWork(Work& work, std::size_t index, std::size_t cmsSize);
     [[nodiscard]] DirectoryFacts factsOf(const Work& work) const;
     [[nodiscard]] base::Outcome createFile();
     [[nodiscard]] BlobMap blobsOf(const Work& work) const;
-    [[nodiscard]] base::Outcome commitLoose();
+    [[nodiscard]] base::Outcome writeLoose();
 
     StaticCode code_;
     SigningPlan plan_;
@@ -95,9 +95,9 @@ private:
     std::optional<std::string> seal_;
     std::vector<Work> works_;
     UniversalLayout layout_;
+    NewCode newCode_; ///< before the files: it removes the folder of the seal
     std::optional<AsideFile> file_;
     std::optional<AsideFile> sealFile_;
-    std::string newFolder_; ///< made for the seal, which is not in it yet
 };
 
 } // namespace sign

@@ -3,6 +3,7 @@
 #include "base/Result.h"
 #include "sign/FaultCode.h"
 #include "sign/PropertyList.h"
+#include "sign/bundle/FileTree.h"
 
 #include <optional>
 #include <string>
@@ -31,6 +32,7 @@ struct Bundle {
     std::string codeRoot;   ///< the folder that is sealed and holds _CodeSignature
     std::string infoPlist;  ///< empty if there is none
     PropertyData infoBytes; ///< of that file, as special slot 1 hashes them
+    FileStamp infoStamp;    ///< of that file
     PropertyValue info;     ///< the same, read; an empty dictionary if there is none
     std::string executable; ///< the file that is signed: of a bundle without code, its Info.plist
     bool hasExecutable = false; ///< false if `executable` is the Info.plist

@@ -3,7 +3,9 @@
 #include "base/FileDescriptor.h"
 #include "base/Printable.h"
 #include "base/WorkerThreads.h"
+#include "sign/AsideFile.h"
 #include "sign/Digest.h"
+#include "sign/bundle/FileTree.h"
 
 #include <algorithm>
 #include <atomic>
@@ -18,23 +20,19 @@ namespace {
 constexpr std::size_t bufferSize = std::size_t{256} << 10U;
 constexpr std::uint64_t smallFile = std::uint64_t{1} << 20U;
 
-bool isSame(const struct stat& before, const struct stat& after) {
-#ifdef __APPLE__
-    const auto& first = before.st_mtimespec;
-    const auto& second = after.st_mtimespec;
-#else
-    const auto& first = before.st_mtim;
-    const auto& second = after.st_mtim;
-#endif
-    return before.st_size == after.st_size && first.tv_sec == second.tv_sec &&
-           first.tv_nsec == second.tv_nsec;
-}
-
 class FileHasher {
 public:
     [[nodiscard]] base::Outcome hash(FileHashes& file) {
-        const auto opened = base::FileDescriptor::openAt(AT_FDCWD, file.path.c_str(),
-                                                         O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+        base::FileDescriptor opened;
+        if (file.newVersion != nullptr) {
+            auto reading = file.newVersion->openToRead();
+            if (!reading)
+                return reading.error();
+            opened = std::move(*reading);
+        } else {
+            opened = base::FileDescriptor::openAt(AT_FDCWD, file.path.c_str(),
+                                                  O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+        }
         struct stat before {};
         if (!opened.open() && errno != ENOENT && errno != ENOTDIR && errno != ELOOP &&
             errno != ENXIO)
@@ -46,7 +44,7 @@ public:
         if (auto read = readAll(opened.get(), file); !read)
             return read;
         struct stat after {};
-        if (fstat(opened.get(), &after) != 0 || !isSame(before, after))
+        if (fstat(opened.get(), &after) != 0 || FileStamp::of(before) != FileStamp::of(after))
             return base::Error{base::ErrorKind::Changed,
                                "\"" + base::printable(file.path) +
                                    "\" changed while it was read. Try again when nothing writes "

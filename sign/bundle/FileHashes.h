@@ -10,6 +10,8 @@
 
 namespace sign {
 
+class AsideFile;
+
 /// A file to be hashed, and then its hashes.
 struct FileHashes {
     std::string path;
@@ -18,7 +20,8 @@ struct FileHashes {
     bool wantsSha256 = true;
     std::array<std::uint8_t, 20> sha1{};
     std::array<std::uint8_t, 32> sha256{};
-    bool isMissing = false; ///< it is no longer there, or no longer a plain file
+    bool isMissing = false;                ///< it is no longer there, or no longer a plain file
+    const AsideFile* newVersion = nullptr; ///< hashed in place of the file, if there is one
 };
 
 /// Reads each file once and fills in what is wanted, on `threads` threads. Changed if a file

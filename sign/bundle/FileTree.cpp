@@ -52,6 +52,19 @@ char lowered(char letter) {
 
 } // namespace
 
+FileStamp FileStamp::of(const struct stat& status) {
+#ifdef __APPLE__
+    const auto& modified = status.st_mtimespec;
+    const auto& changed = status.st_ctimespec;
+#else
+    const auto& modified = status.st_mtim;
+    const auto& changed = status.st_ctim;
+#endif
+    constexpr std::int64_t second = 1'000'000'000;
+    return {static_cast<std::uint64_t>(status.st_size), modified.tv_sec * second + modified.tv_nsec,
+            changed.tv_sec * second + changed.tv_nsec, status.st_ino};
+}
+
 bool FileEntry::isFolder() const {
     return S_ISDIR(mode);
 }
@@ -71,7 +84,7 @@ base::Result<std::vector<FileEntry>> entriesOf(const std::string& folder) {
         struct stat status {};
         if (fstatat(descriptor, name, &status, AT_SYMLINK_NOFOLLOW) != 0)
             return base::systemError("look at", folder + "/" + name, errno);
-        entries.push_back({name, status.st_mode, static_cast<std::uint64_t>(status.st_size)});
+        entries.push_back({name, status.st_mode, FileStamp::of(status)});
         return {};
     };
     if (auto read = forEachName(folder, take); !read)
@@ -92,7 +105,8 @@ base::Result<std::vector<std::string>> namesIn(const std::string& folder) {
     return names;
 }
 
-base::Result<PropertyData> wholeFile(const std::string& path, std::uint64_t most) {
+base::Result<PropertyData> wholeFile(const std::string& path, std::uint64_t most,
+                                     FileStamp* stamp) {
     // Not to wait at a pipe, whose other end nobody may ever open.
     const auto file =
         base::FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
@@ -104,6 +118,8 @@ base::Result<PropertyData> wholeFile(const std::string& path, std::uint64_t most
         return base::Error{base::ErrorKind::Unsupported,
                            "\"" + base::printable(path) + "\" is not a plain file of at most " +
                                std::to_string(most >> 20U) + " MB. Get it anew."};
+    if (stamp != nullptr)
+        *stamp = FileStamp::of(status);
     PropertyData bytes(size);
     const auto got = base::readAt(file.get(), bytes.data(), bytes.size(), 0);
     if (!got)

@@ -9,15 +9,26 @@
 #include <string_view>
 #include <vector>
 
-#include <sys/types.h>
+#include <sys/stat.h>
 
 namespace sign {
+
+/// By which it shows that a file was written or replaced, be its size and time of change put back.
+struct FileStamp {
+    std::uint64_t size = 0;
+    std::int64_t modified = 0; ///< nanoseconds since 1970, as the next one
+    std::int64_t changed = 0;  ///< which no program can set
+    std::uint64_t inode = 0;
+
+    [[nodiscard]] static FileStamp of(const struct stat& status);
+    bool operator==(const FileStamp&) const = default;
+};
 
 /// One entry of a folder; links are not followed.
 struct FileEntry {
     std::string name;
     mode_t mode = 0;
-    std::uint64_t size = 0;
+    FileStamp stamp{};
 
     [[nodiscard]] bool isFolder() const;
     [[nodiscard]] bool isFile() const;
@@ -33,8 +44,9 @@ struct FileEntry {
 [[nodiscard]] base::Result<std::vector<std::string>> namesIn(const std::string& folder);
 
 /// The bytes of a plain file, without following a link at its end; Unsupported if there are more
-/// than `most`, or if it is no plain file.
-[[nodiscard]] base::Result<PropertyData> wholeFile(const std::string& path, std::uint64_t most);
+/// than `most`, or if it is no plain file. `stamp`, if given, gets that of the file before.
+[[nodiscard]] base::Result<PropertyData> wholeFile(const std::string& path, std::uint64_t most,
+                                                   FileStamp* stamp = nullptr);
 
 /// Where a link leads, as it says; absent if it is none.
 [[nodiscard]] std::optional<std::string> linkTarget(const std::string& path);

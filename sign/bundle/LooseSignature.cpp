@@ -2,13 +2,11 @@
 
 #include "base/Leftovers.h"
 #include "base/Printable.h"
-#include "sign/AsideFile.h"
 #include "sign/bundle/FileTree.h"
 
 #include <algorithm>
 #include <cerrno>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace sign {
@@ -91,19 +89,18 @@ base::Outcome checkSignatureFolder(const Bundle& bundle) {
     return {};
 }
 
-base::Outcome removeUnusedSignatureFiles(const Bundle& bundle,
-                                         const std::vector<std::string>& kept) {
+base::Result<std::vector<std::string>> unusedSignatureFiles(const Bundle& bundle,
+                                                            const std::vector<std::string>& kept) {
     const auto entries = entriesOf(bundle.signatureFolder());
     if (!entries)
         return entries.error();
+    std::vector<std::string> unused;
     for (const FileEntry& entry : *entries) {
-        const std::string path = bundle.signatureFolder() + "/" + entry.name;
         const bool isOurs = isSignatureFile(entry.name) && !entry.isFolder();
-        if (isOurs && std::find(kept.begin(), kept.end(), entry.name) == kept.end() &&
-            unlink(path.c_str()) != 0)
-            return base::systemError("delete", path, errno);
+        if (isOurs && std::find(kept.begin(), kept.end(), entry.name) == kept.end())
+            unused.push_back(bundle.signatureFolder() + "/" + entry.name);
     }
-    return {};
+    return unused;
 }
 
 base::Result<LooseSignature> readLooseSignature(const Bundle& bundle) {
@@ -131,36 +128,25 @@ base::Result<LooseSignature> readLooseSignature(const Bundle& bundle) {
     return signature;
 }
 
-base::Outcome writeLooseSignature(const Bundle& bundle, const LooseSignature& signature,
-                                  base::Bytes seal) {
-    const std::string folder = bundle.signatureFolder();
-    if (mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST)
-        return base::systemError("make the folder", folder, errno);
-    std::vector<Part> parts = {{"CodeResources", seal}};
-    for (Part& part : partsOf(signature))
-        parts.push_back(std::move(part));
-    base::removeLeftovers(folder); // which no walk enters
+base::Result<std::vector<AsideFile>>
+writeLooseSignature(const Bundle& bundle, const LooseSignature& signature, base::Bytes seal) {
+    std::vector<Part> parts = partsOf(signature);
+    parts.push_back({"CodeResources", seal});
     std::vector<AsideFile> files;
     files.reserve(parts.size());
     for (const Part& part : parts) {
-        auto file = AsideFile::createFor(folder + "/" + part.name);
+        auto file = AsideFile::createFor(bundle.signatureFolder() + "/" + part.name);
         if (!file)
             return file.error();
+        if (auto written = file->write(part.bytes, 0); !written)
+            return written.error();
+        if (auto synced = file->sync(); !synced)
+            return synced.error();
+        if (auto closed = file->close(); !closed)
+            return closed.error();
         files.push_back(std::move(*file));
-        if (auto written = files.back().write(part.bytes, 0); !written)
-            return written;
-        if (auto synced = files.back().sync(); !synced)
-            return synced;
     }
-    std::vector<AsideFile*> all;
-    for (AsideFile& file : files)
-        all.push_back(&file);
-    if (auto named = AsideFile::commit(all); !named)
-        return named;
-    std::vector<std::string> kept;
-    for (const Part& part : parts)
-        kept.push_back(part.name);
-    return removeUnusedSignatureFiles(bundle, kept);
+    return files;
 }
 
 } // namespace sign

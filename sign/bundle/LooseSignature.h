@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Result.h"
+#include "sign/AsideFile.h"
 #include "sign/bundle/Bundle.h"
 
 #include <cstdint>
@@ -27,17 +28,17 @@ struct LooseSignature {
 /// NotFound, with the platform's message, if there is no CodeDirectory. Any thread.
 [[nodiscard]] base::Result<LooseSignature> readLooseSignature(const Bundle& bundle);
 
-/// Writes all files aside, syncs them, then names them; takes away those that the signature does
-/// not use. `seal` becomes CodeResources. One caller at a time.
-[[nodiscard]] base::Outcome writeLooseSignature(const Bundle& bundle,
-                                                const LooseSignature& signature, base::Bytes seal);
+/// All files of a signature, written aside, on the disk and closed; _CodeSignature is there. `seal`
+/// becomes CodeResources. Any thread.
+[[nodiscard]] base::Result<std::vector<AsideFile>>
+writeLooseSignature(const Bundle& bundle, const LooseSignature& signature, base::Bytes seal);
 
 /// Conflict if _CodeSignature holds anything but files that signing writes or takes away.
 [[nodiscard]] base::Outcome checkSignatureFolder(const Bundle& bundle);
 
-/// Deletes what an earlier signature left in _CodeSignature and the new one, which has the files
-/// `kept`, does not use.
-[[nodiscard]] base::Outcome removeUnusedSignatureFiles(const Bundle& bundle,
-                                                       const std::vector<std::string>& kept);
+/// The paths of what an earlier signature left in _CodeSignature and the new one, which has the
+/// files with the names `kept`, does not use. Any thread.
+[[nodiscard]] base::Result<std::vector<std::string>>
+unusedSignatureFiles(const Bundle& bundle, const std::vector<std::string>& kept);
 
 } // namespace sign

@@ -4,7 +4,6 @@
 #include "sign/bundle/Bundle.h"
 #include "sign/bundle/FileTree.h"
 #include "sign/bundle/MachOFile.h"
-#include "sign/bundle/SealWalk.h"
 
 #include <algorithm>
 
@@ -33,6 +32,8 @@ base::Error noBundle(const std::string& folder, const base::Error& reason) {
 
 class Planner {
 public:
+    explicit Planner(Leftovers leftovers) : leftovers_(leftovers) {}
+
     base::Outcome addBundle(Bundle bundle, unsigned depth, bool isNested, bool isHashed) {
         if (depth > mostNesting)
             return base::Error{base::ErrorKind::Unsupported,
@@ -70,7 +71,7 @@ private:
             SealRules::read(SealRules::standardVersion1(bundle.form), bundle, bundle.infoPlist);
         if (!rules || !oldRules)
             return rules ? oldRules.error() : rules.error();
-        const auto items = sealItems(bundle, *rules, isBundleWithCode, WalkFor::Signing);
+        const auto items = sealItems(bundle, *rules, {isBundleWithCode, leftovers_});
         if (!items)
             return items.error();
         for (const SealItem& item : *items) {
@@ -99,12 +100,13 @@ private:
         return addBundle(std::move(*bundle), depth, isNested, !isNested);
     }
 
+    const Leftovers leftovers_;
     std::vector<CodeObject> objects_;
 };
 
 } // namespace
 
-base::Result<std::vector<CodeObject>> planOf(std::string_view path) {
+base::Result<std::vector<CodeObject>> planOf(std::string_view path, Leftovers leftovers) {
     const std::string given(path);
     const auto owner = isFolder(given) ? std::optional(given) : bundleOfExecutable(given);
     if (!owner) {
@@ -115,7 +117,7 @@ base::Result<std::vector<CodeObject>> planOf(std::string_view path) {
     auto bundle = openBundle(*owner);
     if (!bundle)
         return bundle.error();
-    Planner planner;
+    Planner planner(leftovers);
     if (auto added = planner.addBundle(std::move(*bundle), 0, false, false); !added)
         return added.error();
     return planner.take();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Result.h"
+#include "sign/bundle/SealWalk.h"
 
 #include <string>
 #include <string_view>
@@ -26,7 +27,9 @@ struct CodeObject {
 /// `path` may also be a lone file. Beside what the platform calls nested, each Mach-O file anywhere
 /// counts; a bundle's main executable goes with its bundle. Refuses, in a sentence, a package that
 /// cannot be signed whole: folders with a dot in a place for code that are no bundles, breaches of
-/// the layout, AppleDouble files, rules of its own. Any thread.
-[[nodiscard]] base::Result<std::vector<CodeObject>> planOf(std::string_view path);
+/// the layout, AppleDouble files, rules of its own. `leftovers` of a killed signing are
+/// skipped or removed. Any thread.
+[[nodiscard]] base::Result<std::vector<CodeObject>>
+planOf(std::string_view path, Leftovers leftovers = Leftovers::AreSkipped);
 
 } // namespace sign

@@ -6,8 +6,8 @@
 #include "sign/bundle/FileHashes.h"
 #include "sign/bundle/FileTree.h"
 #include "sign/bundle/MachOFile.h"
+#include "sign/bundle/NewFiles.h"
 #include "sign/bundle/SealScope.h"
-#include "sign/bundle/SealWalk.h"
 
 #include <algorithm>
 
@@ -74,7 +74,8 @@ private:
     };
 
     base::Outcome addItems(const SealRules& rules, const SealRules& oldRules) {
-        const auto items = sealItems(bundle_, rules, {}, WalkFor::Signing);
+        const auto items =
+            sealItems(bundle_, rules, {{}, making_.leftovers, making_.newFiles, making_.watch});
         if (!items)
             return items.error();
         // A vector that grows takes twice its memory for a while.
@@ -115,6 +116,8 @@ private:
         if (item.kind == SealItemKind::Bundle || (isCode && !isOld))
             return {};
         hashes_.push_back({path, item.size, isOld || making_.withSha1, item.isSealed() && !isCode});
+        if (making_.newFiles != nullptr)
+            hashes_.back().newVersion = making_.newFiles->find(path);
         waiting_.push_back({item.isSealed() && !isCode ? item.rule : std::nullopt,
                             isOld ? oldRule : std::nullopt});
         return {};

@@ -2,6 +2,7 @@
 
 #include "base/Result.h"
 #include "sign/bundle/Bundle.h"
+#include "sign/bundle/SealWalk.h"
 
 #include <cstdint>
 #include <functional>
@@ -23,6 +24,9 @@ using NestedLookup = std::function<base::Result<NestedSeal>(const std::string& p
 struct SealMaking {
     bool withSha1 = false; ///< beside SHA-256, if the code directories have both
     unsigned threads = 1;  ///< how many hash files at once
+    Leftovers leftovers = Leftovers::AreSkipped;
+    const NewFiles* newFiles = nullptr; ///< sealed in place of those that they will replace
+    FileWatch* watch = nullptr;         ///< gets what the seal is of
 };
 
 struct ResourceSeal {
@@ -33,8 +37,9 @@ struct ResourceSeal {
     std::vector<std::string> warnings;
 };
 
-/// Makes the seal of a bundle whose nested code is signed: the same bytes as the platform's tool.
-/// Reads each sealed file once and writes nothing. Changed if a file changes meanwhile.
+/// Makes the seal of a bundle whose nested code is signed, be it in its place or not yet: the same
+/// bytes as the platform's tool.
+/// Reads each sealed file once and writes nothing. Changed if one changes while it is read.
 [[nodiscard]] base::Result<ResourceSeal> makeSeal(const Bundle& bundle, const SealMaking& making,
                                                   const NestedLookup& nested);
 

@@ -110,7 +110,7 @@ private:
         for (const FileEntry& entry : *entries) {
             const auto& used = checking_.signatureFiles;
             const bool isUsed = std::find(used.begin(), used.end(), entry.name) != used.end();
-            const bool isEmptyRest = entry.name == "CodeSignature" && entry.size == 0;
+            const bool isEmptyRest = entry.name == "CodeSignature" && entry.stamp.size == 0;
             if (!entry.isFile() || (!isUsed && !isEmptyRest))
                 report_.structureFaults.push_back({FaultCode::UnsealedAppRoot,
                                                    bundle_.signatureFolder() + "/" + entry.name,

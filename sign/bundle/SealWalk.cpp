@@ -3,7 +3,8 @@
 #include "base/FileDescriptor.h"
 #include "base/Leftovers.h"
 #include "base/Printable.h"
-#include "sign/bundle/FileTree.h"
+#include "sign/bundle/FileWatch.h"
+#include "sign/bundle/NewFiles.h"
 
 #include <array>
 
@@ -17,30 +18,34 @@ constexpr unsigned mostFolders = 200;
 
 class Walk {
 public:
-    Walk(const Bundle& bundle, const SealRules& rules, const BundleTest& isBundle, WalkFor aim)
-        : bundle_(bundle), rules_(rules), isBundle_(isBundle), aim_(aim) {}
+    Walk(const Bundle& bundle, const SealRules& rules, const SealWalking& walking)
+        : bundle_(bundle), rules_(rules), walking_(walking) {}
 
     base::Outcome enter(const std::string& prefix, unsigned depth) {
         if (depth > mostFolders)
             return base::Error{base::ErrorKind::Unsupported,
                                "The folders in \"" + base::printable(bundle_.path) +
                                    "\" are nested deeper than 200 levels. Make them flatter."};
-        const auto entries = entriesOf(bundle_.codeRoot + "/" + prefix);
+        const std::string folder = bundle_.codeRoot + "/" + prefix;
+        auto entries = walking_.watch != nullptr ? walking_.watch->list(folder, prefix.empty())
+                                                 : entriesOf(folder);
         if (!entries)
             return entries.error();
+        if (walking_.newFiles != nullptr)
+            walking_.newFiles->applyTo(folder, *entries);
         for (const FileEntry& entry : *entries) {
             std::string path = prefix + entry.name;
             const auto rule = rules_.find(path);
             if (rule && rule->exclude)
                 continue;
-            if (aim_ == WalkFor::Signing && isLeftover(prefix, entry))
+            if (passesOver(folder, entry))
                 continue;
             if (!entry.isFolder()) {
                 items_.push_back({std::move(path),
                                   entry.isFile()   ? SealItemKind::File
                                   : entry.isLink() ? SealItemKind::Link
                                                    : SealItemKind::Other,
-                                  rule, entry.size});
+                                  rule, entry.stamp.size});
             } else if (isItem(entry, path, rule)) {
                 items_.push_back({std::move(path), SealItemKind::Bundle, rule, 0});
             } else if (auto entered = enter(path + "/", depth + 1); !entered) {
@@ -57,18 +62,23 @@ private:
                 const std::optional<SealRule>& rule) const {
         if (entry.name.find('.') == std::string::npos)
             return false;
-        return (rule && rule->nested) || (isBundle_ && isBundle_(bundle_.codeRoot + "/" + path));
+        return (rule && rule->nested) ||
+               (walking_.isBundle && walking_.isBundle(bundle_.codeRoot + "/" + path));
     }
 
     /// What a killed signing has left must not become part of the package.
-    bool isLeftover(const std::string& prefix, const FileEntry& entry) const {
-        return entry.isFile() && base::removeLeftover(bundle_.codeRoot + '/' + prefix, entry.name);
+    bool passesOver(const std::string& folder, const FileEntry& entry) const {
+        if (walking_.leftovers == Leftovers::AreItems || !entry.isFile() ||
+            !base::isTemporaryName(entry.name))
+            return false;
+        if (walking_.leftovers == Leftovers::AreRemoved)
+            base::removeLeftover(folder, entry.name);
+        return true;
     }
 
     const Bundle& bundle_;
     const SealRules& rules_;
-    const BundleTest& isBundle_;
-    const WalkFor aim_;
+    const SealWalking& walking_;
     std::vector<SealItem> items_;
 };
 
@@ -89,8 +99,8 @@ bool isAppleDouble(const std::string& path) {
 } // namespace
 
 base::Result<std::vector<SealItem>> sealItems(const Bundle& bundle, const SealRules& rules,
-                                              const BundleTest& isBundle, WalkFor aim) {
-    Walk walk(bundle, rules, isBundle, aim);
+                                              const SealWalking& walking) {
+    Walk walk(bundle, rules, walking);
     if (auto walked = walk.enter("", 0); !walked)
         return walked.error();
     return walk.take();

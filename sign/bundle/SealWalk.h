@@ -11,6 +11,9 @@
 
 namespace sign {
 
+class FileWatch;
+class NewFiles;
+
 enum class SealItemKind {
     File,
     Link,
@@ -34,14 +37,23 @@ struct SealItem {
 /// item of its own all the same. Given the whole path.
 using BundleTest = std::function<bool(const std::string& folder)>;
 
-/// What for a bundle is walked: to sign it, the files are removed that a killed signing has left.
-enum class WalkFor { Checking, Signing };
+/// What becomes of the hidden files that a signing writes, or has left when it was killed.
+enum class Leftovers {
+    AreItems, ///< they do not belong to the package
+    AreSkipped,
+    AreRemoved, ///< those that no process is at are; the others are skipped
+};
+
+struct SealWalking {
+    BundleTest isBundle{};
+    Leftovers leftovers = Leftovers::AreItems;
+    const NewFiles* newFiles = nullptr; ///< which will have taken their places
+    FileWatch* watch = nullptr;         ///< gets all that is walked
+};
 
 /// All things below the code root of a bundle, sorted within their folder; links are not followed.
-[[nodiscard]] base::Result<std::vector<SealItem>> sealItems(const Bundle& bundle,
-                                                            const SealRules& rules,
-                                                            const BundleTest& isBundle = {},
-                                                            WalkFor aim = WalkFor::Checking);
+[[nodiscard]] base::Result<std::vector<SealItem>>
+sealItems(const Bundle& bundle, const SealRules& rules, const SealWalking& walking = {});
 
 /// Refuses what must not be sealed: AppleDouble files, which turn into extended attributes where a
 /// package is unpacked, devices, and a .DS_Store that is a link.

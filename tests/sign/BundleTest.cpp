@@ -1,6 +1,7 @@
 #include "sign/bundle/Bundle.h"
 
 #include "base/ByteReader.h"
+#include "sign/NewCode.h"
 #include "sign/bundle/LooseSignature.h"
 #include "sign/bundle/NestedCode.h"
 #include "tests/sign/BundleFixture.h"
@@ -224,12 +225,22 @@ TEST(LooseSignatureTest, ComesBackAndLeavesNothingOfAnEarlierOne) {
     signature.entitlements = {5};
     signature.cms.emplace();
     const auto seal = base::bytesOf("seal");
-    ASSERT_TRUE(sign::writeLooseSignature(*bundle, signature, seal));
+    const auto write = [&] {
+        sign::NewCode code;
+        ASSERT_TRUE(code.makeSignatureFolder(*bundle));
+        auto files = sign::writeLooseSignature(*bundle, signature, seal);
+        ASSERT_TRUE(files) << files.error().sentence;
+        for (auto& file : *files)
+            code.add(std::move(file));
+        ASSERT_TRUE(code.replaceSignatureOf(*bundle));
+        ASSERT_TRUE(sign::NewCode::commit({&code}, 1));
+    };
+    write();
     signature.directories.pop_back();
     signature.entitlements.reset();
     const std::string directory = bundle->signatureFolder() + "/CodeDirectory";
     std::filesystem::permissions(directory, std::filesystem::perms::owner_read);
-    ASSERT_TRUE(sign::writeLooseSignature(*bundle, signature, seal));
+    write();
     EXPECT_EQ(std::filesystem::status(directory).permissions(), std::filesystem::perms::owner_read);
 
     const auto read = sign::readLooseSignature(*bundle);

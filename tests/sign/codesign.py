@@ -33,15 +33,15 @@ def read(path):
 
 
 def tree(folder):
-    """All that is in a folder: links with their targets, files with mode and content."""
+    """All that is in a folder: folders, links with their targets, files with mode and content."""
     found = {}
     for where, folders, files in os.walk(folder):
         for name in folders + files:
             path = os.path.join(where, name)
             if os.path.islink(path):
                 found[path] = os.readlink(path)
-            elif os.path.isfile(path):
-                found[path] = (stat.S_IMODE(os.stat(path).st_mode), read(path))
+            else:
+                found[path] = os.path.isfile(path) and (stat.S_IMODE(os.stat(path).st_mode), read(path))
     return found
 
 
@@ -311,12 +311,15 @@ class SigningWithAnIdentity(CodeTest):
 
     def test_a_package_is_signed_whole_with_one_stamp_a_signature(self):
         app = fixtures.make_application(self.linker, self.path("My App.app"))
+        framework = shutil.copytree(app + "/Contents/Frameworks/Foo.framework", self.path("Foo.framework"), symlinks=True)
         plan = self.codesign("--plan", app)[1].split("\0")[:-1]
         said, stamps = self.sign_stamped(app, "--deep", "-v")
         self.assertEqual([line.split(": signed ")[0] for line in said.splitlines() if ": signed " in line], plan)
         self.assertEqual(stamps, len(plan) + 1)  # the main executable has two slices
         self.assert_valid(app, **self.owner.environment)
         self.assertEqual(plan[-1], app)
+        self.sign(framework, "--deep")
+        self.assert_valid(framework)
 
     def test_all_code_that_is_nested_is_stamped_side_by_side(self):
         app = fixtures.make_application(self.linker, self.path("My App.app"))

@@ -21,6 +21,9 @@ exports:
 """
 
 
+REFUSAL = bytes.fromhex("30053003020102")  # of RFC 3161, without a word
+
+
 def tool(name):
     found = shutil.which(name + "-14") or shutil.which(name)
     if not found:
@@ -163,10 +166,11 @@ class Authority:
             file.write("01")
 
     @contextlib.contextmanager
-    def time_server(self, together=1, certificates="root.pem"):
+    def time_server(self, together=1, certificates="root.pem", most=None, meanwhile=(0, None)):
         """The URL of a server that stamps, and the number of requests as a list of one.
 
-        It answers as soon as `together` have come, with a file of certificates in each answer.
+        It answers as soon as `together` have come, with a file of certificates in each answer; after `most` it refuses.
+        `meanwhile` is the number of a request, and what is called when it has come.
         """
         count, lock, folder = [0], threading.Lock(), self.folder
         gathered = threading.Barrier(together, timeout=60)
@@ -177,10 +181,13 @@ class Authority:
                 gathered.wait()
                 with lock, tempfile.NamedTemporaryFile() as file:
                     count[0] += 1
+                    if count[0] == meanwhile[0]:
+                        meanwhile[1]()
                     file.write(query)
                     file.flush()
-                    reply = check_call("openssl", "ts", "-reply", "-config", "tsa.cnf", "-queryfile", file.name,
-                                       "-chain", certificates, cwd=folder)
+                    reply = REFUSAL if most and count[0] > most else check_call(
+                        "openssl", "ts", "-reply", "-config", "tsa.cnf", "-queryfile", file.name, "-chain", certificates,
+                        cwd=folder)
                 self.send_response(200)
                 self.send_header("Content-Type", "application/timestamp-reply")
                 self.send_header("Content-Length", str(len(reply)))
