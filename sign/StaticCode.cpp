@@ -197,7 +197,7 @@ base::Result<std::optional<Blob>> StaticCode::infoPlist(std::size_t index) const
 base::Result<std::optional<Blob>> StaticCode::seal() const {
     if (!bundle_ || !isFile(bundle_->sealPath()))
         return std::optional<Blob>();
-    auto bytes = wholeFile(bundle_->sealPath(), mostSealSize);
+    auto bytes = wholeFile(bundle_->sealPath(), Links::Refuse, mostSealSize);
     if (!bytes)
         return bytes.error();
     return std::optional(std::move(*bytes));

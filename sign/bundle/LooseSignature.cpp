@@ -15,7 +15,6 @@ namespace sign {
 namespace {
 
 constexpr std::size_t mostAlternates = 5;
-constexpr std::uint64_t mostBytes = std::uint64_t{16} << 20U;
 
 /// The platform names alternate code directories after requirements.
 std::string alternateName(std::size_t number) {
@@ -28,7 +27,7 @@ base::Result<std::optional<LooseSignature::Blob>> readPart(const Bundle& bundle,
     const std::string path = bundle.signatureFolder() + "/" + name;
     if (access(path.c_str(), F_OK) != 0 && errno == ENOENT)
         return std::optional<LooseSignature::Blob>();
-    auto bytes = wholeFile(path, mostBytes);
+    auto bytes = wholeFile(path, Links::Refuse);
     if (!bytes)
         return bytes.error();
     return std::optional(std::move(*bytes));

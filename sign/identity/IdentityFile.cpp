@@ -1,7 +1,7 @@
 #include "sign/identity/IdentityFile.h"
 
 #include "base/ByteReader.h"
-#include "sign/identity/CertificateFile.h"
+#include "sign/bundle/FileTree.h"
 #include "sign/identity/KeyFile.h"
 
 #include <openssl/err.h>
@@ -56,7 +56,7 @@ base::Result<IdentityFile> readPkcs12(PKCS12* file, const Secret& passphrase,
 } // namespace
 
 base::Result<IdentityFile> readIdentityFile(const std::string& path, const Secret& passphrase) {
-    auto bytes = readSmallFile(path);
+    auto bytes = wholeFile(path, Links::Follow);
     if (!bytes)
         return bytes.error();
     const unsigned char* at = bytes->data();

@@ -3,6 +3,7 @@
 #include "base/ByteReader.h"
 #include "base/Printable.h"
 #include "base/ReplacedFile.h"
+#include "sign/bundle/FileTree.h"
 #include "sign/identity/CertificateChain.h"
 #include "sign/identity/CertificateFile.h"
 #include "sign/identity/KeyFile.h"
@@ -253,7 +254,7 @@ base::Result<Blob> IdentityFolder::readPrivate(const std::string& name) const {
     struct stat status {};
     if (::stat(path.c_str(), &status) == 0 && (status.st_mode & forOthers) != 0)
         return openToOthers(path, "Set its permissions with chmod 600.");
-    return readSmallFile(path);
+    return wholeFile(path, Links::Follow);
 }
 
 } // namespace sign

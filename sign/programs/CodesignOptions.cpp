@@ -110,7 +110,6 @@ const std::array longOptions{
 };
 
 constexpr const char* appleTimestampServer = "http://timestamp.apple.com/ts01";
-constexpr std::uint64_t mostFileSize = 16U << 20U;
 
 base::Error usage(const std::string& sentence) {
     return {base::ErrorKind::Usage, sentence};
@@ -136,7 +135,7 @@ base::Result<std::uint32_t> versionNumber(std::string_view text) {
 base::Result<Blob> textOrFile(const std::string& value) {
     if (value.starts_with("="))
         return Blob(value.begin() + 1, value.end());
-    auto bytes = wholeFile(value, mostFileSize);
+    auto bytes = wholeFile(value, Links::Follow);
     if (!bytes)
         return usage(bytes.error().sentence);
     return bytes;
@@ -336,7 +335,7 @@ private:
               std::pair{&helperEntitlements_, &signing.helperEntitlements}}) {
             if (file->empty())
                 continue;
-            auto bytes = wholeFile(*file, mostFileSize);
+            auto bytes = wholeFile(*file, Links::Follow);
             if (!bytes)
                 return usage(bytes.error().sentence);
             *to = std::move(*bytes);

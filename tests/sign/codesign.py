@@ -141,8 +141,9 @@ class SigningFiles(CodeTest):
         path, library = self.copy(self.linker.link("exe-arm64")), self.copy(self.linker.library(), "lib")
         xml = plistlib.dumps({"com.apple.security.get-task-allow": True, "a": ["b", 3], "get-task-allow": True})
         write(self.path("x.plist"), xml)
+        os.symlink("x.plist", self.path("link"))
         for code in (path, library):
-            self.sign(code, "--entitlements", self.path("x.plist"), "-o", "runtime,library")
+            self.sign(code, "--entitlements", self.path("link"), "-o", "runtime,library")
             self.assert_valid(code)
         said = self.codesign("-dvvvv", path)[1]
         self.assertRegex(said, r"flags=0x12002\(adhoc,library-validation,runtime\) hashes=\d+\+7 ")
