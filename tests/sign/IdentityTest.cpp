@@ -2,7 +2,9 @@
 #include "sign/identity/IdentityImport.h"
 #include "sign/identity/IdentityList.h"
 #include "sign/identity/KeyFile.h"
+#include "sign/identity/TokenUri.h"
 #include "tests/sign/TestAuthority.h"
+#include "tests/support/ExpectFails.h"
 #include "tests/support/ScopedEnvironment.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -255,6 +257,15 @@ TEST_F(IdentityTest, RemovesAKeyWithItsLastCertificate) {
     EXPECT_TRUE(folder->hasKey(id));
     EXPECT_TRUE(folder->remove(folder->certificates()->front()));
     EXPECT_FALSE(folder->hasKey(id));
+}
+
+TEST(TokenUri, DecodesItsAttributes) {
+    const auto attributes = tokenUriAttributes("pkcs11:token=a%20b%C3%A4;object=x?pin-value=1");
+    ASSERT_TRUE(attributes);
+    EXPECT_EQ(attributes->at("token"), "a bä");
+    EXPECT_EQ(attributes->at("pin-value"), "1");
+    for (const char* wrong : {"token=x", "pkcs11:token", "pkcs11:token=%4", "pkcs11:token=%4g"})
+        EXPECT_FAILS(tokenUriAttributes(wrong), Usage);
 }
 
 } // namespace

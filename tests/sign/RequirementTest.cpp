@@ -78,9 +78,9 @@ TEST(Requirement, SurvivesItsTextAndItsBytes) {
         for (std::size_t size = 0; size < blob.size(); ++size)
             EXPECT_FALSE(sign::readRequirement(base::Bytes(blob).first(size))) << text;
     }
-    for (const char* text :
-         {"", "and", "identifier", "always always", "(always", "cdhash 12", "identifier \"x",
-          "certificate leaf[field.x]", "/* always", "info[a", "anchor = \"x\"", "0x1"})
+    for (const char* text : {"", "and", "identifier", "always always", "(always", "cdhash 12",
+                             "identifier \"x", "certificate leaf[field.x]", "/* always", "info[a",
+                             "anchor = \"x\"", "0x1", "identifier 0x1g"})
         EXPECT_FALSE(sign::parsedRequirement(text)) << text;
 }
 
