@@ -96,14 +96,10 @@ base::Outcome CodeCheck::checkSlice(std::size_t index) {
         return {};
     }
     slice.parts = std::move(*parts);
-    auto signer = checkSigner(slice.parts);
-    if (!signer) {
-        const bool isTeam = signer.error().kind == base::ErrorKind::Conflict;
-        fail(isTeam ? FaultCode::InvalidTeamIdentifier : FaultCode::SignatureFailed,
-             slice.architecture);
+    if (const auto fault = checkSigner(slice.parts, slice.facts.chain)) {
+        fail(*fault, slice.architecture);
         return {};
     }
-    slice.facts.chain = std::move(*signer);
     if (auto checked = checkSlots(slice, index); !checked)
         return checked;
     if (auto read = readFacts(slice, index); !read)

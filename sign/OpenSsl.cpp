@@ -21,4 +21,8 @@ std::string openSslReason() {
     return reason != nullptr ? reason : "unknown reason";
 }
 
+base::Error openSslError(const std::string& what, const std::string& remedy) {
+    return {base::ErrorKind::System, what + ": " + openSslReason() + ". " + remedy};
+}
+
 } // namespace sign

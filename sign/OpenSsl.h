@@ -48,6 +48,10 @@ using CertificateStoreOwner = OpenSslOwner<X509_STORE, X509_STORE_free>;
 /// Why the last call failed on this thread, in the words of OpenSSL. Forgets it and all before it.
 [[nodiscard]] std::string openSslReason();
 
+/// "WHAT: REASON. REMEDY" with the reason of OpenSSL; `what` says as a whole sentence what failed.
+[[nodiscard]] base::Error openSslError(const std::string& what,
+                                       const std::string& remedy = "Try again.");
+
 /// The DER that one of OpenSSL's functions i2d_TYPE makes of a value; empty if it fails.
 template <typename Encode, typename Value>
 [[nodiscard]] Blob derOf(Encode encode, Value* value) {

@@ -22,10 +22,6 @@ constexpr std::uint64_t scryptLanes = 1;
 
 constexpr unsigned keyBits = 2048;
 
-base::Error failed(const std::string& what) {
-    return {base::ErrorKind::System, what + ": " + openSslReason() + ". Try again."};
-}
-
 std::string idOf(X509_PUBKEY* key) {
     const unsigned char* bytes = nullptr;
     int size = 0;
@@ -50,7 +46,7 @@ std::string keyIdOf(const Certificate& certificate) {
 base::Result<KeyOwner> newKey() {
     KeyOwner key(EVP_RSA_gen(keyBits));
     if (!key)
-        return failed("The key could not be made");
+        return openSslError("The key could not be made");
     return key;
 }
 
@@ -59,16 +55,16 @@ base::Result<Blob> encryptedPem(EVP_PKEY* key, const Secret& passphrase) {
     AlgorithmOwner algorithm(PKCS5_pbe2_set_scrypt(EVP_aes_256_cbc(), nullptr, 0, nullptr,
                                                    scryptCost, scryptBlocks, scryptLanes));
     if (!info || !algorithm)
-        return failed("The key could not be encrypted");
+        return openSslError("The key could not be encrypted");
     const SignatureOwner encrypted(PKCS8_set0_pbe(passphrase.text().data(),
                                                   static_cast<int>(passphrase.text().size()),
                                                   info.get(), algorithm.get()));
     if (!encrypted)
-        return failed("The key could not be encrypted");
+        return openSslError("The key could not be encrypted");
     (void)algorithm.release(); // is the encrypted key's now
     const BioOwner sink(BIO_new(BIO_s_mem()));
     if (PEM_write_bio_PKCS8(sink.get(), encrypted.get()) != 1)
-        return failed("The key could not be written");
+        return openSslError("The key could not be written");
     return bytesOf(sink.get());
 }
 
