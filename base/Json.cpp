@@ -1,9 +1,11 @@
 #include "base/Json.h"
 
+#include "base/Bytes.h"
 #include "base/Number.h"
 #include "base/Utf8.h"
 
 #include <algorithm>
+#include <array>
 #include <iomanip>
 #include <limits>
 #include <locale>
@@ -15,10 +17,8 @@ namespace {
 constexpr int deepest = 32;
 
 void appendUnit(std::string& out, unsigned unit) {
-    constexpr std::string_view digits = "0123456789abcdef";
-    out += "\\u";
-    for (const unsigned shift : {12U, 8U, 4U, 0U})
-        out += digits[unit >> shift & 15U];
+    const std::array bytes{static_cast<std::uint8_t>(unit >> 8U), static_cast<std::uint8_t>(unit)};
+    out.append("\\u").append(hex(bytes));
 }
 
 void appendQuoted(std::string& out, std::string_view text) {

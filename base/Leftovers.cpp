@@ -1,5 +1,6 @@
 #include "base/Leftovers.h"
 
+#include "base/Bytes.h"
 #include "base/FileDescriptor.h"
 
 #include <array>
@@ -21,14 +22,13 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view prefix = ".kelpmoray-";
 constexpr std::string_view suffix = ".tmp";
-constexpr std::string_view hexDigits = "0123456789abcdef";
 constexpr std::size_t randomDigits = 32;
 
 bool isOurName(std::string_view name) {
     if (name.size() != prefix.size() + randomDigits + suffix.size() || !name.starts_with(prefix) ||
         !name.ends_with(suffix))
         return false;
-    return name.substr(prefix.size(), randomDigits).find_first_not_of(hexDigits) ==
+    return name.substr(prefix.size(), randomDigits).find_first_not_of("0123456789abcdef") ==
            std::string_view::npos;
 }
 
@@ -46,10 +46,7 @@ std::optional<std::string> temporaryName() {
     std::array<std::uint8_t, randomDigits / 2> random{};
     if (::getentropy(random.data(), random.size()) != 0)
         return std::nullopt;
-    std::string name(prefix);
-    for (const std::uint8_t byte : random)
-        name.append({hexDigits[byte >> 4U], hexDigits[byte & 15U]});
-    return name.append(suffix);
+    return std::string(prefix).append(hex(random)).append(suffix);
 }
 
 bool lockWithoutWaiting(int descriptor) {

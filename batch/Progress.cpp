@@ -1,6 +1,7 @@
 #include "batch/Progress.h"
 
 #include "base/Printable.h"
+#include "base/Utf8.h"
 
 #include <algorithm>
 #include <chrono>
@@ -20,8 +21,7 @@ std::size_t columnsOfTerminal() {
 std::string beginning(const std::string& text, std::size_t count) {
     std::size_t at = 0;
     for (; at < text.size(); ++at) {
-        const bool begins = (static_cast<unsigned char>(text[at]) & 0xC0U) != 0x80U;
-        if (begins && count-- == 0)
+        if (!base::isContinuation(text[at]) && count-- == 0)
             break;
     }
     return text.substr(0, at);

@@ -63,7 +63,7 @@ public:
         if (level >= 4)
             addExecSegment();
         if (level >= 3)
-            line("CDHash", hex(best_.cdhash().bytes()));
+            line("CDHash", base::hex(best_.cdhash().bytes()));
         addSigners(level);
         return addSealed();
     }
@@ -93,14 +93,16 @@ private:
         std::string choices;
         for (const CodeDirectory* directory : sorted) {
             const std::string name(digestName(directory->facts().hashType));
-            text_ += "CandidateCDHash " + name + '=' + hex(directory->cdhash().bytes()) + '\n';
-            text_ += "CandidateCDHashFull " + name + '=' + hex(directory->digest().bytes()) + '\n';
+            text_ +=
+                "CandidateCDHash " + name + '=' + base::hex(directory->cdhash().bytes()) + '\n';
+            text_ +=
+                "CandidateCDHashFull " + name + '=' + base::hex(directory->digest().bytes()) + '\n';
             choices.append(choices.empty() ? "" : ",").append(name);
         }
         line("Hash choices", choices);
         // The CMS covers the primary directory by SHA-256, whatever that one's own hash is.
         line("CMSDigest",
-             hex(digestOf(HashType::Sha256, parts_.directories.front().blob()).bytes()));
+             base::hex(digestOf(HashType::Sha256, parts_.directories.front().blob()).bytes()));
         line("CMSDigestType", std::uint64_t(HashType::Sha256));
     }
 

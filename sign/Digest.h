@@ -5,7 +5,6 @@
 #include <array>
 #include <cstdint>
 #include <memory>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -63,8 +62,5 @@ private:
 
 /// The hash of `bytes`, as long as digestSize() says. Any thread.
 [[nodiscard]] Digest digestOf(HashType type, base::Bytes bytes);
-
-/// Lower case, two digits a byte.
-[[nodiscard]] std::string hex(base::Bytes bytes);
 
 } // namespace sign

@@ -41,12 +41,12 @@ bool isDigit(char c) {
 std::string uniqueSuffix(const CodeFile& file) {
     const MachSlice& slice = file.slices()[file.nativeSlice()];
     if (slice.uuid)
-        return "-" + hex(base::bytesOf("UUID")) + hex(*slice.uuid);
+        return "-" + base::hex(base::bytesOf("UUID")) + base::hex(*slice.uuid);
     constexpr std::size_t smallHeader = 28;
     Hasher hasher(HashType::Sha1);
     hasher.update(base::Bytes(slice.commands).first(smallHeader));
     hasher.update(base::Bytes(slice.commands).subspan(slice.headerSize()));
-    return "-" + hex(hasher.finish().bytes());
+    return "-" + base::hex(hasher.finish().bytes());
 }
 
 class Planner {

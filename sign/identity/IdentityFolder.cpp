@@ -97,7 +97,7 @@ base::Result<std::vector<KeptCertificate>> IdentityFolder::certificates() const 
             continue;
         }
         const Certificate& leaf = chain->front();
-        KeptCertificate kept{.hash = capitals(hex(leaf.sha1().bytes())),
+        KeptCertificate kept{.hash = capitals(base::hex(leaf.sha1().bytes())),
                              .chain = chainAsFarAsKnown(leaf, *chain),
                              .keyId = keyIdOf(leaf)};
         kept.hasKey = hasKey(kept.keyId);
@@ -183,7 +183,7 @@ base::Outcome IdentityFolder::addCertificate(const std::vector<Certificate>& cha
     const BioOwner sink(BIO_new(BIO_s_mem()));
     for (const Certificate& certificate : chain)
         PEM_write_bio_X509(sink.get(), certificate.handle());
-    return write("certificates/" + capitals(hex(chain.front().sha1().bytes())) + ".pem",
+    return write("certificates/" + capitals(base::hex(chain.front().sha1().bytes())) + ".pem",
                  bytesOf(sink.get()));
 }
 

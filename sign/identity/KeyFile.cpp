@@ -26,7 +26,7 @@ std::string idOf(X509_PUBKEY* key) {
     const unsigned char* bytes = nullptr;
     int size = 0;
     X509_PUBKEY_get0_param(nullptr, &bytes, &size, nullptr, key);
-    return hex(digestOf(HashType::Sha1, {bytes, static_cast<std::size_t>(size)}).bytes());
+    return base::hex(digestOf(HashType::Sha1, {bytes, static_cast<std::size_t>(size)}).bytes());
 }
 
 } // namespace

@@ -79,7 +79,7 @@ Secret Secret::random() {
     unsigned char bytes[32];
     if (RAND_priv_bytes(bytes, sizeof bytes) != 1)
         return {};
-    Secret secret(hex({bytes, sizeof bytes}));
+    Secret secret(base::hex({bytes, sizeof bytes}));
     OPENSSL_cleanse(bytes, sizeof bytes);
     return secret;
 }

@@ -101,7 +101,7 @@ base::Result<Secret> passphraseOf(const SecurityOptions& options) {
 void printFound(const char* what, const std::vector<Certificate>& chain) {
     const Certificate& leaf = chain.front();
     printLine(std::string(what) + " \"" + leaf.label() + "\"");
-    std::printf("  SHA-1 %s, valid until %s\n", hex(leaf.sha1().bytes()).c_str(),
+    std::printf("  SHA-1 %s, valid until %s\n", base::hex(leaf.sha1().bytes()).c_str(),
                 day(leaf.notAfter()).c_str());
     for (const Certificate& issuer : std::span(chain).subspan(1))
         printLine("  issued by \"" + issuer.label() + "\"");

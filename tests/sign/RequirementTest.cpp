@@ -85,7 +85,7 @@ TEST(Requirement, SurvivesItsTextAndItsBytes) {
 }
 
 TEST(Requirement, HasTheBytesOfThePublishedForm) {
-    EXPECT_EQ(sign::hex(sign::requirementBlob(parsed("identifier abcde and anchor apple"))),
+    EXPECT_EQ(base::hex(sign::requirementBlob(parsed("identifier abcde and anchor apple"))),
               "fade0c00"
               "00000024"
               "00000001"
@@ -104,7 +104,7 @@ TEST(RequirementSet, KeepsKindsApartAndInOrder) {
     ASSERT_TRUE(again);
     EXPECT_EQ(*again, *set);
     EXPECT_EQ(again->begin()->first, sign::RequirementKind::Designated);
-    EXPECT_EQ(sign::hex(sign::requirementSetBlob({})), "fade0c010000000c00000000");
+    EXPECT_EQ(base::hex(sign::requirementSetBlob({})), "fade0c010000000c00000000");
     EXPECT_FALSE(sign::parsedRequirementSet("always"));
     EXPECT_FALSE(sign::parsedRequirementSet("designated => always =>"));
 }
