@@ -34,7 +34,6 @@ using Asn1OctetStringOwner = OpenSslOwner<ASN1_OCTET_STRING, ASN1_OCTET_STRING_f
 using Asn1TimeOwner = OpenSslOwner<ASN1_TIME, ASN1_TIME_free>;
 using BioOwner = OpenSslOwner<BIO, BIO_free_all>;
 using CmsOwner = OpenSslOwner<CMS_ContentInfo, CMS_ContentInfo_free>;
-using PublicKeyContextOwner = OpenSslOwner<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
 using KeyOwner = OpenSslOwner<EVP_PKEY, EVP_PKEY_free>;
 using CertificateOwner = OpenSslOwner<X509, X509_free>;
 using CertificateStoreOwner = OpenSslOwner<X509_STORE, X509_STORE_free>;

@@ -10,9 +10,6 @@
 // Time stamps of signatures (RFC 3161).
 namespace sign {
 
-/// The server that Apple's own tool asks.
-inline constexpr const char* appleTimeStampServer = "http://timestamp.apple.com/ts01";
-
 /// What a time stamp server answered.
 class TimeStampReply {
 public:
