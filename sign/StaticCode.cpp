@@ -16,11 +16,6 @@ namespace {
 constexpr std::uint64_t mostSealSize = 1U << 30U;
 constexpr std::uint64_t mostInfoSize = 64U << 20U;
 
-base::Error damaged(std::string_view name, const char* what) {
-    return {base::ErrorKind::Damaged,
-            "The signature of " + std::string(name) + " is damaged: " + what + ". Sign it anew."};
-}
-
 base::Error notSigned() {
     return {base::ErrorKind::NotFound, std::string(faultMessage(FaultCode::NotSigned))};
 }
@@ -31,7 +26,7 @@ base::Outcome checkDirectories(const SignatureParts& parts, std::string_view nam
         types.push_back(directory.facts().hashType);
     std::ranges::sort(types);
     if (std::ranges::adjacent_find(types) != types.end())
-        return damaged(name, "two code directories have the same hash");
+        return damagedSignature(name, "two code directories have the same hash");
     return {};
 }
 
@@ -110,15 +105,15 @@ base::Result<SignatureParts> readSignature(base::Bytes bytes, std::string_view n
     if (!blobs)
         return blobs.error();
     if (!blobs->contains(slot::codeDirectory))
-        return damaged(name, "it has no code directory");
+        return damagedSignature(name, "it has no code directory");
     SignatureParts parts;
     std::uint32_t nextAlternate = slot::firstAlternate;
     for (auto& [number, blob] : *blobs) {
         if (const auto magic = magicOfSlot(number); magic && magicOf(blob) != std::uint32_t(*magic))
-            return damaged(name, "a part of it is not what its place says");
+            return damagedSignature(name, "a part of it is not what its place says");
         const bool isAlternate = number >= slot::firstAlternate && number <= slot::lastAlternate;
         if (isAlternate && number != nextAlternate++)
-            return damaged(name, "an alternate code directory is missing");
+            return damagedSignature(name, "an alternate code directory is missing");
         if (isAlternate || number == slot::codeDirectory) {
             auto directory = CodeDirectory::read(std::move(blob), name);
             if (!directory)
@@ -187,7 +182,7 @@ base::Result<std::optional<Blob>> StaticCode::infoPlist(std::size_t index) const
         return std::optional<Blob>();
     const MachSlice& slice = file_.slices()[index];
     if (slice.infoPlist->size > mostInfoSize)
-        return damaged(path_, "its embedded Info.plist is too large");
+        return damagedSignature(path_, "its embedded Info.plist is too large");
     auto bytes = file_.read({slice.offset + slice.infoPlist->offset, slice.infoPlist->size});
     if (!bytes)
         return bytes.error();

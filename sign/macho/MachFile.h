@@ -30,6 +30,14 @@ constexpr std::uint32_t tvos = 3;
 constexpr std::uint32_t watchos = 4;
 } // namespace platform
 
+/// The magic of a universal file (Apple's fat.h), and that of one with offsets of 64 bits.
+constexpr std::uint32_t universalMagic = 0xCAFEBABE;
+constexpr std::uint32_t universalMagic64 = 0xCAFEBABF;
+/// A Java class file has the same magic and its version, 45 and more, in place of the count.
+constexpr std::uint32_t mostSlices = 29;
+/// That of 32 bits.
+constexpr std::size_t leastHeaderSize = 28;
+
 /// Where something lies in a slice.
 struct FileRange {
     std::uint64_t offset = 0;
@@ -80,13 +88,22 @@ struct MachSlice {
     std::uint64_t commandsLimit = 0;    ///< where the first section starts: commands end before it
     std::uint64_t structureEnd = 0;     ///< where __LINKEDIT or the strings end, if named first
 
-    [[nodiscard]] std::size_t headerSize() const { return is64 ? 32 : 28; }
+    [[nodiscard]] std::size_t headerSize() const { return is64 ? 32 : leastHeaderSize; }
     [[nodiscard]] bool is(MachType wanted) const { return type == std::uint32_t(wanted); }
     /// Whether files of its type have signatures.
     [[nodiscard]] bool isSignable() const;
     /// "arm64", "x86_64" and so on; "(12:34)" for one without a name.
     [[nodiscard]] std::string architecture() const;
 };
+
+/// Whether the bytes start with one of the four magics of a slice. Any thread.
+[[nodiscard]] bool startsLikeMachO(base::Bytes start);
+
+/// Whether these first 28 bytes of a slice, or more, say that it is signable. Any thread.
+[[nodiscard]] bool isSignableHeader(base::Bytes start);
+
+/// `what` completes "The Mach-O file NAME is damaged: ...".
+[[nodiscard]] base::Error damagedMachO(std::string_view name, const char* what);
 
 /// What the first 32 bytes of a slice say of its load commands: how long both are together.
 /// Unsupported if the bytes are no Mach-O. Sentences name `name`. Any thread.

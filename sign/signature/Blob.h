@@ -43,6 +43,9 @@ using BlobMap = std::map<std::uint32_t, Blob>;
 
 constexpr std::size_t blobHeaderSize = 8;
 
+/// `what` completes "The signature of NAME is damaged: ...".
+[[nodiscard]] base::Error damagedSignature(std::string_view name, const char* what);
+
 /// Magic, length and `content`.
 [[nodiscard]] Blob makeBlob(BlobMagic magic, base::Bytes content);
 
