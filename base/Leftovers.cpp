@@ -1,7 +1,6 @@
 #include "base/Leftovers.h"
 
 #include "base/Bytes.h"
-#include "base/FileDescriptor.h"
 
 #include <array>
 #include <cerrno>
@@ -40,7 +39,36 @@ FileDescriptor openForLocking(const std::string& path) {
                          : FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDONLY | flags);
 }
 
+std::string linkToDescriptor(int descriptor) {
+    return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
 } // namespace
+
+std::string folderOf(const std::string& path) {
+    const fs::path folder = fs::path(path).parent_path();
+    return folder.empty() ? "." : folder.string();
+}
+
+FileDescriptor openNameless([[maybe_unused]] const std::string& folder,
+                            [[maybe_unused]] mode_t mode) {
+#ifdef O_TMPFILE
+    FileDescriptor file =
+        FileDescriptor::openAt(AT_FDCWD, folder.c_str(), O_RDWR | O_TMPFILE, mode);
+    // Locked before it has a name, so that no other run takes it for a leftover.
+    if (file.open() && ::access(linkToDescriptor(file.get()).c_str(), F_OK) == 0 &&
+        lockWithoutWaiting(file.get()))
+        return file;
+#endif
+    return {};
+}
+
+bool giveName(int descriptor, const std::string& path) {
+    const std::string from = linkToDescriptor(descriptor);
+    return retried([&] {
+               return ::linkat(AT_FDCWD, from.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW);
+           }) == 0;
+}
 
 std::optional<std::string> temporaryName() {
     std::array<std::uint8_t, randomDigits / 2> random{};

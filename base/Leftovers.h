@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/FileDescriptor.h"
+
 #include <optional>
 #include <string>
 
@@ -11,6 +13,16 @@ namespace base {
 /// ".kelpmoray-", 32 random hexadecimal digits, ".tmp"; none if the system has no random bytes,
 /// with errno set. Any thread.
 [[nodiscard]] std::optional<std::string> temporaryName();
+
+/// The folder that `path` lies in, "." if it names none.
+[[nodiscard]] std::string folderOf(const std::string& path);
+
+/// A file in `folder` that has no name yet, is locked, and is open for reading and writing; not
+/// open if the system has no such files. Any thread.
+[[nodiscard]] FileDescriptor openNameless(const std::string& folder, mode_t mode);
+
+/// Names a file of openNameless(); false, with errno set, also if something has the name already.
+[[nodiscard]] bool giveName(int descriptor, const std::string& path);
 
 /// Locks what is open as `descriptor`, if nobody else does. Any thread.
 [[nodiscard]] bool lockWithoutWaiting(int descriptor);
