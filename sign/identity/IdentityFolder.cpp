@@ -83,7 +83,7 @@ base::Result<IdentityFolder> IdentityFolder::ofUser() {
     return IdentityFolder(path);
 }
 
-base::Result<std::vector<KeptCertificate>> IdentityFolder::certificates() const {
+std::vector<KeptCertificate> IdentityFolder::certificates() const {
     std::vector<KeptCertificate> all;
     std::error_code code;
     for (fs::directory_iterator file(fs::path(path_) / "certificates", code), end;
@@ -190,12 +190,10 @@ base::Outcome IdentityFolder::addCertificate(const std::vector<Certificate>& cha
 base::Outcome IdentityFolder::remove(const KeptCertificate& kept) const {
     const FolderLock lock(path_);
     const auto all = certificates();
-    if (!all)
-        return all.error();
     const std::string certificate = path_ + "/certificates/" + kept.hash + ".pem";
     if (::unlink(certificate.c_str()) != 0)
         return base::systemError("remove", certificate, errno);
-    const bool isShared = std::ranges::any_of(*all, [&](const KeptCertificate& other) {
+    const bool isShared = std::ranges::any_of(all, [&](const KeptCertificate& other) {
         return other.hash != kept.hash && other.keyId == kept.keyId;
     });
     if (isShared)

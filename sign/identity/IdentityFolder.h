@@ -31,7 +31,7 @@ public:
     [[nodiscard]] static base::Result<IdentityFolder> ofUser();
 
     /// In the order of their names and hashes. A file that is damaged is named on standard error.
-    [[nodiscard]] base::Result<std::vector<KeptCertificate>> certificates() const;
+    [[nodiscard]] std::vector<KeptCertificate> certificates() const;
     /// Every certificate in the folder, issuers too.
     [[nodiscard]] std::vector<Certificate> pool() const;
     [[nodiscard]] bool hasKey(const std::string& keyId) const;

@@ -4,6 +4,7 @@
 #include "base/ProgramStart.h"
 #include "base/ReplacedFile.h"
 #include "base/Version.h"
+#include "sign/bundle/FileTree.h"
 #include "sign/identity/CertificateFile.h"
 #include "sign/identity/CertificateMaker.h"
 #include "sign/identity/IdentityImport.h"
@@ -21,7 +22,6 @@
 #include <span>
 
 #include <openssl/pem.h>
-#include <strings.h>
 
 namespace sign {
 namespace {
@@ -205,13 +205,10 @@ base::Outcome withCertificate(
     const auto folder = IdentityFolder::ofUser();
     if (!folder)
         return folder.error();
-    const auto kept = folder->certificates();
-    if (!kept)
-        return kept.error();
-    for (const KeptCertificate& certificate : *kept)
-        if (::strcasecmp(certificate.hash.c_str(), wanted.c_str()) == 0)
+    for (const KeptCertificate& certificate : folder->certificates())
+        if (sameWithoutCase(certificate.hash, wanted))
             return action(*folder, certificate);
-    return base::Error{base::ErrorKind::NotFound, wanted + ": no identity found"};
+    return noIdentity(wanted);
 }
 
 base::Outcome checkKey(const SecurityOptions& options) {

@@ -252,10 +252,10 @@ TEST_F(IdentityTest, RemovesAKeyWithItsLastCertificate) {
     X509_sign(twin.get(), made.middle.key.get(), EVP_sha256());
     ASSERT_TRUE(folder->addCertificate({Certificate(std::move(twin))}));
     files.makeFile("home/certificates/damaged.pem", "nothing");
-    ASSERT_EQ(folder->certificates()->size(), 2U);
-    EXPECT_TRUE(folder->remove(folder->certificates()->front()));
+    ASSERT_EQ(folder->certificates().size(), 2U);
+    EXPECT_TRUE(folder->remove(folder->certificates().front()));
     EXPECT_TRUE(folder->hasKey(id));
-    EXPECT_TRUE(folder->remove(folder->certificates()->front()));
+    EXPECT_TRUE(folder->remove(folder->certificates().front()));
     EXPECT_FALSE(folder->hasKey(id));
 }
 
