@@ -17,8 +17,12 @@ Blob bytesOf(BIO* sink) {
 std::string openSslReason() {
     const unsigned long code = ERR_peek_last_error();
     const char* reason = ERR_reason_error_string(code);
-    ERR_clear_error();
+    forgetOpenSslErrors();
     return reason != nullptr ? reason : "unknown reason";
+}
+
+void forgetOpenSslErrors() {
+    ERR_clear_error();
 }
 
 base::Error openSslError(const std::string& what, const std::string& remedy) {

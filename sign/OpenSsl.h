@@ -46,6 +46,8 @@ using CertificateStoreOwner = OpenSslOwner<X509_STORE, X509_STORE_free>;
 
 /// Why the last call failed on this thread, in the words of OpenSSL. Forgets it and all before it.
 [[nodiscard]] std::string openSslReason();
+/// Forgets why calls failed on this thread: an error that stays would be taken for the next one's.
+void forgetOpenSslErrors();
 
 /// "WHAT: REASON. REMEDY" with the reason of OpenSSL; `what` says as a whole sentence what failed.
 [[nodiscard]] base::Error openSslError(const std::string& what,

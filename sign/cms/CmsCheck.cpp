@@ -17,7 +17,7 @@ namespace sign {
 namespace {
 
 base::Error wrong(std::string sentence) {
-    (void)openSslReason();
+    forgetOpenSslErrors();
     return {base::ErrorKind::Damaged, std::move(sentence)};
 }
 

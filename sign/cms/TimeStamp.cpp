@@ -59,7 +59,7 @@ base::Result<Address> addressIn(const std::string& url) {
     OPENSSL_free(path);
     if (parsed == 1 && isTls == 0 && url.starts_with("http://"))
         return address;
-    (void)openSslReason();
+    forgetOpenSslErrors();
     return base::Error{base::ErrorKind::Usage,
                        "The timestamp service \"" + url +
                            "\" is no address that begins with http://. Give "
@@ -122,7 +122,7 @@ std::optional<Reply> exchange(const Address& address, TS_REQ* request, int secon
     if (answer)
         reply = readReply(answer.get());
     if (!reply)
-        (void)openSslReason();
+        forgetOpenSslErrors();
     return reply;
 }
 

@@ -71,7 +71,7 @@ Pkcs7Owner decodedToken(base::Bytes token) {
     for (std::size_t index = 0; isWhole && index < cut->certificates.size(); ++index)
         isWhole = PKCS7_add_certificate(decoded.get(), cut->certificates[index].handle()) == 1;
     if (!isWhole) {
-        (void)openSslReason();
+        forgetOpenSslErrors();
         decoded.reset();
     }
     return decoded;
@@ -123,7 +123,7 @@ std::optional<std::int64_t> timeOfToken(base::Bytes token) {
         return std::nullopt;
     const TimeStampContentOwner content(PKCS7_to_TS_TST_INFO(decoded.get()));
     if (!content) {
-        (void)openSslReason();
+        forgetOpenSslErrors();
         return std::nullopt;
     }
     return timeOf(content.get());

@@ -18,7 +18,7 @@ void loadOldAlgorithms() {
     static const bool loaded = OSSL_PROVIDER_load(nullptr, "default") != nullptr &&
                                OSSL_PROVIDER_load(nullptr, "legacy") != nullptr;
     if (!loaded)
-        (void)openSslReason();
+        forgetOpenSslErrors();
 }
 
 /// Whether an algorithm was missing, and not the right passphrase. Forgets the errors.
@@ -63,7 +63,7 @@ base::Result<IdentityFile> readIdentityFile(const std::string& path, const Secre
     const Pkcs12Owner pkcs12(d2i_PKCS12(nullptr, &at, static_cast<long>(bytes->size())));
     if (pkcs12)
         return readPkcs12(pkcs12.get(), passphrase, path);
-    (void)openSslReason();
+    forgetOpenSslErrors();
 
     IdentityFile found{.certificates = Certificate::fromPem(*bytes), .key = {}};
     if (found.certificates.empty()) {

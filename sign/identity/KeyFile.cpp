@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include <openssl/decoder.h>
-#include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 
@@ -78,14 +77,13 @@ base::Result<KeyOwner> decodedKey(base::Bytes bytes, const Secret& passphrase,
         passphrase.text().size());
     const unsigned char* at = bytes.data();
     std::size_t size = bytes.size();
-    if (OSSL_DECODER_from_data(decoder.get(), &at, &size) == 1) {
-        ERR_clear_error();
+    const bool isDecoded = OSSL_DECODER_from_data(decoder.get(), &at, &size) == 1;
+    forgetOpenSslErrors();
+    if (isDecoded)
         return KeyOwner(handle);
-    }
     constexpr std::string_view mark = "ENCRYPTED PRIVATE KEY";
     const bool isEncrypted =
         std::search(bytes.begin(), bytes.end(), mark.begin(), mark.end()) != bytes.end();
-    ERR_clear_error();
     if (isEncrypted)
         return base::Error{base::ErrorKind::Denied, "The passphrase does not open the key in " +
                                                         name + ". Give the right one."};
