@@ -7,10 +7,12 @@
 #include <span>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace base {
 
 using Bytes = std::span<const std::uint8_t>;
+using OwnedBytes = std::vector<std::uint8_t>;
 
 /// Lower case, two digits a byte.
 [[nodiscard]] inline std::string hex(Bytes bytes) {

@@ -158,14 +158,14 @@ base::Outcome CodeCheck::readFacts(Slice& slice, std::size_t index) {
         else
             slice.facts.info = std::move(*plist);
     }
-    if (const Blob* blob = slice.parts.component(slot::entitlements)) {
+    if (const base::OwnedBytes* blob = slice.parts.component(slot::entitlements)) {
         auto entitlements = entitlementsFromBlob(*blob, code_->path());
         if (!entitlements)
             fail(FaultCode::SignatureFailed, slice.architecture);
         else
             slice.facts.entitlements = std::move(entitlements->value);
     }
-    const Blob* blob = slice.parts.component(slot::requirements);
+    const base::OwnedBytes* blob = slice.parts.component(slot::requirements);
     if (blob == nullptr)
         return {};
     const auto set = readRequirementSet(*blob);

@@ -10,9 +10,6 @@
 
 namespace sign {
 
-/// Bytes with an owner.
-using Blob = std::vector<std::uint8_t>;
-
 /// The hash of a code directory, numbered as in Apple's cs_blobs.h.
 enum class HashType : std::uint8_t { Sha1 = 1, Sha256 = 2, Sha256Cut = 3, Sha384 = 4 };
 

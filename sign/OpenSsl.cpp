@@ -8,7 +8,7 @@ BioOwner bioOf(base::Bytes bytes) {
     return BioOwner(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
 }
 
-Blob bytesOf(BIO* sink) {
+base::OwnedBytes bytesOf(BIO* sink) {
     char* bytes = nullptr;
     const long size = BIO_get_mem_data(sink, &bytes);
     return {bytes, bytes + std::max(size, 0L)};

@@ -42,7 +42,7 @@ using CertificateStoreOwner = OpenSslOwner<X509_STORE, X509_STORE_free>;
 [[nodiscard]] BioOwner bioOf(base::Bytes bytes);
 
 /// What has been written to a memory sink.
-[[nodiscard]] Blob bytesOf(BIO* sink);
+[[nodiscard]] base::OwnedBytes bytesOf(BIO* sink);
 
 /// Why the last call failed on this thread, in the words of OpenSSL. Forgets it and all before it.
 [[nodiscard]] std::string openSslReason();
@@ -55,12 +55,12 @@ void forgetOpenSslErrors();
 
 /// The DER that one of OpenSSL's functions i2d_TYPE makes of a value; empty if it fails.
 template <typename Encode, typename Value>
-[[nodiscard]] Blob derOf(Encode encode, Value* value) {
+[[nodiscard]] base::OwnedBytes derOf(Encode encode, Value* value) {
     unsigned char* bytes = nullptr;
     const int size = encode(value, &bytes);
     if (size < 0)
         return {};
-    Blob der(bytes, bytes + size);
+    base::OwnedBytes der(bytes, bytes + size);
     OPENSSL_free(bytes);
     return der;
 }

@@ -35,7 +35,7 @@ base::Outcome stampSignature(CmsSignature& cms, const TimeStampReply& reply) {
     return token ? cms.addTimeStamp(*token) : token.error();
 }
 
-SignerFacts signerFactsOf(const Blob& cms) {
+SignerFacts signerFactsOf(const base::OwnedBytes& cms) {
     const auto read = readCms(cms);
     if (!read)
         return {};

@@ -30,7 +30,7 @@ struct SignerFacts {
     std::optional<std::int64_t> signingTime;
     std::optional<std::int64_t> timestamp;
 };
-[[nodiscard]] SignerFacts signerFactsOf(const Blob& cms);
+[[nodiscard]] SignerFacts signerFactsOf(const base::OwnedBytes& cms);
 
 /// Checks the CMS of a signature: who signed, that it covers all code directories, its time stamp.
 /// Gives what is wrong, if something is; `chain` becomes the certificates, the leaf first, none if

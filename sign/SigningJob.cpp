@@ -302,7 +302,7 @@ base::Outcome SigningJob::finish() {
     if (!file_)
         return {};
     for (const Work& work : works_) {
-        const Blob whole = makeSuperBlob(BlobMagic::EmbeddedSignature, blobsOf(work));
+        const base::OwnedBytes whole = makeSuperBlob(BlobMagic::EmbeddedSignature, blobsOf(work));
         if (auto done = file_->write(whole, work.offset + work.room.signatureOffset); !done)
             return done;
     }

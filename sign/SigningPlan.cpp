@@ -176,8 +176,8 @@ private:
     }
 
     /// Nested code has a purpose of its own, so the entitlements of what holds it are not its own.
-    [[nodiscard]] const std::optional<Blob>& givenEntitlements() const {
-        static const std::optional<Blob> none;
+    [[nodiscard]] const std::optional<base::OwnedBytes>& givenEntitlements() const {
+        static const std::optional<base::OwnedBytes> none;
         if (isOperand_)
             return options_.entitlements;
         const bool isHelper =
@@ -186,8 +186,8 @@ private:
     }
 
     base::Outcome chooseEntitlements() {
-        const std::optional<Blob>& given = givenEntitlements();
-        const Blob* kept =
+        const std::optional<base::OwnedBytes>& given = givenEntitlements();
+        const base::OwnedBytes* kept =
             old_ && options_.preserve.entitlements ? old_->component(slot::entitlements) : nullptr;
         if (!given && kept == nullptr)
             return {};
@@ -203,9 +203,9 @@ private:
         RequirementSet set;
         if (options_.requirements) {
             set = *options_.requirements;
-        } else if (const Blob* kept = old_ && options_.preserve.requirements
-                                          ? old_->component(slot::requirements)
-                                          : nullptr) {
+        } else if (const base::OwnedBytes* kept = old_ && options_.preserve.requirements
+                                                      ? old_->component(slot::requirements)
+                                                      : nullptr) {
             auto read = readRequirementSet(*kept);
             if (!read)
                 return read.error();

@@ -20,7 +20,7 @@ struct SigningPlan {
     /// Of the old signatures, by slice: good for the platform that has run the code since.
     std::vector<std::optional<std::uint8_t>> oldPageShifts;
     std::optional<Entitlements> entitlements;
-    Blob requirements;
+    base::OwnedBytes requirements;
     bool withSha1 = false;
     bool replaces = false; ///< there is a signature that no linker made
 };

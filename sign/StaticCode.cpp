@@ -63,7 +63,7 @@ base::Result<SignatureParts> looseSignature(const Bundle& bundle) {
     if (!loose)
         return loose.error();
     SignatureParts parts;
-    for (Blob& blob : loose->directories) {
+    for (base::OwnedBytes& blob : loose->directories) {
         auto directory = CodeDirectory::read(std::move(blob), bundle.path);
         if (!directory)
             return directory.error();
@@ -74,7 +74,7 @@ base::Result<SignatureParts> looseSignature(const Bundle& bundle) {
                                        std::pair{slot::entitlementsDer, &loose->entitlementsDer}})
         if (*blob)
             parts.components.emplace(number, **blob);
-    parts.cms = loose->cms.value_or(Blob());
+    parts.cms = loose->cms.value_or(base::OwnedBytes());
     if (auto checked = checkDirectories(parts, bundle.path); !checked)
         return checked.error();
     return parts;
@@ -95,7 +95,7 @@ bool SignatureParts::isLinkerSigned() const {
     return (directories.front().facts().flags & flag::linkerSigned) != 0;
 }
 
-const Blob* SignatureParts::component(std::uint32_t slot) const {
+const base::OwnedBytes* SignatureParts::component(std::uint32_t slot) const {
     const auto found = components.find(slot);
     return found == components.end() ? nullptr : &found->second;
 }
@@ -175,11 +175,11 @@ base::Result<SignatureParts> StaticCode::signature(std::size_t index) const {
     return readSignature(*bytes, file_.path());
 }
 
-base::Result<std::optional<Blob>> StaticCode::infoPlist(std::size_t index) const {
+base::Result<std::optional<base::OwnedBytes>> StaticCode::infoPlist(std::size_t index) const {
     if (bundle_ && !bundle_->infoPlist.empty())
         return std::optional(bundle_->infoBytes);
     if (!file_.isMachO() || !file_.slices()[index].infoPlist)
-        return std::optional<Blob>();
+        return std::optional<base::OwnedBytes>();
     const MachSlice& slice = file_.slices()[index];
     if (slice.infoPlist->size > mostInfoSize)
         return damagedSignature(path_, "its embedded Info.plist is too large");
@@ -189,9 +189,9 @@ base::Result<std::optional<Blob>> StaticCode::infoPlist(std::size_t index) const
     return std::optional(std::move(*bytes));
 }
 
-base::Result<std::optional<Blob>> StaticCode::seal() const {
+base::Result<std::optional<base::OwnedBytes>> StaticCode::seal() const {
     if (!bundle_ || !isFile(bundle_->sealPath()))
-        return std::optional<Blob>();
+        return std::optional<base::OwnedBytes>();
     auto bytes = wholeFile(bundle_->sealPath(), Links::Refuse, mostSealSize);
     if (!bytes)
         return bytes.error();

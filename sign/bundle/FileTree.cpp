@@ -92,7 +92,7 @@ base::Result<std::vector<std::string>> namesIn(const std::string& folder) {
     return names;
 }
 
-base::Result<PropertyData> wholeFile(const std::string& path, Links links, std::uint64_t most) {
+base::Result<base::OwnedBytes> wholeFile(const std::string& path, Links links, std::uint64_t most) {
     const bool follows = links == Links::Follow;
     // Not to wait at a pipe, whose other end nobody may ever open.
     const auto file = base::FileDescriptor::openAt(
@@ -106,7 +106,7 @@ base::Result<PropertyData> wholeFile(const std::string& path, Links links, std::
                            "\"" + base::printable(path) + "\" is not a plain file of at most " +
                                std::to_string(most >> 20U) + " MB. " +
                                (follows ? "Give another file." : "Get it anew.")};
-    PropertyData bytes(size);
+    base::OwnedBytes bytes(size);
     const auto got = base::readAt(file.get(), bytes.data(), bytes.size(), 0);
     if (!got)
         return base::systemError("read", path, errno);

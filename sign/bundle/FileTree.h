@@ -1,7 +1,7 @@
 #pragma once
 
+#include "base/Bytes.h"
 #include "base/Result.h"
-#include "sign/PropertyList.h"
 
 #include <cstdint>
 #include <optional>
@@ -38,8 +38,8 @@ enum class Links { Follow, Refuse };
 
 /// The bytes of a plain file; Unsupported if there are more than `most`, or if it is no plain file.
 /// Any thread.
-[[nodiscard]] base::Result<PropertyData> wholeFile(const std::string& path, Links links,
-                                                   std::uint64_t most = 16U << 20U);
+[[nodiscard]] base::Result<base::OwnedBytes> wholeFile(const std::string& path, Links links,
+                                                       std::uint64_t most = 16U << 20U);
 
 /// Where a link leads, as it says; absent if it is none.
 [[nodiscard]] std::optional<std::string> linkTarget(const std::string& path);

@@ -22,11 +22,11 @@ std::string alternateName(std::size_t number) {
 }
 
 /// Absent if there is no such file.
-base::Result<std::optional<LooseSignature::Blob>> readPart(const Bundle& bundle,
-                                                           const std::string& name) {
+base::Result<std::optional<base::OwnedBytes>> readPart(const Bundle& bundle,
+                                                       const std::string& name) {
     const std::string path = bundle.signatureFolder() + "/" + name;
     if (access(path.c_str(), F_OK) != 0 && errno == ENOENT)
-        return std::optional<LooseSignature::Blob>();
+        return std::optional<base::OwnedBytes>();
     auto bytes = wholeFile(path, Links::Refuse);
     if (!bytes)
         return bytes.error();

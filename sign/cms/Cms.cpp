@@ -12,13 +12,13 @@ namespace sign {
 namespace {
 
 /// The outer levels have indefinite lengths, as Apple's own tool writes them.
-base::Result<Blob> encoded(CMS_ContentInfo* cms) {
+base::Result<base::OwnedBytes> encoded(CMS_ContentInfo* cms) {
     unsigned char* bytes = nullptr;
     const int size = ASN1_item_ndef_i2d(reinterpret_cast<ASN1_VALUE*>(cms), &bytes,
                                         ASN1_ITEM_rptr(CMS_ContentInfo));
     if (size <= 0)
         return openSslError("The signature could not be encoded");
-    Blob blob(bytes, bytes + size);
+    base::OwnedBytes blob(bytes, bytes + size);
     OPENSSL_free(bytes);
     return blob;
 }
@@ -37,7 +37,7 @@ bool addHashes(CMS_SignerInfo* signer, std::span<const DirectoryDigest> director
     using AttributeOwner = OpenSslOwner<X509_ATTRIBUTE, X509_ATTRIBUTE_free>;
     AttributeOwner agility;
     for (const DirectoryDigest& directory : directories) {
-        const Blob element = hashAgilityElement(directory);
+        const base::OwnedBytes element = hashAgilityElement(directory);
         const auto size = static_cast<int>(element.size());
         if (!agility)
             agility.reset(X509_ATTRIBUTE_create_by_OBJ(nullptr, objectOf(hashAgilityOid).get(),
@@ -64,7 +64,7 @@ void nameAlgorithms(CMS_SignerInfo* signer) {
 
 /// Does the same for the set of hash algorithms, which no function of OpenSSL reaches. It stands
 /// behind the version, and the levels around it have indefinite lengths.
-void nameHashInSet(Blob& cms) {
+void nameHashInSet(base::OwnedBytes& cms) {
     constexpr std::array<std::uint8_t, 15> without = {
         0x31, 0x0D, 0x30, 0x0B, 0x06, 0x09, 0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x01};
     constexpr std::array<std::uint8_t, 2> null = {0x05, 0x00};
@@ -119,7 +119,7 @@ base::Outcome CmsSignature::addTimeStamp(base::Bytes token) {
     return {};
 }
 
-base::Result<Blob> CmsSignature::encoded() const {
+base::Result<base::OwnedBytes> CmsSignature::encoded() const {
     auto bytes = sign::encoded(handle_.get());
     if (bytes)
         nameHashInSet(*bytes);

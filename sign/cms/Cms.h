@@ -30,7 +30,7 @@ public:
     [[nodiscard]] base::Bytes value() const;
     /// Puts a time stamp token (RFC 3161) beside the signature.
     [[nodiscard]] base::Outcome addTimeStamp(base::Bytes token);
-    [[nodiscard]] base::Result<Blob> encoded() const;
+    [[nodiscard]] base::Result<base::OwnedBytes> encoded() const;
 
 private:
     explicit CmsSignature(CmsOwner handle) : handle_(std::move(handle)) {}

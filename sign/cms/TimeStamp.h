@@ -21,7 +21,7 @@ public:
                                                               base::Bytes signatureValue);
 
     /// The token for the same bytes, after all has been checked. Damaged if it is not right.
-    [[nodiscard]] base::Result<Blob> token(base::Bytes signatureValue) const;
+    [[nodiscard]] base::Result<base::OwnedBytes> token(base::Bytes signatureValue) const;
 
 private:
     using RequestOwner = OpenSslOwner<TS_REQ, TS_REQ_free>;
@@ -32,7 +32,7 @@ private:
     std::string url_;
     RequestOwner request_;
     long status_ = 0;
-    Blob token_; ///< as it came; empty if there is none
+    base::OwnedBytes token_; ///< as it came; empty if there is none
 };
 
 /// The time that a token names, in seconds since 1970, without any check; none if it is no token.

@@ -85,7 +85,7 @@ private:
     std::unordered_set<std::string> pairs_;
 };
 
-std::string textOf(const Blob& bytes) {
+std::string textOf(const base::OwnedBytes& bytes) {
     return std::string(base::textOf(bytes));
 }
 
@@ -112,7 +112,7 @@ std::vector<Certificate> Certificate::fromPem(base::Bytes pem) {
     return certificates;
 }
 
-Blob Certificate::der() const {
+base::OwnedBytes Certificate::der() const {
     return derOf(i2d_X509, handle());
 }
 

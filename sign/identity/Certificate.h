@@ -23,7 +23,7 @@ public:
     [[nodiscard]] static std::vector<Certificate> fromPem(base::Bytes pem);
 
     [[nodiscard]] X509* handle() const { return handle_.get(); }
-    [[nodiscard]] Blob der() const;
+    [[nodiscard]] base::OwnedBytes der() const;
     [[nodiscard]] Digest sha1() const { return digestOf(HashType::Sha1, der()); }
     [[nodiscard]] Digest sha256() const { return digestOf(HashType::Sha256, der()); }
 

@@ -39,8 +39,8 @@ bool setRandomSerial(X509* certificate) {
 
 } // namespace
 
-base::Result<Blob> certificateRequest(EVP_PKEY* key, const std::string& name,
-                                      const std::string& email) {
+base::Result<base::OwnedBytes> certificateRequest(EVP_PKEY* key, const std::string& name,
+                                                  const std::string& email) {
     const RequestOwner request(X509_REQ_new());
     X509_NAME* subject = X509_REQ_get_subject_name(request.get());
     if (!addEntry(subject, NID_pkcs9_emailAddress, email) ||

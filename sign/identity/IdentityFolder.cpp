@@ -247,7 +247,7 @@ base::Outcome IdentityFolder::write(const std::string& name, base::Bytes bytes) 
     return file->commit();
 }
 
-base::Result<Blob> IdentityFolder::readPrivate(const std::string& name) const {
+base::Result<base::OwnedBytes> IdentityFolder::readPrivate(const std::string& name) const {
     const std::string path = path_ + '/' + name;
     struct stat status {};
     if (::stat(path.c_str(), &status) == 0 && (status.st_mode & forOthers) != 0)

@@ -58,7 +58,7 @@ private:
 
     [[nodiscard]] base::Outcome make() const;
     [[nodiscard]] base::Outcome write(const std::string& name, base::Bytes bytes) const;
-    [[nodiscard]] base::Result<Blob> readPrivate(const std::string& name) const;
+    [[nodiscard]] base::Result<base::OwnedBytes> readPrivate(const std::string& name) const;
 
     std::string path_;
 };

@@ -49,7 +49,7 @@ base::Result<KeyOwner> newKey() {
     return key;
 }
 
-base::Result<Blob> encryptedPem(EVP_PKEY* key, const Secret& passphrase) {
+base::Result<base::OwnedBytes> encryptedPem(EVP_PKEY* key, const Secret& passphrase) {
     const KeyInfoOwner info(EVP_PKEY2PKCS8(key));
     AlgorithmOwner algorithm(PKCS5_pbe2_set_scrypt(EVP_aes_256_cbc(), nullptr, 0, nullptr,
                                                    scryptCost, scryptBlocks, scryptLanes));

@@ -21,7 +21,7 @@ namespace sign {
 [[nodiscard]] base::Result<KeyOwner> newKey();
 
 /// The key as encrypted PEM.
-[[nodiscard]] base::Result<Blob> encryptedPem(EVP_PKEY* key, const Secret& passphrase);
+[[nodiscard]] base::Result<base::OwnedBytes> encryptedPem(EVP_PKEY* key, const Secret& passphrase);
 
 /// The key in a PEM or DER file, encrypted or not. Denied if the passphrase does not fit; Damaged
 /// if there is no key. `name` is what an error names.

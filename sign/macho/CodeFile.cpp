@@ -128,8 +128,8 @@ base::Outcome CodeFile::read(std::uint8_t* to, FileRange range) const {
     return {};
 }
 
-base::Result<Blob> CodeFile::read(FileRange range) const {
-    Blob bytes(range.size);
+base::Result<base::OwnedBytes> CodeFile::read(FileRange range) const {
+    base::OwnedBytes bytes(range.size);
     if (auto done = read(bytes.data(), range); !done)
         return done.error();
     return bytes;

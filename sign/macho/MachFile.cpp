@@ -242,8 +242,8 @@ base::Result<std::size_t> commandsSizeOf(base::Bytes start, std::string_view nam
     return headerSize + static_cast<std::size_t>(numberAt(start, 20, 4, magic->isBigEndian));
 }
 
-base::Result<MachSlice> readMachSlice(Blob commands, std::uint64_t offset, std::uint64_t size,
-                                      std::string_view name) {
+base::Result<MachSlice> readMachSlice(base::OwnedBytes commands, std::uint64_t offset,
+                                      std::uint64_t size, std::string_view name) {
     auto whole = commandsSizeOf(commands, name);
     if (!whole)
         return whole.error();
@@ -270,7 +270,7 @@ std::uint32_t machNumber(const MachSlice& slice, std::size_t at) {
     return static_cast<std::uint32_t>(numberAt(slice.commands, at, 4, slice.isBigEndian));
 }
 
-void setMachNumber(Blob& bytes, std::size_t at, std::uint64_t value, bool isBigEndian,
+void setMachNumber(base::OwnedBytes& bytes, std::size_t at, std::uint64_t value, bool isBigEndian,
                    std::size_t width) {
     for (std::size_t index = 0; index < width; ++index)
         bytes[at + (isBigEndian ? width - 1 - index : index)] =

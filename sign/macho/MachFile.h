@@ -77,7 +77,7 @@ struct MachSlice {
     std::uint32_t listedSubtype = 0; ///< with them, as the table of a universal file has it
     std::uint32_t type = 0;          ///< a MachType, or another number
     std::uint32_t commandCount = 0;
-    Blob commands; ///< header and load commands
+    base::OwnedBytes commands; ///< header and load commands
     std::optional<MachSegment> text;
     std::optional<MachSegment> linkEdit;
     std::optional<LinkEditData> signature;
@@ -111,12 +111,12 @@ struct MachSlice {
 
 /// Reads a slice of `size` bytes at `offset` of its file from the bytes of header and commands.
 /// Damaged if they contradict each other or reach past the slice. Any thread.
-[[nodiscard]] base::Result<MachSlice> readMachSlice(Blob commands, std::uint64_t offset,
+[[nodiscard]] base::Result<MachSlice> readMachSlice(base::OwnedBytes commands, std::uint64_t offset,
                                                     std::uint64_t size, std::string_view name);
 
 /// A number of `slice.commands` in the order of bytes of the slice; the caller keeps to the bounds.
 [[nodiscard]] std::uint32_t machNumber(const MachSlice& slice, std::size_t at);
-void setMachNumber(Blob& bytes, std::size_t at, std::uint64_t value, bool isBigEndian,
+void setMachNumber(base::OwnedBytes& bytes, std::size_t at, std::uint64_t value, bool isBigEndian,
                    std::size_t width);
 
 } // namespace sign

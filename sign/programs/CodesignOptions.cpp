@@ -132,9 +132,9 @@ base::Result<std::uint32_t> versionNumber(std::string_view text) {
 }
 
 /// The text behind "=", or what a file holds.
-base::Result<Blob> textOrFile(const std::string& value) {
+base::Result<base::OwnedBytes> textOrFile(const std::string& value) {
     if (value.starts_with("="))
-        return Blob(value.begin() + 1, value.end());
+        return base::OwnedBytes(value.begin() + 1, value.end());
     auto bytes = wholeFile(value, Links::Follow);
     if (!bytes)
         return usage(bytes.error().sentence);

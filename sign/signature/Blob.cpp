@@ -18,7 +18,7 @@ base::Error damagedSignature(std::string_view name, const char* what) {
             "The signature of " + std::string(name) + " is damaged: " + what + ". Sign it anew."};
 }
 
-Blob makeBlob(BlobMagic magic, base::Bytes content) {
+base::OwnedBytes makeBlob(BlobMagic magic, base::Bytes content) {
     base::ByteBuffer buffer;
     base::appendBig(buffer, std::uint32_t(magic));
     base::appendBig(buffer, static_cast<std::uint32_t>(blobHeaderSize + content.size()));
@@ -38,7 +38,7 @@ std::size_t superBlobSize(std::size_t count, std::size_t sizeOfBlobs) {
     return superHeaderSize + count * indexSize + sizeOfBlobs;
 }
 
-Blob makeSuperBlob(BlobMagic magic, const BlobMap& blobs) {
+base::OwnedBytes makeSuperBlob(BlobMagic magic, const BlobMap& blobs) {
     std::size_t size = superBlobSize(blobs.size(), 0);
     base::ByteBuffer index;
     for (const auto& [slot, blob] : blobs) {
@@ -78,7 +78,7 @@ base::Result<BlobMap> readSuperBlob(BlobMagic magic, base::Bytes bytes, std::str
         if (part.failed() || size < blobHeaderSize || size > rest.size())
             return damagedSignature(name, "a part of it reaches past its end");
         const base::Bytes blob = rest.first(size);
-        if (!blobs.emplace(slot, Blob(blob.begin(), blob.end())).second)
+        if (!blobs.emplace(slot, base::OwnedBytes(blob.begin(), blob.end())).second)
             return damagedSignature(name, "it has the same part twice");
     }
     return blobs;

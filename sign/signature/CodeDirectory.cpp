@@ -157,7 +157,7 @@ CodeDirectory CodeDirectory::make(const DirectoryFacts& facts) {
     return directory;
 }
 
-base::Result<CodeDirectory> CodeDirectory::read(Blob blob, std::string_view name) {
+base::Result<CodeDirectory> CodeDirectory::read(base::OwnedBytes blob, std::string_view name) {
     base::ByteReader reader(blob);
     if (reader.takeBig<std::uint32_t>() != std::uint32_t(BlobMagic::CodeDirectory) ||
         reader.takeBig<std::uint32_t>() != blob.size())

@@ -97,7 +97,7 @@ std::optional<std::string> derOf(const PropertyValue& value) {
     return std::nullopt;
 }
 
-Blob withHeader(std::uint32_t magic, std::string_view content) {
+base::OwnedBytes withHeader(std::uint32_t magic, std::string_view content) {
     base::ByteBuffer blob;
     base::appendBig(blob, magic);
     base::appendBig(blob, static_cast<std::uint32_t>(8 + content.size()));

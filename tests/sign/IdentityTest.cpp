@@ -108,7 +108,7 @@ TEST_F(IdentityTest, ImportsEveryFormInWhichIdentitiesCome) {
     };
     const std::string chain = files.makeFile("chain.pem", pemOf(issuers));
     const std::string key = files.makeFile("key.pem", keyPemOf(leaf));
-    const Blob der = leaf.certificate.der();
+    const base::OwnedBytes der = leaf.certificate.der();
     const std::string certificate = files.makeFile("leaf.cer", std::string(base::textOf(der)));
     const Case cases[] = {
         {"PKCS#12 of today",

@@ -70,7 +70,7 @@ TEST(Requirement, SurvivesItsTextAndItsBytes) {
          }) {
         const sign::Requirement requirement = parsed(text);
         EXPECT_EQ(sign::requirementText(requirement), text);
-        const sign::Blob blob = sign::requirementBlob(requirement);
+        const base::OwnedBytes blob = sign::requirementBlob(requirement);
         auto again = sign::readRequirement(blob);
         ASSERT_TRUE(again) << text;
         EXPECT_EQ(*again, requirement) << text;
@@ -99,7 +99,7 @@ TEST(Requirement, HasTheBytesOfThePublishedForm) {
 TEST(RequirementSet, KeepsKindsApartAndInOrder) {
     auto set = sign::parsedRequirementSet("library => anchor apple designated => always // last");
     ASSERT_TRUE(set);
-    const sign::Blob blob = sign::requirementSetBlob(*set);
+    const base::OwnedBytes blob = sign::requirementSetBlob(*set);
     auto again = sign::readRequirementSet(blob);
     ASSERT_TRUE(again);
     EXPECT_EQ(*again, *set);
