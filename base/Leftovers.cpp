@@ -3,7 +3,6 @@
 #include "base/Bytes.h"
 
 #include <array>
-#include <cerrno>
 #include <cstdint>
 #include <filesystem>
 #include <string_view>

@@ -16,7 +16,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <iostream>
+#include <ostream>
 
 using base::Json;
 

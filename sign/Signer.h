@@ -9,7 +9,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 // Signing of code for Apple's platforms. Start with sign() for a Mach-O file or a bundle; what was
 // signed is checked by verify() (SignatureVerifier.h) and told by describe() (Description.h). Each

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <ctime>
 
 #include <sys/stat.h>
 #include <unistd.h>

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <string>
 #include <vector>
 
 // The Cryptographic Message Syntax (RFC 5652) as code signatures hold it: a detached signature over

@@ -2,7 +2,6 @@
 
 #include "sign/cms/Cms.h"
 
-#include <optional>
 #include <span>
 #include <string>
 #include <vector>

@@ -3,8 +3,6 @@
 #include "sign/identity/Identity.h"
 #include "sign/identity/Secret.h"
 
-#include <map>
-#include <optional>
 #include <string>
 #include <vector>
 

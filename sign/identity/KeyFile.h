@@ -3,10 +3,7 @@
 #include "sign/identity/Identity.h"
 #include "sign/identity/Secret.h"
 
-#include <functional>
-#include <span>
 #include <string>
-#include <vector>
 
 // Private keys in files: PKCS#8 (RFC 5958), encrypted with AES-256 under a key that scrypt (RFC
 // 7914) makes of a passphrase.

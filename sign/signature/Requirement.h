@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <map>
 #include <string>
-#include <variant>
 #include <vector>
 
 // Code requirements: conditions on code and its certificates, in the form of Apple's requirement
