@@ -7,8 +7,8 @@
 
 namespace base {
 
-// Files that are written aside have names of one form. A process that is killed leaves them; who
-// holds a lock (flock) on one is still at it.
+// Files that are written aside have names of one form. A killed process leaves its file behind; a
+// process that still writes holds a lock (flock) on it.
 
 /// ".kelpmoray-", 32 random hexadecimal digits, ".tmp"; none if the system has no random bytes,
 /// with errno set. Any thread.

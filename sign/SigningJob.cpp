@@ -285,7 +285,7 @@ base::Outcome SigningJob::writeSeal() {
         newFolder_ = folder;
     else if (errno != EEXIST)
         return base::systemError("create", folder, errno);
-    base::removeLeftovers(folder); // which no walk enters
+    base::removeLeftovers(folder); // The walk over the package does not enter this folder.
     auto file = AsideFile::createFor(code_.bundle()->sealPath());
     if (!file)
         return file.error();

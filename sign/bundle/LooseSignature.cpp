@@ -110,7 +110,7 @@ base::Outcome writeLooseSignature(const Bundle& bundle, const LooseSignature& si
     std::vector<Part> parts = {{"CodeResources", seal}};
     for (Part& part : partsOf(signature))
         parts.push_back(std::move(part));
-    base::removeLeftovers(folder); // which no walk enters
+    base::removeLeftovers(folder); // The walk over the package does not enter this folder.
     std::vector<AsideFile> files;
     files.reserve(parts.size());
     for (const Part& part : parts) {

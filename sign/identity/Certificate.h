@@ -47,7 +47,7 @@ public:
     [[nodiscard]] bool isSelfIssued() const;
     /// Whether `issuer` has signed this certificate, and may sign certificates.
     [[nodiscard]] bool isIssuedBy(const Certificate& issuer) const;
-    /// Where its issuer's certificate is to be had, by its own word; empty if it does not say.
+    /// The address that it names for its issuer's certificate; empty if it names none.
     [[nodiscard]] std::string issuerAddress() const;
 
     /// What requirements ask about it.

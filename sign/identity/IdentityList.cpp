@@ -15,7 +15,7 @@ bool isHash(std::string_view text) {
 }
 
 bool isTrusted(const std::vector<Certificate>& chain) {
-    // Who keeps a certificate that has signed itself trusts it.
+    // A self-signed certificate that is kept here is trusted.
     return chain.size() == 1 || countsAsAppleRoot(chain.back());
 }
 
