@@ -1,7 +1,7 @@
 #pragma once
 
 #include "app/results/RunModel.h"
-#include "base/FileDescriptor.h"
+#include "base/ProgressChannel.h"
 #include "core/ItemProcessing.h"
 
 #include <QElapsedTimer>
@@ -63,10 +63,7 @@ private:
         int percent = 0;
     };
 
-    void openPipe();
     void readPipe();
-    /// What steps have told and nobody has read.
-    QByteArray takeLines();
     /// Makes the change later, on the main thread.
     void change(std::function<void()> change);
 
@@ -79,7 +76,6 @@ private:
     Progress progress_;
     QElapsedTimer sinceStart_;
     QTimer everySecond_;
-    std::string pipePath_;
-    base::FileDescriptor pipe_;
+    base::ProgressPipe pipe_;
     std::unique_ptr<QSocketNotifier> notifier_;
 };
