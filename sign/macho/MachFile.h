@@ -35,8 +35,7 @@ constexpr std::uint32_t universalMagic = 0xCAFEBABE;
 constexpr std::uint32_t universalMagic64 = 0xCAFEBABF;
 /// A Java class file has the same magic and its version, 45 and more, in place of the count.
 constexpr std::uint32_t mostSlices = 29;
-/// That of 32 bits.
-constexpr std::size_t leastHeaderSize = 28;
+constexpr std::size_t leastHeaderSize = 28; ///< that of 32 bits
 
 /// Where something lies in a slice.
 struct FileRange {
@@ -98,7 +97,6 @@ struct MachSlice {
 
 /// Whether the bytes start with one of the four magics of a slice. Any thread.
 [[nodiscard]] bool startsLikeMachO(base::Bytes start);
-
 /// Whether these first 28 bytes of a slice, or more, say that it is signable. Any thread.
 [[nodiscard]] bool isSignableHeader(base::Bytes start);
 
