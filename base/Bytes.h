@@ -5,11 +5,24 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace base {
 
 using Bytes = std::span<const std::uint8_t>;
+using OwnedBytes = std::vector<std::uint8_t>;
+
+/// Lower case, two digits a byte.
+[[nodiscard]] inline std::string hex(Bytes bytes) {
+    std::string text;
+    text.reserve(2 * bytes.size());
+    for (const std::uint8_t byte : bytes)
+        for (const int digit : {byte >> 4, byte & 15})
+            text += "0123456789abcdef"[digit];
+    return text;
+}
 
 /// Bytes that grow. The caller fills tail() itself, so nothing is cleared first; clear() keeps the
 /// memory for the next use.

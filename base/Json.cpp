@@ -1,10 +1,13 @@
 #include "base/Json.h"
 
+#include "base/Bytes.h"
+#include "base/Number.h"
 #include "base/Utf8.h"
 
 #include <algorithm>
-#include <charconv>
+#include <array>
 #include <iomanip>
+#include <limits>
 #include <locale>
 #include <sstream>
 
@@ -14,10 +17,8 @@ namespace {
 constexpr int deepest = 32;
 
 void appendUnit(std::string& out, unsigned unit) {
-    constexpr std::string_view digits = "0123456789abcdef";
-    out += "\\u";
-    for (const unsigned shift : {12U, 8U, 4U, 0U})
-        out += digits[unit >> shift & 15U];
+    const std::array bytes{static_cast<std::uint8_t>(unit >> 8U), static_cast<std::uint8_t>(unit)};
+    out.append("\\u").append(hex(bytes));
 }
 
 void appendQuoted(std::string& out, std::string_view text) {
@@ -136,11 +137,9 @@ private:
             (whole.size() > 1 && whole.front() == '0' && isDigit(whole[1])) ||
             whole.find(".e") != whole.npos || whole.find(".E") != whole.npos)
             return fail();
-        std::int64_t integer = 0;
-        const char* end = digits.data() + digits.size();
-        if (const auto read = std::from_chars(digits.data(), end, integer);
-            read.ec == std::errc() && read.ptr == end)
-            return integer;
+        using Limits = std::numeric_limits<std::int64_t>;
+        if (const auto integer = numberIn<std::int64_t>(digits, Limits::min(), Limits::max()))
+            return *integer;
         return takeDouble(digits);
     }
 
@@ -155,11 +154,8 @@ private:
     }
 
     std::optional<unsigned> takeUnit() {
-        unsigned unit = 0;
-        if (text_.size() < 4)
-            return std::nullopt;
-        const auto read = std::from_chars(text_.data(), text_.data() + 4, unit, 16);
-        if (read.ec != std::errc() || read.ptr != text_.data() + 4)
+        const auto unit = numberIn<unsigned>(text_.substr(0, 4), 0, 0xFFFF, 16);
+        if (!unit || text_.size() < 4)
             return std::nullopt;
         text_.remove_prefix(4);
         return unit;

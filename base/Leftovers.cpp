@@ -1,9 +1,8 @@
 #include "base/Leftovers.h"
 
-#include "base/FileDescriptor.h"
+#include "base/Bytes.h"
 
 #include <array>
-#include <cerrno>
 #include <cstdint>
 #include <filesystem>
 #include <string_view>
@@ -21,7 +20,6 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view prefix = ".kelpmoray-";
 constexpr std::string_view suffix = ".tmp";
-constexpr std::string_view hexDigits = "0123456789abcdef";
 constexpr std::size_t randomDigits = 32;
 
 /// Some file systems lock only what is open for writing, which a file need not allow.
@@ -32,24 +30,50 @@ FileDescriptor openForLocking(const std::string& path) {
                          : FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDONLY | flags);
 }
 
+std::string linkToDescriptor(int descriptor) {
+    return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
 } // namespace
 
 bool isTemporaryName(std::string_view name) {
     if (name.size() != prefix.size() + randomDigits + suffix.size() || !name.starts_with(prefix) ||
         !name.ends_with(suffix))
         return false;
-    return name.substr(prefix.size(), randomDigits).find_first_not_of(hexDigits) ==
+    return name.substr(prefix.size(), randomDigits).find_first_not_of("0123456789abcdef") ==
            std::string_view::npos;
+}
+
+std::string folderOf(const std::string& path) {
+    const fs::path folder = fs::path(path).parent_path();
+    return folder.empty() ? "." : folder.string();
+}
+
+FileDescriptor openNameless([[maybe_unused]] const std::string& folder,
+                            [[maybe_unused]] mode_t mode) {
+#ifdef O_TMPFILE
+    FileDescriptor file =
+        FileDescriptor::openAt(AT_FDCWD, folder.c_str(), O_RDWR | O_TMPFILE, mode);
+    // Locked before it has a name, so that no other run takes it for a leftover.
+    if (file.open() && ::access(linkToDescriptor(file.get()).c_str(), F_OK) == 0 &&
+        lockWithoutWaiting(file.get()))
+        return file;
+#endif
+    return {};
+}
+
+bool giveName(int descriptor, const std::string& path) {
+    const std::string from = linkToDescriptor(descriptor);
+    return retried([&] {
+               return ::linkat(AT_FDCWD, from.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW);
+           }) == 0;
 }
 
 std::optional<std::string> temporaryName() {
     std::array<std::uint8_t, randomDigits / 2> random{};
     if (::getentropy(random.data(), random.size()) != 0)
         return std::nullopt;
-    std::string name(prefix);
-    for (const std::uint8_t byte : random)
-        name.append({hexDigits[byte >> 4U], hexDigits[byte & 15U]});
-    return name.append(suffix);
+    return std::string(prefix).append(hex(random)).append(suffix);
 }
 
 bool lockWithoutWaiting(int descriptor) {
@@ -61,14 +85,6 @@ bool isNameOf(int descriptor, const std::string& path) {
     struct stat named {};
     return ::fstat(descriptor, &opened) == 0 && ::lstat(path.c_str(), &named) == 0 &&
            opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
-}
-
-bool isTemporaryName(std::string_view name) {
-    if (name.size() != prefix.size() + randomDigits + suffix.size() || !name.starts_with(prefix) ||
-        !name.ends_with(suffix))
-        return false;
-    return name.substr(prefix.size(), randomDigits).find_first_not_of(hexDigits) ==
-           std::string_view::npos;
 }
 
 bool removeLeftover(const std::string& folder, const std::string& name) {

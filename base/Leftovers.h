@@ -1,13 +1,15 @@
 #pragma once
 
+#include "base/FileDescriptor.h"
+
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace base {
 
-// Files that are written aside have names of one form. A process that is killed leaves them; who
-// holds a lock (flock) on one is still at it.
+// Files that are written aside have names of one form. A killed process leaves its file behind; a
+// process that still writes holds a lock (flock) on it.
 
 /// ".kelpmoray-", 32 random hexadecimal digits, ".tmp"; none if the system has no random bytes,
 /// with errno set. Any thread.
@@ -15,6 +17,16 @@ namespace base {
 
 /// Whether a name is of that form. Any thread.
 [[nodiscard]] bool isTemporaryName(std::string_view name);
+
+/// The folder that `path` lies in, "." if it names none.
+[[nodiscard]] std::string folderOf(const std::string& path);
+
+/// A file in `folder` that has no name yet, is locked, and is open for reading and writing; not
+/// open if the system has no such files. Any thread.
+[[nodiscard]] FileDescriptor openNameless(const std::string& folder, mode_t mode);
+
+/// Names a file of openNameless(); false, with errno set, also if something has the name already.
+[[nodiscard]] bool giveName(int descriptor, const std::string& path);
 
 /// Locks what is open as `descriptor`, if nobody else does. Any thread.
 [[nodiscard]] bool lockWithoutWaiting(int descriptor);

@@ -1,7 +1,9 @@
 #include "base/ProgressChannel.h"
 
+#include "base/Leftovers.h"
+#include "base/Number.h"
+
 #include <cstdlib>
-#include <string>
 #include <utility>
 
 #include <fcntl.h>
@@ -23,6 +25,15 @@ FileDescriptor pipeInEnvironment() {
     return pipe;
 }
 
+/// Makes a pipe in `folder` and gives its path; empty if that does not go.
+std::string pipeIn(std::string folder) {
+    const auto name = temporaryName();
+    if (!name || !folder.starts_with('/') || folder.find('\'') != std::string::npos)
+        return "";
+    folder.append("/").append(*name);
+    return ::mkfifo(folder.c_str(), 0600) == 0 ? folder : "";
+}
+
 } // namespace
 
 ProgressChannel::ProgressChannel(bool toStandardError)
@@ -41,6 +52,32 @@ void ProgressChannel::tell(std::uint64_t done, std::uint64_t total) {
         (void)!::write(STDERR_FILENO, line.data(), line.size());
     if (pipe_.open())
         (void)!::write(pipe_.get(), line.data(), line.size());
+}
+
+ProgressPipe::ProgressPipe() {
+    for (const char* variable : {"XDG_RUNTIME_DIR", "TMPDIR"})
+        if (const char* folder = std::getenv(variable); folder != nullptr && path_.empty())
+            path_ = pipeIn(folder);
+    if (path_.empty())
+        path_ = pipeIn("/tmp");
+    // For writing too: else it would be at its end between two steps.
+    pipe_ = FileDescriptor::openAt(AT_FDCWD, path_.c_str(), O_RDWR | O_NONBLOCK);
+}
+
+ProgressPipe::~ProgressPipe() {
+    ::unlink(path_.c_str());
+}
+
+std::optional<int> ProgressPipe::takePercent() {
+    std::string lines;
+    char bytes[512];
+    for (ssize_t count = 0; (count = ::read(pipe_.get(), bytes, sizeof bytes)) > 0;)
+        lines.append(bytes, static_cast<std::size_t>(count));
+    const std::size_t end = lines.rfind("%\n");
+    if (end == std::string::npos)
+        return std::nullopt;
+    lines.resize(end);
+    return numberIn<int>(lines.substr(lines.rfind('\n') + 1), 0, 100);
 }
 
 } // namespace base

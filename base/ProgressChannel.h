@@ -4,6 +4,8 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
+#include <string>
 
 namespace base {
 
@@ -30,6 +32,28 @@ private:
     FileDescriptor pipe_;
     std::chrono::steady_clock::time_point next_;
     bool saidAll_ = false;
+};
+
+/// The other end: a named pipe that the environment of steps may name. Nothing is left of it after
+/// this object. One thread at a time.
+class ProgressPipe {
+public:
+    /// Makes it in XDG_RUNTIME_DIR, TMPDIR or /tmp.
+    ProgressPipe();
+    ProgressPipe(const ProgressPipe&) = delete;
+    ProgressPipe& operator=(const ProgressPipe&) = delete;
+    ~ProgressPipe();
+
+    /// Has no quotation mark in it, so it can be quoted; empty if no pipe could be made.
+    [[nodiscard]] const std::string& path() const { return path_; }
+    /// Readable when a step has told something; -1 if there is no pipe.
+    [[nodiscard]] int descriptor() const { return pipe_.get(); }
+    /// The last whole line of what came since the last call; none if there is none from 0 to 100.
+    [[nodiscard]] std::optional<int> takePercent();
+
+private:
+    std::string path_;
+    FileDescriptor pipe_;
 };
 
 } // namespace base

@@ -6,24 +6,15 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <filesystem>
 #include <utility>
 #include <vector>
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace base {
 namespace {
-
-namespace fs = std::filesystem;
-
-std::string folderOf(const std::string& target) {
-    const fs::path folder = fs::path(target).parent_path();
-    return folder.empty() ? "." : folder.string();
-}
 
 /// The names to remove when a signal ends the process. All signals are blocked in the thread that
 /// holds the lock, so the handler can wait for it.
@@ -70,25 +61,13 @@ void changeNamesToRemove(const std::string& added, const std::string& dropped) {
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-#ifdef O_TMPFILE
-std::string linkToDescriptor(int descriptor) {
-    return "/proc/self/fd/" + std::to_string(descriptor);
-}
-
-bool link(int descriptor, const std::string& path) {
-    const std::string from = linkToDescriptor(descriptor);
-    return retried([&] {
-               return ::linkat(AT_FDCWD, from.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW);
-           }) == 0;
-}
-#endif
-
 } // namespace
 
 Result<ReplacedFile> ReplacedFile::createFor(const std::string& target) {
     removeLeftovers(folderOf(target));
     ReplacedFile file(target);
-    if (file.openUnnamed())
+    file.opened_ = openNameless(folderOf(target), 0666);
+    if (file.opened_.open())
         return file;
     if (auto opened = file.openNamed(); !opened)
         return opened.error();
@@ -122,17 +101,6 @@ void ReplacedFile::forgetName() {
     path_.clear();
 }
 
-bool ReplacedFile::openUnnamed() {
-#ifdef O_TMPFILE
-    opened_ = FileDescriptor::openAt(AT_FDCWD, folderOf(target_).c_str(), O_RDWR | O_TMPFILE, 0666);
-    // Locked before it has a name, so that no other run takes it for a leftover.
-    return opened_.open() && ::access(linkToDescriptor(opened_.get()).c_str(), F_OK) == 0 &&
-           lockWithoutWaiting(opened_.get());
-#else
-    return false;
-#endif
-}
-
 Outcome ReplacedFile::openNamed() {
     for (;;) {
         auto created = takeName([&] {
@@ -160,16 +128,14 @@ Outcome ReplacedFile::commit() {
 }
 
 Outcome ReplacedFile::takePlace() {
-#ifdef O_TMPFILE
     if (path_.empty()) {
-        if (link(opened_.get(), target_))
+        if (giveName(opened_.get(), target_))
             return {};
         if (errno != EEXIST)
             return systemError("create", target_, errno);
-        if (auto named = takeName([&] { return link(opened_.get(), path_); }); !named)
+        if (auto named = takeName([&] { return giveName(opened_.get(), path_); }); !named)
             return named;
     }
-#endif
     if (retried([&] { return std::rename(path_.c_str(), target_.c_str()); }) != 0)
         return systemError("replace", target_, errno);
     forgetName();

@@ -33,7 +33,6 @@ public:
 private:
     explicit ReplacedFile(std::string target) : target_(std::move(target)) {}
 
-    [[nodiscard]] bool openUnnamed();
     [[nodiscard]] Outcome openNamed();
     [[nodiscard]] Outcome takeName(const std::function<bool()>& create);
     [[nodiscard]] Outcome takePlace();

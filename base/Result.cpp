@@ -1,5 +1,7 @@
 #include "base/Result.h"
 
+#include <cerrno>
+
 namespace base {
 namespace {
 

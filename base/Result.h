@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cerrno>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>

@@ -101,12 +101,7 @@ std::optional<FileDigest> digestOfFile(const std::string& path) {
         count = *read;
         sum.add({buffer.get(), count});
     }
-    std::string text;
-    for (const std::uint8_t byte : sum.finish()) {
-        text += "0123456789abcdef"[byte >> 4U];
-        text += "0123456789abcdef"[byte & 15U];
-    }
-    return FileDigest{size, text};
+    return FileDigest{size, hex(sum.finish())};
 }
 
 } // namespace base

@@ -16,7 +16,7 @@ std::size_t utf8Length(std::string_view bytes) {
     if (length == 0 || bytes.size() < length)
         return 0;
     for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xC0U) != 0x80U)
+        if (!isContinuation(bytes[i]))
             return 0;
     }
     const bool overlong = (lead == 0xE0 && byte(1) < 0xA0) || (lead == 0xF0 && byte(1) < 0x90);

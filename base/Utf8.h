@@ -7,6 +7,11 @@
 
 namespace base {
 
+/// Whether a byte of UTF-8 goes on with a character that began before it.
+[[nodiscard]] inline bool isContinuation(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+}
+
 /// How many bytes the first character of `bytes` takes; 0 if it is not well-formed or `bytes` is
 /// empty.
 [[nodiscard]] std::size_t utf8Length(std::string_view bytes);

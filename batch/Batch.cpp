@@ -16,7 +16,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <iostream>
+#include <ostream>
 
 using base::Json;
 
@@ -107,7 +107,7 @@ ExitStatus Batch::run() {
 
 ExitStatus Batch::refuse(const base::Error& error) {
     tell(error);
-    // Who merges the lines of many runs must not take one that did nothing for a good one.
+    // A caller that merges the lines of many runs must see that this one did nothing.
     if (options_.json && !options_.listPackages) {
         report_.pathRefused(error.sentence);
         report_.summarize(0, false, "");
@@ -289,7 +289,7 @@ bool Batch::process(const std::vector<Task>& tasks) {
     const std::size_t begun = runJobs(
         jobs, tasks.size(), [this] { return !environment_.interrupted(); },
         [&](std::size_t number, unsigned slot) {
-            // The last ones have the processors that nobody else needs.
+            // The last packages share all processors.
             const auto atWork =
                 static_cast<unsigned>(std::min<std::size_t>(jobs, tasks.size() - number));
             process(tasks[number], slot, std::max(1U, processors / atWork));

@@ -1,18 +1,13 @@
 #include "batch/Progress.h"
 
 #include "base/Printable.h"
-#include "core/Path.h"
+#include "base/Utf8.h"
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
-#include <cstdlib>
-#include <optional>
 #include <ostream>
 
-#include <fcntl.h>
 #include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -26,37 +21,10 @@ std::size_t columnsOfTerminal() {
 std::string beginning(const std::string& text, std::size_t count) {
     std::size_t at = 0;
     for (; at < text.size(); ++at) {
-        const bool begins = (static_cast<unsigned char>(text[at]) & 0xC0U) != 0x80U;
-        if (begins && count-- == 0)
+        if (!base::isContinuation(text[at]) && count-- == 0)
             break;
     }
     return text.substr(0, at);
-}
-
-/// The number on the last whole line "N%" of what a pipe held; none if there is no such line.
-std::optional<int> lastPercent(std::string_view lines) {
-    const std::size_t end = lines.rfind("%\n");
-    if (end == std::string_view::npos)
-        return std::nullopt;
-    const std::size_t before = lines.substr(0, end).rfind('\n');
-    const std::string_view digits =
-        lines.substr(before == std::string_view::npos ? 0 : before + 1, end);
-    int percent = -1;
-    std::from_chars(digits.data(), digits.data() + digits.size(), percent);
-    return percent >= 0 && percent <= 100 ? std::optional(percent) : std::nullopt;
-}
-
-std::string folderForPipes() {
-    for (const char* variable : {"XDG_RUNTIME_DIR", "TMPDIR", ""}) {
-        const char* parent = *variable == '\0' ? "/tmp" : std::getenv(variable);
-        if (parent == nullptr || *parent != '/')
-            continue;
-        std::string folder = appendingPathComponent(parent, "kelpmoray-XXXXXX");
-        // The path stands in a command line.
-        if (folder.find('\'') == std::string::npos && mkdtemp(folder.data()) != nullptr)
-            return folder;
-    }
-    return "";
 }
 
 } // namespace
@@ -72,38 +40,19 @@ Progress::~Progress() {
     end_.notify_all();
     if (drawing_.joinable())
         drawing_.join();
-    for (const auto& [number, slot] : slots_)
-        unlink(slot.path.c_str());
-    if (!folder_.empty())
-        rmdir(folder_.c_str());
-}
-
-void Progress::makePipe(unsigned number, Slot& slot) {
-    if (folder_.empty())
-        folder_ = folderForPipes();
-    if (folder_.empty())
-        return;
-    const std::string path = appendingPathComponent(folder_, std::to_string(number));
-    if (mkfifo(path.c_str(), 0600) != 0)
-        return;
-    slot.path = path;
-    // For writing too: else it would be at its end between two steps.
-    slot.pipe = base::FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDWR | O_NONBLOCK);
 }
 
 std::string Progress::start(unsigned slot, const std::string& text) {
     if (!shown_)
         return "";
     Slot& used = slots_[slot];
-    if (!used.pipe.open())
-        makePipe(slot, used);
     used.text = text;
     used.percent = 0;
     if (!drawing_.joinable())
         drawing_ = std::thread([this] { drawOften(); });
     clear();
     draw();
-    return used.path;
+    return used.pipe.path();
 }
 
 void Progress::end(unsigned slot) {
@@ -145,11 +94,7 @@ void Progress::draw() {
 bool Progress::readPipes() {
     bool changed = false;
     for (auto& [number, slot] : slots_) {
-        char bytes[512];
-        const ssize_t count = slot.pipe.open() ? read(slot.pipe.get(), bytes, sizeof bytes) : 0;
-        if (count <= 0)
-            continue;
-        const auto percent = lastPercent({bytes, static_cast<std::size_t>(count)});
+        const auto percent = slot.pipe.takePercent();
         if (percent && !slot.text.empty()) {
             slot.percent = *percent;
             changed = true;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "base/FileDescriptor.h"
+#include "base/ProgressChannel.h"
 
 #include <condition_variable>
 #include <functional>
@@ -9,7 +9,6 @@
 #include <mutex>
 #include <string>
 #include <thread>
-#include <vector>
 
 /// The line at the bottom of a terminal: what is at work, and how far. It shares the stream with
 /// what stays, so the caller's mutex guards both.
@@ -23,8 +22,8 @@ public:
     Progress& operator=(const Progress&) = delete;
 
     void add(std::size_t packages) { total_ += packages; }
-    /// The named pipe that the package's steps may tell their progress through (ProgressChannel.h);
-    /// empty if there is none.
+    /// The named pipe that the package's steps may tell their progress through; empty if there is
+    /// none.
     [[nodiscard]] std::string start(unsigned slot, const std::string& text);
     void end(unsigned slot);
     /// One is over that never was at work.
@@ -35,12 +34,10 @@ public:
 
 private:
     struct Slot {
-        std::string path;
-        base::FileDescriptor pipe;
+        base::ProgressPipe pipe;
         std::string text; ///< empty if nothing is at work
         int percent = 0;
     };
-    void makePipe(unsigned number, Slot& slot);
     bool readPipes();
     void drawOften();
 
@@ -52,7 +49,6 @@ private:
     std::size_t total_ = 0;
     std::size_t done_ = 0;
     std::map<unsigned, Slot> slots_;
-    std::string folder_; ///< of the pipes
     bool ended_ = false;
     std::condition_variable end_;
     std::thread drawing_;

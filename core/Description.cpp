@@ -1,14 +1,12 @@
 #include "core/Description.h"
 
+#include "base/Utf8.h"
+
 #include <algorithm>
 
 namespace {
 
 constexpr std::string_view cutMark = "<…>";
-
-bool isContinuationByte(char c) {
-    return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
-}
 
 bool isPlainWordByte(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
@@ -44,10 +42,10 @@ std::string BoundedText::take() {
         return {};
     const std::string whole = text_ + overflow_;
     std::size_t tail = closed_ ? whole.size() : whole.size() - (limit_ - cutMark.size()) / 2;
-    while (tail < whole.size() && isContinuationByte(whole[tail]))
+    while (tail < whole.size() && base::isContinuation(whole[tail]))
         ++tail;
     std::size_t head = limit_ - cutMark.size() - (whole.size() - tail);
-    while (head > 0 && isContinuationByte(whole[head]))
+    while (head > 0 && base::isContinuation(whole[head]))
         --head;
     return whole.substr(0, head).append(cutMark).append(whole, tail);
 }

@@ -3,7 +3,6 @@
 #include "core/Description.h"
 
 #include <array>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>

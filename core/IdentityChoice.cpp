@@ -90,7 +90,7 @@ base::Result<std::vector<ListedIdentity>> listedIdentities(const ToolPaths& tool
 }
 
 base::Outcome checkKey(const ToolPaths& tools, const ListedIdentity& identity) {
-    if (lastPathComponent(tools.security) != "kelpmoray-security")
+    if (!tools.hasOwnSecurity())
         return {}; // the system asks the user when it needs the key
     if (const auto answer = answerOf(tools, "check-key -Z " + identity.hash); !answer)
         return answer.error();

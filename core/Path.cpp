@@ -7,7 +7,6 @@
 #include <filesystem>
 
 #include <pwd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {

@@ -10,42 +10,22 @@
 #include <unistd.h>
 
 namespace sign {
-namespace {
-
-std::string folderOf(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    if (slash == std::string::npos)
-        return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-base::FileDescriptor createNameless(const std::string& folder) {
-#ifdef O_TMPFILE
-    return base::FileDescriptor::openAt(AT_FDCWD, folder.c_str(), O_TMPFILE | O_RDWR, 0600);
-#else
-    (void)folder;
-    return {};
-#endif
-}
-
-} // namespace
-
 base::Result<AsideFile> AsideFile::createFor(const std::string& path) {
-    const std::string folder = folderOf(path);
+    const std::string folder = base::folderOf(path);
     const std::optional<std::string> name = base::temporaryName();
     if (!name)
         return base::systemError("write in", folder, errno);
     AsideFile file(path, folder + '/' + *name);
-    file.file_ = createNameless(folder);
+    file.file_ = base::openNameless(folder, 0600);
     if (!file.file_.open()) {
         file.file_ = base::FileDescriptor::openAt(AT_FDCWD, file.temporary_.c_str(),
                                                   O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
         if (!file.file_.open())
             return base::systemError("write in", folder, errno);
         file.isNamed_ = true;
+        // So that no other run takes it for a leftover.
+        (void)base::lockWithoutWaiting(file.file_.get());
     }
-    // So that no other run takes it for a leftover.
-    (void)base::lockWithoutWaiting(file.file_.get());
     struct stat old {};
     if (::lstat(path.c_str(), &old) == 0 && S_ISREG(old.st_mode)) {
         if (auto taken = file.takeOver(old); !taken)
@@ -80,7 +60,7 @@ base::Outcome AsideFile::write(base::Bytes bytes, std::uint64_t offset) const {
 }
 
 base::Outcome AsideFile::setSize(std::uint64_t size) const {
-    if (base::retried([&] { return ::ftruncate(file_.get(), static_cast<off_t>(size)); }) != 0)
+    if (!base::truncateTo(file_.get(), size))
         return base::systemError("write", path_, errno);
     return {};
 }
@@ -114,8 +94,7 @@ base::Result<base::FileDescriptor> AsideFile::openToRead() const {
 base::Outcome AsideFile::giveTemporaryName() {
     if (isNamed_)
         return {};
-    const std::string open = "/proc/self/fd/" + std::to_string(file_.get());
-    if (::linkat(AT_FDCWD, open.c_str(), AT_FDCWD, temporary_.c_str(), AT_SYMLINK_FOLLOW) != 0)
+    if (!base::giveName(file_.get(), temporary_))
         return base::systemError("write", temporary_, errno);
     isNamed_ = true;
     return {};

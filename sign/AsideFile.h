@@ -14,9 +14,8 @@ namespace sign {
 /// A new version of a file of a package: one of several that are written side by side and then
 /// take their places together, with the mode and owner of the old file. Until then it has no name
 /// if the system allows that, so that nothing is left of it when the process ends; else a hidden
-/// name beside the file (base/Leftovers.h). Many at once, each on one thread at a time. In contrast
-/// to base::ReplacedFile, which is one file of the user's, it removes no leftovers: packages are
-/// walked anyway, and then are.
+/// name beside the file (base/Leftovers.h). Many at once, each on one thread at a time. It
+/// removes no leftovers, unlike base::ReplacedFile: the walk over the package removes them.
 class AsideFile {
 public:
     /// For the file `path`, with its mode and owner. What is not there yet, or is a link, which is

@@ -96,14 +96,10 @@ base::Outcome CodeCheck::checkSlice(std::size_t index) {
         return {};
     }
     slice.parts = std::move(*parts);
-    auto signer = checkSigner(slice.parts);
-    if (!signer) {
-        const bool isTeam = signer.error().kind == base::ErrorKind::Conflict;
-        fail(isTeam ? FaultCode::InvalidTeamIdentifier : FaultCode::SignatureFailed,
-             slice.architecture);
+    if (const auto fault = checkSigner(slice.parts, slice.facts.chain)) {
+        fail(*fault, slice.architecture);
         return {};
     }
-    slice.facts.chain = std::move(*signer);
     if (auto checked = checkSlots(slice, index); !checked)
         return checked;
     if (auto read = readFacts(slice, index); !read)
@@ -162,14 +158,14 @@ base::Outcome CodeCheck::readFacts(Slice& slice, std::size_t index) {
         else
             slice.facts.info = std::move(*plist);
     }
-    if (const Blob* blob = slice.parts.component(slot::entitlements)) {
+    if (const base::OwnedBytes* blob = slice.parts.component(slot::entitlements)) {
         auto entitlements = entitlementsFromBlob(*blob, code_->path());
         if (!entitlements)
             fail(FaultCode::SignatureFailed, slice.architecture);
         else
             slice.facts.entitlements = std::move(entitlements->value);
     }
-    const Blob* blob = slice.parts.component(slot::requirements);
+    const base::OwnedBytes* blob = slice.parts.component(slot::requirements);
     if (blob == nullptr)
         return {};
     const auto set = readRequirementSet(*blob);

@@ -48,7 +48,7 @@ private:
         std::string architecture;
         SignatureParts parts;
         CodeFacts facts;
-        std::vector<Blob> hashes; ///< of the pages, for each directory
+        std::vector<base::OwnedBytes> hashes; ///< of the pages, for each directory
         FileRange place;
     };
 
@@ -63,7 +63,7 @@ private:
 
     CodeChecking checking_;
     std::optional<StaticCode> code_;
-    std::optional<Blob> sealBytes_;
+    std::optional<base::OwnedBytes> sealBytes_;
     std::vector<Slice> slices_;
     std::vector<VerifyFault> own_;   ///< of signatures and pages
     std::vector<VerifyFault> later_; ///< of files and structure

@@ -63,7 +63,7 @@ public:
         if (level >= 4)
             addExecSegment();
         if (level >= 3)
-            line("CDHash", hex(best_.cdhash().bytes()));
+            line("CDHash", base::hex(best_.cdhash().bytes()));
         addSigners(level);
         return addSealed();
     }
@@ -93,14 +93,16 @@ private:
         std::string choices;
         for (const CodeDirectory* directory : sorted) {
             const std::string name(digestName(directory->facts().hashType));
-            text_ += "CandidateCDHash " + name + '=' + hex(directory->cdhash().bytes()) + '\n';
-            text_ += "CandidateCDHashFull " + name + '=' + hex(directory->digest().bytes()) + '\n';
+            text_ +=
+                "CandidateCDHash " + name + '=' + base::hex(directory->cdhash().bytes()) + '\n';
+            text_ +=
+                "CandidateCDHashFull " + name + '=' + base::hex(directory->digest().bytes()) + '\n';
             choices.append(choices.empty() ? "" : ",").append(name);
         }
         line("Hash choices", choices);
         // The CMS covers the primary directory by SHA-256, whatever that one's own hash is.
         line("CMSDigest",
-             hex(digestOf(HashType::Sha256, parts_.directories.front().blob()).bytes()));
+             base::hex(digestOf(HashType::Sha256, parts_.directories.front().blob()).bytes()));
         line("CMSDigestType", std::uint64_t(HashType::Sha256));
     }
 
@@ -163,7 +165,7 @@ private:
             text_ += "Sealed Resources version=" + std::to_string(sealed->version) +
                      " rules=" + std::to_string(sealed->rules) +
                      " files=" + std::to_string(sealed->files) + '\n';
-        const Blob* requirements = parts_.component(slot::requirements);
+        const base::OwnedBytes* requirements = parts_.component(slot::requirements);
         const auto set = requirements ? readRequirementSet(*requirements)
                                       : base::Result<RequirementSet>(RequirementSet());
         if (requirements == nullptr)
@@ -219,7 +221,7 @@ base::Result<std::string> requirementsOf(const StaticCode& code) {
     if (!parts)
         return parts.error();
     RequirementSet set;
-    if (const Blob* blob = parts->component(slot::requirements)) {
+    if (const base::OwnedBytes* blob = parts->component(slot::requirements)) {
         auto read = readRequirementSet(*blob);
         if (!read)
             return read.error();
@@ -237,15 +239,15 @@ base::Result<std::string> requirementsOf(const StaticCode& code) {
     return text + "# designated => " + requirementText(*implied) + '\n';
 }
 
-base::Result<Blob> entitlementsOf(const StaticCode& code) {
+base::Result<base::OwnedBytes> entitlementsOf(const StaticCode& code) {
     const auto parts = code.signature(nativeOf(code));
     if (!parts)
         return parts.error();
-    const Blob* blob = parts->component(slot::entitlements);
+    const base::OwnedBytes* blob = parts->component(slot::entitlements);
     if (blob == nullptr)
-        return Blob();
+        return base::OwnedBytes();
     const base::Bytes xml = contentOf(*blob);
-    return Blob(xml.begin(), xml.end());
+    return base::OwnedBytes(xml.begin(), xml.end());
 }
 
 } // namespace sign

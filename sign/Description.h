@@ -20,6 +20,6 @@ namespace sign {
 [[nodiscard]] base::Result<std::string> requirementsOf(const StaticCode& code);
 
 /// The XML of its entitlements as they were given; empty if it has none. Any thread.
-[[nodiscard]] base::Result<Blob> entitlementsOf(const StaticCode& code);
+[[nodiscard]] base::Result<base::OwnedBytes> entitlementsOf(const StaticCode& code);
 
 } // namespace sign

@@ -27,7 +27,7 @@ std::size_t nativeOf(const StaticCode& code) {
 
 /// Absent if the signature names none.
 base::Result<std::optional<Requirement>> namedRequirement(const SignatureParts& parts) {
-    const Blob* blob = parts.component(slot::requirements);
+    const base::OwnedBytes* blob = parts.component(slot::requirements);
     if (blob == nullptr)
         return std::optional<Requirement>();
     auto set = readRequirementSet(*blob);

@@ -107,15 +107,4 @@ Digest digestOf(HashType type, base::Bytes bytes) {
     return hasher.finish();
 }
 
-std::string hex(base::Bytes bytes) {
-    constexpr std::string_view digits = "0123456789abcdef";
-    std::string text;
-    text.reserve(2 * bytes.size());
-    for (const std::uint8_t byte : bytes) {
-        text += digits[byte >> 4U];
-        text += digits[byte & 0xFU];
-    }
-    return text;
-}
-
 } // namespace sign

@@ -5,14 +5,10 @@
 #include <array>
 #include <cstdint>
 #include <memory>
-#include <string>
 #include <string_view>
 #include <vector>
 
 namespace sign {
-
-/// Bytes with an owner.
-using Blob = std::vector<std::uint8_t>;
 
 /// The hash of a code directory, numbered as in Apple's cs_blobs.h.
 enum class HashType : std::uint8_t { Sha1 = 1, Sha256 = 2, Sha256Cut = 3, Sha384 = 4 };
@@ -63,8 +59,5 @@ private:
 
 /// The hash of `bytes`, as long as digestSize() says. Any thread.
 [[nodiscard]] Digest digestOf(HashType type, base::Bytes bytes);
-
-/// Lower case, two digits a byte.
-[[nodiscard]] std::string hex(base::Bytes bytes);
 
 } // namespace sign

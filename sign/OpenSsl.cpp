@@ -8,7 +8,7 @@ BioOwner bioOf(base::Bytes bytes) {
     return BioOwner(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
 }
 
-Blob bytesOf(BIO* sink) {
+base::OwnedBytes bytesOf(BIO* sink) {
     char* bytes = nullptr;
     const long size = BIO_get_mem_data(sink, &bytes);
     return {bytes, bytes + std::max(size, 0L)};
@@ -17,8 +17,16 @@ Blob bytesOf(BIO* sink) {
 std::string openSslReason() {
     const unsigned long code = ERR_peek_last_error();
     const char* reason = ERR_reason_error_string(code);
-    ERR_clear_error();
+    forgetOpenSslErrors();
     return reason != nullptr ? reason : "unknown reason";
+}
+
+void forgetOpenSslErrors() {
+    ERR_clear_error();
+}
+
+base::Error openSslError(const std::string& what, const std::string& remedy) {
+    return {base::ErrorKind::System, what + ": " + openSslReason() + ". " + remedy};
 }
 
 } // namespace sign

@@ -34,7 +34,6 @@ using Asn1OctetStringOwner = OpenSslOwner<ASN1_OCTET_STRING, ASN1_OCTET_STRING_f
 using Asn1TimeOwner = OpenSslOwner<ASN1_TIME, ASN1_TIME_free>;
 using BioOwner = OpenSslOwner<BIO, BIO_free_all>;
 using CmsOwner = OpenSslOwner<CMS_ContentInfo, CMS_ContentInfo_free>;
-using PublicKeyContextOwner = OpenSslOwner<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
 using KeyOwner = OpenSslOwner<EVP_PKEY, EVP_PKEY_free>;
 using CertificateOwner = OpenSslOwner<X509, X509_free>;
 using CertificateStoreOwner = OpenSslOwner<X509_STORE, X509_STORE_free>;
@@ -43,19 +42,25 @@ using CertificateStoreOwner = OpenSslOwner<X509_STORE, X509_STORE_free>;
 [[nodiscard]] BioOwner bioOf(base::Bytes bytes);
 
 /// What has been written to a memory sink.
-[[nodiscard]] Blob bytesOf(BIO* sink);
+[[nodiscard]] base::OwnedBytes bytesOf(BIO* sink);
 
 /// Why the last call failed on this thread, in the words of OpenSSL. Forgets it and all before it.
 [[nodiscard]] std::string openSslReason();
+/// Forgets why calls failed on this thread: an error that stays would be taken for the next one's.
+void forgetOpenSslErrors();
+
+/// "WHAT: REASON. REMEDY" with the reason of OpenSSL; `what` says as a whole sentence what failed.
+[[nodiscard]] base::Error openSslError(const std::string& what,
+                                       const std::string& remedy = "Try again.");
 
 /// The DER that one of OpenSSL's functions i2d_TYPE makes of a value; empty if it fails.
 template <typename Encode, typename Value>
-[[nodiscard]] Blob derOf(Encode encode, Value* value) {
+[[nodiscard]] base::OwnedBytes derOf(Encode encode, Value* value) {
     unsigned char* bytes = nullptr;
     const int size = encode(value, &bytes);
     if (size < 0)
         return {};
-    Blob der(bytes, bytes + size);
+    base::OwnedBytes der(bytes, bytes + size);
     OPENSSL_free(bytes);
     return der;
 }

@@ -17,7 +17,7 @@ class PropertyValue;
 using PropertyArray = std::vector<PropertyValue>;
 /// In the order in which the file has them. Of a key that comes twice there, only the last one.
 using PropertyDictionary = std::vector<std::pair<std::string, PropertyValue>>;
-using PropertyData = std::vector<std::uint8_t>;
+using PropertyData = base::OwnedBytes;
 
 /// Seconds since 2001-01-01 00:00 UTC, as Apple counts.
 struct PropertyDate {

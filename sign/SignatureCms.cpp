@@ -35,7 +35,7 @@ base::Outcome stampSignature(CmsSignature& cms, const TimeStampReply& reply) {
     return token ? cms.addTimeStamp(*token) : token.error();
 }
 
-SignerFacts signerFactsOf(const Blob& cms) {
+SignerFacts signerFactsOf(const base::OwnedBytes& cms) {
     const auto read = readCms(cms);
     if (!read)
         return {};
@@ -45,23 +45,23 @@ SignerFacts signerFactsOf(const Blob& cms) {
     return facts;
 }
 
-base::Result<std::vector<CertificateFacts>> checkSigner(const SignatureParts& parts) {
+std::optional<FaultCode> checkSigner(const SignatureParts& parts,
+                                     std::vector<CertificateFacts>& chain) {
+    chain.clear();
     const bool isAdhoc = (parts.best().facts().flags & flag::adhoc) != 0;
-    if (isAdhoc != parts.cms.empty())
-        return base::Error{base::ErrorKind::Damaged,
-                           "The flags of a code directory do not say how it is signed."};
-    if (isAdhoc)
-        return std::vector<CertificateFacts>();
+    if (isAdhoc && parts.cms.empty())
+        return std::nullopt;
+    if (isAdhoc || parts.cms.empty())
+        return FaultCode::SignatureFailed;
     const auto checked =
         checkCms(parts.cms, parts.directories.front().blob(), digestsOf(parts.directories));
     if (!checked)
-        return checked.error();
-    std::vector<CertificateFacts> chain = factsOf(checked->chain);
+        return FaultCode::SignatureFailed;
+    chain = factsOf(checked->chain);
     for (const CodeDirectory& directory : parts.directories)
         if (directory.facts().team != teamOf(chain).value_or(""))
-            return base::Error{base::ErrorKind::Conflict,
-                               "The team of a code directory is not that of its signer."};
-    return chain;
+            return FaultCode::InvalidTeamIdentifier;
+    return std::nullopt;
 }
 
 } // namespace sign

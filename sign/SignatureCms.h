@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Result.h"
+#include "sign/FaultCode.h"
 #include "sign/StaticCode.h"
 #include "sign/cms/Cms.h"
 #include "sign/cms/TimeStamp.h"
@@ -29,10 +30,12 @@ struct SignerFacts {
     std::optional<std::int64_t> signingTime;
     std::optional<std::int64_t> timestamp;
 };
-[[nodiscard]] SignerFacts signerFactsOf(const Blob& cms);
+[[nodiscard]] SignerFacts signerFactsOf(const base::OwnedBytes& cms);
 
 /// Checks the CMS of a signature: who signed, that it covers all code directories, its time stamp.
-/// The certificates, the leaf first; none if the code is signed ad hoc. Any thread.
-[[nodiscard]] base::Result<std::vector<CertificateFacts>> checkSigner(const SignatureParts& parts);
+/// Gives what is wrong, if something is; `chain` becomes the certificates, the leaf first, none if
+/// the code is signed ad hoc. Any thread.
+[[nodiscard]] std::optional<FaultCode> checkSigner(const SignatureParts& parts,
+                                                   std::vector<CertificateFacts>& chain);
 
 } // namespace sign

@@ -15,7 +15,7 @@ namespace {
 base::Outcome copySlice(const CodeFile& file, const MachSlice& slice, const SignatureRoom& room,
                         const AsideFile& to, std::uint64_t offset) {
     constexpr std::uint64_t pieceSize = 1U << 20U;
-    Blob buffer(pieceSize);
+    base::OwnedBytes buffer(pieceSize);
     for (std::uint64_t at = 0; at < room.size(); at += pieceSize) {
         const FileRange range{at, std::min(pieceSize, room.size() - at)};
         if (auto read = readWithRoom(file, slice, room, buffer.data(), range); !read)

@@ -9,7 +9,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 // Signing of code for Apple's platforms. Start with sign() for a Mach-O file or a bundle; what was
 // signed is checked by verify() (SignatureVerifier.h) and told by describe() (Description.h). All
@@ -29,15 +28,16 @@ struct PreservedMetadata {
 };
 
 struct SigningOptions {
-    std::shared_ptr<const Identity> identity;   ///< signed ad hoc if there is none
-    bool force = false;                         ///< replace a signature that is there
-    bool deep = false;                          ///< nested code as well, from inside out
-    std::string identifier;                     ///< found from the code if empty
-    std::string prefix;                         ///< put before identifiers without a dot
-    std::optional<std::uint32_t> flags;         ///< of the code directory (CodeDirectory.h)
-    std::optional<std::uint32_t> runtime;       ///< version as X<<16|Y<<8|Z; the SDK's if absent
-    std::optional<Blob> entitlements;           ///< XML, kept as it is; not of nested code
-    std::optional<Blob> helperEntitlements;     ///< same, of the applications nested in the code
+    std::shared_ptr<const Identity> identity;     ///< signed ad hoc if there is none
+    bool force = false;                           ///< replace a signature that is there
+    bool deep = false;                            ///< nested code as well, from inside out
+    std::string identifier;                       ///< found from the code if empty
+    std::string prefix;                           ///< put before identifiers without a dot
+    std::optional<std::uint32_t> flags;           ///< of the code directory (CodeDirectory.h)
+    std::optional<std::uint32_t> runtime;         ///< version as X<<16|Y<<8|Z; the SDK's if absent
+    std::optional<base::OwnedBytes> entitlements; ///< XML, kept as it is; not of nested code
+    std::optional<base::OwnedBytes>
+        helperEntitlements;                     ///< same, of the applications nested in the code
     std::string entitlementsFile;               ///< as errors name where they are from
     std::string helperEntitlementsFile;         ///< same
     std::optional<RequirementSet> requirements; ///< the designated one is added if it is missing

@@ -6,7 +6,6 @@
 #include "sign/bundle/LooseSignature.h"
 
 #include <algorithm>
-#include <ctime>
 
 namespace sign {
 namespace {
@@ -296,7 +295,7 @@ base::Outcome SigningJob::finish() {
     if (!file_)
         return writeLoose();
     for (const Work& work : works_) {
-        const Blob whole = makeSuperBlob(BlobMagic::EmbeddedSignature, blobsOf(work));
+        const base::OwnedBytes whole = makeSuperBlob(BlobMagic::EmbeddedSignature, blobsOf(work));
         if (auto done = file_->write(whole, work.offset + work.room.signatureOffset); !done)
             return done;
     }

@@ -75,7 +75,7 @@ private:
         BlobMap blobs;            ///< all but code directories and CMS
         std::vector<CodeDirectory> directories;
         std::optional<CmsSignature> made; ///< until it is encoded
-        Blob cms;
+        base::OwnedBytes cms;
     };
 
     SigningJob(StaticCode code, SigningPlan plan, const SigningOptions& options)

@@ -41,12 +41,12 @@ bool isDigit(char c) {
 std::string uniqueSuffix(const CodeFile& file) {
     const MachSlice& slice = file.slices()[file.nativeSlice()];
     if (slice.uuid)
-        return "-" + hex(base::bytesOf("UUID")) + hex(*slice.uuid);
+        return "-" + base::hex(base::bytesOf("UUID")) + base::hex(*slice.uuid);
     constexpr std::size_t smallHeader = 28;
     Hasher hasher(HashType::Sha1);
     hasher.update(base::Bytes(slice.commands).first(smallHeader));
     hasher.update(base::Bytes(slice.commands).subspan(slice.headerSize()));
-    return "-" + hex(hasher.finish().bytes());
+    return "-" + base::hex(hasher.finish().bytes());
 }
 
 bool isArm64(const MachSlice& slice) {
@@ -205,8 +205,8 @@ private:
     }
 
     /// Nested code has a purpose of its own, so the entitlements of what holds it are not its own.
-    [[nodiscard]] const std::optional<Blob>& givenEntitlements() const {
-        static const std::optional<Blob> none;
+    [[nodiscard]] const std::optional<base::OwnedBytes>& givenEntitlements() const {
+        static const std::optional<base::OwnedBytes> none;
         if (isOperand_)
             return options_.entitlements;
         const bool isHelper =
@@ -215,8 +215,8 @@ private:
     }
 
     base::Outcome chooseEntitlements() {
-        const std::optional<Blob>& given = givenEntitlements();
-        const Blob* kept =
+        const std::optional<base::OwnedBytes>& given = givenEntitlements();
+        const base::OwnedBytes* kept =
             old_ && options_.preserve.entitlements ? old_->component(slot::entitlements) : nullptr;
         if (!given && kept == nullptr)
             return {};
@@ -234,9 +234,9 @@ private:
         RequirementSet set;
         if (options_.requirements) {
             set = *options_.requirements;
-        } else if (const Blob* kept = old_ && options_.preserve.requirements
-                                          ? old_->component(slot::requirements)
-                                          : nullptr) {
+        } else if (const base::OwnedBytes* kept = old_ && options_.preserve.requirements
+                                                      ? old_->component(slot::requirements)
+                                                      : nullptr) {
             auto read = readRequirementSet(*kept);
             if (!read)
                 return read.error();

@@ -21,7 +21,7 @@ struct SigningPlan {
     /// the code since.
     std::vector<std::optional<std::uint8_t>> oldPageShifts;
     std::optional<Entitlements> entitlements;
-    Blob requirements;
+    base::OwnedBytes requirements;
     bool withSha1 = false;
     bool replaces = false; ///< there is a signature that no linker made
 };

@@ -16,11 +16,6 @@ namespace {
 constexpr std::uint64_t mostSealSize = 1U << 30U;
 constexpr std::uint64_t mostInfoSize = 64U << 20U;
 
-base::Error damaged(std::string_view name, const char* what) {
-    return {base::ErrorKind::Damaged,
-            "The signature of " + std::string(name) + " is damaged: " + what + ". Sign it anew."};
-}
-
 base::Error notSigned() {
     return {base::ErrorKind::NotFound, std::string(faultMessage(FaultCode::NotSigned))};
 }
@@ -31,7 +26,7 @@ base::Outcome checkDirectories(const SignatureParts& parts, std::string_view nam
         types.push_back(directory.facts().hashType);
     std::ranges::sort(types);
     if (std::ranges::adjacent_find(types) != types.end())
-        return damaged(name, "two code directories have the same hash");
+        return damagedSignature(name, "two code directories have the same hash");
     return {};
 }
 
@@ -68,7 +63,7 @@ base::Result<SignatureParts> looseSignature(const Bundle& bundle) {
     if (!loose)
         return loose.error();
     SignatureParts parts;
-    for (Blob& blob : loose->directories) {
+    for (base::OwnedBytes& blob : loose->directories) {
         auto directory = CodeDirectory::read(std::move(blob), bundle.path);
         if (!directory)
             return directory.error();
@@ -79,7 +74,7 @@ base::Result<SignatureParts> looseSignature(const Bundle& bundle) {
                                        std::pair{slot::entitlementsDer, &loose->entitlementsDer}})
         if (*blob)
             parts.components.emplace(number, **blob);
-    parts.cms = loose->cms.value_or(Blob());
+    parts.cms = loose->cms.value_or(base::OwnedBytes());
     if (auto checked = checkDirectories(parts, bundle.path); !checked)
         return checked.error();
     return parts;
@@ -100,7 +95,7 @@ bool SignatureParts::isLinkerSigned() const {
     return (directories.front().facts().flags & flag::linkerSigned) != 0;
 }
 
-const Blob* SignatureParts::component(std::uint32_t slot) const {
+const base::OwnedBytes* SignatureParts::component(std::uint32_t slot) const {
     const auto found = components.find(slot);
     return found == components.end() ? nullptr : &found->second;
 }
@@ -110,15 +105,15 @@ base::Result<SignatureParts> readSignature(base::Bytes bytes, std::string_view n
     if (!blobs)
         return blobs.error();
     if (!blobs->contains(slot::codeDirectory))
-        return damaged(name, "it has no code directory");
+        return damagedSignature(name, "it has no code directory");
     SignatureParts parts;
     std::uint32_t nextAlternate = slot::firstAlternate;
     for (auto& [number, blob] : *blobs) {
         if (const auto magic = magicOfSlot(number); magic && magicOf(blob) != std::uint32_t(*magic))
-            return damaged(name, "a part of it is not what its place says");
+            return damagedSignature(name, "a part of it is not what its place says");
         const bool isAlternate = number >= slot::firstAlternate && number <= slot::lastAlternate;
         if (isAlternate && number != nextAlternate++)
-            return damaged(name, "an alternate code directory is missing");
+            return damagedSignature(name, "an alternate code directory is missing");
         if (isAlternate || number == slot::codeDirectory) {
             auto directory = CodeDirectory::read(std::move(blob), name);
             if (!directory)
@@ -180,24 +175,24 @@ base::Result<SignatureParts> StaticCode::signature(std::size_t index) const {
     return readSignature(*bytes, file_.path());
 }
 
-base::Result<std::optional<Blob>> StaticCode::infoPlist(std::size_t index) const {
+base::Result<std::optional<base::OwnedBytes>> StaticCode::infoPlist(std::size_t index) const {
     if (bundle_ && !bundle_->infoPlist.empty())
         return std::optional(bundle_->infoBytes);
     if (!file_.isMachO() || !file_.slices()[index].infoPlist)
-        return std::optional<Blob>();
+        return std::optional<base::OwnedBytes>();
     const MachSlice& slice = file_.slices()[index];
     if (slice.infoPlist->size > mostInfoSize)
-        return damaged(path_, "its embedded Info.plist is too large");
+        return damagedSignature(path_, "its embedded Info.plist is too large");
     auto bytes = file_.read({slice.offset + slice.infoPlist->offset, slice.infoPlist->size});
     if (!bytes)
         return bytes.error();
     return std::optional(std::move(*bytes));
 }
 
-base::Result<std::optional<Blob>> StaticCode::seal() const {
+base::Result<std::optional<base::OwnedBytes>> StaticCode::seal() const {
     if (!bundle_ || !isFile(bundle_->sealPath()))
-        return std::optional<Blob>();
-    auto bytes = wholeFile(bundle_->sealPath(), mostSealSize);
+        return std::optional<base::OwnedBytes>();
+    auto bytes = wholeFile(bundle_->sealPath(), Links::Refuse, mostSealSize);
     if (!bytes)
         return bytes.error();
     return std::optional(std::move(*bytes));

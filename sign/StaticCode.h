@@ -15,13 +15,13 @@ namespace sign {
 struct SignatureParts {
     std::vector<CodeDirectory> directories; ///< the primary one first; at least one
     BlobMap components;                     ///< what special slots hash, headers included
-    Blob cms;                               ///< without the header of a blob; empty if ad hoc
+    base::OwnedBytes cms;                   ///< without the header of a blob; empty if ad hoc
 
     /// The directory by which the platform knows the code: the one with the best hash.
     [[nodiscard]] const CodeDirectory& best() const;
     [[nodiscard]] bool isLinkerSigned() const;
     /// Null if there is none.
-    [[nodiscard]] const Blob* component(std::uint32_t slot) const;
+    [[nodiscard]] const base::OwnedBytes* component(std::uint32_t slot) const;
 };
 
 /// Reads the bytes at an LC_CODE_SIGNATURE. Damaged if they are no signature. Any thread.
@@ -50,9 +50,9 @@ public:
     /// NotFound, with the platform's message, if there is none.
     [[nodiscard]] base::Result<SignatureParts> signature(std::size_t index) const;
     /// The Info.plist that special slot 1 of that signature hashes; absent if there is none.
-    [[nodiscard]] base::Result<std::optional<Blob>> infoPlist(std::size_t index) const;
+    [[nodiscard]] base::Result<std::optional<base::OwnedBytes>> infoPlist(std::size_t index) const;
     /// The bytes of CodeResources; absent if there is none.
-    [[nodiscard]] base::Result<std::optional<Blob>> seal() const;
+    [[nodiscard]] base::Result<std::optional<base::OwnedBytes>> seal() const;
 
 private:
     StaticCode(std::string path, std::optional<Bundle> bundle, CodeFile file)

@@ -16,15 +16,15 @@ find build/coverage -name '*.gcda' -delete
 ctest --preset coverage -E LimitedFiles
 (
     cd build/coverage
-    gcovr --root ../.. --filter '../../(core|zip|batch|app)/' \
-        --csv ../coverage.csv --txt ../coverage.txt app batch core tests zip
+    gcovr --root ../.. --filter '../../(base|core|zip|sign|batch|app)/' \
+        --csv ../coverage.csv --txt ../coverage.txt app base batch core sign tests zip
 )
 awk -F, '
     NR == 1 { next }
     { folder = $1; sub("/.*", "", folder); lines[folder] += $2; run[folder] += $3 }
     END {
-        split("core 95 zip 95 batch 95 app 85", bounds, " ")
-        for (i = 1; i < 8; i += 2) {
+        count = split("base 95 core 95 zip 95 sign 85 batch 95 app 85", bounds, " ")
+        for (i = 1; i < count; i += 2) {
             folder = bounds[i]
             share = lines[folder] ? 100 * run[folder] / lines[folder] : 0
             printf "%-6s%5.1f %% of %d lines (at least %d %%)\n",

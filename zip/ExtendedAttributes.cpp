@@ -22,7 +22,8 @@ void addNames(std::string_view list, std::set<std::string>& names) {
 /// `ask` fills in the list of names, each with a zero behind it, and gives the length of the list.
 template <typename Ask>
 void addListed(const Ask& ask, std::set<std::string>& names) {
-    // Most have none or a few. For each question the system makes as much room as it is offered.
+    // Most files have none or a few. The system makes as much room as a call offers, so offer
+    // little.
     std::array<char, 256> few;
     const ssize_t size = ask(few.data(), few.size());
     if (size >= 0)

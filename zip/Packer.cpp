@@ -11,7 +11,6 @@
 #include <mutex>
 #include <new>
 #include <set>
-#include <utility>
 
 #include <sys/stat.h>
 

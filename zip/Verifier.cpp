@@ -23,30 +23,9 @@
 namespace zip {
 namespace {
 
-enum class Difference { Entries, Type, Time, Length, Content, LinkTarget };
-
-/// Completes "The archive differs from PATH in ...".
-std::string_view nounFor(Difference difference) {
-    switch (difference) {
-    case Difference::Entries:
-        return "the list of entries";
-    case Difference::Type:
-        return "type or permissions";
-    case Difference::Time:
-        return "the time of its last change";
-    case Difference::Length:
-        return "length";
-    case Difference::Content:
-        return "content";
-    case Difference::LinkTarget:
-        return "the target of the link";
-    }
-    return "";
-}
-
-base::Error differs(const std::string& path, Difference difference) {
+base::Error differs(const std::string& path, std::string_view in) {
     std::string sentence = "The archive differs from " + path + " in ";
-    sentence.append(nounFor(difference)).append(". Pack again when nothing writes to the package.");
+    sentence.append(in).append(". Pack again when nothing writes to the package.");
     return {base::ErrorKind::Changed, std::move(sentence)};
 }
 
@@ -86,14 +65,14 @@ base::Outcome compareRecords(const ArchivedEntry& archived, const Entry& entry,
     const std::int64_t modified = fixedTime.value_or(entry.state.modified.tv_sec);
     const DosTime dos = dosTime(modified, fixedTime.has_value());
     if (archived.name != entry.name)
-        return differs(path, Difference::Entries);
+        return differs(path, "the list of entries");
     if (archived.mode != entry.mode())
-        return differs(path, Difference::Type);
+        return differs(path, "type or permissions");
     if (archived.modified != timestamp(modified) ||
         archived.dosModified != (std::uint32_t{dos.date} << 16 | dos.time))
-        return differs(path, Difference::Time);
+        return differs(path, "the time of its last change");
     if (archived.size != entry.contentSize())
-        return differs(path, Difference::Length);
+        return differs(path, "length");
     const bool isDeflated = entry.type == EntryType::File &&
                             archived.method == static_cast<std::uint16_t>(Method::Deflated);
     if ((!isStored(archived) && !isDeflated) || archived.compressedSize > archived.end)
@@ -176,7 +155,7 @@ private:
             if (auto read = file->read(onDisk, next.size(), part.offset + done); !read)
                 return read;
             if (!std::equal(next.begin(), next.end(), onDisk))
-                return differs(tree_.pathOf(entry), Difference::Content);
+                return differs(tree_.pathOf(entry), "content");
         }
         return {};
     }
@@ -186,7 +165,7 @@ private:
         if (!onDisk)
             return onDisk.error();
         if (!std::ranges::equal(base::bytesOf(*onDisk), content))
-            return differs(tree_.pathOf(entry), Difference::LinkTarget);
+            return differs(tree_.pathOf(entry), "the target of the link");
         return {};
     }
 
@@ -263,7 +242,7 @@ base::Outcome compareWith(const PackageTree& tree, const ArchiveReader& reader,
                           const std::string& package, const VerifyOptions& options) {
     const auto archived = reader.entries();
     if (tree.entries.size() != archived.size())
-        return differs(package, Difference::Entries);
+        return differs(package, "the list of entries");
     std::vector<Part> parts;
     for (std::size_t index = 0; index < archived.size(); ++index) {
         const Entry& entry = tree.entries[index];

@@ -2,7 +2,6 @@
 
 #include "app/results/ShownText.h"
 #include "app/toolkit/Queues.h"
-#include "base/ProgressChannel.h"
 #include "core/Log.h"
 #include "core/Path.h"
 #include "core/RunSummary.h"
@@ -13,9 +12,7 @@
 
 #include <future>
 
-#include <fcntl.h>
 #include <stdlib.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -36,50 +33,22 @@ std::string sessionFolder() {
 
 RunReporter::RunReporter(std::string folder, std::string version)
     : folder_(std::move(folder)), version_(std::move(version)) {
-    openPipe();
     // Not only when destroyed: a process that ends while a script runs is not taken apart.
-    connect(qApp, &QCoreApplication::aboutToQuit, this, [this] { unlink(pipePath_.c_str()); });
+    connect(qApp, &QCoreApplication::aboutToQuit, this, [this] { unlink(pipe_.path().c_str()); });
     connect(&everySecond_, &QTimer::timeout, this, &RunReporter::progressChanged);
-}
-
-RunReporter::~RunReporter() {
-    if (!pipePath_.empty())
-        unlink(pipePath_.c_str());
-}
-
-void RunReporter::openPipe() {
-    const std::string session = sessionFolder();
-    pipePath_ = appendingPathComponent(session.empty() ? "/tmp" : session,
-                                       "kelpmoray-progress-" + std::to_string(getpid()));
-    unlink(pipePath_.c_str()); // of a process that had our number and was killed
-    if (mkfifo(pipePath_.c_str(), 0600) != 0)
+    if (pipe_.descriptor() < 0)
         return;
-    // For writing too: else it would be at its end between two steps.
-    pipe_ = base::FileDescriptor::openAt(AT_FDCWD, pipePath_.c_str(), O_RDWR | O_NONBLOCK);
-    if (!pipe_.open())
-        return;
-    setenv(base::ProgressChannel::variable, pipePath_.c_str(), 1);
-    notifier_ = std::make_unique<QSocketNotifier>(pipe_.get(), QSocketNotifier::Read);
+    setenv(base::ProgressChannel::variable, pipe_.path().c_str(), 1);
+    notifier_ = std::make_unique<QSocketNotifier>(pipe_.descriptor(), QSocketNotifier::Read);
     connect(notifier_.get(), &QSocketNotifier::activated, this, &RunReporter::readPipe);
 }
 
-QByteArray RunReporter::takeLines() {
-    QByteArray lines;
-    char bytes[512];
-    for (ssize_t count = 0; (count = read(pipe_.get(), bytes, sizeof bytes)) > 0;)
-        lines.append(bytes, static_cast<int>(count));
-    return lines.trimmed();
-}
+RunReporter::~RunReporter() = default;
 
 void RunReporter::readPipe() {
-    // Lines are written whole; the last one counts.
-    const QByteArray lines = takeLines();
-    if (lines.isEmpty())
-        return; // taken already
-    bool isNumber = false;
-    const int percent = lines.mid(lines.lastIndexOf('\n') + 1).chopped(1).toInt(&isNumber);
-    if (isNumber && lines.endsWith('%') && percent >= 0 && percent <= 100 && progress_.step > 0) {
-        progress_.percent = percent;
+    const auto percent = pipe_.takePercent();
+    if (percent && progress_.step > 0) {
+        progress_.percent = *percent;
         emit progressChanged();
     }
 }
@@ -125,7 +94,7 @@ void RunReporter::packageStarted(const std::string& package, const std::string& 
 
 void RunReporter::scriptStarted(const std::string& script) {
     change([this, signing = script == "fenwoCodesignApps.sh"] {
-        (void)takeLines(); // of the step before
+        (void)pipe_.takePercent(); // of the step before
         // A script that has nothing to sign comes first too, and is no step.
         progress_.step = std::min(progress_.step + 1, progress_.steps);
         progress_.percent = 0;

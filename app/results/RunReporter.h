@@ -1,7 +1,7 @@
 #pragma once
 
 #include "app/results/RunModel.h"
-#include "base/FileDescriptor.h"
+#include "base/ProgressChannel.h"
 #include "core/ItemProcessing.h"
 
 #include <QElapsedTimer>
@@ -76,10 +76,7 @@ private:
         int percent = 0;
     };
 
-    void openPipe();
     void readPipe();
-    /// What steps have told and nobody has read.
-    QByteArray takeLines();
     /// Makes the change later, on the main thread. Processing queue.
     void change(std::function<void()> change);
 
@@ -97,7 +94,6 @@ private:
     std::deque<QString> unread_; ///< archives whose digest is not known yet
     QElapsedTimer sinceStart_;
     QTimer everySecond_;
-    std::string pipePath_;
-    base::FileDescriptor pipe_;
+    base::ProgressPipe pipe_;
     std::unique_ptr<QSocketNotifier> notifier_;
 };

@@ -147,7 +147,7 @@ base::Outcome readInfo(Bundle& bundle) {
     const auto target = realPath(bundle.infoPlist);
     if (!target || !isFile(*target))
         return {};
-    auto bytes = wholeFile(*target, mostInfoBytes, &bundle.infoStamp);
+    auto bytes = wholeFile(*target, Links::Refuse, mostInfoBytes, &bundle.infoStamp);
     if (!bytes)
         return bytes.error();
     bundle.infoBytes = std::move(*bytes);

@@ -27,13 +27,13 @@ struct LayoutFault {
 
 /// A folder that is signed as one code object. All paths start with the path that was opened.
 struct Bundle {
-    std::string path;       ///< as opened, without slashes at the end
-    std::string root;       ///< the same, or the version of a versioned framework
-    std::string codeRoot;   ///< the folder that is sealed and holds _CodeSignature
-    std::string infoPlist;  ///< empty if there is none
-    PropertyData infoBytes; ///< of that file, as special slot 1 hashes them
-    FileStamp infoStamp;    ///< of that file
-    PropertyValue info;     ///< the same, read; an empty dictionary if there is none
+    std::string path;           ///< as opened, without slashes at the end
+    std::string root;           ///< the same, or the version of a versioned framework
+    std::string codeRoot;       ///< the folder that is sealed and holds _CodeSignature
+    std::string infoPlist;      ///< empty if there is none
+    base::OwnedBytes infoBytes; ///< of that file, as special slot 1 hashes them
+    FileStamp infoStamp;        ///< of that file
+    PropertyValue info;         ///< the same, read; an empty dictionary if there is none
     std::string executable; ///< the file that is signed: of a bundle without code, its Info.plist
     bool hasExecutable = false; ///< false if `executable` is the Info.plist
     BundleForm form = BundleForm::Flat;

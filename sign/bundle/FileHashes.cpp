@@ -76,7 +76,7 @@ private:
 
     Hasher sha1_{HashType::Sha1};
     Hasher sha256_{HashType::Sha256};
-    std::vector<std::uint8_t> buffer_ = std::vector<std::uint8_t>(bufferSize);
+    base::OwnedBytes buffer_ = base::OwnedBytes(bufferSize);
 };
 
 } // namespace

@@ -105,11 +105,12 @@ base::Result<std::vector<std::string>> namesIn(const std::string& folder) {
     return names;
 }
 
-base::Result<PropertyData> wholeFile(const std::string& path, std::uint64_t most,
-                                     FileStamp* stamp) {
+base::Result<base::OwnedBytes> wholeFile(const std::string& path, Links links, std::uint64_t most,
+                                         FileStamp* stamp) {
+    const bool follows = links == Links::Follow;
     // Not to wait at a pipe, whose other end nobody may ever open.
-    const auto file =
-        base::FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    const auto file = base::FileDescriptor::openAt(
+        AT_FDCWD, path.c_str(), O_RDONLY | O_NONBLOCK | (follows ? 0 : O_NOFOLLOW));
     struct stat status {};
     if (!file.open() || fstat(file.get(), &status) != 0)
         return base::systemError("read", path, errno);
@@ -117,10 +118,11 @@ base::Result<PropertyData> wholeFile(const std::string& path, std::uint64_t most
     if (!S_ISREG(status.st_mode) || size > most)
         return base::Error{base::ErrorKind::Unsupported,
                            "\"" + base::printable(path) + "\" is not a plain file of at most " +
-                               std::to_string(most >> 20U) + " MB. Get it anew."};
+                               std::to_string(most >> 20U) + " MB. " +
+                               (follows ? "Give another file." : "Get it anew.")};
     if (stamp != nullptr)
         *stamp = FileStamp::of(status);
-    PropertyData bytes(size);
+    base::OwnedBytes bytes(size);
     const auto got = base::readAt(file.get(), bytes.data(), bytes.size(), 0);
     if (!got)
         return base::systemError("read", path, errno);

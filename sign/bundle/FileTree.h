@@ -1,7 +1,7 @@
 #pragma once
 
+#include "base/Bytes.h"
 #include "base/Result.h"
-#include "sign/PropertyList.h"
 
 #include <cstdint>
 #include <optional>
@@ -43,10 +43,15 @@ struct FileEntry {
 /// The names of all but "." and "..", in no order; much faster than entriesOf().
 [[nodiscard]] base::Result<std::vector<std::string>> namesIn(const std::string& folder);
 
-/// The bytes of a plain file, without following a link at its end; Unsupported if there are more
-/// than `most`, or if it is no plain file. `stamp`, if given, gets that of the file before.
-[[nodiscard]] base::Result<PropertyData> wholeFile(const std::string& path, std::uint64_t most,
-                                                   FileStamp* stamp = nullptr);
+/// Whether a link at the end of a path is followed: a person may name a file through one, but what
+/// stands in a package is the link.
+enum class Links { Follow, Refuse };
+
+/// The bytes of a plain file; Unsupported if there are more than `most`, or if it is no plain file.
+/// `stamp`, if given, gets that of the file before. Any thread.
+[[nodiscard]] base::Result<base::OwnedBytes> wholeFile(const std::string& path, Links links,
+                                                       std::uint64_t most = 16U << 20U,
+                                                       FileStamp* stamp = nullptr);
 
 /// Where a link leads, as it says; absent if it is none.
 [[nodiscard]] std::optional<std::string> linkTarget(const std::string& path);

@@ -14,7 +14,6 @@ namespace sign {
 namespace {
 
 constexpr std::size_t mostAlternates = 5;
-constexpr std::uint64_t mostBytes = std::uint64_t{16} << 20U;
 
 /// The platform names alternate code directories after requirements.
 std::string alternateName(std::size_t number) {
@@ -22,12 +21,12 @@ std::string alternateName(std::size_t number) {
 }
 
 /// Absent if there is no such file.
-base::Result<std::optional<LooseSignature::Blob>> readPart(const Bundle& bundle,
-                                                           const std::string& name) {
+base::Result<std::optional<base::OwnedBytes>> readPart(const Bundle& bundle,
+                                                       const std::string& name) {
     const std::string path = bundle.signatureFolder() + "/" + name;
     if (access(path.c_str(), F_OK) != 0 && errno == ENOENT)
-        return std::optional<LooseSignature::Blob>();
-    auto bytes = wholeFile(path, mostBytes);
+        return std::optional<base::OwnedBytes>();
+    auto bytes = wholeFile(path, Links::Refuse);
     if (!bytes)
         return bytes.error();
     return std::optional(std::move(*bytes));
@@ -55,7 +54,7 @@ std::vector<Part> partsOf(const LooseSignature& signature) {
 
 /// Whether a signature of any kind of bundle may have a file of that name.
 bool isSignatureFile(const std::string& name) {
-    LooseSignature all{std::vector<LooseSignature::Blob>(mostAlternates + 1), {}, {}, {}, {}};
+    LooseSignature all{std::vector<base::OwnedBytes>(mostAlternates + 1), {}, {}, {}, {}};
     all.requirements.emplace();
     all.entitlements.emplace();
     all.entitlementsDer.emplace();

@@ -14,12 +14,11 @@ namespace sign {
 /// The signature of a bundle without a Mach-O file: files in its _CodeSignature. Its code directory
 /// covers the bundle's `executable` as one page.
 struct LooseSignature {
-    using Blob = std::vector<std::uint8_t>;
-    std::vector<Blob> directories; ///< the primary one first, at most six
-    std::optional<Blob> requirements;
-    std::optional<Blob> entitlements;
-    std::optional<Blob> entitlementsDer;
-    std::optional<Blob> cms; ///< without the header of a blob; empty if signed ad hoc
+    std::vector<base::OwnedBytes> directories; ///< the primary one first, at most six
+    std::optional<base::OwnedBytes> requirements;
+    std::optional<base::OwnedBytes> entitlements;
+    std::optional<base::OwnedBytes> entitlementsDer;
+    std::optional<base::OwnedBytes> cms; ///< without the header of a blob; empty if signed ad hoc
 };
 
 /// Names, in _CodeSignature, of the files that a signature takes, with CodeResources.

@@ -16,7 +16,7 @@ namespace sign {
 namespace {
 
 PropertyValue dataOf(base::Bytes bytes) {
-    return PropertyData(bytes.begin(), bytes.end());
+    return base::OwnedBytes(bytes.begin(), bytes.end());
 }
 
 /// XML can hold a tab and the ends of lines, no other control character, and not the two code

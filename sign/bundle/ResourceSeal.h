@@ -13,8 +13,8 @@ namespace sign {
 
 /// What a seal keeps of the code that it holds.
 struct NestedSeal {
-    std::vector<std::uint8_t> cdhash; ///< 20 bytes
-    std::string requirement;          ///< text of its designated requirement
+    base::OwnedBytes cdhash; ///< 20 bytes
+    std::string requirement; ///< text of its designated requirement
 };
 
 /// Tells it of the signed code at a path (a bundle's folder or a Mach-O file), or why it cannot.

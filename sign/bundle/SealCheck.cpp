@@ -40,9 +40,9 @@ public:
     Checker(const Bundle& bundle, const SealChecking& checking)
         : bundle_(bundle), checking_(checking) {}
 
-    base::Result<SealReport> check(PropertyData seal) {
+    base::Result<SealReport> check(base::OwnedBytes seal) {
         const auto read = readPropertyList(seal, bundle_.sealPath());
-        seal = PropertyData(); // unlike {}, frees the memory
+        seal = base::OwnedBytes(); // unlike {}, frees the memory
         if (!read || !takeTables(*read))
             return unusable();
         auto rules = SealRules::read(*rules_, bundle_, bundle_.sealPath());
@@ -223,7 +223,7 @@ private:
 
 } // namespace
 
-base::Result<SealReport> checkSeal(const Bundle& bundle, PropertyData seal,
+base::Result<SealReport> checkSeal(const Bundle& bundle, base::OwnedBytes seal,
                                    const SealChecking& checking) {
     return Checker(bundle, checking).check(std::move(seal));
 }

@@ -54,7 +54,7 @@ struct SealReport {
 /// Compares a bundle with its seal: each file of the bundle is read once. The caller has compared
 /// `seal` with special slot 3; it is freed once it is read. The error is one of the system: what
 /// cannot be read.
-[[nodiscard]] base::Result<SealReport> checkSeal(const Bundle& bundle, PropertyData seal,
+[[nodiscard]] base::Result<SealReport> checkSeal(const Bundle& bundle, base::OwnedBytes seal,
                                                  const SealChecking& checking);
 
 } // namespace sign

@@ -21,7 +21,7 @@ std::optional<BerElement> read(base::Bytes bytes, unsigned depth) {
     constexpr int failed = 0x80;
     constexpr int indefinite = 0x01;
     if (bytes.empty() || (form & failed) != 0) {
-        (void)openSslReason();
+        forgetOpenSslErrors();
         return std::nullopt;
     }
     const base::Bytes behind = bytes.subspan(static_cast<std::size_t>(content - bytes.data()));

@@ -46,7 +46,7 @@ bool takeCertificates(const BerElement& set, std::vector<Certificate>& to) {
     return true;
 }
 
-void append(Blob& to, base::Bytes bytes) {
+void append(base::OwnedBytes& to, base::Bytes bytes) {
     to.insert(to.end(), bytes.begin(), bytes.end());
 }
 

@@ -13,7 +13,7 @@ namespace sign {
 
 /// A ContentInfo with SignedData (RFC 5652) in two parts.
 struct CutMessage {
-    Blob rest;                             ///< a SignedData without certificates, in BER
+    base::OwnedBytes rest;                 ///< a SignedData without certificates, in BER
     std::vector<Certificate> certificates; ///< in their order
 };
 

@@ -11,19 +11,14 @@
 namespace sign {
 namespace {
 
-base::Error failed(const std::string& what) {
-    return {base::ErrorKind::System,
-            "The signature could not be made: " + what + ": " + openSslReason() + ". Try again."};
-}
-
 /// The outer levels have indefinite lengths, as Apple's own tool writes them.
-base::Result<Blob> encoded(CMS_ContentInfo* cms) {
+base::Result<base::OwnedBytes> encoded(CMS_ContentInfo* cms) {
     unsigned char* bytes = nullptr;
     const int size = ASN1_item_ndef_i2d(reinterpret_cast<ASN1_VALUE*>(cms), &bytes,
                                         ASN1_ITEM_rptr(CMS_ContentInfo));
     if (size <= 0)
-        return failed("encoding");
-    Blob blob(bytes, bytes + size);
+        return openSslError("The signature could not be encoded");
+    base::OwnedBytes blob(bytes, bytes + size);
     OPENSSL_free(bytes);
     return blob;
 }
@@ -42,7 +37,7 @@ bool addHashes(CMS_SignerInfo* signer, std::span<const DirectoryDigest> director
     using AttributeOwner = OpenSslOwner<X509_ATTRIBUTE, X509_ATTRIBUTE_free>;
     AttributeOwner agility;
     for (const DirectoryDigest& directory : directories) {
-        const Blob element = hashAgilityElement(directory);
+        const base::OwnedBytes element = hashAgilityElement(directory);
         const auto size = static_cast<int>(element.size());
         if (!agility)
             agility.reset(X509_ATTRIBUTE_create_by_OBJ(nullptr, objectOf(hashAgilityOid).get(),
@@ -69,7 +64,7 @@ void nameAlgorithms(CMS_SignerInfo* signer) {
 
 /// Does the same for the set of hash algorithms, which no function of OpenSSL reaches. It stands
 /// behind the version, and the levels around it have indefinite lengths.
-void nameHashInSet(Blob& cms) {
+void nameHashInSet(base::OwnedBytes& cms) {
     constexpr std::array<std::uint8_t, 15> without = {
         0x31, 0x0D, 0x30, 0x0B, 0x06, 0x09, 0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x01};
     constexpr std::array<std::uint8_t, 2> null = {0x05, 0x00};
@@ -94,19 +89,19 @@ base::Result<CmsSignature> CmsSignature::make(const Identity& identity,
     CmsOwner cms(
         CMS_sign(nullptr, nullptr, nullptr, nullptr, CMS_PARTIAL | CMS_DETACHED | CMS_BINARY));
     if (!cms)
-        return failed("beginning");
+        return openSslError("The signature could not be begun");
     for (const Certificate& certificate : identity.chain)
         if (CMS_add1_cert(cms.get(), certificate.handle()) != 1)
-            return failed("adding a certificate");
+            return openSslError("A certificate could not be added to the signature");
     const auto held = identity.key->hold();
     CMS_SignerInfo* signer =
         CMS_add1_signer(cms.get(), identity.chain.front().handle(), identity.key->handle(),
                         EVP_sha256(), CMS_PARTIAL | CMS_NOSMIMECAP | CMS_NOCERTS | CMS_BINARY);
     if (signer == nullptr || !addTime(signer, signingTime) || !addHashes(signer, directories))
-        return failed("adding the signer");
+        return openSslError("The signer could not be added to the signature");
     const BioOwner content = bioOf(primaryDirectory);
     if (CMS_final(cms.get(), content.get(), nullptr, CMS_DETACHED | CMS_BINARY) != 1)
-        return failed("signing with the key of " + identity.label);
+        return openSslError("The key of " + identity.label + " could not sign");
     nameAlgorithms(signer);
     return CmsSignature(std::move(cms), identity.chain);
 }
@@ -120,11 +115,11 @@ base::Outcome CmsSignature::addTimeStamp(base::Bytes token) {
     if (CMS_unsigned_add1_attr_by_NID(signerOf(handle_.get()), NID_id_smime_aa_timeStampToken,
                                       V_ASN1_SEQUENCE, token.data(),
                                       static_cast<int>(token.size())) != 1)
-        return failed("adding the time stamp");
+        return openSslError("The time stamp could not be added to the signature");
     return {};
 }
 
-base::Result<Blob> CmsSignature::encoded() const {
+base::Result<base::OwnedBytes> CmsSignature::encoded() const {
     auto bytes = sign::encoded(handle_.get());
     if (bytes)
         nameHashInSet(*bytes);

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <string>
 #include <vector>
 
 // The Cryptographic Message Syntax (RFC 5652) as code signatures hold it: a detached signature over
@@ -32,7 +31,7 @@ public:
     [[nodiscard]] const std::vector<Certificate>& chain() const { return chain_; }
     /// Puts a time stamp token (RFC 3161) beside the signature.
     [[nodiscard]] base::Outcome addTimeStamp(base::Bytes token);
-    [[nodiscard]] base::Result<Blob> encoded() const;
+    [[nodiscard]] base::Result<base::OwnedBytes> encoded() const;
 
 private:
     CmsSignature(CmsOwner handle, std::vector<Certificate> chain)

@@ -42,15 +42,16 @@ std::string hashListXml(std::span<const DirectoryDigest> directories) {
     return applePropertyListXml(PropertyValue(std::move(dictionary)));
 }
 
-Blob hashAgilityElement(const DirectoryDigest& directory) {
-    const Blob type = derOf(i2d_ASN1_OBJECT, OBJ_nid2obj(nidOf(directory.type)));
+base::OwnedBytes hashAgilityElement(const DirectoryDigest& directory) {
+    const base::OwnedBytes type = derOf(i2d_ASN1_OBJECT, OBJ_nid2obj(nidOf(directory.type)));
     const base::Bytes bytes = directory.digest.bytes();
     const Asn1OctetStringOwner hash(ASN1_OCTET_STRING_new());
     ASN1_OCTET_STRING_set(hash.get(), bytes.data(), static_cast<int>(bytes.size()));
-    const Blob value = derOf(i2d_ASN1_OCTET_STRING, hash.get());
+    const base::OwnedBytes value = derOf(i2d_ASN1_OCTET_STRING, hash.get());
 
     const int content = static_cast<int>(type.size() + value.size());
-    Blob element(static_cast<std::size_t>(ASN1_object_size(1, content, V_ASN1_SEQUENCE)));
+    base::OwnedBytes element(
+        static_cast<std::size_t>(ASN1_object_size(1, content, V_ASN1_SEQUENCE)));
     unsigned char* at = element.data();
     ASN1_put_object(&at, 1, content, V_ASN1_SEQUENCE, V_ASN1_UNIVERSAL);
     at = std::copy(type.begin(), type.end(), at);
@@ -58,8 +59,8 @@ Blob hashAgilityElement(const DirectoryDigest& directory) {
     return element;
 }
 
-std::vector<Blob> signedValues(const CMS_SignerInfo* signer, const ASN1_OBJECT* oid) {
-    std::vector<Blob> values;
+std::vector<base::OwnedBytes> signedValues(const CMS_SignerInfo* signer, const ASN1_OBJECT* oid) {
+    std::vector<base::OwnedBytes> values;
     for (int at = -1; (at = CMS_signed_get_attr_by_OBJ(signer, oid, at)) >= 0;) {
         X509_ATTRIBUTE* attribute = CMS_signed_get_attr(signer, at);
         for (int value = 0; value < X509_ATTRIBUTE_count(attribute); ++value)

@@ -2,7 +2,6 @@
 
 #include "sign/cms/Cms.h"
 
-#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -19,10 +18,11 @@ inline constexpr const char* hashAgilityOid = "1.2.840.113635.100.9.2";
 [[nodiscard]] std::string hashListXml(std::span<const DirectoryDigest> directories);
 
 /// One element of the hash agility attribute: SEQUENCE { type, hash }.
-[[nodiscard]] Blob hashAgilityElement(const DirectoryDigest& directory);
+[[nodiscard]] base::OwnedBytes hashAgilityElement(const DirectoryDigest& directory);
 
 /// The values of a signed attribute as DER, of all if it comes more than once; empty if there is
 /// none.
-[[nodiscard]] std::vector<Blob> signedValues(const CMS_SignerInfo* signer, const ASN1_OBJECT* oid);
+[[nodiscard]] std::vector<base::OwnedBytes> signedValues(const CMS_SignerInfo* signer,
+                                                         const ASN1_OBJECT* oid);
 
 } // namespace sign

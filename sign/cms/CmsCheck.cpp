@@ -17,7 +17,7 @@ namespace sign {
 namespace {
 
 base::Error wrong(std::string sentence) {
-    (void)openSslReason();
+    forgetOpenSslErrors();
     return {base::ErrorKind::Damaged, std::move(sentence)};
 }
 
@@ -73,7 +73,7 @@ public:
         return static_cast<std::int64_t>(timegm(&parts));
     }
 
-    [[nodiscard]] std::optional<Blob> timeStampToken() const {
+    [[nodiscard]] std::optional<base::OwnedBytes> timeStampToken() const {
         const int at = CMS_unsigned_get_attr_by_NID(signer_, NID_id_smime_aa_timeStampToken, -1);
         X509_ATTRIBUTE* attribute = at < 0 ? nullptr : CMS_unsigned_get_attr(signer_, at);
         if (attribute == nullptr || X509_ATTRIBUTE_count(attribute) < 1)
@@ -132,11 +132,11 @@ bool bindsDirectories(const SignedMessage& message, std::span<const DirectoryDig
         if (hashes == nullptr || !wanted || *hashes != *wanted->find("cdhashes"))
             return false;
     }
-    const std::vector<Blob> agility =
+    const std::vector<base::OwnedBytes> agility =
         signedValues(message.signer(), objectOf(hashAgilityOid).get());
     // As texts: g++ 12 warns of a comparison of bytes that it has made itself.
     std::set<std::string> found;
-    for (const Blob& element : agility)
+    for (const base::OwnedBytes& element : agility)
         found.emplace(base::textOf(element));
     std::set<std::string> wanted;
     for (const DirectoryDigest& directory : directories)

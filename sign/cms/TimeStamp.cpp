@@ -60,7 +60,7 @@ base::Result<Address> addressIn(const std::string& url) {
     OPENSSL_free(path);
     if (parsed == 1 && isTls == 0 && url.starts_with("http://"))
         return address;
-    (void)openSslReason();
+    forgetOpenSslErrors();
     return base::Error{base::ErrorKind::Usage,
                        "The timestamp service \"" + url +
                            "\" is no address that begins with http://. Give "
@@ -75,7 +75,7 @@ RequestOwner requestFor(base::Bytes signatureValue) {
     const ImprintOwner imprint(TS_MSG_IMPRINT_new());
     TS_MSG_IMPRINT_set_algo(imprint.get(), algorithm.get());
     const Digest digest = digestOf(HashType::Sha256, signatureValue);
-    Blob bytes(digest.bytes().begin(), digest.bytes().end());
+    base::OwnedBytes bytes(digest.bytes().begin(), digest.bytes().end());
     TS_MSG_IMPRINT_set_msg(imprint.get(), bytes.data(), static_cast<int>(bytes.size()));
     TS_REQ_set_msg_imprint(request.get(), imprint.get());
     const NumberOwner number(BN_new());
@@ -89,11 +89,11 @@ RequestOwner requestFor(base::Bytes signatureValue) {
 /// A TimeStampResp, not checked yet.
 struct Reply {
     long status = 0;
-    Blob token; ///< as it came; empty if there is none
+    base::OwnedBytes token; ///< as it came; empty if there is none
 };
 
 std::optional<Reply> readReply(BIO* answer) {
-    Blob bytes(BIO_ctrl_pending(answer));
+    base::OwnedBytes bytes(BIO_ctrl_pending(answer));
     const int size = BIO_read(answer, bytes.data(), static_cast<int>(bytes.size()));
     const auto whole = size > 0 ? firstElementIn({bytes.data(), std::size_t(size)}) : std::nullopt;
     const auto parts = whole && whole->isSequence() ? elementsIn(whole->content) : std::nullopt;
@@ -112,7 +112,7 @@ std::optional<Reply> readReply(BIO* answer) {
 
 /// Sends the request once. Absent if nothing answers in time, or something that is no reply.
 std::optional<Reply> exchange(const Address& address, TS_REQ* request, int seconds) {
-    const Blob der = derOf(i2d_TS_REQ, request);
+    const base::OwnedBytes der = derOf(i2d_TS_REQ, request);
     BioOwner body(BIO_new(BIO_s_mem()));
     BIO_write(body.get(), der.data(), static_cast<int>(der.size()));
     const BioOwner answer(OSSL_HTTP_transfer(
@@ -123,7 +123,7 @@ std::optional<Reply> exchange(const Address& address, TS_REQ* request, int secon
     if (answer)
         reply = readReply(answer.get());
     if (!reply)
-        (void)openSslReason();
+        forgetOpenSslErrors();
     return reply;
 }
 
@@ -167,8 +167,8 @@ base::Result<TimeStampReply> TimeStampReply::request(const std::string& url,
     return answered;
 }
 
-base::Result<Blob> TimeStampReply::token(base::Bytes signatureValue,
-                                         const std::vector<Certificate>& chain) const {
+base::Result<base::OwnedBytes> TimeStampReply::token(base::Bytes signatureValue,
+                                                     const std::vector<Certificate>& chain) const {
     if (status_ != TS_STATUS_GRANTED && status_ != TS_STATUS_GRANTED_WITH_MODS)
         return wrongReply(url_, "it refuses the request");
     const Pkcs7Owner decoded = decodedToken(token_);

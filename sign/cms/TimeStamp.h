@@ -11,9 +11,6 @@
 // Time stamps of signatures (RFC 3161).
 namespace sign {
 
-/// The server that Apple's own tool asks.
-inline constexpr const char* appleTimeStampServer = "http://timestamp.apple.com/ts01";
-
 /// How far the clock here and that of a server may differ.
 inline constexpr std::int64_t secondsOfGrace = 300;
 
@@ -29,8 +26,8 @@ public:
 
     /// The token for the same bytes, after all has been checked that a check of the signature asks
     /// for, whose chain is `chain`, the leaf first. Damaged if it is not right.
-    [[nodiscard]] base::Result<Blob> token(base::Bytes signatureValue,
-                                           const std::vector<Certificate>& chain) const;
+    [[nodiscard]] base::Result<base::OwnedBytes> token(base::Bytes signatureValue,
+                                                       const std::vector<Certificate>& chain) const;
 
 private:
     using RequestOwner = OpenSslOwner<TS_REQ, TS_REQ_free>;
@@ -41,7 +38,7 @@ private:
     std::string url_;
     RequestOwner request_;
     long status_ = 0;
-    Blob token_; ///< as it came; empty if there is none
+    base::OwnedBytes token_; ///< as it came; empty if there is none
 };
 
 /// The time that a token names, in seconds since 1970, without any check; none if it is no token.

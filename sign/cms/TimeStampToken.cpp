@@ -17,7 +17,7 @@ base::Error wrong(const std::string& what) {
 }
 
 /// The hash of the bytes with the token's own algorithm; empty if it is not known.
-Blob imprintOf(TS_TST_INFO* content, base::Bytes bytes) {
+base::OwnedBytes imprintOf(TS_TST_INFO* content, base::Bytes bytes) {
     const X509_ALGOR* algorithm = TS_MSG_IMPRINT_get_algo(TS_TST_INFO_get_msg_imprint(content));
     const ASN1_OBJECT* name = nullptr;
     X509_ALGOR_get0(&name, nullptr, nullptr, algorithm);
@@ -48,8 +48,8 @@ CertificateStoreOwner storeFor(PKCS7* token, TokenRoots roots, std::int64_t when
     return store;
 }
 
-bool isVerified(PKCS7* token, TokenRoots roots, const TS_TST_INFO* content, const Blob& imprint,
-                bool withSystemRoots) {
+bool isVerified(PKCS7* token, TokenRoots roots, const TS_TST_INFO* content,
+                const base::OwnedBytes& imprint, bool withSystemRoots) {
     const VerifyContextOwner context(TS_VERIFY_CTX_new());
     auto* owned = static_cast<unsigned char*>(OPENSSL_memdup(imprint.data(), imprint.size()));
     TS_VERIFY_CTX_set_imprint(context.get(), owned, static_cast<long>(imprint.size()));
@@ -75,7 +75,7 @@ Pkcs7Owner decodedToken(base::Bytes token) {
     for (std::size_t index = 0; isWhole && index < cut->certificates.size(); ++index)
         isWhole = PKCS7_add_certificate(decoded.get(), cut->certificates[index].handle()) == 1;
     if (!isWhole) {
-        (void)openSslReason();
+        forgetOpenSslErrors();
         decoded.reset();
     }
     return decoded;
@@ -104,7 +104,7 @@ std::string faultOfToken(PKCS7* token, base::Bytes signatureValue, const ASN1_IN
     const TimeStampContentOwner content(PKCS7_to_TS_TST_INFO(token));
     if (!content)
         return "it holds no time: " + openSslReason();
-    const Blob imprint = imprintOf(content.get(), signatureValue);
+    const base::OwnedBytes imprint = imprintOf(content.get(), signatureValue);
     if (imprint.empty())
         return "its hash is of an unknown kind";
     // The system's roots take longer to read than all else; most tokens bring their own.
@@ -127,7 +127,7 @@ std::optional<std::int64_t> timeOfToken(base::Bytes token) {
         return std::nullopt;
     const TimeStampContentOwner content(PKCS7_to_TS_TST_INFO(decoded.get()));
     if (!content) {
-        (void)openSslReason();
+        forgetOpenSslErrors();
         return std::nullopt;
     }
     return timeOf(content.get());

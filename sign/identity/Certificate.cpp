@@ -85,7 +85,7 @@ private:
     std::unordered_set<std::string> pairs_;
 };
 
-std::string textOf(const Blob& bytes) {
+std::string textOf(const base::OwnedBytes& bytes) {
     return std::string(base::textOf(bytes));
 }
 
@@ -95,7 +95,7 @@ base::Result<Certificate> Certificate::fromDer(base::Bytes der, std::string_view
     const unsigned char* at = der.data();
     CertificateOwner handle(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
     if (!handle || at != der.data() + der.size()) {
-        (void)openSslReason();
+        forgetOpenSslErrors();
         return base::Error{base::ErrorKind::Damaged,
                            std::string(name) +
                                " is no certificate. Give a certificate in DER or PEM."};
@@ -108,11 +108,11 @@ std::vector<Certificate> Certificate::fromPem(base::Bytes pem) {
     const BioOwner source = bioOf(pem);
     while (X509* handle = PEM_read_bio_X509(source.get(), nullptr, nullptr, nullptr))
         certificates.emplace_back(CertificateOwner(handle));
-    (void)openSslReason(); // the end of the text is an error to the reader
+    forgetOpenSslErrors(); // the end of the text is an error to the reader
     return certificates;
 }
 
-Blob Certificate::der() const {
+base::OwnedBytes Certificate::der() const {
     return derOf(i2d_X509, handle());
 }
 
@@ -164,7 +164,7 @@ bool Certificate::isIssuedBy(const Certificate& issuer) const {
     if (isIssuer)
         known.add(pair);
     else
-        (void)openSslReason();
+        forgetOpenSslErrors();
     return isIssuer;
 }
 

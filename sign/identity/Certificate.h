@@ -23,7 +23,7 @@ public:
     [[nodiscard]] static std::vector<Certificate> fromPem(base::Bytes pem);
 
     [[nodiscard]] X509* handle() const { return handle_.get(); }
-    [[nodiscard]] Blob der() const;
+    [[nodiscard]] base::OwnedBytes der() const;
     [[nodiscard]] Digest sha1() const { return digestOf(HashType::Sha1, der()); }
     [[nodiscard]] Digest sha256() const { return digestOf(HashType::Sha256, der()); }
 
@@ -47,7 +47,7 @@ public:
     [[nodiscard]] bool isSelfIssued() const;
     /// Whether `issuer` has signed this certificate, and may sign certificates.
     [[nodiscard]] bool isIssuedBy(const Certificate& issuer) const;
-    /// Where its issuer's certificate is to be had, by its own word; empty if it does not say.
+    /// The address that it names for its issuer's certificate; empty if it names none.
     [[nodiscard]] std::string issuerAddress() const;
 
     /// What requirements ask about it.

@@ -11,11 +11,7 @@ namespace {
 using RequestOwner = OpenSslOwner<X509_REQ, X509_REQ_free>;
 
 constexpr long tenYears = 10L * 365 * 24 * 60 * 60;
-
-base::Error failed(const char* what) {
-    return {base::ErrorKind::System,
-            std::string(what) + ": " + openSslReason() + ". Use a shorter name, or try again."};
-}
+constexpr const char* remedy = "Use a shorter name, or try again.";
 
 bool addEntry(X509_NAME* name, int nid, const std::string& value) {
     return X509_NAME_add_entry_by_NID(name, nid, MBSTRING_UTF8,
@@ -43,17 +39,17 @@ bool setRandomSerial(X509* certificate) {
 
 } // namespace
 
-base::Result<Blob> certificateRequest(EVP_PKEY* key, const std::string& name,
-                                      const std::string& email) {
+base::Result<base::OwnedBytes> certificateRequest(EVP_PKEY* key, const std::string& name,
+                                                  const std::string& email) {
     const RequestOwner request(X509_REQ_new());
     X509_NAME* subject = X509_REQ_get_subject_name(request.get());
     if (!addEntry(subject, NID_pkcs9_emailAddress, email) ||
         !addEntry(subject, NID_commonName, name) || X509_REQ_set_pubkey(request.get(), key) != 1 ||
         X509_REQ_sign(request.get(), key, EVP_sha256()) <= 0)
-        return failed("The request could not be made");
+        return openSslError("The request could not be made", remedy);
     const BioOwner sink(BIO_new(BIO_s_mem()));
     if (PEM_write_bio_X509_REQ(sink.get(), request.get()) != 1)
-        return failed("The request could not be written");
+        return openSslError("The request could not be written", remedy);
     return bytesOf(sink.get());
 }
 
@@ -71,7 +67,7 @@ base::Result<Certificate> selfSignedCertificate(EVP_PKEY* key, const std::string
                         addExtension(handle, NID_ext_key_usage, "critical,codeSigning") &&
                         X509_sign(handle, key, EVP_sha256()) > 0;
     if (!isMade)
-        return failed("The certificate could not be made");
+        return openSslError("The certificate could not be made", remedy);
     return Certificate(std::move(certificate));
 }
 

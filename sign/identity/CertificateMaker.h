@@ -7,8 +7,8 @@
 namespace sign {
 
 /// A certificate signing request (PKCS#10, RFC 2986) as PEM, as the developer portal takes it.
-[[nodiscard]] base::Result<Blob> certificateRequest(EVP_PKEY* key, const std::string& name,
-                                                    const std::string& email);
+[[nodiscard]] base::Result<base::OwnedBytes>
+certificateRequest(EVP_PKEY* key, const std::string& name, const std::string& email);
 
 /// A certificate for code signing, valid for ten years, that its own key has signed.
 [[nodiscard]] base::Result<Certificate> selfSignedCertificate(EVP_PKEY* key,

@@ -1,7 +1,7 @@
 #include "sign/identity/IdentityFile.h"
 
 #include "base/ByteReader.h"
-#include "sign/identity/CertificateFile.h"
+#include "sign/bundle/FileTree.h"
 #include "sign/identity/KeyFile.h"
 
 #include <openssl/err.h>
@@ -18,7 +18,7 @@ void loadOldAlgorithms() {
     static const bool loaded = OSSL_PROVIDER_load(nullptr, "default") != nullptr &&
                                OSSL_PROVIDER_load(nullptr, "legacy") != nullptr;
     if (!loaded)
-        (void)openSslReason();
+        forgetOpenSslErrors();
 }
 
 /// Whether an algorithm was missing, and not the right passphrase. Forgets the errors.
@@ -56,14 +56,14 @@ base::Result<IdentityFile> readPkcs12(PKCS12* file, const Secret& passphrase,
 } // namespace
 
 base::Result<IdentityFile> readIdentityFile(const std::string& path, const Secret& passphrase) {
-    auto bytes = readSmallFile(path);
+    auto bytes = wholeFile(path, Links::Follow);
     if (!bytes)
         return bytes.error();
     const unsigned char* at = bytes->data();
     const Pkcs12Owner pkcs12(d2i_PKCS12(nullptr, &at, static_cast<long>(bytes->size())));
     if (pkcs12)
         return readPkcs12(pkcs12.get(), passphrase, path);
-    (void)openSslReason();
+    forgetOpenSslErrors();
 
     IdentityFile found{.certificates = Certificate::fromPem(*bytes), .key = {}};
     if (found.certificates.empty()) {

@@ -3,6 +3,7 @@
 #include "base/ByteReader.h"
 #include "base/Printable.h"
 #include "base/ReplacedFile.h"
+#include "sign/bundle/FileTree.h"
 #include "sign/identity/CertificateChain.h"
 #include "sign/identity/CertificateFile.h"
 #include "sign/identity/KeyFile.h"
@@ -82,7 +83,7 @@ base::Result<IdentityFolder> IdentityFolder::ofUser() {
     return IdentityFolder(path);
 }
 
-base::Result<std::vector<KeptCertificate>> IdentityFolder::certificates() const {
+std::vector<KeptCertificate> IdentityFolder::certificates() const {
     std::vector<KeptCertificate> all;
     std::error_code code;
     for (fs::directory_iterator file(fs::path(path_) / "certificates", code), end;
@@ -96,7 +97,7 @@ base::Result<std::vector<KeptCertificate>> IdentityFolder::certificates() const 
             continue;
         }
         const Certificate& leaf = chain->front();
-        KeptCertificate kept{.hash = capitals(hex(leaf.sha1().bytes())),
+        KeptCertificate kept{.hash = capitals(base::hex(leaf.sha1().bytes())),
                              .chain = chainAsFarAsKnown(leaf, *chain),
                              .keyId = keyIdOf(leaf)};
         kept.hasKey = hasKey(kept.keyId);
@@ -182,19 +183,17 @@ base::Outcome IdentityFolder::addCertificate(const std::vector<Certificate>& cha
     const BioOwner sink(BIO_new(BIO_s_mem()));
     for (const Certificate& certificate : chain)
         PEM_write_bio_X509(sink.get(), certificate.handle());
-    return write("certificates/" + capitals(hex(chain.front().sha1().bytes())) + ".pem",
+    return write("certificates/" + capitals(base::hex(chain.front().sha1().bytes())) + ".pem",
                  bytesOf(sink.get()));
 }
 
 base::Outcome IdentityFolder::remove(const KeptCertificate& kept) const {
     const FolderLock lock(path_);
     const auto all = certificates();
-    if (!all)
-        return all.error();
     const std::string certificate = path_ + "/certificates/" + kept.hash + ".pem";
     if (::unlink(certificate.c_str()) != 0)
         return base::systemError("remove", certificate, errno);
-    const bool isShared = std::ranges::any_of(*all, [&](const KeptCertificate& other) {
+    const bool isShared = std::ranges::any_of(all, [&](const KeptCertificate& other) {
         return other.hash != kept.hash && other.keyId == kept.keyId;
     });
     if (isShared)
@@ -248,12 +247,12 @@ base::Outcome IdentityFolder::write(const std::string& name, base::Bytes bytes) 
     return file->commit();
 }
 
-base::Result<Blob> IdentityFolder::readPrivate(const std::string& name) const {
+base::Result<base::OwnedBytes> IdentityFolder::readPrivate(const std::string& name) const {
     const std::string path = path_ + '/' + name;
     struct stat status {};
     if (::stat(path.c_str(), &status) == 0 && (status.st_mode & forOthers) != 0)
         return openToOthers(path, "Set its permissions with chmod 600.");
-    return readSmallFile(path);
+    return wholeFile(path, Links::Follow);
 }
 
 } // namespace sign

@@ -3,8 +3,6 @@
 #include "sign/identity/Identity.h"
 #include "sign/identity/Secret.h"
 
-#include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,7 +29,7 @@ public:
     [[nodiscard]] static base::Result<IdentityFolder> ofUser();
 
     /// In the order of their names and hashes. A file that is damaged is named on standard error.
-    [[nodiscard]] base::Result<std::vector<KeptCertificate>> certificates() const;
+    [[nodiscard]] std::vector<KeptCertificate> certificates() const;
     /// Every certificate in the folder, issuers too.
     [[nodiscard]] std::vector<Certificate> pool() const;
     [[nodiscard]] bool hasKey(const std::string& keyId) const;
@@ -58,7 +56,7 @@ private:
 
     [[nodiscard]] base::Outcome make() const;
     [[nodiscard]] base::Outcome write(const std::string& name, base::Bytes bytes) const;
-    [[nodiscard]] base::Result<Blob> readPrivate(const std::string& name) const;
+    [[nodiscard]] base::Result<base::OwnedBytes> readPrivate(const std::string& name) const;
 
     std::string path_;
 };

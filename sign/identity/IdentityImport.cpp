@@ -20,7 +20,7 @@ base::Result<Certificate> downloaded(const std::string& address) {
                                         nullptr, nullptr, 0, nullptr, nullptr, 1,
                                         longestCertificate, secondsToAnswer));
     if (!answer) {
-        (void)openSslReason();
+        forgetOpenSslErrors();
         return base::Error{
             base::ErrorKind::Unavailable,
             "The certificate at " + address +
@@ -30,7 +30,7 @@ base::Result<Certificate> downloaded(const std::string& address) {
     CertificateOwner certificate(d2i_X509_bio(answer.get(), nullptr));
     if (certificate)
         return Certificate(std::move(certificate));
-    (void)openSslReason();
+    forgetOpenSslErrors();
     return base::Error{base::ErrorKind::Damaged, "What is at " + address +
                                                      " is no certificate. Give the issuer's "
                                                      "certificate with --chain."};

@@ -1,5 +1,6 @@
 #include "sign/identity/IdentityList.h"
 
+#include "sign/bundle/FileTree.h"
 #include "sign/identity/TrustedRoots.h"
 
 #include <algorithm>
@@ -13,14 +14,8 @@ bool isHash(std::string_view text) {
            text.find_first_not_of("0123456789ABCDEFabcdef") == std::string_view::npos;
 }
 
-bool equalsHash(std::string_view a, std::string_view b) {
-    return std::ranges::equal(a, b, [](char x, char y) {
-        return x == y || (x >= 'A' && x - 'A' + 'a' == y) || (y >= 'A' && y - 'A' + 'a' == x);
-    });
-}
-
 bool isTrusted(const std::vector<Certificate>& chain) {
-    // Who keeps a certificate that has signed itself trusts it.
+    // A self-signed certificate that is kept here is trusted.
     return chain.size() == 1 || countsAsAppleRoot(chain.back());
 }
 
@@ -45,11 +40,11 @@ std::string_view sentenceOf(IdentityFault fault) {
     return "";
 }
 
-base::Error notFound(std::string_view text) {
-    return {base::ErrorKind::NotFound, std::string(text) + ": no identity found"};
-}
-
 } // namespace
+
+base::Error noIdentity(std::string_view wanted) {
+    return {base::ErrorKind::NotFound, std::string(wanted) + ": no identity found"};
+}
 
 std::string_view nameOf(IdentityFault fault) {
     switch (fault) {
@@ -92,12 +87,9 @@ base::Result<std::vector<ListedIdentity>> listIdentities() {
     const auto folder = IdentityFolder::ofUser();
     if (!folder)
         return folder.error();
-    const auto kept = folder->certificates();
-    if (!kept)
-        return kept.error();
     std::vector<ListedIdentity> list;
     const std::int64_t now = std::time(nullptr);
-    for (const KeptCertificate& certificate : *kept)
+    for (const KeptCertificate& certificate : folder->certificates())
         list.push_back(
             {certificate.hash, certificate.chain.front().label(), faultOf(certificate, now)});
     return list;
@@ -108,13 +100,11 @@ base::Result<Identity> findIdentity(std::string_view hashOrNamePart) {
     if (!folder)
         return folder.error();
     const auto kept = folder->certificates();
-    if (!kept)
-        return kept.error();
     std::vector<const KeptCertificate*> fitting;
-    for (const KeptCertificate& certificate : *kept) {
+    for (const KeptCertificate& certificate : kept) {
         const bool fits =
             isHash(hashOrNamePart)
-                ? equalsHash(certificate.hash, hashOrNamePart)
+                ? sameWithoutCase(certificate.hash, hashOrNamePart)
                 : certificate.chain.front().label().find(hashOrNamePart) != std::string::npos;
         if (fits)
             fitting.push_back(&certificate);
@@ -127,7 +117,7 @@ base::Result<Identity> findIdentity(std::string_view hashOrNamePart) {
         });
     const auto ableCount = static_cast<std::size_t>(able - fitting.begin());
     if (fitting.empty() || hashOrNamePart.empty())
-        return notFound(hashOrNamePart);
+        return noIdentity(hashOrNamePart);
     if (ableCount > 1)
         return base::Error{base::ErrorKind::Conflict,
                            std::string(hashOrNamePart) + ": ambiguous (matches \"" +

@@ -33,12 +33,15 @@ struct ListedIdentity {
     IdentityFault fault = IdentityFault::None;
 };
 
+/// NotFound: "WANTED: no identity found".
+[[nodiscard]] base::Error noIdentity(std::string_view wanted);
+
 /// Those of the user, in the order of their labels.
 [[nodiscard]] base::Result<std::vector<ListedIdentity>> listIdentities();
 
 /// The one identity whose hash (40 digits) is given, or whose label has the text in it, with its
-/// key opened. NotFound: "TEXT: no identity found". Conflict if several fit, Unavailable if its key
-/// is locked or its certificate cannot sign.
+/// key opened. noIdentity() if none fits, Conflict if several fit, Unavailable if its key is locked
+/// or its certificate cannot sign.
 [[nodiscard]] base::Result<Identity> findIdentity(std::string_view hashOrNamePart);
 
 } // namespace sign

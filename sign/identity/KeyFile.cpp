@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include <openssl/decoder.h>
-#include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 
@@ -22,15 +21,11 @@ constexpr std::uint64_t scryptLanes = 1;
 
 constexpr unsigned keyBits = 2048;
 
-base::Error failed(const std::string& what) {
-    return {base::ErrorKind::System, what + ": " + openSslReason() + ". Try again."};
-}
-
 std::string idOf(X509_PUBKEY* key) {
     const unsigned char* bytes = nullptr;
     int size = 0;
     X509_PUBKEY_get0_param(nullptr, &bytes, &size, nullptr, key);
-    return hex(digestOf(HashType::Sha1, {bytes, static_cast<std::size_t>(size)}).bytes());
+    return base::hex(digestOf(HashType::Sha1, {bytes, static_cast<std::size_t>(size)}).bytes());
 }
 
 } // namespace
@@ -50,25 +45,25 @@ std::string keyIdOf(const Certificate& certificate) {
 base::Result<KeyOwner> newKey() {
     KeyOwner key(EVP_RSA_gen(keyBits));
     if (!key)
-        return failed("The key could not be made");
+        return openSslError("The key could not be made");
     return key;
 }
 
-base::Result<Blob> encryptedPem(EVP_PKEY* key, const Secret& passphrase) {
+base::Result<base::OwnedBytes> encryptedPem(EVP_PKEY* key, const Secret& passphrase) {
     const KeyInfoOwner info(EVP_PKEY2PKCS8(key));
     AlgorithmOwner algorithm(PKCS5_pbe2_set_scrypt(EVP_aes_256_cbc(), nullptr, 0, nullptr,
                                                    scryptCost, scryptBlocks, scryptLanes));
     if (!info || !algorithm)
-        return failed("The key could not be encrypted");
+        return openSslError("The key could not be encrypted");
     const SignatureOwner encrypted(PKCS8_set0_pbe(passphrase.text().data(),
                                                   static_cast<int>(passphrase.text().size()),
                                                   info.get(), algorithm.get()));
     if (!encrypted)
-        return failed("The key could not be encrypted");
+        return openSslError("The key could not be encrypted");
     (void)algorithm.release(); // is the encrypted key's now
     const BioOwner sink(BIO_new(BIO_s_mem()));
     if (PEM_write_bio_PKCS8(sink.get(), encrypted.get()) != 1)
-        return failed("The key could not be written");
+        return openSslError("The key could not be written");
     return bytesOf(sink.get());
 }
 
@@ -82,14 +77,13 @@ base::Result<KeyOwner> decodedKey(base::Bytes bytes, const Secret& passphrase,
         passphrase.text().size());
     const unsigned char* at = bytes.data();
     std::size_t size = bytes.size();
-    if (OSSL_DECODER_from_data(decoder.get(), &at, &size) == 1) {
-        ERR_clear_error();
+    const bool isDecoded = OSSL_DECODER_from_data(decoder.get(), &at, &size) == 1;
+    forgetOpenSslErrors();
+    if (isDecoded)
         return KeyOwner(handle);
-    }
     constexpr std::string_view mark = "ENCRYPTED PRIVATE KEY";
     const bool isEncrypted =
         std::search(bytes.begin(), bytes.end(), mark.begin(), mark.end()) != bytes.end();
-    ERR_clear_error();
     if (isEncrypted)
         return base::Error{base::ErrorKind::Denied, "The passphrase does not open the key in " +
                                                         name + ". Give the right one."};

@@ -3,10 +3,7 @@
 #include "sign/identity/Identity.h"
 #include "sign/identity/Secret.h"
 
-#include <functional>
-#include <span>
 #include <string>
-#include <vector>
 
 // Private keys in files: PKCS#8 (RFC 5958), encrypted with AES-256 under a key that scrypt (RFC
 // 7914) makes of a passphrase.
@@ -21,7 +18,7 @@ namespace sign {
 [[nodiscard]] base::Result<KeyOwner> newKey();
 
 /// The key as encrypted PEM.
-[[nodiscard]] base::Result<Blob> encryptedPem(EVP_PKEY* key, const Secret& passphrase);
+[[nodiscard]] base::Result<base::OwnedBytes> encryptedPem(EVP_PKEY* key, const Secret& passphrase);
 
 /// The key in a PEM or DER file, encrypted or not. Denied if the passphrase does not fit; Damaged
 /// if there is no key. `name` is what an error names.

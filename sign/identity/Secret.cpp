@@ -22,7 +22,7 @@ namespace {
 
 constexpr std::size_t longest = 4096;
 
-/// Waits for who writes into a pipe, but not for ever.
+/// Waits up to ten seconds for the writer of a pipe. False if nothing comes.
 bool comes(int descriptor) {
     constexpr int milliseconds = 10'000;
     struct pollfd waiting = {descriptor, POLLIN, 0};
@@ -79,7 +79,7 @@ Secret Secret::random() {
     unsigned char bytes[32];
     if (RAND_priv_bytes(bytes, sizeof bytes) != 1)
         return {};
-    Secret secret(hex({bytes, sizeof bytes}));
+    Secret secret(base::hex({bytes, sizeof bytes}));
     OPENSSL_cleanse(bytes, sizeof bytes);
     return secret;
 }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "base/Result.h"
-#include "sign/Digest.h"
 
 #include <string>
 #include <string_view>

@@ -1,7 +1,6 @@
 #include "sign/identity/TokenUri.h"
 
-#include <charconv>
-#include <optional>
+#include "base/Number.h"
 
 namespace sign {
 namespace {
@@ -13,11 +12,10 @@ std::optional<std::string> percentDecoded(std::string_view text) {
             decoded += text[0];
             continue;
         }
-        unsigned byte = 0;
-        if (text.size() < 3 ||
-            std::from_chars(text.data() + 1, text.data() + 3, byte, 16).ptr != text.data() + 3)
+        const auto byte = base::numberIn<std::uint8_t>(text.substr(1, 2), 0, 0xFF, 16);
+        if (!byte || text.size() < 3)
             return std::nullopt;
-        decoded += static_cast<char>(byte);
+        decoded += static_cast<char>(*byte);
         text.remove_prefix(2);
     }
     return decoded;

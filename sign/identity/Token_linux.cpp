@@ -8,8 +8,6 @@
 #include <span>
 #include <vector>
 
-#include <openssl/err.h>
-
 namespace sign {
 namespace {
 
@@ -27,7 +25,7 @@ bool fits(const std::string& wanted, const char* there) {
 }
 
 base::Error unavailable(const std::string& what) {
-    ERR_clear_error();
+    forgetOpenSslErrors();
     return {base::ErrorKind::Unavailable, what};
 }
 

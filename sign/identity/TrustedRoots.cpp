@@ -32,7 +32,7 @@ std::set<std::string, std::less<>> rootsOfUser() {
         if (!certificates)
             continue;
         for (const Certificate& certificate : *certificates)
-            roots.insert(hex(certificate.sha256().bytes()));
+            roots.insert(base::hex(certificate.sha256().bytes()));
     }
     return roots;
 }
@@ -59,7 +59,7 @@ std::string identityFolderPath() {
 
 bool countsAsAppleRoot(const Certificate& certificate) {
     static const std::set<std::string, std::less<>> ofUser = rootsOfUser();
-    const std::string hash = hex(certificate.sha256().bytes());
+    const std::string hash = base::hex(certificate.sha256().bytes());
     return std::ranges::find(appleRoots, hash) != appleRoots.end() || ofUser.contains(hash);
 }
 

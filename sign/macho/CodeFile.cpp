@@ -10,34 +10,12 @@
 namespace sign {
 namespace {
 
-constexpr std::uint32_t universalMagic = 0xCAFEBABE;
-constexpr std::uint32_t universalMagic64 = 0xCAFEBABF;
-/// A Java class file has the same magic and its version, 45 and more, in place of the count.
-constexpr std::uint32_t mostSlices = 29;
 constexpr std::uint64_t mostCommands = 16U << 20U;
 constexpr std::uint32_t mostAlignment = 30;
-
-base::Error damaged(const std::string& path, const std::string& what) {
-    return {base::ErrorKind::Damaged, "The Mach-O file " + path + " is damaged: " + what +
-                                          ". Build it anew or get another copy."};
-}
 
 base::Error changed(const std::string& path) {
     return {base::ErrorKind::Changed,
             path + " changed while it was read. Close what writes to it and try again."};
-}
-
-bool isMachMagic(base::Bytes start) {
-    return start.size() >= 4 &&
-           (base::ByteReader(start).takeBig<std::uint32_t>() & ~1U) == 0xFEEDFACE;
-}
-
-bool startsLikeMachO(base::Bytes start) {
-    const std::array<std::uint8_t, 4> swapped{start.size() < 4 ? std::uint8_t{0} : start[3],
-                                              start.size() < 4 ? std::uint8_t{0} : start[2],
-                                              start.size() < 4 ? std::uint8_t{0} : start[1],
-                                              start.size() < 4 ? std::uint8_t{0} : start[0]};
-    return isMachMagic(start) || isMachMagic(swapped);
 }
 
 } // namespace
@@ -77,7 +55,7 @@ base::Outcome CodeFile::readUniversal(base::Bytes start) {
     (void)reader.take(4);
     const auto count = reader.takeBig<std::uint32_t>();
     if (count == 0)
-        return damaged(path_, "it has no architecture");
+        return damagedMachO(path_, "it has no architecture");
     std::vector<FileRange> ranges;
     std::vector<std::array<std::uint32_t, 2>> kinds;
     for (std::uint32_t index = 0; index < count; ++index) {
@@ -94,34 +72,36 @@ base::Outcome CodeFile::readUniversal(base::Bytes start) {
         ranges.push_back(range);
     }
     if (reader.failed())
-        return damaged(path_, "the table of its architectures is cut short");
+        return damagedMachO(path_, "the table of its architectures is cut short");
     for (std::size_t index = 0; index < ranges.size(); ++index) {
         if (auto added = addSlice(ranges[index]); !added)
             return added;
         MachSlice& slice = slices_.back();
         slice.listedSubtype = kinds[index][1];
         if (kinds[index][0] != slice.cpuType || (kinds[index][1] & 0xFFFFFFU) != slice.cpuSubtype)
-            return damaged(path_, "the table of its architectures names another than a slice is");
+            return damagedMachO(path_,
+                                "the table of its architectures names another than a slice is");
     }
     std::ranges::sort(ranges, {}, &FileRange::offset);
     for (std::size_t index = 1; index < ranges.size(); ++index)
         if (ranges[index].offset < ranges[index - 1].offset + ranges[index - 1].size)
-            return damaged(path_, "two of its architectures overlap");
+            return damagedMachO(path_, "two of its architectures overlap");
     return {};
 }
 
 base::Outcome CodeFile::addSlice(FileRange range) {
     if (range.size > size() || range.offset > size() - range.size)
-        return damaged(path_, "an architecture reaches past the end");
+        return damagedMachO(path_, "an architecture reaches past the end");
     auto start = read({range.offset, std::min<std::uint64_t>(range.size, 32)});
     if (!start)
         return start.error();
     auto commandsSize = commandsSizeOf(*start, path_);
     if (!commandsSize)
-        return isUniversal_ || start->size() >= 28 ? commandsSize.error()
-                                                   : damaged(path_, "it ends inside of its header");
+        return isUniversal_ || start->size() >= leastHeaderSize
+                   ? commandsSize.error()
+                   : damagedMachO(path_, "it ends inside of its header");
     if (*commandsSize > std::min(range.size, mostCommands))
-        return damaged(path_, "its load commands reach past the end");
+        return damagedMachO(path_, "its load commands reach past the end");
     auto commands = read({range.offset, *commandsSize});
     if (!commands)
         return commands.error();
@@ -148,8 +128,8 @@ base::Outcome CodeFile::read(std::uint8_t* to, FileRange range) const {
     return {};
 }
 
-base::Result<Blob> CodeFile::read(FileRange range) const {
-    Blob bytes(range.size);
+base::Result<base::OwnedBytes> CodeFile::read(FileRange range) const {
+    base::OwnedBytes bytes(range.size);
     if (auto done = read(bytes.data(), range); !done)
         return done.error();
     return bytes;
@@ -158,7 +138,7 @@ base::Result<Blob> CodeFile::read(FileRange range) const {
 base::Outcome CodeFile::checkStructure() const {
     for (const MachSlice& slice : slices_)
         if (slice.structureEnd != slice.size)
-            return damaged(path_, "there is data behind its last segment");
+            return damagedMachO(path_, "there is data behind its last segment");
     if (auto aligned = checkAlignments(); !aligned)
         return aligned;
     return checkNothingElse();
@@ -178,9 +158,10 @@ base::Outcome CodeFile::checkAlignments() const {
         const MachSlice& slice = slices_[index];
         if (alignments_[index] > mostAlignment ||
             slice.offset % (std::uint64_t{1} << alignments_[index]) != 0)
-            return damaged(path_, "an architecture does not lie at a multiple of its alignment");
+            return damagedMachO(path_,
+                                "an architecture does not lie at a multiple of its alignment");
         if (end && slice.offset - *end >= std::uint64_t{1} << alignments_[index])
-            return damaged(path_, "there is room for data between its architectures");
+            return damagedMachO(path_, "there is room for data between its architectures");
         end = slice.offset + slice.size;
     }
     return {};
@@ -193,9 +174,9 @@ base::Outcome CodeFile::checkNothingElse() const {
     for (const std::size_t index : slicesByOffset()) {
         const MachSlice& slice = slices_[index];
         if (slice.type != slices_.front().type)
-            return damaged(path_, "its architectures are of different file types");
+            return damagedMachO(path_, "its architectures are of different file types");
         if (slice.offset < end)
-            return damaged(path_, "an architecture overlaps the table of architectures");
+            return damagedMachO(path_, "an architecture overlaps the table of architectures");
         const std::uint64_t gap = slice.offset - end;
         constexpr std::uint64_t piece = 1U << 20U;
         for (std::uint64_t at = 0; at < gap; at += piece) {
@@ -203,12 +184,12 @@ base::Outcome CodeFile::checkNothingElse() const {
             if (!bytes)
                 return bytes.error();
             if (std::ranges::any_of(*bytes, [](std::uint8_t byte) { return byte != 0; }))
-                return damaged(path_, "there is data between its architectures");
+                return damagedMachO(path_, "there is data between its architectures");
         }
         end = slice.offset + slice.size;
     }
     if (end != size())
-        return damaged(path_, "there is data behind its last architecture");
+        return damagedMachO(path_, "there is data behind its last architecture");
     return {};
 }
 

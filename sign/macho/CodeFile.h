@@ -35,7 +35,7 @@ public:
 
     /// Reads all of the range into `to`. Changed if the file is shorter by now. Any thread.
     [[nodiscard]] base::Outcome read(std::uint8_t* to, FileRange range) const;
-    [[nodiscard]] base::Result<Blob> read(FileRange range) const;
+    [[nodiscard]] base::Result<base::OwnedBytes> read(FileRange range) const;
 
     /// Whether the file holds nothing but its slices, each of which ends with its __LINKEDIT: what
     /// the platform asks for in its strict mode. The error tells what is wrong.

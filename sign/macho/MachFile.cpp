@@ -22,11 +22,6 @@ std::uint64_t numberAt(base::Bytes bytes, std::size_t at, std::size_t width, boo
     return value;
 }
 
-base::Error damaged(std::string_view name, const char* what) {
-    return {base::ErrorKind::Damaged, "The Mach-O file " + std::string(name) + " is damaged: " +
-                                          what + ". Build it anew or get another copy."};
-}
-
 /// Walks over the load commands of a slice.
 class CommandReader {
 public:
@@ -37,16 +32,16 @@ public:
         const std::size_t end = slice_.commands.size();
         for (std::uint32_t index = 0; index < slice_.commandCount; ++index) {
             if (end - at < 8)
-                return damaged(name_, "it has fewer load commands than it says");
+                return damagedMachO(name_, "it has fewer load commands than it says");
             const std::size_t size = word(at + 4);
             if (size < 8 || size > end - at)
-                return damaged(name_, "a load command has a wrong size");
+                return damagedMachO(name_, "a load command has a wrong size");
             if (auto taken = take(word(at), at, size); !taken)
                 return taken;
             at += size;
         }
         if (at != end)
-            return damaged(name_, "the size of its load commands is wrong");
+            return damagedMachO(name_, "the size of its load commands is wrong");
         return {};
     }
 
@@ -88,7 +83,7 @@ private:
     }
 
     [[nodiscard]] base::Error tooShort() const {
-        return damaged(name_, "a load command is too short");
+        return damagedMachO(name_, "a load command is too short");
     }
 
     base::Outcome takeOldVersion(std::uint32_t command, std::size_t at, std::size_t size) {
@@ -116,10 +111,10 @@ private:
 
     base::Outcome takeSignature(std::size_t at) {
         if (slice_.signature)
-            return damaged(name_, "it has two signatures");
+            return damagedMachO(name_, "it has two signatures");
         slice_.signature = {at, word(at + 8), word(at + 12)};
         if (std::uint64_t{slice_.signature->offset} + slice_.signature->size > slice_.size)
-            return damaged(name_, "its signature reaches past the end");
+            return damagedMachO(name_, "its signature reaches past the end");
         return {};
     }
 
@@ -131,7 +126,7 @@ private:
         const MachSegment segment{at, wide(at + (is64 ? 40 : 32), is64),
                                   wide(at + (is64 ? 48 : 36), is64)};
         if (segment.fileSize > slice_.size || segment.fileOffset > slice_.size - segment.fileSize)
-            return damaged(name_, "a segment reaches past the end");
+            return damagedMachO(name_, "a segment reaches past the end");
         const std::string_view segmentName = text(at + 8);
         if (segmentName == "__TEXT" && !slice_.text)
             slice_.text = segment;
@@ -142,7 +137,7 @@ private:
         }
         const std::uint32_t count = word(at + (is64 ? 64 : 48));
         if (count > (size - sectionsAt) / sectionSize)
-            return damaged(name_, "a segment has fewer sections than it says");
+            return damagedMachO(name_, "a segment has fewer sections than it says");
         for (std::uint32_t index = 0; index < count; ++index)
             if (auto taken = takeSection(segment, at + sectionsAt + index * sectionSize, is64);
                 !taken)
@@ -159,7 +154,7 @@ private:
         if (text(at) != "__info_plist" || text(at + 16) != "__TEXT" || slice_.infoPlist)
             return {};
         if (size > slice_.size || offset > slice_.size - size)
-            return damaged(name_, "its embedded Info.plist reaches past the end");
+            return damagedMachO(name_, "its embedded Info.plist reaches past the end");
         slice_.infoPlist = FileRange{offset, size};
         return {};
     }
@@ -191,25 +186,40 @@ constexpr std::array architectures{
     ArchitectureName{0x1000012, 0, "ppc64"},
 };
 
-/// Whether the magic is one of the four, and which; zero bits if it is none.
+/// Which of the four magics `start` has; absent if it has none.
 struct Magic {
-    bool isMach = false;
     bool is64 = false;
     bool isBigEndian = false;
 };
 
-Magic magicOf(base::Bytes start) {
-    if (start.size() < 28)
-        return {};
+std::optional<Magic> magicOf(base::Bytes start) {
     for (const bool isBigEndian : {false, true}) {
-        const std::uint64_t magic = numberAt(start, 0, 4, isBigEndian);
+        const std::uint64_t magic = start.size() < 4 ? 0 : numberAt(start, 0, 4, isBigEndian);
         if (magic == magic32 || magic == magic64)
-            return {start.size() >= (magic == magic64 ? 32U : 28U), magic == magic64, isBigEndian};
+            return Magic{magic == magic64, isBigEndian};
     }
-    return {};
+    return std::nullopt;
 }
 
 } // namespace
+
+base::Error damagedMachO(std::string_view name, const char* what) {
+    return {base::ErrorKind::Damaged, "The Mach-O file " + std::string(name) + " is damaged: " +
+                                          what + ". Build it anew or get another copy."};
+}
+
+bool startsLikeMachO(base::Bytes start) {
+    return magicOf(start).has_value();
+}
+
+bool isSignableHeader(base::Bytes start) {
+    const auto magic = magicOf(start);
+    if (!magic || start.size() < leastHeaderSize)
+        return false;
+    MachSlice slice;
+    slice.type = static_cast<std::uint32_t>(numberAt(start, 12, 4, magic->isBigEndian));
+    return slice.isSignable();
+}
 
 bool MachSlice::isSignable() const {
     return is(MachType::Execute) || is(MachType::Dylib) || is(MachType::Dylinker) ||
@@ -224,27 +234,27 @@ std::string MachSlice::architecture() const {
 }
 
 base::Result<std::size_t> commandsSizeOf(base::Bytes start, std::string_view name) {
-    const Magic magic = magicOf(start);
-    if (!magic.isMach)
+    const auto magic = magicOf(start);
+    const std::size_t headerSize = magic && magic->is64 ? 32 : leastHeaderSize;
+    if (!magic || start.size() < headerSize)
         return base::Error{base::ErrorKind::Unsupported,
                            std::string(name) + " is not a Mach-O file. Check the path."};
-    return (magic.is64 ? 32 : 28) +
-           static_cast<std::size_t>(numberAt(start, 20, 4, magic.isBigEndian));
+    return headerSize + static_cast<std::size_t>(numberAt(start, 20, 4, magic->isBigEndian));
 }
 
-base::Result<MachSlice> readMachSlice(Blob commands, std::uint64_t offset, std::uint64_t size,
-                                      std::string_view name) {
+base::Result<MachSlice> readMachSlice(base::OwnedBytes commands, std::uint64_t offset,
+                                      std::uint64_t size, std::string_view name) {
     auto whole = commandsSizeOf(commands, name);
     if (!whole)
         return whole.error();
     if (*whole > size || *whole != commands.size())
-        return damaged(name, "its load commands reach past the end");
-    const Magic magic = magicOf(commands);
+        return damagedMachO(name, "its load commands reach past the end");
+    const auto magic = magicOf(commands);
     MachSlice slice;
     slice.offset = offset;
     slice.size = size;
-    slice.is64 = magic.is64;
-    slice.isBigEndian = magic.isBigEndian;
+    slice.is64 = magic->is64;
+    slice.isBigEndian = magic->isBigEndian;
     slice.commands = std::move(commands);
     slice.cpuType = machNumber(slice, 4);
     slice.cpuSubtype = machNumber(slice, 8) & 0xFFFFFFU;
@@ -260,7 +270,7 @@ std::uint32_t machNumber(const MachSlice& slice, std::size_t at) {
     return static_cast<std::uint32_t>(numberAt(slice.commands, at, 4, slice.isBigEndian));
 }
 
-void setMachNumber(Blob& bytes, std::size_t at, std::uint64_t value, bool isBigEndian,
+void setMachNumber(base::OwnedBytes& bytes, std::size_t at, std::uint64_t value, bool isBigEndian,
                    std::size_t width) {
     for (std::size_t index = 0; index < width; ++index)
         bytes[at + (isBigEndian ? width - 1 - index : index)] =

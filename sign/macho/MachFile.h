@@ -30,6 +30,13 @@ constexpr std::uint32_t tvos = 3;
 constexpr std::uint32_t watchos = 4;
 } // namespace platform
 
+/// The magic of a universal file (Apple's fat.h), and that of one with offsets of 64 bits.
+constexpr std::uint32_t universalMagic = 0xCAFEBABE;
+constexpr std::uint32_t universalMagic64 = 0xCAFEBABF;
+/// A Java class file has the same magic and its version, 45 and more, in place of the count.
+constexpr std::uint32_t mostSlices = 29;
+constexpr std::size_t leastHeaderSize = 28; ///< that of 32 bits
+
 /// Where something lies in a slice.
 struct FileRange {
     std::uint64_t offset = 0;
@@ -69,7 +76,7 @@ struct MachSlice {
     std::uint32_t listedSubtype = 0; ///< with them, as the table of a universal file has it
     std::uint32_t type = 0;          ///< a MachType, or another number
     std::uint32_t commandCount = 0;
-    Blob commands; ///< header and load commands
+    base::OwnedBytes commands; ///< header and load commands
     std::optional<MachSegment> text;
     std::optional<MachSegment> linkEdit;
     std::optional<LinkEditData> signature;
@@ -80,7 +87,7 @@ struct MachSlice {
     std::uint64_t commandsLimit = 0;    ///< where the first section starts: commands end before it
     std::uint64_t structureEnd = 0;     ///< where __LINKEDIT or the strings end, if named first
 
-    [[nodiscard]] std::size_t headerSize() const { return is64 ? 32 : 28; }
+    [[nodiscard]] std::size_t headerSize() const { return is64 ? 32 : leastHeaderSize; }
     [[nodiscard]] bool is(MachType wanted) const { return type == std::uint32_t(wanted); }
     /// Whether files of its type have signatures.
     [[nodiscard]] bool isSignable() const;
@@ -88,18 +95,26 @@ struct MachSlice {
     [[nodiscard]] std::string architecture() const;
 };
 
+/// Whether the bytes start with one of the four magics of a slice. Any thread.
+[[nodiscard]] bool startsLikeMachO(base::Bytes start);
+/// Whether these first 28 bytes of a slice, or more, say that it is signable. Any thread.
+[[nodiscard]] bool isSignableHeader(base::Bytes start);
+
+/// `what` completes "The Mach-O file NAME is damaged: ...".
+[[nodiscard]] base::Error damagedMachO(std::string_view name, const char* what);
+
 /// What the first 32 bytes of a slice say of its load commands: how long both are together.
 /// Unsupported if the bytes are no Mach-O. Sentences name `name`. Any thread.
 [[nodiscard]] base::Result<std::size_t> commandsSizeOf(base::Bytes start, std::string_view name);
 
 /// Reads a slice of `size` bytes at `offset` of its file from the bytes of header and commands.
 /// Damaged if they contradict each other or reach past the slice. Any thread.
-[[nodiscard]] base::Result<MachSlice> readMachSlice(Blob commands, std::uint64_t offset,
+[[nodiscard]] base::Result<MachSlice> readMachSlice(base::OwnedBytes commands, std::uint64_t offset,
                                                     std::uint64_t size, std::string_view name);
 
 /// A number of `slice.commands` in the order of bytes of the slice; the caller keeps to the bounds.
 [[nodiscard]] std::uint32_t machNumber(const MachSlice& slice, std::size_t at);
-void setMachNumber(Blob& bytes, std::size_t at, std::uint64_t value, bool isBigEndian,
+void setMachNumber(base::OwnedBytes& bytes, std::size_t at, std::uint64_t value, bool isBigEndian,
                    std::size_t width);
 
 } // namespace sign

@@ -12,7 +12,7 @@ namespace sign {
 /// How a slice is written anew: `head`, then the old bytes behind it up to `kept`, then zeros up to
 /// `signatureOffset`, then room for the signature. Offsets count from the start of the slice.
 struct SignatureRoom {
-    Blob head; ///< header and load commands, in place of the old ones
+    base::OwnedBytes head; ///< header and load commands, in place of the old ones
     std::uint64_t kept = 0;
     std::uint64_t signatureOffset = 0; ///< what the code directory covers ends here
     std::uint64_t signatureSize = 0;
@@ -36,7 +36,7 @@ makeSignatureRoom(const MachSlice& slice, std::uint64_t signatureSize, std::stri
 
 /// Where the slices of the new file lie: each at a multiple of 16 KiB, behind a table.
 struct UniversalLayout {
-    Blob table; ///< empty for a thin file
+    base::OwnedBytes table; ///< empty for a thin file
     std::vector<std::uint64_t> offsets;
     std::uint64_t size = 0;
 };

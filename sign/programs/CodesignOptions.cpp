@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <limits>
 #include <utility>
 
@@ -110,7 +109,6 @@ const std::array longOptions{
 };
 
 constexpr const char* appleTimestampServer = "http://timestamp.apple.com/ts01";
-constexpr std::uint64_t mostFileSize = 16U << 20U;
 
 base::Error usage(const std::string& sentence) {
     return {base::ErrorKind::Usage, sentence};
@@ -133,10 +131,10 @@ base::Result<std::uint32_t> versionNumber(std::string_view text) {
 }
 
 /// The text behind "=", or what a file holds.
-base::Result<Blob> textOrFile(const std::string& value) {
+base::Result<base::OwnedBytes> textOrFile(const std::string& value) {
     if (value.starts_with("="))
-        return Blob(value.begin() + 1, value.end());
-    auto bytes = wholeFile(value, mostFileSize);
+        return base::OwnedBytes(value.begin() + 1, value.end());
+    auto bytes = wholeFile(value, Links::Follow);
     if (!bytes)
         return usage(bytes.error().sentence);
     return bytes;
@@ -336,7 +334,7 @@ private:
               std::pair{&signing.helperEntitlementsFile, &signing.helperEntitlements}}) {
             if (file->empty())
                 continue;
-            auto bytes = wholeFile(*file, mostFileSize);
+            auto bytes = wholeFile(*file, Links::Follow);
             if (!bytes)
                 return usage(bytes.error().sentence);
             *to = std::move(*bytes);

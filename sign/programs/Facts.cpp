@@ -65,7 +65,7 @@ base::Result<Json::Object> signatureFacts(const StaticCode& code) {
         {"identifier", facts.identifier},
         {"format", formatOf(code)},
         {"flags", flagNames(facts.flags)},
-        {"cdhash", hex(parts->best().cdhash().bytes())},
+        {"cdhash", base::hex(parts->best().cdhash().bytes())},
         {"team", facts.team},
         {"adhoc", (facts.flags & flag::adhoc) != 0},
         {"authorities", Json::Array(signer.authorities.begin(), signer.authorities.end())},

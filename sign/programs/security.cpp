@@ -4,6 +4,7 @@
 #include "base/ProgramStart.h"
 #include "base/ReplacedFile.h"
 #include "base/Version.h"
+#include "sign/bundle/FileTree.h"
 #include "sign/identity/CertificateFile.h"
 #include "sign/identity/CertificateMaker.h"
 #include "sign/identity/IdentityImport.h"
@@ -21,7 +22,6 @@
 #include <span>
 
 #include <openssl/pem.h>
-#include <strings.h>
 
 namespace sign {
 namespace {
@@ -101,7 +101,7 @@ base::Result<Secret> passphraseOf(const SecurityOptions& options) {
 void printFound(const char* what, const std::vector<Certificate>& chain) {
     const Certificate& leaf = chain.front();
     printLine(std::string(what) + " \"" + leaf.label() + "\"");
-    std::printf("  SHA-1 %s, valid until %s\n", hex(leaf.sha1().bytes()).c_str(),
+    std::printf("  SHA-1 %s, valid until %s\n", base::hex(leaf.sha1().bytes()).c_str(),
                 day(leaf.notAfter()).c_str());
     for (const Certificate& issuer : std::span(chain).subspan(1))
         printLine("  issued by \"" + issuer.label() + "\"");
@@ -205,13 +205,10 @@ base::Outcome withCertificate(
     const auto folder = IdentityFolder::ofUser();
     if (!folder)
         return folder.error();
-    const auto kept = folder->certificates();
-    if (!kept)
-        return kept.error();
-    for (const KeptCertificate& certificate : *kept)
-        if (::strcasecmp(certificate.hash.c_str(), wanted.c_str()) == 0)
+    for (const KeptCertificate& certificate : folder->certificates())
+        if (sameWithoutCase(certificate.hash, wanted))
             return action(*folder, certificate);
-    return base::Error{base::ErrorKind::NotFound, wanted + ": no identity found"};
+    return noIdentity(wanted);
 }
 
 base::Outcome checkKey(const SecurityOptions& options) {

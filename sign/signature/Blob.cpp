@@ -11,14 +11,14 @@ constexpr std::size_t indexSize = 8;
 /// Far more than there are slots, so that a wrong count costs nothing.
 constexpr std::uint32_t mostBlobs = 64;
 
-base::Error damaged(std::string_view name, const char* what) {
+} // namespace
+
+base::Error damagedSignature(std::string_view name, const char* what) {
     return {base::ErrorKind::Damaged,
             "The signature of " + std::string(name) + " is damaged: " + what + ". Sign it anew."};
 }
 
-} // namespace
-
-Blob makeBlob(BlobMagic magic, base::Bytes content) {
+base::OwnedBytes makeBlob(BlobMagic magic, base::Bytes content) {
     base::ByteBuffer buffer;
     base::appendBig(buffer, std::uint32_t(magic));
     base::appendBig(buffer, static_cast<std::uint32_t>(blobHeaderSize + content.size()));
@@ -38,7 +38,7 @@ std::size_t superBlobSize(std::size_t count, std::size_t sizeOfBlobs) {
     return superHeaderSize + count * indexSize + sizeOfBlobs;
 }
 
-Blob makeSuperBlob(BlobMagic magic, const BlobMap& blobs) {
+base::OwnedBytes makeSuperBlob(BlobMagic magic, const BlobMap& blobs) {
     std::size_t size = superBlobSize(blobs.size(), 0);
     base::ByteBuffer index;
     for (const auto& [slot, blob] : blobs) {
@@ -59,27 +59,27 @@ Blob makeSuperBlob(BlobMagic magic, const BlobMap& blobs) {
 base::Result<BlobMap> readSuperBlob(BlobMagic magic, base::Bytes bytes, std::string_view name) {
     base::ByteReader header(bytes);
     if (header.takeBig<std::uint32_t>() != std::uint32_t(magic))
-        return damaged(name, "it does not start as it must");
+        return damagedSignature(name, "it does not start as it must");
     const auto length = header.takeBig<std::uint32_t>();
     const auto count = header.takeBig<std::uint32_t>();
     if (header.failed() || length > bytes.size() || count > mostBlobs ||
         superBlobSize(count, 0) > length)
-        return damaged(name, "its length is wrong");
+        return damagedSignature(name, "its length is wrong");
     BlobMap blobs;
     for (std::uint32_t index = 0; index < count; ++index) {
         const auto slot = header.takeBig<std::uint32_t>();
         const auto offset = header.takeBig<std::uint32_t>();
         if (offset < superBlobSize(count, 0) || offset > length)
-            return damaged(name, "a part of it lies outside");
+            return damagedSignature(name, "a part of it lies outside");
         const base::Bytes rest = bytes.subspan(offset, length - offset);
         base::ByteReader part(rest);
         (void)part.takeBig<std::uint32_t>();
         const auto size = part.takeBig<std::uint32_t>();
         if (part.failed() || size < blobHeaderSize || size > rest.size())
-            return damaged(name, "a part of it reaches past its end");
+            return damagedSignature(name, "a part of it reaches past its end");
         const base::Bytes blob = rest.first(size);
-        if (!blobs.emplace(slot, Blob(blob.begin(), blob.end())).second)
-            return damaged(name, "it has the same part twice");
+        if (!blobs.emplace(slot, base::OwnedBytes(blob.begin(), blob.end())).second)
+            return damagedSignature(name, "it has the same part twice");
     }
     return blobs;
 }

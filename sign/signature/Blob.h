@@ -39,12 +39,15 @@ constexpr std::uint32_t ticket = 0x10002;
 } // namespace slot
 
 /// Blobs by their slots (or requirements by their types).
-using BlobMap = std::map<std::uint32_t, Blob>;
+using BlobMap = std::map<std::uint32_t, base::OwnedBytes>;
 
 constexpr std::size_t blobHeaderSize = 8;
 
+/// `what` completes "The signature of NAME is damaged: ...".
+[[nodiscard]] base::Error damagedSignature(std::string_view name, const char* what);
+
 /// Magic, length and `content`.
-[[nodiscard]] Blob makeBlob(BlobMagic magic, base::Bytes content);
+[[nodiscard]] base::OwnedBytes makeBlob(BlobMagic magic, base::Bytes content);
 
 /// The magic that starts `bytes`; 0 if there are less than 4.
 [[nodiscard]] std::uint32_t magicOf(base::Bytes bytes);
@@ -53,7 +56,7 @@ constexpr std::size_t blobHeaderSize = 8;
 [[nodiscard]] base::Bytes contentOf(base::Bytes blob);
 
 /// A blob that holds blobs, packed in the order of their slots.
-[[nodiscard]] Blob makeSuperBlob(BlobMagic magic, const BlobMap& blobs);
+[[nodiscard]] base::OwnedBytes makeSuperBlob(BlobMagic magic, const BlobMap& blobs);
 
 /// Same, to be written in place: how many bytes it has.
 [[nodiscard]] std::size_t superBlobSize(std::size_t count, std::size_t sizeOfBlobs);

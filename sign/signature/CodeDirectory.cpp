@@ -74,15 +74,10 @@ std::string flagNames(std::uint32_t set) {
 }
 
 base::Result<std::uint32_t> flagsOfNames(std::string_view names) {
-    if (names.starts_with("0x")) {
-        std::uint32_t value = 0;
-        const auto parsed =
-            std::from_chars(names.data() + 2, names.data() + names.size(), value, 16);
-        if (parsed.ec == std::errc() && parsed.ptr == names.data() + names.size())
-            return value;
-    }
-    if (const auto value =
-            base::numberIn<std::uint32_t>(names, 0, std::numeric_limits<std::uint32_t>::max()))
+    constexpr std::uint32_t most = std::numeric_limits<std::uint32_t>::max();
+    if (const auto value = names.starts_with("0x")
+                               ? base::numberIn<std::uint32_t>(names.substr(2), 0, most, 16)
+                               : base::numberIn<std::uint32_t>(names, 0, most))
         return *value;
     std::uint32_t set = 0;
     while (!names.empty()) {
@@ -162,7 +157,7 @@ CodeDirectory CodeDirectory::make(const DirectoryFacts& facts) {
     return directory;
 }
 
-base::Result<CodeDirectory> CodeDirectory::read(Blob blob, std::string_view name) {
+base::Result<CodeDirectory> CodeDirectory::read(base::OwnedBytes blob, std::string_view name) {
     base::ByteReader reader(blob);
     if (reader.takeBig<std::uint32_t>() != std::uint32_t(BlobMagic::CodeDirectory) ||
         reader.takeBig<std::uint32_t>() != blob.size())

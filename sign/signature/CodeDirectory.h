@@ -59,13 +59,14 @@ struct DirectoryFacts {
 class CodeDirectory {
 public:
     /// Checks all offsets, texts and counts. Damaged if they contradict each other. Any thread.
-    [[nodiscard]] static base::Result<CodeDirectory> read(Blob blob, std::string_view name);
+    [[nodiscard]] static base::Result<CodeDirectory> read(base::OwnedBytes blob,
+                                                          std::string_view name);
 
     /// One with all hashes zero, to be filled.
     [[nodiscard]] static CodeDirectory make(const DirectoryFacts& facts);
 
     [[nodiscard]] const DirectoryFacts& facts() const { return facts_; }
-    [[nodiscard]] const Blob& blob() const { return blob_; }
+    [[nodiscard]] const base::OwnedBytes& blob() const { return blob_; }
     [[nodiscard]] std::size_t hashSize() const { return hashSize_; }
 
     /// The hash of a special slot; absent if it is beyond the last or all zeros.
@@ -84,7 +85,7 @@ private:
     CodeDirectory() = default;
 
     DirectoryFacts facts_;
-    Blob blob_;
+    base::OwnedBytes blob_;
     std::size_t hashSize_ = 0;
     std::size_t hashOffset_ = 0;
 };

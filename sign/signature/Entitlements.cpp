@@ -8,6 +8,7 @@
 #include <array>
 #include <limits>
 #include <map>
+#include <optional>
 #include <string>
 
 namespace sign {
@@ -53,9 +54,10 @@ std::string integerBytes(std::int64_t value) {
     return bytes;
 }
 
-base::Result<std::string> derOf(const PropertyValue& value);
+/// Absent if it holds a value that entitlements cannot have.
+std::optional<std::string> derOf(const PropertyValue& value);
 
-base::Result<std::string> derOfDictionary(const PropertyDictionary& dictionary) {
+std::optional<std::string> derOfDictionary(const PropertyDictionary& dictionary) {
     // The same key twice: the last one counts.
     std::map<std::string_view, const PropertyValue*> sorted;
     for (const auto& [key, element] : dictionary)
@@ -70,7 +72,7 @@ base::Result<std::string> derOfDictionary(const PropertyDictionary& dictionary) 
     return tagged(dictionaryTag, content);
 }
 
-base::Result<std::string> derOfArray(const PropertyArray& array) {
+std::optional<std::string> derOfArray(const PropertyArray& array) {
     std::string content;
     for (const PropertyValue& element : array) {
         auto der = derOf(element);
@@ -81,7 +83,7 @@ base::Result<std::string> derOfArray(const PropertyArray& array) {
     return tagged(sequenceTag, content);
 }
 
-base::Result<std::string> derOf(const PropertyValue& value) {
+std::optional<std::string> derOf(const PropertyValue& value) {
     if (const auto* dictionary = value.dictionary())
         return derOfDictionary(*dictionary);
     if (const auto* array = value.array())
@@ -94,10 +96,10 @@ base::Result<std::string> derOf(const PropertyValue& value) {
         return tagged(booleanTag, std::string(1, *boolean ? '\xFF' : '\0'));
     if (const auto* data = value.data())
         return tagged(octetStringTag, std::string(base::textOf(*data)));
-    return base::Error{base::ErrorKind::Unsupported, ""};
+    return std::nullopt;
 }
 
-Blob withHeader(std::uint32_t magic, std::string_view content) {
+base::OwnedBytes withHeader(std::uint32_t magic, std::string_view content) {
     base::ByteBuffer blob;
     base::appendBig(blob, magic);
     base::appendBig(blob, static_cast<std::uint32_t>(8 + content.size()));

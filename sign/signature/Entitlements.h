@@ -11,9 +11,9 @@ namespace sign {
 
 /// Entitlements in the two forms that a signature holds.
 struct Entitlements {
-    Blob xml{};            ///< the property list as it was given (magic fade7171 in front)
-    Blob der{};            ///< the same as DER (magic fade7172 in front)
-    PropertyValue value{}; ///< a dictionary
+    base::OwnedBytes xml{}; ///< the property list as it was given (magic fade7171 in front)
+    base::OwnedBytes der{}; ///< the same as DER (magic fade7172 in front)
+    PropertyValue value{};  ///< a dictionary
 };
 
 /// Entitlements from an XML property list, which is kept as it is. `name` is the file that an error

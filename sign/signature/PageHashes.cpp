@@ -67,7 +67,7 @@ std::vector<PageRun> runsOf(const std::vector<PageJob>& jobs) {
 
 base::Outcome hashRun(const PageRun& run) {
     const PageJob& job = *run.job;
-    std::vector<std::uint8_t> buffer(std::min(pieceSize, run.size));
+    base::OwnedBytes buffer(std::min(pieceSize, run.size));
     PageHasher hasher(job, job.pageSize == 0 ? 0 : run.offset / job.pageSize);
     const std::uint64_t end = run.offset + run.size;
     for (std::uint64_t at = run.offset; at < end; at += buffer.size()) {

@@ -177,7 +177,7 @@ private:
     bool failed_ = false;
 };
 
-Blob withHeader(std::uint32_t magic, const base::ByteBuffer& content) {
+base::OwnedBytes withHeader(std::uint32_t magic, const base::ByteBuffer& content) {
     base::ByteBuffer blob;
     base::appendBig(blob, magic);
     base::appendBig(blob, static_cast<std::uint32_t>(8 + content.size()));
@@ -208,14 +208,14 @@ Requirement joined(Op op, std::vector<Requirement> parts) {
 
 } // namespace
 
-Blob requirementBlob(const Requirement& requirement) {
+base::OwnedBytes requirementBlob(const Requirement& requirement) {
     base::ByteBuffer content;
     base::appendBig(content, expressionForm);
     putExpression(content, requirement);
     return withHeader(requirementMagic, content);
 }
 
-Blob requirementSetBlob(const RequirementSet& set) {
+base::OwnedBytes requirementSetBlob(const RequirementSet& set) {
     base::ByteBuffer content;
     base::appendBig(content, static_cast<std::uint32_t>(set.size()));
     base::ByteBuffer blobs;

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <map>
 #include <string>
-#include <variant>
 #include <vector>
 
 // Code requirements: conditions on code and its certificates, in the form of Apple's requirement
@@ -90,8 +89,8 @@ enum class RequirementKind : std::uint32_t { Host = 1, Guest, Designated, Librar
 using RequirementSet = std::map<RequirementKind, Requirement>;
 
 /// The blob of one requirement (magic fade0c00), and of a set (fade0c01). Any thread.
-[[nodiscard]] Blob requirementBlob(const Requirement& requirement);
-[[nodiscard]] Blob requirementSetBlob(const RequirementSet& set);
+[[nodiscard]] base::OwnedBytes requirementBlob(const Requirement& requirement);
+[[nodiscard]] base::OwnedBytes requirementSetBlob(const RequirementSet& set);
 
 /// Reads such a blob, which must end where it says. Any thread.
 [[nodiscard]] base::Result<Requirement> readRequirement(base::Bytes blob);

@@ -83,7 +83,7 @@ bool matches(const Match& match, const PropertyValue* value) {
     return value->string() != nullptr && matchesText(match, *value->string());
 }
 
-/// For what is there or not and has no text that could be compared.
+/// For values that have no text to compare.
 bool matchesPresence(const Match& match, bool isPresent) {
     return match.kind == (isPresent ? Match::Kind::Exists : Match::Kind::Absent);
 }

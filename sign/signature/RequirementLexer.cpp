@@ -1,7 +1,8 @@
 #include "sign/signature/RequirementLexer.h"
 
+#include "base/Number.h"
+
 #include <algorithm>
-#include <charconv>
 
 namespace sign {
 namespace {
@@ -16,11 +17,10 @@ std::optional<std::string> bytesOfHex(std::string_view digits) {
         return std::nullopt;
     std::string bytes;
     for (; !digits.empty(); digits.remove_prefix(2)) {
-        unsigned byte = 0;
-        const auto parsed = std::from_chars(digits.data(), digits.data() + 2, byte, 16);
-        if (parsed.ptr != digits.data() + 2)
+        const auto byte = base::numberIn<std::uint8_t>(digits.substr(0, 2), 0, 0xFF, 16);
+        if (!byte)
             return std::nullopt;
-        bytes += static_cast<char>(byte);
+        bytes += static_cast<char>(*byte);
     }
     return bytes;
 }

@@ -5,7 +5,6 @@
 #include "sign/signature/RequirementWords.h"
 
 #include <limits>
-#include <optional>
 
 namespace sign {
 namespace {

@@ -35,7 +35,7 @@ std::string word(std::string_view text, bool dotsToo = false) {
     if (isSimple(text, dotsToo))
         return std::string(text);
     if (!isPrintable(text))
-        return "0x" + hex(base::bytesOf(text));
+        return "0x" + base::hex(base::bytesOf(text));
     std::string quoted = "\"";
     for (const char c : text) {
         if (c == '"' || c == '\\')
@@ -46,7 +46,7 @@ std::string word(std::string_view text, bool dotsToo = false) {
 }
 
 std::string hashWord(std::string_view bytes) {
-    return "H\"" + hex(base::bytesOf(bytes)) + '"';
+    return "H\"" + base::hex(base::bytesOf(bytes)) + '"';
 }
 
 std::string position(CertificateSlot slot) {

@@ -34,6 +34,8 @@ TEST(Json, RefusesWhatIsNotWellFormed) {
                              "\"\n\"",
                              "\"\\x\"",
                              "\"\\ud83d\"",
+                             "\"\\u12g4\"",
+                             "\"\\u41\"",
                              "\"\\ud83d\\u0041\"",
                              "\"\\udc41\"",
                              "\"\xff\"",

@@ -39,7 +39,8 @@ void checkParts(const sign::SignatureParts& parts) {
     if (const auto* blob = parts.component(sign::slot::entitlements))
         (void)sign::entitlementsFromBlob(*blob, "fuzz");
     (void)sign::signerFactsOf(parts.cms);
-    (void)sign::checkSigner(parts);
+    std::vector<sign::CertificateFacts> chain;
+    (void)sign::checkSigner(parts, chain);
 }
 
 } // namespace

@@ -20,7 +20,7 @@ using testing::Test;
 const std::string directory = "the primary code directory";
 const std::string alternate = "another code directory";
 
-auto placeOf(const Blob& part, Blob& whole) {
+auto placeOf(const base::OwnedBytes& part, base::OwnedBytes& whole) {
     return std::search(whole.begin(), whole.end(), part.begin(), part.end());
 }
 
@@ -36,7 +36,7 @@ CmsSignature signatureBy(const Identity& identity, std::int64_t time = std::time
     return *CmsSignature::make(identity, base::bytesOf(directory), bothDirectories(), time);
 }
 
-Blob cmsBy(const Identity& identity, std::int64_t time = std::time(nullptr)) {
+base::OwnedBytes cmsBy(const Identity& identity, std::int64_t time = std::time(nullptr)) {
     return *signatureBy(identity, time).encoded();
 }
 
@@ -46,8 +46,9 @@ Identity usualIdentity() {
 }
 
 /// With a token over `stamped`, or over its own signature if that is empty.
-Blob stamp(CmsSignature cms, const Issued& clock, const std::vector<Certificate>& issuers,
-           const Blob& stamped = {}) {
+base::OwnedBytes stamp(CmsSignature cms, const Issued& clock,
+                       const std::vector<Certificate>& issuers,
+                       const base::OwnedBytes& stamped = {}) {
     const base::Bytes bytes = stamped.empty() ? cms.value() : stamped;
     EXPECT_TRUE(cms.addTimeStamp(tokenOf({.imprint = sha256Of(bytes)}, clock, issuers)));
     return *cms.encoded();
@@ -55,14 +56,14 @@ Blob stamp(CmsSignature cms, const Issued& clock, const std::vector<Certificate>
 
 /// Signed by openssl's own means: of the attributes that name the directories it has one, with
 /// these hashes, or none.
-Blob cmsOfOpenSsl(const std::vector<DirectoryDigest>& named = {}) {
+base::OwnedBytes cmsOfOpenSsl(const std::vector<DirectoryDigest>& named = {}) {
     const Authorities& made = Authorities::shared();
     constexpr unsigned flags = CMS_BINARY | CMS_DETACHED | CMS_NOSMIMECAP | CMS_PARTIAL;
     const CmsOwner cms(CMS_sign(nullptr, nullptr, nullptr, nullptr, flags));
     CMS_SignerInfo* signer = CMS_add1_signer(cms.get(), made.leaf.certificate.handle(),
                                              made.leaf.key.get(), EVP_sha256(), flags);
     for (const DirectoryDigest& one : named) {
-        const Blob element = hashAgilityElement(one);
+        const base::OwnedBytes element = hashAgilityElement(one);
         CMS_signed_add1_attr_by_OBJ(signer, objectOf(hashAgilityOid).get(), V_ASN1_SEQUENCE,
                                     element.data(), static_cast<int>(element.size()));
     }
@@ -78,7 +79,7 @@ public:
     CmsTest() {
         const BioOwner pem(BIO_new(BIO_s_mem()));
         PEM_write_bio_X509(pem.get(), Authorities::shared().root.certificate.handle());
-        const Blob bytes = bytesOf(pem.get());
+        const base::OwnedBytes bytes = bytesOf(pem.get());
         folder_.makeFile("roots/root.pem", std::string(base::textOf(bytes)));
     }
 
@@ -91,8 +92,8 @@ private:
 
 TEST_F(CmsTest, SaysWhoSignedAndWhen) {
     const std::int64_t time = std::time(nullptr) - 1000;
-    const Blob plain = cmsBy(usualIdentity(), time);
-    const Blob stamped =
+    const base::OwnedBytes plain = cmsBy(usualIdentity(), time);
+    const base::OwnedBytes stamped =
         stamp(signatureBy(usualIdentity(), time), made.clock, {made.root.certificate});
     const auto facts = checkCms(stamped, base::bytesOf(directory), bothDirectories());
     ASSERT_TRUE(facts) << facts.error().sentence;
@@ -103,32 +104,32 @@ TEST_F(CmsTest, SaysWhoSignedAndWhen) {
 }
 
 TEST_F(CmsTest, HasTheFormOfThePlatform) {
-    Blob cms = cmsBy(usualIdentity());
+    base::OwnedBytes cms = cmsBy(usualIdentity());
     // ContentInfo, signedData, [0], SignedData, version, the hash with its parameters.
-    const Blob begin = {0x30, 0x80, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D,
-                        0x01, 0x07, 0x02, 0xA0, 0x80, 0x30, 0x80, 0x02, 0x01, 0x01,
-                        0x31, 0x0F, 0x30, 0x0D, 0x06, 0x09, 0x60, 0x86, 0x48, 0x01,
-                        0x65, 0x03, 0x04, 0x02, 0x01, 0x05, 0x00};
+    const base::OwnedBytes begin = {0x30, 0x80, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D,
+                                    0x01, 0x07, 0x02, 0xA0, 0x80, 0x30, 0x80, 0x02, 0x01, 0x01,
+                                    0x31, 0x0F, 0x30, 0x0D, 0x06, 0x09, 0x60, 0x86, 0x48, 0x01,
+                                    0x65, 0x03, 0x04, 0x02, 0x01, 0x05, 0x00};
     ASSERT_GT(cms.size(), begin.size());
     EXPECT_TRUE(std::ranges::equal(begin, base::Bytes(cms).first(begin.size())));
-    EXPECT_TRUE(std::ranges::equal(Blob(6, 0), base::Bytes(cms).last(6)));
+    EXPECT_TRUE(std::ranges::equal(base::OwnedBytes(6, 0), base::Bytes(cms).last(6)));
 
-    std::vector<Blob> sorted;
+    std::vector<base::OwnedBytes> sorted;
     for (const Certificate& certificate : usualIdentity().chain)
         sorted.push_back(certificate.der());
-    std::ranges::sort(sorted, [](const Blob& a, const Blob& b) {
+    std::ranges::sort(sorted, [](const base::OwnedBytes& a, const base::OwnedBytes& b) {
         return std::ranges::lexicographical_compare(a, b);
     });
-    Blob together;
-    for (const Blob& der : sorted)
+    base::OwnedBytes together;
+    for (const base::OwnedBytes& der : sorted)
         together.insert(together.end(), der.begin(), der.end());
     EXPECT_NE(placeOf(together, cms), cms.end()) << "certificates in another order";
     const std::string list = "<plist version=\"1.0\">\n<dict>\n\t<key>cdhashes</key>\n\t<array>\n"
                              "\t\t<data>\n\t\t";
     EXPECT_NE(base::textOf(cms).find(list), std::string_view::npos);
     // sha256WithRSAEncryption, not the name of the key alone
-    const Blob algorithm = {0x30, 0x0D, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86,
-                            0xF7, 0x0D, 0x01, 0x01, 0x0B, 0x05, 0x00, 0x04};
+    const base::OwnedBytes algorithm = {0x30, 0x0D, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86,
+                                        0xF7, 0x0D, 0x01, 0x01, 0x0B, 0x05, 0x00, 0x04};
     EXPECT_NE(placeOf(algorithm, cms), cms.end());
 }
 
@@ -138,14 +139,14 @@ TEST_F(CmsTest, NoticesWhatIsWrong) {
     const std::int64_t now = std::time(nullptr);
     const std::vector<Certificate> issuers = {made.middle.certificate, made.root.certificate};
     const CmsSignature signature = signatureBy(usualIdentity());
-    const Blob good = *signature.encoded();
-    const Blob value(signature.value().begin(), signature.value().end());
-    Blob altered = good;
+    const base::OwnedBytes good = *signature.encoded();
+    const base::OwnedBytes value(signature.value().begin(), signature.value().end());
+    base::OwnedBytes altered = good;
     placeOf(value, altered)[40] ^= 1U;
 
     struct Case {
         const char* what;
-        Blob cms;
+        base::OwnedBytes cms;
         std::string sentence; ///< a part of it; empty if nothing is wrong
         std::vector<DirectoryDigest> directories = bothDirectories();
         std::string primary = directory;
@@ -174,7 +175,7 @@ TEST_F(CmsTest, NoticesWhatIsWrong) {
          "was not valid"},
         {"the future", cmsBy(usualIdentity(), now + day), "in the future"},
         {"a stamp of other bytes",
-         stamp(signatureBy(usualIdentity()), made.clock, issuers, Blob{1, 2, 3}),
+         stamp(signatureBy(usualIdentity()), made.clock, issuers, base::OwnedBytes{1, 2, 3}),
          "time stamp is not valid"},
         {"a clock of another root, beside Apple's",
          stamp(signatureBy(usualIdentity()), made.otherClock,
@@ -182,7 +183,7 @@ TEST_F(CmsTest, NoticesWhatIsWrong) {
          "time stamp is not valid"},
         {"a clock for code", stamp(signatureBy(usualIdentity()), made.leaf, issuers),
          "time stamp is not valid"},
-        {"no CMS", Blob{0x30, 0x03, 0x02, 0x01, 0x01}, "no CMS"},
+        {"no CMS", base::OwnedBytes{0x30, 0x03, 0x02, 0x01, 0x01}, "no CMS"},
     };
     for (const Case& each : cases) {
         const auto checked = checkCms(each.cms, base::bytesOf(each.primary), each.directories);
@@ -197,7 +198,7 @@ TEST_F(CmsTest, NoticesWhatIsWrong) {
 
 TEST_F(CmsTest, TakesAnyRootOfAClockForCodeThatIsNotApples) {
     const Issued leaf = issue("Self Made: Jo (LOCAL)", nullptr, forCode);
-    const Blob cms =
+    const base::OwnedBytes cms =
         stamp(signatureBy(identityOf(leaf, {})), made.otherClock, {made.otherRoot.certificate});
     const auto checked = checkCms(cms, base::bytesOf(directory), bothDirectories());
     EXPECT_TRUE(checked) << checked.error().sentence;

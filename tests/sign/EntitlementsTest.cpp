@@ -13,7 +13,7 @@ base::Result<sign::Entitlements> entitlements(const std::string& content) {
 
 std::string der(const std::string& content) {
     auto made = entitlements(content);
-    return made ? sign::hex(base::Bytes(made->der).subspan(8)) : made.error().sentence;
+    return made ? base::hex(base::Bytes(made->der).subspan(8)) : made.error().sentence;
 }
 
 TEST(Entitlements, BecomeDerWithSortedKeys) {

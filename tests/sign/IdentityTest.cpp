@@ -2,7 +2,9 @@
 #include "sign/identity/IdentityImport.h"
 #include "sign/identity/IdentityList.h"
 #include "sign/identity/KeyFile.h"
+#include "sign/identity/TokenUri.h"
 #include "tests/sign/TestAuthority.h"
+#include "tests/support/ExpectFails.h"
 #include "tests/support/ScopedEnvironment.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -106,7 +108,7 @@ TEST_F(IdentityTest, ImportsEveryFormInWhichIdentitiesCome) {
     };
     const std::string chain = files.makeFile("chain.pem", pemOf(issuers));
     const std::string key = files.makeFile("key.pem", keyPemOf(leaf));
-    const Blob der = leaf.certificate.der();
+    const base::OwnedBytes der = leaf.certificate.der();
     const std::string certificate = files.makeFile("leaf.cer", std::string(base::textOf(der)));
     const Case cases[] = {
         {"PKCS#12 of today",
@@ -250,11 +252,20 @@ TEST_F(IdentityTest, RemovesAKeyWithItsLastCertificate) {
     X509_sign(twin.get(), made.middle.key.get(), EVP_sha256());
     ASSERT_TRUE(folder->addCertificate({Certificate(std::move(twin))}));
     files.makeFile("home/certificates/damaged.pem", "nothing");
-    ASSERT_EQ(folder->certificates()->size(), 2U);
-    EXPECT_TRUE(folder->remove(folder->certificates()->front()));
+    ASSERT_EQ(folder->certificates().size(), 2U);
+    EXPECT_TRUE(folder->remove(folder->certificates().front()));
     EXPECT_TRUE(folder->hasKey(id));
-    EXPECT_TRUE(folder->remove(folder->certificates()->front()));
+    EXPECT_TRUE(folder->remove(folder->certificates().front()));
     EXPECT_FALSE(folder->hasKey(id));
+}
+
+TEST(TokenUri, DecodesItsAttributes) {
+    const auto attributes = tokenUriAttributes("pkcs11:token=a%20b%C3%A4;object=x?pin-value=1");
+    ASSERT_TRUE(attributes);
+    EXPECT_EQ(attributes->at("token"), "a bä");
+    EXPECT_EQ(attributes->at("pin-value"), "1");
+    for (const char* wrong : {"token=x", "pkcs11:token", "pkcs11:token=%4", "pkcs11:token=%4g"})
+        EXPECT_FAILS(tokenUriAttributes(wrong), Usage);
 }
 
 } // namespace

@@ -70,7 +70,7 @@ TEST(Requirement, SurvivesItsTextAndItsBytes) {
          }) {
         const sign::Requirement requirement = parsed(text);
         EXPECT_EQ(sign::requirementText(requirement), text);
-        const sign::Blob blob = sign::requirementBlob(requirement);
+        const base::OwnedBytes blob = sign::requirementBlob(requirement);
         auto again = sign::readRequirement(blob);
         ASSERT_TRUE(again) << text;
         EXPECT_EQ(*again, requirement) << text;
@@ -78,9 +78,9 @@ TEST(Requirement, SurvivesItsTextAndItsBytes) {
         for (std::size_t size = 0; size < blob.size(); ++size)
             EXPECT_FALSE(sign::readRequirement(base::Bytes(blob).first(size))) << text;
     }
-    for (const char* text :
-         {"", "and", "identifier", "always always", "(always", "cdhash 12", "identifier \"x",
-          "certificate leaf[field.x]", "/* always", "info[a", "anchor = \"x\"", "0x1"})
+    for (const char* text : {"", "and", "identifier", "always always", "(always", "cdhash 12",
+                             "identifier \"x", "certificate leaf[field.x]", "/* always", "info[a",
+                             "anchor = \"x\"", "0x1", "identifier 0x1g"})
         EXPECT_FALSE(sign::parsedRequirement(text)) << text;
 }
 
@@ -126,7 +126,7 @@ TEST(Requirement, IsAsLongInItsTextAsInItsBytes) {
 }
 
 TEST(Requirement, HasTheBytesOfThePublishedForm) {
-    EXPECT_EQ(sign::hex(sign::requirementBlob(parsed("identifier abcde and anchor apple"))),
+    EXPECT_EQ(base::hex(sign::requirementBlob(parsed("identifier abcde and anchor apple"))),
               "fade0c00"
               "00000024"
               "00000001"
@@ -140,12 +140,12 @@ TEST(Requirement, HasTheBytesOfThePublishedForm) {
 TEST(RequirementSet, KeepsKindsApartAndInOrder) {
     auto set = sign::parsedRequirementSet("library => anchor apple designated => always // last");
     ASSERT_TRUE(set);
-    const sign::Blob blob = sign::requirementSetBlob(*set);
+    const base::OwnedBytes blob = sign::requirementSetBlob(*set);
     auto again = sign::readRequirementSet(blob);
     ASSERT_TRUE(again);
     EXPECT_EQ(*again, *set);
     EXPECT_EQ(again->begin()->first, sign::RequirementKind::Designated);
-    EXPECT_EQ(sign::hex(sign::requirementSetBlob({})), "fade0c010000000c00000000");
+    EXPECT_EQ(base::hex(sign::requirementSetBlob({})), "fade0c010000000c00000000");
     EXPECT_FALSE(sign::parsedRequirementSet("always"));
     EXPECT_FALSE(sign::parsedRequirementSet("designated => always =>"));
 }

@@ -90,14 +90,14 @@ inline sign::Identity identityOf(const Issued& leaf, std::vector<sign::Certifica
 
 /// What a token says.
 struct TokenFacts {
-    sign::Blob imprint; ///< SHA-256
+    base::OwnedBytes imprint; ///< SHA-256
     std::int64_t time = std::time(nullptr);
     const ASN1_INTEGER* nonce = nullptr;
 };
 
 /// A time stamp token (RFC 3161), right or not.
-inline sign::Blob tokenOf(const TokenFacts& facts, const Issued& clock,
-                          const std::vector<sign::Certificate>& issuers) {
+inline base::OwnedBytes tokenOf(const TokenFacts& facts, const Issued& clock,
+                                const std::vector<sign::Certificate>& issuers) {
     const sign::OpenSslOwner<TS_TST_INFO, TS_TST_INFO_free> content(TS_TST_INFO_new());
     TS_TST_INFO_set_version(content.get(), 1);
     const sign::Asn1ObjectOwner policy(OBJ_txt2obj("1.2.3.4.5.6", 1));
@@ -106,7 +106,7 @@ inline sign::Blob tokenOf(const TokenFacts& facts, const Issued& clock,
     const sign::OpenSslOwner<X509_ALGOR, X509_ALGOR_free> algorithm(X509_ALGOR_new());
     X509_ALGOR_set0(algorithm.get(), OBJ_nid2obj(NID_sha256), V_ASN1_NULL, nullptr);
     TS_MSG_IMPRINT_set_algo(imprint.get(), algorithm.get());
-    sign::Blob hash = facts.imprint;
+    base::OwnedBytes hash = facts.imprint;
     TS_MSG_IMPRINT_set_msg(imprint.get(), hash.data(), static_cast<int>(hash.size()));
     TS_TST_INFO_set_msg_imprint(content.get(), imprint.get());
     const sign::OpenSslOwner<ASN1_INTEGER, ASN1_INTEGER_free> number(ASN1_INTEGER_new());
@@ -118,7 +118,7 @@ inline sign::Blob tokenOf(const TokenFacts& facts, const Issued& clock,
     if (facts.nonce != nullptr)
         TS_TST_INFO_set_nonce(content.get(), facts.nonce);
 
-    const sign::Blob der = sign::derOf(i2d_TS_TST_INFO, content.get());
+    const base::OwnedBytes der = sign::derOf(i2d_TS_TST_INFO, content.get());
     constexpr unsigned flags = CMS_PARTIAL | CMS_BINARY | CMS_NOSMIMECAP | CMS_CADES;
     const sign::CmsOwner cms(CMS_sign(nullptr, nullptr, nullptr, nullptr, flags));
     const sign::Asn1ObjectOwner type(OBJ_nid2obj(NID_id_smime_ct_TSTInfo));
@@ -131,7 +131,7 @@ inline sign::Blob tokenOf(const TokenFacts& facts, const Issued& clock,
     return sign::derOf(i2d_CMS_ContentInfo, cms.get());
 }
 
-inline sign::Blob sha256Of(base::Bytes bytes) {
+inline base::OwnedBytes sha256Of(base::Bytes bytes) {
     const sign::Digest digest = sign::digestOf(sign::HashType::Sha256, bytes);
     return {digest.bytes().begin(), digest.bytes().end()};
 }

@@ -13,7 +13,7 @@ namespace {
 
 using testing::HasSubstr;
 
-const Blob signature = {1, 2, 3, 4};
+const base::OwnedBytes signature = {1, 2, 3, 4};
 constexpr const char* replyType = "application/timestamp-reply";
 
 using RequestOwner = OpenSslOwner<TS_REQ, TS_REQ_free>;
@@ -23,12 +23,12 @@ RequestOwner requestIn(const HttpServer::Request& request) {
     return RequestOwner(d2i_TS_REQ(nullptr, &at, static_cast<long>(request.body.size())));
 }
 
-Blob imprintIn(TS_REQ* request) {
+base::OwnedBytes imprintIn(TS_REQ* request) {
     const ASN1_OCTET_STRING* hash = TS_MSG_IMPRINT_get_msg(TS_REQ_get_msg_imprint(request));
     return {ASN1_STRING_get0_data(hash), ASN1_STRING_get0_data(hash) + ASN1_STRING_length(hash)};
 }
 
-std::string responseWith(long status, const Blob& token) {
+std::string responseWith(long status, const base::OwnedBytes& token) {
     const OpenSslOwner<TS_RESP, TS_RESP_free> response(TS_RESP_new());
     const OpenSslOwner<TS_STATUS_INFO, TS_STATUS_INFO_free> info(TS_STATUS_INFO_new());
     TS_STATUS_INFO_set_status(info.get(), static_cast<int>(status));
@@ -41,7 +41,7 @@ std::string responseWith(long status, const Blob& token) {
     return std::string(base::textOf(derOf(i2d_TS_RESP, response.get())));
 }
 
-std::string granted(const Blob& token) {
+std::string granted(const base::OwnedBytes& token) {
     return HttpServer::reply("200 OK", replyType, responseWith(TS_STATUS_GRANTED, token));
 }
 
@@ -58,7 +58,7 @@ std::string honest(const HttpServer::Request& request) {
 }
 
 /// For a signer under a root that counts as Apple's, with a certificate from ten days ago.
-base::Result<Blob> stampOf(const std::string& url) {
+base::Result<base::OwnedBytes> stampOf(const std::string& url) {
     static const Authorities& made = Authorities::shared();
     static const Issued leaf = issue("New", &made.middle, forCode, {-10 * day, 365 * day});
     const auto reply = TimeStampReply::request(url, signature);
@@ -96,7 +96,7 @@ TEST_F(TimeStampTest, BelievesNoServerThatLies) {
     const std::vector<Certificate> root = {made.root.certificate};
     struct Case {
         const char* what;
-        std::function<Blob(TS_REQ*)> token;
+        std::function<base::OwnedBytes(TS_REQ*)> token;
         const char* sentence;
         long status = TS_STATUS_GRANTED;
     };
@@ -113,8 +113,8 @@ TEST_F(TimeStampTest, BelievesNoServerThatLies) {
     const Case cases[] = {
         {"other imprint",
          [&](TS_REQ* asked) {
-             return tokenOf({.imprint = Blob(32, 7), .nonce = TS_REQ_get_nonce(asked)}, made.clock,
-                            root);
+             return tokenOf({.imprint = base::OwnedBytes(32, 7), .nonce = TS_REQ_get_nonce(asked)},
+                            made.clock, root);
          },
          "imprint"},
         {"other nonce",
@@ -135,7 +135,7 @@ TEST_F(TimeStampTest, BelievesNoServerThatLies) {
         {"the future", by(made.clock, root, 21), "its time has not come yet"},
         {"before the signer's certificate", by(made.clock, root, -20),
          "the certificate \"New\" is not valid at its time"},
-        {"refusal", [](TS_REQ*) { return Blob(); }, "it refuses", TS_STATUS_REJECTION},
+        {"refusal", [](TS_REQ*) { return base::OwnedBytes(); }, "it refuses", TS_STATUS_REJECTION},
     };
     for (const Case& each : cases) {
         const HttpServer server([&](const HttpServer::Request& request) {

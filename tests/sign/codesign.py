@@ -141,9 +141,12 @@ class SigningFiles(CodeTest):
         path, library = self.copy(self.linker.link("exe-arm64")), self.copy(self.linker.library(), "lib")
         xml = plistlib.dumps({"com.apple.security.get-task-allow": True, "a": ["b", 3], "get-task-allow": True})
         write(self.path("x.plist"), xml)
+        os.symlink("x.plist", self.path("link"))
         for code in (path, library):
-            self.sign(code, "--entitlements", self.path("x.plist"), "-o", "runtime,library")
+            self.sign(code, "--entitlements", self.path("link"), "-o", "runtime,library")
             self.assert_valid(code)
+        self.sign(library, "-f", "-o", "0x2000")
+        self.assertIn("flags=0x2002(", self.codesign("-dvv", library)[1])
         said = self.codesign("-dvvvv", path)[1]
         self.assertRegex(said, r"flags=0x12002\(adhoc,library-validation,runtime\) hashes=\d+\+7 ")
         self.assertIn("Executable Segment flags=0x11\n", said)
@@ -369,7 +372,7 @@ class Options(CodeTest):
     def test_wrong_usage_is_told_in_one_sentence(self):
         path = self.copy(self.linker.link("exe-arm64"))
         for arguments in ([], [path], ["--sign"], ["-s", "-"], ["--nonsense", path], ["-x", path], ["-s", "-", "-d", path],
-                          ["-s", "-", "-o", "adhoc", path], ["-s", "-", "--runtime-version", "1.2.3.4", path],
+                          ["-s", "-", "-o", "adhoc", path], ["-s", "-", "-o", "0x1g", path], ["-s", "-", "--runtime-version", "1.2.3.4", path],
                           ["-s", "-", "--preserve-metadata=everything", path], ["--verify", "-R", "=identifier", path],
                           ["-s", "-", "-r", "=designated identifier x", path], ["-s", "-", "--pagesize", "1", path],
                           ["-s", "-", "--entitlements", self.path("none"), path], ["-d", "-r", "x", path]):

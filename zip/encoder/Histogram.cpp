@@ -1,7 +1,6 @@
 #include "zip/encoder/Histogram.h"
 
 #include <bit>
-#include <numeric>
 #include <span>
 
 namespace zip {
