@@ -114,8 +114,7 @@ private:
 
     Surroundings surroundings_;
     bool looksAgain_ = false;          // when the panel, or a sheet of others, is closed
-    std::atomic<int> stops_ = 0;       // what was begun before the last one does not go on
-    std::atomic<int> stopsBefore_ = 0; // the entry at work
+    std::atomic<int> stops_ = 0, stopsBefore_ = 0; // all, and those before the entry at work
     std::size_t answered_ = 0;         // entries of the run that were processed or skipped
     QPointer<QObject> representedObject_;
 };

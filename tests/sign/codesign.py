@@ -182,16 +182,6 @@ class SigningFiles(CodeTest):
         self.assertFalse([path for path in tree(app) if path.endswith(".tmp")])
         self.assertEqual(read(self.path("outside")), b"precious")
 
-    def test_progress_goes_through_the_pipe_that_the_environment_names(self):
-        app = fixtures.make_application(self.linker, self.path("My App.app"))
-        os.mkfifo(self.path("pipe"))
-        reader = os.open(self.path("pipe"), os.O_RDONLY | os.O_NONBLOCK)
-        self.addCleanup(os.close, reader)
-        self.sign(app, "--deep", KELPMORAY_PROGRESS=self.path("pipe"))
-        told = os.read(reader, 1000).decode().splitlines()
-        self.assertEqual((told[-1], told), ("100%", sorted(told, key=lambda line: int(line[:-1]))))
-        self.assertLess(int(told[0][:-1]), 50)
-
     def test_old_processors_are_served_in_their_order_of_bytes(self):
         for order, wide, cpu in (("<", False, 7), (">", False, 18), (">", True, 0x01000012)):
             header = 32 if wide else 28

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""What the signer tells programs, as JSON."""
+"""What the signer tells programs: progress, and facts as JSON."""
 import json
+import os
 import subprocess
 import unittest
 
@@ -16,6 +17,16 @@ class Facts(CodeTest):
         done = subprocess.run([CODESIGN, "--json", *arguments], cwd=self.folder, capture_output=True, text=True)
         self.assertEqual((done.returncode, done.stderr), (status, ""))
         return [json.loads(line) for line in done.stdout.splitlines()]
+
+    def test_progress_goes_through_the_pipe_that_the_environment_names(self):
+        app = fixtures.make_application(self.linker, self.path("My App.app"))
+        os.mkfifo(self.path("pipe"))
+        reader = os.open(self.path("pipe"), os.O_RDONLY | os.O_NONBLOCK)
+        self.addCleanup(os.close, reader)
+        self.sign(app, "--deep", KELPMORAY_PROGRESS=self.path("pipe"))
+        told = os.read(reader, 1000).decode().splitlines()
+        self.assertEqual((told[-1], told), ("100%", sorted(told, key=lambda line: int(line[:-1]))))
+        self.assertLess(int(told[0][:-1]), 50)
 
     def test_programs_read_the_facts_as_json(self):
         package = self.path('a".app')
