@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/ElidedLabel.h"
+#include "app/toolkit/ElidedLabel.h"
 #include "core/Expectation.h"
 
 #include <optional>

@@ -113,8 +113,8 @@ private:
     void confirmed(const std::string& entry, Confirmation::Answer answer);
 
     Surroundings surroundings_;
-    bool looksAgain_ = false;          // when the panel, or a sheet of others, is closed
+    bool looksAgain_ = false; // when the panel, or a sheet of others, is closed
     std::atomic<int> stops_ = 0, stopsBefore_ = 0; // all, and those before the entry at work
-    std::size_t answered_ = 0;         // entries of the run that were processed or skipped
+    std::size_t answered_ = 0; // entries of the run that were processed or skipped
     QPointer<QObject> representedObject_;
 };

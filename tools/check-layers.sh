@@ -24,6 +24,7 @@ forbid '#include *"(app|batch|core|sign)/' zip tests/zip
 forbid '#include *"(app|batch|core|zip)/' sign tests/sign
 forbid '#include *"(app|sign|zip)/' batch tests/batch
 forbid '#include *"(batch|sign|zip)/' app
+forbid '#include *"app/([A-Z]|results|identities)' app/toolkit app/platform
 # No files include each other in a circle.
 git ls-files -co --exclude-standard '*.h' | while read -r header; do
     sed -n "s:^#include \"\(.*\)\"\$:$header \1:p" "$header"

@@ -1,8 +1,8 @@
 #include "app/toolkit/ChoosePanel.h"
 
-#include "app/ElidedLabel.h"
 #include "app/platform/NativeWindow.h"
 #include "app/toolkit/Beep.h"
+#include "app/toolkit/ElidedLabel.h"
 #include "app/toolkit/Sheet.h"
 #include "core/Path.h"
 #include "core/platform/FileType.h"

@@ -1,5 +1,5 @@
-#include "app/ElidedLabel.h"
 #include "app/toolkit/ChoosePanel.h"
+#include "app/toolkit/ElidedLabel.h"
 #include "tests/app/WindowFixture.h"
 
 #include <QCheckBox>

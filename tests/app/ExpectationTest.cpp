@@ -1,5 +1,5 @@
-#include "app/ElidedPopup.h"
 #include "app/ExpectationLine.h"
+#include "app/toolkit/ElidedPopup.h"
 #include "tests/app/WindowFixture.h"
 
 #include <QAccessible>

@@ -1,6 +1,6 @@
-#include "app/ElidedPopup.h"
 #include "app/ExpectationLine.h"
 #include "app/identities/IdentityDialogs.h"
+#include "app/toolkit/ElidedPopup.h"
 #include "app/toolkit/Sheet.h"
 #include "core/Path.h"
 #include "tests/app/WindowFixture.h"

@@ -1,5 +1,5 @@
-#include "app/ElidedLabel.h"
 #include "app/VornNSViewAdditions.h"
+#include "app/toolkit/ElidedLabel.h"
 #include "app/toolkit/Layer.h"
 #include "tests/app/WindowFixture.h"
 

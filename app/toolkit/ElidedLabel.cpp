@@ -1,4 +1,4 @@
-#include "app/ElidedLabel.h"
+#include "app/toolkit/ElidedLabel.h"
 
 #include <QClipboard>
 #include <QContextMenuEvent>

@@ -1,4 +1,4 @@
-#include "app/ElidedPopup.h"
+#include "app/toolkit/ElidedPopup.h"
 
 #include <QStyleOptionComboBox>
 #include <QStylePainter>
