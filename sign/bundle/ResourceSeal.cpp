@@ -58,6 +58,7 @@ public:
         if (auto hashed = addHashes(); !hashed)
             return hashed.error();
         PropertyDictionary seal;
+        seal.reserve(4);
         seal.emplace_back("files", std::move(oldFiles_));
         seal.emplace_back("files2", std::move(files_));
         seal.emplace_back("rules", version1);
