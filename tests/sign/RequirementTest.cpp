@@ -112,12 +112,16 @@ TEST(Requirement, IsAsLongInItsTextAsInItsBytes) {
             ASSERT_FALSE(refused) << before << count;
             EXPECT_THAT(refused.error().sentence, testing::HasSubstr("more than 400 terms"));
         }
-        const Requirement longer{.op = Requirement::Op::And, .operands = {longest, longest}};
+        Requirement longer;
+        longer.op = Requirement::Op::And;
+        longer.operands = {longest, longest};
         EXPECT_FALSE(sign::readRequirement(sign::requirementBlob(longer))) << before;
     }
     // Balanced, it is as long as in its text, which has no order of its own.
     const auto half = sign::anyOf(std::vector<Requirement>(100));
-    const Requirement whole{.op = Requirement::Op::Or, .operands = {half, half}};
+    Requirement whole;
+    whole.op = Requirement::Op::Or;
+    whole.operands = {half, half};
     const auto read = sign::readRequirement(sign::requirementBlob(whole));
     EXPECT_TRUE(read && sign::parsedRequirement(sign::requirementText(*read)));
     EXPECT_FALSE(sign::parsedRequirement(repeated("(", 400000)));
