@@ -279,7 +279,7 @@ void MainWindow::showProperties() {
     ui_->stop->setVisible(controller_.isProcessing());
     if (!controller_.isProcessing())
         ui_->stop->setEnabled(true);
-    if (!noticeEnd_.isActive())
+    if (!noticeEnd_.isActive() && !explained_.isEmpty())
         endNotice();
     showProgress();
     showExpectation();
