@@ -193,22 +193,4 @@ base::Outcome CodeFile::checkNothingElse() const {
     return {};
 }
 
-base::Outcome CodeFile::checkUnchanged() const {
-    struct stat now {};
-    struct stat named {};
-    if (::fstat(file_.get(), &now) != 0 || ::stat(path_.c_str(), &named) != 0)
-        return changed(path_);
-    const auto time = [](const struct stat& status) {
-#ifdef __APPLE__
-        return std::array{status.st_mtimespec.tv_sec, status.st_mtimespec.tv_nsec};
-#else
-        return std::array{status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
-#endif
-    };
-    if (now.st_size != status_.st_size || time(now) != time(status_) ||
-        named.st_ino != status_.st_ino || named.st_dev != status_.st_dev)
-        return changed(path_);
-    return {};
-}
-
 } // namespace sign

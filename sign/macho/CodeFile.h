@@ -43,8 +43,6 @@ public:
     /// Whether its slices, of one file type, are all that a universal file holds: what a new file
     /// that is made of them would lose otherwise. The error tells what is wrong.
     [[nodiscard]] base::Outcome checkNothingElse() const;
-    /// Changed if the file is not the same as when it was opened.
-    [[nodiscard]] base::Outcome checkUnchanged() const;
 
 private:
     CodeFile() = default;
