@@ -1,6 +1,6 @@
 #include "sign/DesignatedCode.h"
 
-#include "sign/bundle/FileTree.h"
+#include "sign/files/FileTree.h"
 #include "sign/signature/DesignatedRequirement.h"
 #include "sign/signature/RequirementText.h"
 

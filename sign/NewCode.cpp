@@ -1,8 +1,8 @@
 #include "sign/NewCode.h"
 
 #include "base/Leftovers.h"
-#include "sign/SignalPause.h"
 #include "sign/bundle/LooseSignature.h"
+#include "sign/files/SignalPause.h"
 
 #include <cerrno>
 

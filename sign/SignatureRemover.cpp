@@ -1,8 +1,8 @@
 #include "sign/RunLock.h"
 #include "sign/Signer.h"
 #include "sign/StaticCode.h"
-#include "sign/bundle/FileTree.h"
 #include "sign/bundle/LooseSignature.h"
+#include "sign/files/FileTree.h"
 #include "sign/macho/SignatureRoom.h"
 
 #include <cerrno>

@@ -2,8 +2,8 @@
 
 #include "base/ByteReader.h"
 #include "sign/DesignatedCode.h"
-#include "sign/bundle/FileTree.h"
 #include "sign/bundle/LooseSignature.h"
+#include "sign/files/FileTree.h"
 
 #include <algorithm>
 

@@ -3,9 +3,9 @@
 #include "base/FileDescriptor.h"
 #include "base/Printable.h"
 #include "base/WorkerThreads.h"
-#include "sign/AsideFile.h"
-#include "sign/Digest.h"
-#include "sign/bundle/FileTree.h"
+#include "sign/crypto/Digest.h"
+#include "sign/files/AsideFile.h"
+#include "sign/files/FileTree.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,4 +1,4 @@
-#include "sign/PropertyList.h"
+#include "sign/plist/PropertyList.h"
 
 #include <algorithm>
 #include <array>

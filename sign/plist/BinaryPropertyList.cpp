@@ -1,9 +1,9 @@
-#include "sign/BinaryPropertyList.h"
+#include "sign/plist/BinaryPropertyList.h"
 
 #include "base/ByteReader.h"
 #include "base/Printable.h"
 #include "base/Utf8.h"
-#include "sign/PropertyListReader.h"
+#include "sign/plist/PropertyListReader.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,4 +1,4 @@
-#include "sign/bundle/FileTree.h"
+#include "sign/files/FileTree.h"
 
 #include "base/FileDescriptor.h"
 #include "base/Printable.h"
