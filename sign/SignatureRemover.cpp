@@ -7,6 +7,7 @@
 
 #include <cerrno>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace sign {
@@ -47,10 +48,11 @@ base::Outcome removeEmbedded(const CodeFile& file) {
                 copySlice(file, file.slices()[index], rooms[index], *aside, layout->offsets[index]);
             !copied)
             return copied;
-    if (auto same = file.checkUnchanged(); !same)
-        return same;
     if (auto synced = aside->sync(); !synced)
         return synced;
+    struct stat now {};
+    if (::stat(file.path().c_str(), &now) != 0 || FileStamp::of(now) != file.stamp())
+        return changedWhileRead(file.path());
     return AsideFile::commit({&*aside});
 }
 

@@ -66,7 +66,7 @@ base::Result<std::unique_ptr<SigningJob>> SigningJob::prepare(const std::string&
 }
 
 void SigningJob::watchCode() {
-    newCode_.watch().addFile(code_.file().path(), FileStamp::of(code_.file().status()));
+    newCode_.watch().addFile(code_.file().path(), code_.file().stamp());
     if (code_.bundle() && !code_.bundle()->infoPlist.empty())
         newCode_.watch().addFile(code_.bundle()->infoPlist, code_.bundle()->infoStamp);
 }

@@ -93,7 +93,7 @@ class StampsThatDoNotCome(Meanwhile):
 
 
 @unittest.skipUnless(sys.platform == "linux", "the loader is told otherwise elsewhere")
-class Kills(Meanwhile):
+class InOurProcess(Meanwhile):
     KILLER = """void *dlsym(void *, const char *); int kill(int, int), getpid(void), atoi(const char *); char *getenv(const char *);
 int rename(const char *from, const char *to) {
     static int count;
@@ -102,11 +102,30 @@ int rename(const char *from, const char *to) {
     return done;
 }"""
 
+    WRITER = """void *dlsym(void *, const char *); int open(const char *, int); char *getenv(const char *);
+long write(int, const void *, unsigned long);
+int fsync(int file) {
+    write(open(getenv("WRITES_TO"), 02001), "", 1);
+    return ((int (*)(int))dlsym((void *)-1L, "fsync"))(file);
+}"""
+
+    def preloaded(self, source):
+        write(self.path("other.c"), source)
+        # The loader takes a blank for the end of a path.
+        fixtures.check_call(fixtures.tool("clang"), "-shared", "-fPIC", "-o", "other.so", "other.c", "-ldl", cwd=self.folder)
+        return {"LD_PRELOAD": "./other.so", "ASAN_OPTIONS": "verify_asan_link_order=0"}
+
+    def test_a_file_that_is_written_to_keeps_its_signature(self):
+        code = self.copy(self.linker.universal())
+        self.sign(code)
+        before = read(code)
+        status, said = self.codesign("--remove-signature", code, **self.preloaded(self.WRITER), WRITES_TO=code)
+        self.assertEqual((status, read(code)), (1, before + b"\0"))
+        self.assertEqual(said, f'{code}: "{code}" changed while it was read. Try again when nothing writes to it.\n')
+
     def test_between_two_renames_each_file_is_whole_and_signing_again_mends_it(self):
         app = self.path("X.app")
-        write(self.path("killer.c"), self.KILLER)
-        # The loader takes a blank for the end of a path.
-        fixtures.check_call(fixtures.tool("clang"), "-shared", "-fPIC", "-o", "killer.so", "killer.c", "-ldl", cwd=self.folder)
+        preloaded = self.preloaded(self.KILLER)
         fixtures.make_bundle(app, "main", self.linker.link("exe-arm64"))
         fixtures.put(self.linker.library(), app, "Contents/Frameworks/lib.dylib")
         fixtures.write_plist(app + "/Contents/PlugIns/Pictures.bundle/Contents/Info.plist", None, "BNDL")
@@ -119,8 +138,7 @@ int rename(const char *from, const char *to) {
             shutil.rmtree(app)
             shutil.copytree(kept, app)
             renames += 1
-            status, _ = self.codesign("-s", "-", *again, app, LD_PRELOAD="./killer.so", RENAMES=str(renames),
-                                      ASAN_OPTIONS="verify_asan_link_order=0")
+            status, _ = self.codesign("-s", "-", *again, app, RENAMES=str(renames), **preloaded)
             for path, content in tree(app).items():
                 self.assertTrue(path.endswith(".tmp") or content in (old[path], new[path]), path)
             self.sign(app, *again)
