@@ -2,8 +2,8 @@
 
 #include "base/HiddenName.h"
 #include "base/Leftovers.h"
-#include "sign/SignalPause.h"
 #include "sign/bundle/LooseSignature.h"
+#include "sign/files/SignalPause.h"
 
 #include <cerrno>
 

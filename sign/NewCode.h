@@ -1,9 +1,9 @@
 #pragma once
 
-#include "sign/AsideFile.h"
 #include "sign/bundle/Bundle.h"
 #include "sign/bundle/FileWatch.h"
 #include "sign/bundle/NewFiles.h"
+#include "sign/files/AsideFile.h"
 
 #include <string>
 #include <vector>

@@ -2,8 +2,8 @@
 #include "sign/RunLock.h"
 #include "sign/Signer.h"
 #include "sign/StaticCode.h"
-#include "sign/bundle/FileTree.h"
 #include "sign/bundle/LooseSignature.h"
+#include "sign/files/FileTree.h"
 #include "sign/macho/SignatureRoom.h"
 
 #include <cerrno>
@@ -71,7 +71,7 @@ base::Outcome removeSignature(const std::string& path, const std::string& bundle
                                   "Mach-O file or a bundle."};
     }
     NewCode unsignedCode;
-    unsignedCode.watch().addFile(code->file().path(), FileStamp::of(code->file().status()));
+    unsignedCode.watch().addFile(code->file().path(), code->file().stamp());
     if (code->file().isMachO()) {
         auto file = withoutSignature(code->file());
         if (!file)

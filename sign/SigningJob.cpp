@@ -3,8 +3,8 @@
 #include "base/ByteReader.h"
 #include "base/Leftovers.h"
 #include "sign/DesignatedCode.h"
-#include "sign/bundle/FileTree.h"
 #include "sign/bundle/LooseSignature.h"
+#include "sign/files/FileTree.h"
 
 #include <algorithm>
 
@@ -71,7 +71,7 @@ base::Result<std::unique_ptr<SigningJob>> SigningJob::prepare(const std::string&
 
 base::Outcome SigningJob::watchCode() {
     FileWatch& watch = newCode_.watch();
-    watch.addFile(code_.file().path(), FileStamp::of(code_.file().status()));
+    watch.addFile(code_.file().path(), code_.file().stamp());
     if (!code_.bundle())
         return {};
     const Bundle& bundle = *code_.bundle();

@@ -1,8 +1,8 @@
 #include "sign/bundle/BundleRoot.h"
 
 #include "base/Printable.h"
-#include "sign/bundle/FileTree.h"
 #include "sign/bundle/LooseSignature.h"
+#include "sign/files/FileTree.h"
 
 #include <algorithm>
 

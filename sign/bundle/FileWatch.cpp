@@ -3,7 +3,7 @@
 #include "base/FileDescriptor.h"
 #include "base/Leftovers.h"
 #include "base/Printable.h"
-#include "sign/ForEach.h"
+#include "base/WorkerThreads.h"
 
 #include <string_view>
 
@@ -69,8 +69,8 @@ base::Outcome FileWatch::check(unsigned threads) const {
             return changed(file.path, "changed");
     }
     constexpr std::size_t few = 16;
-    return forEach(folders_.size(), folders_.size() > few ? threads : 1,
-                   [this](std::size_t index) { return checkFolder(folders_[index]); });
+    return base::forEach(folders_.size(), folders_.size() > few ? threads : 1,
+                         [this](std::size_t index) { return checkFolder(folders_[index]); });
 }
 
 base::Outcome FileWatch::checkFolder(const Folder& folder) {

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "base/Result.h"
-#include "sign/AsideFile.h"
 #include "sign/bundle/Bundle.h"
+#include "sign/files/AsideFile.h"
 
 #include <cstdint>
 #include <optional>

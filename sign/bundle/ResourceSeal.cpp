@@ -4,10 +4,10 @@
 #include "base/Printable.h"
 #include "base/Utf8.h"
 #include "sign/bundle/FileHashes.h"
-#include "sign/bundle/FileTree.h"
 #include "sign/bundle/MachOFile.h"
 #include "sign/bundle/NewFiles.h"
 #include "sign/bundle/SealScope.h"
+#include "sign/files/FileTree.h"
 
 #include <algorithm>
 

@@ -94,7 +94,7 @@ class StampsThatDoNotCome(Meanwhile):
 
 
 @unittest.skipUnless(sys.platform == "linux", "the loader is told otherwise elsewhere")
-class Kills(Meanwhile):
+class InOurProcess(Meanwhile):
     KILLER = """void *dlsym(void *, const char *); int kill(int, int), getpid(void), atoi(const char *), *__errno_location(void);
 char *getenv(const char *);
 static int count;
@@ -116,18 +116,30 @@ int renameat2(int at, const char *from, int other, const char *to, unsigned flag
     return told(((int (*)(int, const char *, int, const char *, unsigned))dlsym((void *)-1L, "renameat2"))(at, from, other, to, flags));
 }"""
 
-    def setUp(self):
-        super().setUp()
-        write(self.path("killer.c"), self.KILLER)
-        # The loader takes a blank for the end of a path.
-        fixtures.check_call(fixtures.tool("clang"), "-shared", "-fPIC", "-o", "killer.so", "killer.c", "-ldl", cwd=self.folder)
+    WRITER = """void *dlsym(void *, const char *); int open(const char *, int); char *getenv(const char *);
+long write(int, const void *, unsigned long);
+int fsync(int file) {
+    write(open(getenv("WRITES_TO"), 02001), "", 1);
+    return ((int (*)(int))dlsym((void *)-1L, "fsync"))(file);
+}"""
 
-    def codesign_with(self, *arguments, **environment):
-        """With the answers of renames: REFUSAL, an error, at the one with the number RENAMES; 0 means at all swaps."""
-        return self.codesign(*arguments, LD_PRELOAD="./killer.so", ASAN_OPTIONS="verify_asan_link_order=0", **environment)
+    def preloaded(self, source):
+        write(self.path("other.c"), source)
+        # The loader takes a blank for the end of a path.
+        fixtures.check_call(fixtures.tool("clang"), "-shared", "-fPIC", "-o", "other.so", "other.c", "-ldl", cwd=self.folder)
+        return {"LD_PRELOAD": "./other.so", "ASAN_OPTIONS": "verify_asan_link_order=0"}
+
+    def test_a_file_that_is_written_to_keeps_its_signature(self):
+        code = self.copy(self.linker.universal())
+        self.sign(code)
+        before = read(code)
+        status, said = self.codesign("--remove-signature", code, **self.preloaded(self.WRITER), WRITES_TO=code)
+        self.assertEqual((status, read(code)), (1, before + b"\0"))
+        self.assertEqual(said, f'{code}: "{code}" changed meanwhile. Try again when nothing writes to the package.\n')
 
     def test_between_two_renames_each_file_is_whole_and_signing_again_mends_it(self):
         app = self.path("X.app")
+        preloaded = self.preloaded(self.KILLER)
         fixtures.make_bundle(app, "main", self.linker.link("exe-arm64"))
         fixtures.put(self.linker.library(), app, "Contents/Frameworks/lib.dylib")
         fixtures.write_plist(app + "/Contents/PlugIns/Pictures.bundle/Contents/Info.plist", None, "BNDL")
@@ -140,7 +152,7 @@ int renameat2(int at, const char *from, int other, const char *to, unsigned flag
             shutil.rmtree(app)
             shutil.copytree(kept, app)
             renames += 1
-            status, _ = self.codesign_with("-s", "-", *again, app, RENAMES=str(renames))
+            status, _ = self.codesign("-s", "-", *again, app, RENAMES=str(renames), **preloaded)
             for path, content in tree(app).items():
                 self.assertTrue(path.endswith(".tmp") or content in (old[path], new[path]), path)
             self.sign(app, *again)
@@ -148,7 +160,8 @@ int renameat2(int at, const char *from, int other, const char *to, unsigned flag
         self.assertEqual((status, renames), (0, 8))
 
     def test_a_rename_that_is_refused_leaves_all_as_it_was(self):
-        app = self.path("X.app")
+        """REFUSAL is the error of the rename with the number RENAMES, or of all that swap if that is 0."""
+        app, preloaded = self.path("X.app"), self.preloaded(self.KILLER)
         fixtures.make_bundle(app, "main", self.linker.link("exe-arm64"))
         fixtures.put(self.linker.library(), app, "Contents/Frameworks/lib.dylib")
         self.sign(app, "--deep")
@@ -157,14 +170,14 @@ int renameat2(int at, const char *from, int other, const char *to, unsigned flag
         before = tree(app)
         for arguments, count in {("-f", "--deep", "-s", "-"): 4, ("--remove-signature",): 3}.items():
             for number in range(1, count + 1):
-                status, said = self.codesign_with(*arguments, app, REFUSAL=str(errno.EPERM), RENAMES=str(number))
+                status, said = self.codesign(*arguments, app, **preloaded, REFUSAL=str(errno.EPERM), RENAMES=str(number))
                 self.assertEqual((status, tree(app)), (1, before))
                 self.assertRegex(said, r"Cannot (replace|delete) .*: Operation not permitted\.")
         # File systems that cannot swap names.
-        status, _ = self.codesign_with("-f", "--deep", "-s", "-", app, REFUSAL=str(errno.EINVAL), RENAMES="0")
+        status, _ = self.codesign("-f", "--deep", "-s", "-", app, **preloaded, REFUSAL=str(errno.EINVAL), RENAMES="0")
         self.assertEqual(status, 0)
         self.assert_valid(app)
-        status, _ = self.codesign_with("--remove-signature", app, RENAMES=str(count + 1))
+        status, _ = self.codesign("--remove-signature", app)
         self.assertEqual((status, os.path.exists(app + "/Contents/_CodeSignature")), (0, False))
 
     def test_a_signal_takes_all_away_that_was_written_aside(self):

@@ -1,7 +1,7 @@
-#include "sign/AsideFile.h"
+#include "sign/files/AsideFile.h"
 
 #include "base/Leftovers.h"
-#include "sign/SignalPause.h"
+#include "sign/files/SignalPause.h"
 
 #include <cerrno>
 #include <cstdio>
