@@ -25,19 +25,21 @@ struct PropertyDate {
     bool operator==(const PropertyDate&) const = default;
 };
 
-/// One value of a property list: exactly one of the eight kinds. Texts are UTF-8.
+/// One value of a property list: exactly one of the kinds, of which std::uint64_t is only for
+/// integers above 2^63-1. Texts are UTF-8.
 class PropertyValue {
 public:
-    using Kinds = std::variant<PropertyDictionary, PropertyArray, std::string, std::int64_t, double,
-                               bool, PropertyData, PropertyDate>;
+    using Kinds = std::variant<PropertyDictionary, PropertyArray, std::string, std::int64_t,
+                               std::uint64_t, double, bool, PropertyData, PropertyDate>;
 
     PropertyValue() = default; ///< an empty dictionary
     /// Of exactly the type of a kind, so that a literal does not end as a boolean.
     template <typename Kind>
     requires std::same_as<Kind, PropertyDictionary> || std::same_as<Kind, PropertyArray> ||
         std::same_as<Kind, std::string> || std::same_as<Kind, std::int64_t> ||
-        std::same_as<Kind, double> || std::same_as<Kind, bool> ||
-        std::same_as<Kind, PropertyData> || std::same_as<Kind, PropertyDate>
+        std::same_as<Kind, std::uint64_t> || std::same_as<Kind, double> ||
+        std::same_as<Kind, bool> || std::same_as<Kind, PropertyData> ||
+        std::same_as<Kind, PropertyDate>
         PropertyValue(Kind value) : kinds_(std::move(value)) {}
 
     [[nodiscard]] const Kinds& kinds() const { return kinds_; }
@@ -46,6 +48,7 @@ public:
     [[nodiscard]] const PropertyDictionary* dictionary() const { return as<PropertyDictionary>(); }
     [[nodiscard]] const PropertyArray* array() const { return as<PropertyArray>(); }
     [[nodiscard]] const std::string* string() const { return as<std::string>(); }
+    /// Null for those above 2^63-1, too.
     [[nodiscard]] const std::int64_t* integer() const { return as<std::int64_t>(); }
     [[nodiscard]] const double* real() const { return as<double>(); }
     [[nodiscard]] const bool* boolean() const { return as<bool>(); }
