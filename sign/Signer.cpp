@@ -352,7 +352,7 @@ base::Outcome sign(const std::string& path, const SigningOptions& options,
         return lock.error();
     std::vector<CodeObject> objects{{path}};
     if (options.deep) {
-        auto plan = planOf(path, Leftovers::AreRemoved);
+        auto plan = planOf(path, Leftovers::AreRemoved, options.bundleVersion);
         if (!plan)
             return plan.error();
         objects = std::move(*plan);

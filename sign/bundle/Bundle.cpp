@@ -250,16 +250,17 @@ std::optional<std::string> bundleOfExecutable(std::string_view path) {
     return std::nullopt;
 }
 
-std::vector<std::string> otherVersions(std::string_view framework) {
+std::vector<std::string> otherVersions(std::string_view framework, std::string_view version) {
     const std::string versions = withoutSlashes(framework) + "/Versions";
     std::vector<std::string> others;
     const auto entries = entriesOf(versions);
     if (!entries)
         return others;
-    const auto current = realPath(versions + "/Current");
+    const auto taken =
+        realPath(versions + "/" + std::string(version.empty() ? "Current" : version));
     for (const FileEntry& entry : *entries) {
         std::string path = versions + "/" + entry.name;
-        if (entry.isFolder() && entry.name != "Current" && realPath(path) != current)
+        if (entry.isFolder() && entry.name != "Current" && realPath(path) != taken)
             others.push_back(std::move(path));
     }
     return others;

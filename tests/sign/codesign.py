@@ -182,6 +182,19 @@ class SigningFiles(CodeTest):
         self.assertFalse([path for path in tree(app) if path.endswith(".tmp")])
         self.assertEqual(read(self.path("outside")), b"precious")
 
+    def test_the_version_of_a_framework_that_is_given_is_that_of_the_framework_alone(self):
+        framework = fixtures.make_application(self.linker, self.path("X.app")) + "/Contents/Frameworks/Foo.framework"
+        inner = framework + "/Versions/A/Frameworks/Inner.framework"
+        fixtures.write_plist(inner + "/Versions/C/Resources/Info.plist", "Inner", "FMWK")
+        fixtures.put(self.linker.library(), inner, "Versions/C/Inner")
+        os.symlink("C", inner + "/Versions/Current")
+        said = self.sign(framework, "--deep", "--bundle-version", "A", "-v")
+        signed = [line.split(": signed ")[0][len(framework):] for line in said.splitlines()]
+        self.assertEqual(signed, ["/Versions/A/Frameworks/Inner.framework", "/Versions/A/Helpers/tool", "/Versions/B/Helpers/tool",
+                                  "/Versions/B", ""])
+        for version in "AB":
+            self.assert_quiet("--verify", "--deep", "--strict", "--bundle-version", version, framework)
+
     def test_old_processors_are_served_in_their_order_of_bytes(self):
         for order, wide, cpu in (("<", False, 7), (">", False, 18), (">", True, 0x01000012)):
             header = 32 if wide else 28
