@@ -181,7 +181,8 @@ private:
         item.left = signatures.size() + 1;
         for (CmsSignature* signature : signatures)
             lanes_.wait([this, &item, signature]() -> base::Outcome {
-                auto reply = TimeStampReply::request(options_.timestampUrl, signature->value());
+                auto reply = TimeStampReply::request(options_.timestampUrl, signature->value(),
+                                                     lanes_.stopSignal());
                 if (!reply)
                     return reply.error();
                 lanes_.work([this, &item, signature,

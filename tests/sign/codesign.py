@@ -282,7 +282,7 @@ class Owner:
         os.chmod(f"{home}/keys/{hashlib.sha1(public).hexdigest()}.pem", 0o600)
 
 
-class SigningWithAnIdentity(CodeTest):
+class OwnerTest(CodeTest):
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
@@ -294,6 +294,8 @@ class SigningWithAnIdentity(CodeTest):
                              **self.owner.environment)
         return said, count[0]
 
+
+class SigningWithAnIdentity(OwnerTest):
     def test_the_signature_holds_for_openssl_too(self):
         path = self.copy(self.linker.link("exe-arm64"))
         self.assertEqual(self.sign_stamped(path, "-o", "runtime", "-i", "com.example.x"), ("", 1))
@@ -326,24 +328,6 @@ class SigningWithAnIdentity(CodeTest):
         self.assertEqual(plan[-1], app)
         self.sign(framework, "--deep")
         self.assert_valid(framework)
-
-    def test_all_code_that_is_nested_is_stamped_side_by_side(self):
-        app = fixtures.make_application(self.linker, self.path("My App.app"))
-        shutil.rmtree(app + "/Contents/Resources")
-        plan = self.codesign("--plan", app)[1].split("\0")[:-1]
-        self.sign_stamped(app, "--deep", together=len(plan) + 1)
-        self.assert_valid(app, **self.owner.environment)
-
-    def test_code_that_is_signed_again_for_larger_stamps_is_sealed_again(self):
-        app = fixtures.make_application(self.linker, self.path("My App.app"))
-        # This bundle has all room for its own signature, which lies in files.
-        fixtures.put(self.linker.library(), app, "Contents/PlugIns/Pictures.bundle/Contents/Frameworks/lib.dylib")
-        plan = self.codesign("--plan", app)[1].split("\0")[:-1]
-        root = read(self.owner.authority.folder + "/root.pem")
-        write(self.path("large.pem"), root * 25)
-        stamps = self.sign_stamped(app, "--deep", certificates=self.path("large.pem"))[1]
-        self.assertEqual(stamps, 2 * (len(plan) + 1))
-        self.assert_valid(app, **self.owner.environment)
 
     def test_an_answer_that_is_no_stamp_changes_nothing(self):
         app = fixtures.make_application(self.linker, self.path("My App.app"))
