@@ -2,13 +2,15 @@
 """Many time stamps at once, and servers that do not give them."""
 import http.server
 import os
+import resource
 import shutil
+import subprocess
 import threading
 import time
 import unittest
 
 import fixtures
-from codesign import OwnerTest, read, tree
+from codesign import CODESIGN, OwnerTest, read, tree
 from programs import write
 
 
@@ -50,6 +52,21 @@ class Stamps(OwnerTest):
         write(self.path("large.pem"), root * 25)
         stamps = self.sign_stamped(app, "--deep", certificates=self.path("large.pem"))[1]
         self.assertEqual(stamps, 2 * (len(plan) + 1))
+        self.assert_valid(app, **self.owner.environment)
+
+    def sign_with_few_files(self, most, *arguments):
+        return subprocess.run([CODESIGN, "--deep", "-s", self.owner.authority.HOLDER, *arguments], text=True, capture_output=True,
+                              env={**os.environ, **self.owner.environment},
+                              preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (most, most)))
+
+    def test_connections_do_not_take_the_files_that_signing_needs(self):
+        app = self.path("X.app")
+        fixtures.make_bundle(app, "main", self.linker.universal())
+        for number in range(70):
+            fixtures.make_bundle(f"{app}/Contents/PlugIns/{number}.bundle", "code", self.linker.universal(), "BNDL")
+        with self.owner.authority.time_server() as (url, count):
+            done = self.sign_with_few_files(256, f"--timestamp={url}", app)
+        self.assertEqual((done.returncode, done.stderr, count), (0, "", [142]))
         self.assert_valid(app, **self.owner.environment)
 
     def test_an_error_does_not_wait_for_stamps_that_do_not_come(self):
