@@ -14,7 +14,6 @@ namespace sign {
 namespace {
 
 constexpr std::uint64_t mostObjects = 1'000'000;
-constexpr std::uint64_t mostBytes = std::uint64_t{64} << 20U;
 
 enum class Problem { None, Damaged, Depth, Growth };
 
@@ -215,7 +214,7 @@ private:
         if (reader.failed() || size > reader.size() / width)
             return fail(Problem::Damaged);
         grown_ += size * width;
-        return grown_ <= mostBytes || fail(Problem::Growth);
+        return grown_ <= mostPropertyListBytes || fail(Problem::Growth);
     }
 
     base::Bytes bytes_;

@@ -4,6 +4,7 @@
 #include "base/Result.h"
 
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -70,6 +71,9 @@ private:
 
     Kinds kinds_;
 };
+
+/// How large a property list may be, far more than any package needs.
+inline constexpr std::size_t mostPropertyListBytes = std::size_t{64} << 20U;
 
 /// Reads an XML or a binary property list (Apple's plist(5)); no other form. `name` is the file
 /// that an error names. Input that is nested or grows beyond what a package has, is refused before

@@ -139,7 +139,7 @@ private:
     void checkItem(const SealItem& item, const SealScope& scope) {
         const std::string path = bundle_.codeRoot + "/" + item.path;
         const bool isLink = item.kind == SealItemKind::Link;
-        if (checking_.strict && !checkSealable(item, isLink))
+        if (checking_.strict && item.isForbidden())
             return addFault(path, SealChange::Added);
         if (!item.isSealed())
             return;
@@ -153,19 +153,14 @@ private:
         checkEntry(*found->second.value, item, path, scope);
     }
 
-    static bool checkSealable(const SealItem& item, bool isLink) {
-        const bool isDesktops = item.path == ".DS_Store" || item.path.ends_with("/.DS_Store");
-        return item.kind != SealItemKind::Other && !(isLink && isDesktops);
-    }
-
     void checkEntry(const PropertyValue& entry, const SealItem& item, const std::string& path,
                     const SealScope& scope) {
         const SealItemKind kind = item.kind;
         if (const std::string* requirement = entry.findString("requirement")) {
             if (kind == SealItemKind::Link || kind == SealItemKind::Other)
                 return addFault(path, SealChange::Modified);
-            report_.nested.push_back({path, *requirement, path.ends_with(".framework"),
-                                      kind == SealItemKind::File});
+            report_.nested.push_back(
+                {path, *requirement, path.ends_with(".framework"), kind == SealItemKind::File});
             return;
         }
         if (const std::string* sealed = entry.findString("symlink")) {
