@@ -33,7 +33,7 @@ public:
     PackageSigner(std::vector<CodeObject> objects, const SigningOptions& options,
                   const SigningObserver& observer)
         : options_(options), observer_(observer), operand_(objects.back().path),
-          closesSettled_(objects.size() > mostOpen_),
+          newFiles_(options.deep), closesSettled_(objects.size() > mostOpen_),
           lanes_(options.threads, static_cast<unsigned>(mostOpen_)) {
         for (CodeObject& object : objects)
             items_.emplace_back(std::move(object));
@@ -128,6 +128,9 @@ private:
                 job.error().kind == base::ErrorKind::Conflict && !isOperand && !options_.force;
             if (!isKept)
                 return job.error();
+            if (const auto code = isLone ? StaticCode::openFile(item.object.path)
+                                         : StaticCode::open(item.object.path))
+                newFiles_.keep(code->file().path());
             if (item.isEarly())
                 makeKnown(item, std::nullopt);
             lanes_.call([this, &item] { return conclude(item); });

@@ -1,11 +1,13 @@
 #include "sign/bundle/FileHashes.h"
 
+#include "base/ByteReader.h"
 #include "base/FileDescriptor.h"
 #include "base/Printable.h"
 #include "base/WorkerThreads.h"
 #include "sign/AsideFile.h"
 #include "sign/Digest.h"
 #include "sign/bundle/FileTree.h"
+#include "sign/macho/MachFile.h"
 
 #include <algorithm>
 #include <atomic>
@@ -19,6 +21,11 @@ namespace {
 
 constexpr std::size_t bufferSize = std::size_t{256} << 10U;
 constexpr std::uint64_t smallFile = std::uint64_t{1} << 20U;
+
+bool startsLikeCode(base::Bytes start) {
+    const auto magic = base::ByteReader(start).takeBig<std::uint32_t>();
+    return magic == universalMagic || magic == universalMagic64 || startsLikeMachO(start);
+}
 
 class FileHasher {
 public:
@@ -59,6 +66,8 @@ private:
             if (!got)
                 return base::systemError("read", file.path, errno);
             const base::Bytes bytes(buffer_.data(), *got);
+            if (at == 0)
+                file.mayBeCode = startsLikeCode(bytes);
             if (file.wantsSha1)
                 sha1_.update(bytes);
             if (file.wantsSha256)

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Many time stamps at once, and servers that do not give them."""
+"""Many time stamps at once, servers that do not give them, and what happens while they are waited for."""
 import http.server
 import os
 import resource
@@ -52,6 +52,22 @@ class Stamps(OwnerTest):
         write(self.path("large.pem"), root * 25)
         stamps = self.sign_stamped(app, "--deep", certificates=self.path("large.pem"))[1]
         self.assertEqual(stamps, 2 * (len(plan) + 1))
+        self.assert_valid(app, **self.owner.environment)
+
+    def test_code_that_comes_too_late_is_not_sealed_as_data(self):
+        app = fixtures.make_application(self.linker, self.path("X.app"))
+        new = app + "/Contents/Resources/new"
+        for code in (self.linker.library(), self.linker.link("exe-linker", signed=True), self.linker.universal()):
+            before = tree(app)
+            with self.owner.authority.time_server(meanwhile=(1, lambda code=code: shutil.copy(code, new))) as (url, _):
+                status, said = self.codesign("--deep", "-s", self.owner.authority.HOLDER, f"--timestamp={url}", app,
+                                             **self.owner.environment)
+            self.assertEqual(status, 1)
+            self.assertIn(f'"{new}" was added while the package was signed. Try again', said)
+            os.remove(new)
+            self.assertEqual(tree(app), before)
+        self.sign(app + "/Contents/Resources/module.node")
+        self.sign_stamped(app, "--deep")
         self.assert_valid(app, **self.owner.environment)
 
     def sign_with_few_files(self, most, *arguments):
