@@ -19,8 +19,9 @@
 namespace sign {
 namespace {
 
-/// How many threads may wait for the time stamp server or for the disk at once.
-constexpr unsigned waitingThreads = 512;
+/// How many objects may be open at once, and how many threads may wait for the time stamp server or
+/// for the disk.
+constexpr std::size_t mostAtOnce = 512;
 
 /// Signs the code objects of a package. A bundle's seal needs only the code directories of what is
 /// nested in it, so each begins as soon as these are known, and all wait for their time stamps side
@@ -32,7 +33,8 @@ public:
     PackageSigner(std::vector<CodeObject> objects, const SigningOptions& options,
                   const SigningObserver& observer)
         : options_(options), observer_(observer), operand_(objects.back().path),
-          closesSettled_(objects.size() > mostOpen_), lanes_(options.threads, waitingThreads) {
+          newFiles_(options.deep), closesSettled_(objects.size() > mostOpen_),
+          lanes_(options.threads, static_cast<unsigned>(mostOpen_)) {
         for (CodeObject& object : objects)
             items_.emplace_back(std::move(object));
         findContainers();
@@ -126,6 +128,9 @@ private:
                 job.error().kind == base::ErrorKind::Conflict && !isOperand && !options_.force;
             if (!isKept)
                 return job.error();
+            if (const auto code = isLone ? StaticCode::openFile(item.object.path)
+                                         : StaticCode::open(item.object.path))
+                newFiles_.keep(code->file().path());
             if (item.isEarly())
                 makeKnown(item, std::nullopt);
             lanes_.call([this, &item] { return conclude(item); });
@@ -181,7 +186,8 @@ private:
         item.left = signatures.size() + 1;
         for (CmsSignature* signature : signatures)
             lanes_.wait([this, &item, signature]() -> base::Outcome {
-                auto reply = TimeStampReply::request(options_.timestampUrl, signature->value());
+                auto reply = TimeStampReply::request(options_.timestampUrl, signature->value(),
+                                                     lanes_.stopSignal());
                 if (!reply)
                     return reply.error();
                 lanes_.work([this, &item, signature,
@@ -334,7 +340,7 @@ private:
     std::unordered_map<std::string_view, Item*> byPath_;
     NewFiles newFiles_;
     std::size_t settled_ = 0;
-    const std::size_t mostOpen_ = std::min<std::size_t>(mostOpenObjects(), waitingThreads);
+    const std::size_t mostOpen_ = std::min(mostOpenObjects(), mostAtOnce);
     bool closesSettled_; ///< for what is open until the end must not use up the open files
     std::mutex mutex_;   ///< for the two below, and what items tell each other
     std::deque<Item*> ready_;
@@ -352,7 +358,7 @@ base::Outcome sign(const std::string& path, const SigningOptions& options,
         return lock.error();
     std::vector<CodeObject> objects{{path}};
     if (options.deep) {
-        auto plan = planOf(path, Leftovers::AreRemoved);
+        auto plan = planOf(path, Leftovers::AreRemoved, options.bundleVersion);
         if (!plan)
             return plan.error();
         objects = std::move(*plan);

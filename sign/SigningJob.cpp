@@ -38,8 +38,10 @@ base::Error notSignable(const std::string& path) {
 base::Result<std::unique_ptr<SigningJob>> SigningJob::prepare(const std::string& path,
                                                               const SigningOptions& options,
                                                               const Preparing& preparing) {
-    auto code = preparing.isLone ? StaticCode::openFile(path)
-                                 : StaticCode::open(path, options.bundleVersion);
+    auto code =
+        preparing.isLone
+            ? StaticCode::openFile(path)
+            : StaticCode::open(path, preparing.isOperand ? options.bundleVersion : std::string());
     if (!code)
         return code.error();
     if (code->bundle()) {

@@ -1,6 +1,7 @@
 #include "sign/SigningPlan.h"
 
 #include "base/ByteReader.h"
+#include "base/Printable.h"
 #include "sign/SignatureCms.h"
 #include "sign/signature/DesignatedRequirement.h"
 
@@ -56,6 +57,16 @@ bool isArm64(const MachSlice& slice) {
 /// Whether a kernel runs the slice: it takes pages of 4 KiB, or of its own size.
 bool takesPages(const MachSlice& slice, std::uint8_t shift) {
     return shift == 12 || (shift == 14 && isArm64(slice));
+}
+
+/// Flags as an Info.plist has them: as a number or as names. Absent if they are no such.
+std::optional<std::uint32_t> flagsIn(const PropertyValue& value) {
+    if (const std::int64_t* number = value.integer(); number != nullptr && areSettable(*number))
+        return static_cast<std::uint32_t>(*number);
+    if (const std::string* names = value.string())
+        if (const auto flags = flagsOfNames(*names))
+            return *flags;
+    return std::nullopt;
 }
 
 class Planner {
@@ -169,16 +180,22 @@ private:
         return {};
     }
 
+    [[nodiscard]] std::string nameOfPlist() const {
+        const bool isFile = code_.bundle() && !code_.bundle()->infoPlist.empty();
+        return isFile ? "\"" + base::printable(code_.bundle()->infoPlist) + "\""
+                      : "the Info.plist inside \"" + base::printable(code_.path()) + "\"";
+    }
+
     base::Outcome chooseFlags() {
-        const auto* named = plist_.find("CSFlags");
         if (options_.flags) {
             plan_.flags = *options_.flags;
-        } else if (named != nullptr && named->integer() != nullptr) {
-            plan_.flags = static_cast<std::uint32_t>(*named->integer());
-        } else if (named != nullptr && named->string() != nullptr) {
-            auto flags = flagsOfNames(*named->string());
+        } else if (const auto* named = plist_.find("CSFlags")) {
+            const auto flags = flagsIn(*named);
             if (!flags)
-                return flags.error();
+                return base::Error{base::ErrorKind::Damaged,
+                                   "CSFlags in " + nameOfPlist() +
+                                       " has a flag that is not known or that no signer sets. "
+                                       "Correct CSFlags, or give the flags with --options."};
             plan_.flags = *flags;
         } else if (old_ && options_.preserve.flags) {
             plan_.flags = old_->best().facts().flags;
@@ -239,7 +256,11 @@ private:
                                                       : nullptr) {
             auto read = readRequirementSet(*kept);
             if (!read)
-                return read.error();
+                return base::Error{base::ErrorKind::Damaged,
+                                   "The requirements in the old signature of \"" +
+                                       base::printable(code_.path()) +
+                                       "\" are malformed. Leave requirements out of "
+                                       "--preserve-metadata."};
             set = std::move(*read);
         }
         if (options_.identity) {

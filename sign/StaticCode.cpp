@@ -14,7 +14,6 @@ namespace {
 
 /// Far more than any seal has.
 constexpr std::uint64_t mostSealSize = 1U << 30U;
-constexpr std::uint64_t mostInfoSize = 64U << 20U;
 
 base::Error notSigned() {
     return {base::ErrorKind::NotFound, std::string(faultMessage(FaultCode::NotSigned))};
@@ -50,12 +49,6 @@ std::optional<BlobMagic> magicOfSlot(std::uint32_t number) {
     default:
         return std::nullopt;
     }
-}
-
-std::string withoutSlashes(std::string path) {
-    while (path.size() > 1 && path.ends_with('/'))
-        path.pop_back();
-    return path;
 }
 
 base::Result<SignatureParts> looseSignature(const Bundle& bundle) {
@@ -181,7 +174,7 @@ base::Result<std::optional<base::OwnedBytes>> StaticCode::infoPlist(std::size_t 
     if (!file_.isMachO() || !file_.slices()[index].infoPlist)
         return std::optional<base::OwnedBytes>();
     const MachSlice& slice = file_.slices()[index];
-    if (slice.infoPlist->size > mostInfoSize)
+    if (slice.infoPlist->size > mostPropertyListBytes)
         return damagedSignature(path_, "its embedded Info.plist is too large");
     auto bytes = file_.read({slice.offset + slice.infoPlist->offset, slice.infoPlist->size});
     if (!bytes)

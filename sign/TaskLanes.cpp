@@ -62,8 +62,10 @@ void TaskLanes::serve(Lane& lane) {
 
 void TaskLanes::finish(const base::Outcome& done) {
     --open_;
-    if (!done && !error_)
+    if (!done && !error_) {
         error_ = done.error();
+        stop_.stop();
+    }
     if (!error_ && open_ != 0)
         return;
     for (Lane* lane : {&work_, &waiting_, &calls_}) {

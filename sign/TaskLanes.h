@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Result.h"
+#include "sign/cms/StopSignal.h"
 
 #include <condition_variable>
 #include <deque>
@@ -30,6 +31,9 @@ public:
     void wait(Task task) { add(waiting_, std::move(task), false); }
     void call(Task task) { add(calls_, std::move(task), false); }
 
+    /// Stops after an error: for tasks that wait, and would keep run() from returning.
+    [[nodiscard]] const StopSignal& stopSignal() const { return stop_; }
+
     /// Runs all that were added, until none is left. After an error no further task begins; the
     /// first error is returned. Once for each object.
     [[nodiscard]] base::Outcome run();
@@ -56,6 +60,7 @@ private:
     std::size_t open_ = 0; ///< tasks that are not done
     bool isRunning_ = false;
     std::optional<base::Error> error_;
+    StopSignal stop_;
 };
 
 } // namespace sign

@@ -13,18 +13,10 @@ namespace sign {
 
 namespace {
 
-constexpr std::uint64_t mostInfoBytes = std::uint64_t{64} << 20U;
-
 base::Error unrecognized(std::string_view remedy = {}) {
     std::string sentence(faultMessage(FaultCode::BadBundleFormat));
     sentence += remedy;
     return {base::ErrorKind::Unsupported, std::move(sentence)};
-}
-
-std::string withoutSlashes(std::string_view path) {
-    while (path.size() > 1 && path.ends_with('/'))
-        path.remove_suffix(1);
-    return std::string(path);
 }
 
 std::string_view lastComponent(std::string_view path) {
@@ -147,7 +139,7 @@ base::Outcome readInfo(Bundle& bundle) {
     const auto target = realPath(bundle.infoPlist);
     if (!target || !isFile(*target))
         return {};
-    auto bytes = wholeFile(*target, Links::Refuse, mostInfoBytes, &bundle.infoStamp);
+    auto bytes = wholeFile(*target, Links::Refuse, mostPropertyListBytes, &bundle.infoStamp);
     if (!bytes)
         return bytes.error();
     bundle.infoBytes = std::move(*bytes);
@@ -250,16 +242,17 @@ std::optional<std::string> bundleOfExecutable(std::string_view path) {
     return std::nullopt;
 }
 
-std::vector<std::string> otherVersions(std::string_view framework) {
+std::vector<std::string> otherVersions(std::string_view framework, std::string_view version) {
     const std::string versions = withoutSlashes(framework) + "/Versions";
     std::vector<std::string> others;
     const auto entries = entriesOf(versions);
     if (!entries)
         return others;
-    const auto current = realPath(versions + "/Current");
+    const auto taken =
+        realPath(versions + "/" + std::string(version.empty() ? "Current" : version));
     for (const FileEntry& entry : *entries) {
         std::string path = versions + "/" + entry.name;
-        if (entry.isFolder() && entry.name != "Current" && realPath(path) != current)
+        if (entry.isFolder() && entry.name != "Current" && realPath(path) != taken)
             others.push_back(std::move(path));
     }
     return others;

@@ -66,8 +66,9 @@ struct Bundle {
 /// lone path to it means the bundle, for signing as for verifying. Any thread.
 [[nodiscard]] std::optional<std::string> bundleOfExecutable(std::string_view path);
 
-/// The folders of the versions of a framework that are not its current one, sorted; none if it has
-/// no versions. Any thread.
-[[nodiscard]] std::vector<std::string> otherVersions(std::string_view framework);
+/// The folders of the versions of a framework beside `version`, the current one if empty; sorted,
+/// none if it has no versions. Any thread.
+[[nodiscard]] std::vector<std::string> otherVersions(std::string_view framework,
+                                                     std::string_view version = {});
 
 } // namespace sign

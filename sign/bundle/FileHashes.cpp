@@ -1,10 +1,12 @@
 #include "sign/bundle/FileHashes.h"
 
+#include "base/ByteReader.h"
 #include "base/FileDescriptor.h"
 #include "base/WorkerThreads.h"
 #include "sign/crypto/Digest.h"
 #include "sign/files/AsideFile.h"
 #include "sign/files/FileStamp.h"
+#include "sign/macho/MachFile.h"
 
 #include <algorithm>
 #include <atomic>
@@ -18,6 +20,11 @@ namespace {
 
 constexpr std::size_t bufferSize = std::size_t{256} << 10U;
 constexpr std::uint64_t smallFile = std::uint64_t{1} << 20U;
+
+bool startsLikeCode(base::Bytes start) {
+    const auto magic = base::ByteReader(start).takeBig<std::uint32_t>();
+    return magic == universalMagic || magic == universalMagic64 || startsLikeMachO(start);
+}
 
 class FileHasher {
 public:
@@ -55,6 +62,8 @@ private:
             if (!got)
                 return base::systemError("read", file.path, errno);
             const base::Bytes bytes(buffer_.data(), *got);
+            if (at == 0)
+                file.mayBeCode = startsLikeCode(bytes);
             if (file.wantsSha1)
                 sha1_.update(bytes);
             if (file.wantsSha256)

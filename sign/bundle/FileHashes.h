@@ -19,6 +19,7 @@ struct FileHashes {
     bool wantsSha256 = true;
     std::array<std::uint8_t, 20> sha1{};
     std::array<std::uint8_t, 32> sha256{};
+    bool mayBeCode = false;                ///< it starts like a Mach-O file of any form
     bool isMissing = false;                ///< it is no longer there, or no longer a plain file
     const AsideFile* newVersion = nullptr; ///< hashed in place of the file, if there is one
 };

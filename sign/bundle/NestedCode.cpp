@@ -19,6 +19,11 @@ bool isBundleWithCode(const std::string& folder) {
     return bundle && bundle->hasExecutable && isSignableMachO(bundle->executable);
 }
 
+/// The name of the version that was opened.
+std::string_view versionOf(const Bundle& framework) {
+    return std::string_view(framework.root).substr(framework.root.rfind('/') + 1);
+}
+
 base::Error noBundle(const std::string& folder, const base::Error& reason) {
     if (reason.kind != base::ErrorKind::Unsupported)
         return reason;
@@ -44,7 +49,7 @@ public:
         if (auto inside = addInside(bundle, depth); !inside)
             return inside;
         if (bundle.isVersioned) {
-            for (const std::string& version : otherVersions(bundle.path)) {
+            for (const std::string& version : otherVersions(bundle.path, versionOf(bundle))) {
                 auto other = openBundle(version);
                 if (!other)
                     return noBundle(version, other.error());
@@ -106,7 +111,8 @@ private:
 
 } // namespace
 
-base::Result<std::vector<CodeObject>> planOf(std::string_view path, Leftovers leftovers) {
+base::Result<std::vector<CodeObject>> planOf(std::string_view path, Leftovers leftovers,
+                                             std::string_view version) {
     const std::string given(path);
     const auto owner = isFolder(given) ? std::optional(given) : bundleOfExecutable(given);
     if (!owner) {
@@ -114,7 +120,7 @@ base::Result<std::vector<CodeObject>> planOf(std::string_view path, Leftovers le
             return base::systemError("find", given, ENOENT);
         return std::vector<CodeObject>{{given}};
     }
-    auto bundle = openBundle(*owner);
+    auto bundle = openBundle(*owner, version);
     if (!bundle)
         return bundle.error();
     Planner planner(leftovers);

@@ -28,8 +28,10 @@ struct CodeObject {
 /// counts; a bundle's main executable goes with its bundle. Refuses, in a sentence, a package that
 /// cannot be signed whole: folders with a dot in a place for code that are no bundles, breaches of
 /// the layout, AppleDouble files, rules of its own. `leftovers` of a killed signing are
-/// skipped or removed. Any thread.
+/// skipped or removed. If the package is a framework, `version` is the one of it that is signed as
+/// the package, the current one if empty; the others come before. Any thread.
 [[nodiscard]] base::Result<std::vector<CodeObject>>
-planOf(std::string_view path, Leftovers leftovers = Leftovers::AreSkipped);
+planOf(std::string_view path, Leftovers leftovers = Leftovers::AreSkipped,
+       std::string_view version = {});
 
 } // namespace sign

@@ -13,6 +13,18 @@ void NewFiles::put(const std::string& path, const AsideFile* file) {
     folders_[path.substr(0, name)].insert_or_assign(path.substr(name), file);
 }
 
+void NewFiles::keep(const std::string& path) {
+    const std::lock_guard lock(mutex_);
+    kept_.insert(path);
+}
+
+bool NewFiles::isUnknownCode(const std::string& path) const {
+    if (!hasAllCode_ || find(path) != nullptr)
+        return false;
+    const std::lock_guard lock(mutex_);
+    return !kept_.contains(path);
+}
+
 const AsideFile* NewFiles::find(const std::string& path) const {
     const std::string_view whole = path;
     const std::size_t name = whole.rfind('/') + 1;

@@ -192,6 +192,12 @@ private:
                                    "\"" + base::printable(hashes.path) +
                                        "\" went away meanwhile. Try again when "
                                        "nothing writes to the package."};
+            if (making_.newFiles != nullptr && hashes.mayBeCode &&
+                making_.newFiles->isUnknownCode(hashes.path) && isSignableMachO(hashes.path))
+                return base::Error{base::ErrorKind::Changed,
+                                   "\"" + base::printable(hashes.path) +
+                                       "\" was added while the package was signed. Try again when "
+                                       "nothing writes to the package."};
             std::string name = hashes.path.substr(bundle_.codeRoot.size() + 1);
             if (file.oldRule)
                 addOldEntry(name, *file.oldRule, hashes);

@@ -39,7 +39,8 @@ struct ResourceSeal {
 
 /// Makes the seal of a bundle whose nested code is signed, be it in its place or not yet: the same
 /// bytes as the platform's tool.
-/// Reads each sealed file once and writes nothing. Changed if one changes while it is read.
+/// Reads each sealed file once and writes nothing. Changed if one changes while it is read, or
+/// is code that is unknown to `newFiles`.
 [[nodiscard]] base::Result<ResourceSeal> makeSeal(const Bundle& bundle, const SealMaking& making,
                                                   const NestedLookup& nested);
 

@@ -139,7 +139,7 @@ private:
     void checkItem(const SealItem& item, const SealScope& scope) {
         const std::string path = bundle_.codeRoot + "/" + item.path;
         const bool isLink = item.kind == SealItemKind::Link;
-        if (checking_.strict && !checkSealable(item, isLink))
+        if (checking_.strict && item.isForbidden())
             return addFault(path, SealChange::Added);
         if (!item.isSealed())
             return;
@@ -151,11 +151,6 @@ private:
         }
         found->second.isSeen = true;
         checkEntry(*found->second.value, item, path, scope);
-    }
-
-    static bool checkSealable(const SealItem& item, bool isLink) {
-        const bool isDesktops = item.path == ".DS_Store" || item.path.ends_with("/.DS_Store");
-        return item.kind != SealItemKind::Other && !(isLink && isDesktops);
     }
 
     void checkEntry(const PropertyValue& entry, const SealItem& item, const std::string& path,

@@ -106,17 +106,20 @@ base::Result<std::vector<SealItem>> sealItems(const Bundle& bundle, const SealRu
     return walk.take();
 }
 
+bool SealItem::isForbidden() const {
+    return kind == SealItemKind::Other ||
+           (kind == SealItemKind::Link && nameIn(path) == ".DS_Store");
+}
+
 base::Outcome checkSealable(const Bundle& bundle, const SealItem& item) {
     const std::string path = bundle.codeRoot + "/" + item.path;
     const std::string_view name = nameIn(item.path);
-    if (item.kind == SealItemKind::Other)
+    if (item.isForbidden())
         return base::Error{base::ErrorKind::Unsupported,
                            "\"" + base::printable(path) +
-                               "\" is neither a file nor a folder nor a link. Delete it."};
-    if (item.kind == SealItemKind::Link && name == ".DS_Store")
-        return base::Error{base::ErrorKind::Unsupported,
-                           "\"" + base::printable(path) +
-                               "\" is a link, which macOS does not let pass. Delete it."};
+                               (item.kind == SealItemKind::Link
+                                    ? "\" is a link, which macOS does not let pass. Delete it."
+                                    : "\" is neither a file nor a folder nor a link. Delete it.")};
     if (item.kind == SealItemKind::File && name.starts_with("._") && isAppleDouble(path))
         return base::Error{base::ErrorKind::Unsupported,
                            "\"" + base::printable(path) +

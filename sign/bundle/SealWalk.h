@@ -31,6 +31,8 @@ struct SealItem {
 
     /// Whether the seal must have an entry for it.
     [[nodiscard]] bool isSealed() const { return rule && !rule->omit; }
+    /// Whether macOS refuses it wherever it lies: what is no file, and a .DS_Store that is a link.
+    [[nodiscard]] bool isForbidden() const;
 };
 
 /// Asked of each folder with a dot in its name outside the places for code: whether it is to be an

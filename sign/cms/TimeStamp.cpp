@@ -1,14 +1,12 @@
 #include "sign/cms/TimeStamp.h"
 
 #include "sign/cms/BerElements.h"
+#include "sign/cms/HttpExchange.h"
 #include "sign/cms/TimeStampToken.h"
 
 #include <algorithm>
-#include <chrono>
 #include <ctime>
-#include <thread>
 
-#include <openssl/http.h>
 #include <openssl/rand.h>
 
 namespace sign {
@@ -21,12 +19,9 @@ using ImprintOwner = OpenSslOwner<TS_MSG_IMPRINT, TS_MSG_IMPRINT_free>;
 using IntegerOwner = OpenSslOwner<ASN1_INTEGER, ASN1_INTEGER_free>;
 using NumberOwner = OpenSslOwner<BIGNUM, BN_free>;
 
-constexpr int secondsToAnswer = 15;
-/// A server that is gone takes the whole time of a try, for OpenSSL tries to connect until then.
-constexpr int secondsInAll = 30;
 constexpr std::size_t longestReply = std::size_t{1} << 20U;
+constexpr HttpTypes mediaTypes = {"application/timestamp-query", "application/timestamp-reply"};
 constexpr int tries = 4;
-constexpr std::chrono::milliseconds firstPause{500};
 
 base::Error unavailable() {
     return {base::ErrorKind::Unavailable, "The timestamp service is not available."};
@@ -38,29 +33,10 @@ base::Error wrongReply(const std::string& url, const std::string& what) {
                                           ". Use another one."};
 }
 
-/// The parts of an address.
-struct Address {
-    std::string host;
-    std::string port;
-    std::string path;
-};
-
-base::Result<Address> addressIn(const std::string& url) {
-    char* host = nullptr;
-    char* port = nullptr;
-    char* path = nullptr;
-    int isTls = 0;
-    const int parsed = OSSL_HTTP_parse_url(url.c_str(), &isTls, nullptr, &host, &port, nullptr,
-                                           &path, nullptr, nullptr);
-    Address address;
-    if (parsed == 1)
-        address = {host, port, path};
-    OPENSSL_free(host);
-    OPENSSL_free(port);
-    OPENSSL_free(path);
-    if (parsed == 1 && isTls == 0 && url.starts_with("http://"))
-        return address;
-    forgetOpenSslErrors();
+base::Result<HttpAddress> addressIn(const std::string& url) {
+    const auto address = HttpAddress::in(url);
+    if (address && url.starts_with("http://"))
+        return *address;
     return base::Error{base::ErrorKind::Usage,
                        "The timestamp service \"" + url +
                            "\" is no address that begins with http://. Give "
@@ -92,10 +68,8 @@ struct Reply {
     base::OwnedBytes token; ///< as it came; empty if there is none
 };
 
-std::optional<Reply> readReply(BIO* answer) {
-    base::OwnedBytes bytes(BIO_ctrl_pending(answer));
-    const int size = BIO_read(answer, bytes.data(), static_cast<int>(bytes.size()));
-    const auto whole = size > 0 ? firstElementIn({bytes.data(), std::size_t(size)}) : std::nullopt;
+std::optional<Reply> readReply(base::Bytes bytes) {
+    const auto whole = firstElementIn(bytes);
     const auto parts = whole && whole->isSequence() ? elementsIn(whole->content) : std::nullopt;
     if (!parts || parts->empty() || parts->size() > 2)
         return std::nullopt;
@@ -110,34 +84,27 @@ std::optional<Reply> readReply(BIO* answer) {
     return reply;
 }
 
-/// Sends the request once. Absent if nothing answers in time, or something that is no reply.
-std::optional<Reply> exchange(const Address& address, TS_REQ* request, int seconds) {
-    const base::OwnedBytes der = derOf(i2d_TS_REQ, request);
-    BioOwner body(BIO_new(BIO_s_mem()));
-    BIO_write(body.get(), der.data(), static_cast<int>(der.size()));
-    const BioOwner answer(OSSL_HTTP_transfer(
-        nullptr, address.host.c_str(), address.port.c_str(), address.path.c_str(), 0, nullptr,
-        nullptr, nullptr, nullptr, nullptr, nullptr, 0, nullptr, "application/timestamp-query",
-        body.get(), "application/timestamp-reply", 1, longestReply, seconds, 0));
-    std::optional<Reply> reply;
-    if (answer)
-        reply = readReply(answer.get());
-    if (!reply)
-        forgetOpenSslErrors();
-    return reply;
-}
-
-std::optional<Reply> exchangeInTries(const Address& address, TS_REQ* request) {
+/// Absent if nothing answers in time, or something that is no reply.
+std::optional<Reply> exchangeInTries(const HttpAddress& address, TS_REQ* request,
+                                     const StampPatience& patience, const StopSignal& stop) {
     using Clock = std::chrono::steady_clock;
-    const Clock::time_point end = Clock::now() + std::chrono::seconds(secondsInAll);
-    auto reply = exchange(address, request, secondsToAnswer);
-    for (int pause = 0; pause < tries - 1 && !reply; ++pause) {
-        std::this_thread::sleep_for(firstPause * (1 << pause));
-        const auto left = std::chrono::ceil<std::chrono::seconds>(end - Clock::now()).count();
-        if (left <= 0)
-            break;
-        reply = exchange(address, request, std::min(static_cast<int>(left), secondsToAnswer));
+    const base::OwnedBytes der = derOf(i2d_TS_REQ, request);
+    const Clock::time_point end = Clock::now() + patience.inAll;
+    const auto pauses = patience.firstPause * ((1 << (tries - 1)) - 1);
+    // So that a server that says nothing does not take the time of the other tries.
+    const auto each = (patience.inAll - pauses) / tries;
+    std::optional<Reply> reply;
+    for (int count = 0; count < tries && !reply; ++count) {
+        if (count > 0) {
+            const auto pause = patience.firstPause * (1 << (count - 1));
+            if (Clock::now() + pause >= end || stop.waitFor(pause))
+                break;
+        }
+        const auto until = std::min(end, Clock::now() + each);
+        if (const auto answer = postDer(address, mediaTypes, der, longestReply, until, stop))
+            reply = readReply(*answer);
     }
+    forgetOpenSslErrors();
     return reply;
 }
 
@@ -154,12 +121,14 @@ std::string faultOfTime(std::int64_t time, const std::vector<Certificate>& chain
 } // namespace
 
 base::Result<TimeStampReply> TimeStampReply::request(const std::string& url,
-                                                     base::Bytes signatureValue) {
+                                                     base::Bytes signatureValue,
+                                                     const StopSignal& stop,
+                                                     const StampPatience& patience) {
     auto address = addressIn(url);
     if (!address)
         return address.error();
     TimeStampReply answered(url, requestFor(signatureValue));
-    auto reply = exchangeInTries(*address, answered.request_.get());
+    auto reply = exchangeInTries(*address, answered.request_.get(), patience, stop);
     if (!reply)
         return unavailable();
     answered.status_ = reply->status;

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "sign/cms/StopSignal.h"
 #include "sign/crypto/OpenSsl.h"
 #include "sign/identity/Certificate.h"
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -14,15 +16,23 @@ namespace sign {
 /// How far the clock here and that of a server may differ.
 inline constexpr std::int64_t secondsOfGrace = 300;
 
+/// How long a server is waited for, whose tries share the time behind the pauses.
+struct StampPatience {
+    std::chrono::milliseconds inAll{30'000};
+    std::chrono::milliseconds firstPause{500}; ///< each one is twice as long as the one before
+};
+
 /// What a time stamp server answered.
 class TimeStampReply {
 public:
-    /// Asks the server at `url` (http) for a token over the bytes of a signature. Tries again a few
-    /// times, after growing pauses, if nothing answers; proxies are taken from http_proxy and
-    /// no_proxy. Blocks for up to 30 seconds; any thread, many at once. Unavailable if nothing
-    /// answers.
+    /// Asks the server at `url` (http) for a token over the bytes of a signature. Tries four times,
+    /// with growing pauses, if nothing answers; proxies are taken from http_proxy and no_proxy.
+    /// Blocks for as long as `patience` says, or until it is stopped; any thread, many at once.
+    /// Unavailable if nothing answers.
     [[nodiscard]] static base::Result<TimeStampReply> request(const std::string& url,
-                                                              base::Bytes signatureValue);
+                                                              base::Bytes signatureValue,
+                                                              const StopSignal& stop,
+                                                              const StampPatience& patience = {});
 
     /// The token for the same bytes, after all has been checked that a check of the signature asks
     /// for, whose chain is `chain`, the leaf first. Damaged if it is not right.

@@ -141,6 +141,12 @@ std::optional<std::string> realPath(const std::string& path) {
     return resolved ? std::optional<std::string>(resolved.get()) : std::nullopt;
 }
 
+std::string withoutSlashes(std::string_view path) {
+    while (path.size() > 1 && path.ends_with('/'))
+        path.remove_suffix(1);
+    return std::string(path);
+}
+
 bool sameWithoutCase(std::string_view left, std::string_view right) {
     return std::equal(left.begin(), left.end(), right.begin(), right.end(),
                       [](char a, char b) { return lowered(a) == lowered(b); });

@@ -51,6 +51,9 @@ enum class Links { Follow, Refuse };
 /// The path without links; absent if nothing is there.
 [[nodiscard]] std::optional<std::string> realPath(const std::string& path);
 
+/// The path without slashes at its end, but for that of the root.
+[[nodiscard]] std::string withoutSlashes(std::string_view path);
+
 /// Whether the names differ in the case of ASCII letters at most.
 [[nodiscard]] bool sameWithoutCase(std::string_view left, std::string_view right);
 

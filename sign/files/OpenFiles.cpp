@@ -7,7 +7,7 @@
 namespace sign {
 
 std::size_t mostOpenObjects() {
-    constexpr rlim_t each = 3;
+    constexpr rlim_t each = 4;
     constexpr rlim_t others = 64;
     constexpr rlim_t enough = 1U << 16U;
     struct rlimit limit {};

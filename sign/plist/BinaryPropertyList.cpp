@@ -7,13 +7,13 @@
 
 #include <algorithm>
 #include <bit>
+#include <limits>
 
 namespace sign {
 
 namespace {
 
 constexpr std::uint64_t mostObjects = 1'000'000;
-constexpr std::uint64_t mostBytes = std::uint64_t{64} << 20U;
 
 enum class Problem { None, Damaged, Depth, Growth };
 
@@ -101,14 +101,22 @@ private:
         }
     }
 
+    /// Of the long ones only those come up that are past 2^63 - 1.
+    static PropertyValue integerOf(base::Bytes bytes) {
+        const std::size_t size = std::min<std::size_t>(bytes.size(), 8);
+        const std::uint64_t number = bigNumber(bytes.last(size));
+        const bool isLarge = bytes.size() > size && bigNumber(bytes.first(size)) == 0 &&
+                             number > std::numeric_limits<std::int64_t>::max();
+        return isLarge ? PropertyValue(number) : PropertyValue(static_cast<std::int64_t>(number));
+    }
+
     bool readNumber(unsigned kind, base::Bytes bytes, PropertyValue& value) {
         const bool isInteger = kind == 1;
         const bool isFloat = kind == 2 && bytes.size() == 4;
         if (bytes.empty() || (!isInteger && !isFloat && bytes.size() != 8))
             return fail(Problem::Damaged);
-        if (isInteger) // longer ones are for numbers past 2^63
-            value = static_cast<std::int64_t>(
-                bigNumber(bytes.last(std::min<std::size_t>(bytes.size(), 8))));
+        if (isInteger)
+            value = integerOf(bytes);
         else if (isFloat)
             value = double{std::bit_cast<float>(static_cast<std::uint32_t>(bigNumber(bytes)))};
         else if (kind == 2)
@@ -191,7 +199,7 @@ private:
         if (reader.failed() || size > reader.size() / width)
             return fail(Problem::Damaged);
         grown_ += size * width;
-        return grown_ <= mostBytes || fail(Problem::Growth);
+        return grown_ <= mostPropertyListBytes || fail(Problem::Growth);
     }
 
     base::Bytes bytes_;

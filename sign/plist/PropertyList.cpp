@@ -11,12 +11,6 @@
 
 namespace sign {
 
-namespace {
-
-constexpr std::size_t mostBytes = std::size_t{64} << 20U;
-
-} // namespace
-
 const PropertyValue* PropertyValue::find(std::string_view key) const {
     const PropertyDictionary* entries = dictionary();
     if (!entries)
@@ -34,7 +28,7 @@ const std::string* PropertyValue::findString(std::string_view key) const {
 }
 
 base::Result<PropertyValue> readPropertyList(base::Bytes bytes, std::string_view name) {
-    if (bytes.size() > mostBytes)
+    if (bytes.size() > mostPropertyListBytes)
         return base::Error{base::ErrorKind::Unsupported,
                            "The property list \"" + base::printable(name) +
                                "\" is larger than 64 MB. Take out of it what is no setting."};

@@ -4,6 +4,7 @@
 #include "base/Result.h"
 
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -25,19 +26,21 @@ struct PropertyDate {
     bool operator==(const PropertyDate&) const = default;
 };
 
-/// One value of a property list: exactly one of the eight kinds. Texts are UTF-8.
+/// One value of a property list: exactly one of the kinds, of which std::uint64_t is only for
+/// integers above 2^63-1. Texts are UTF-8.
 class PropertyValue {
 public:
-    using Kinds = std::variant<PropertyDictionary, PropertyArray, std::string, std::int64_t, double,
-                               bool, PropertyData, PropertyDate>;
+    using Kinds = std::variant<PropertyDictionary, PropertyArray, std::string, std::int64_t,
+                               std::uint64_t, double, bool, PropertyData, PropertyDate>;
 
     PropertyValue() = default; ///< an empty dictionary
     /// Of exactly the type of a kind, so that a literal does not end as a boolean.
     template <typename Kind>
     requires std::same_as<Kind, PropertyDictionary> || std::same_as<Kind, PropertyArray> ||
         std::same_as<Kind, std::string> || std::same_as<Kind, std::int64_t> ||
-        std::same_as<Kind, double> || std::same_as<Kind, bool> ||
-        std::same_as<Kind, PropertyData> || std::same_as<Kind, PropertyDate>
+        std::same_as<Kind, std::uint64_t> || std::same_as<Kind, double> ||
+        std::same_as<Kind, bool> || std::same_as<Kind, PropertyData> ||
+        std::same_as<Kind, PropertyDate>
         PropertyValue(Kind value) : kinds_(std::move(value)) {}
 
     [[nodiscard]] const Kinds& kinds() const { return kinds_; }
@@ -46,6 +49,7 @@ public:
     [[nodiscard]] const PropertyDictionary* dictionary() const { return as<PropertyDictionary>(); }
     [[nodiscard]] const PropertyArray* array() const { return as<PropertyArray>(); }
     [[nodiscard]] const std::string* string() const { return as<std::string>(); }
+    /// Null for those above 2^63-1, too.
     [[nodiscard]] const std::int64_t* integer() const { return as<std::int64_t>(); }
     [[nodiscard]] const double* real() const { return as<double>(); }
     [[nodiscard]] const bool* boolean() const { return as<bool>(); }
@@ -67,6 +71,9 @@ private:
 
     Kinds kinds_;
 };
+
+/// How large a property list may be, far more than any package needs.
+inline constexpr std::size_t mostPropertyListBytes = std::size_t{64} << 20U;
 
 /// Reads an XML or a binary property list (Apple's plist(5)); no other form. `name` is the file
 /// that an error names. Input that is nested or grows beyond what a package has, is refused before

@@ -85,6 +85,10 @@ private:
         element("integer", std::to_string(number), depth);
     }
 
+    void writeKind(std::uint64_t number, unsigned depth) {
+        element("integer", std::to_string(number), depth);
+    }
+
     void writeKind(double number, unsigned depth) {
         if (std::isnan(number))
             return element("real", "nan", depth);

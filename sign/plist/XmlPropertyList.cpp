@@ -79,8 +79,8 @@ PropertyData dataOf(std::string& text) {
     return {bytes.begin(), bytes.end()};
 }
 
-/// Decimal or hexadecimal, from -2^63 to 2^64-1; what is above 2^63-1 becomes negative.
-std::optional<std::int64_t> integerOf(std::string_view text) {
+/// Decimal or hexadecimal, from -2^63 to 2^64-1.
+std::optional<PropertyValue> integerOf(std::string_view text) {
     const bool isNegative = text.starts_with('-');
     if (isNegative || text.starts_with('+'))
         text.remove_prefix(1);
@@ -92,6 +92,8 @@ std::optional<std::int64_t> integerOf(std::string_view text) {
     const auto number = base::numberIn<std::uint64_t>(text, 0, most, isHexadecimal ? 16 : 10);
     if (!number)
         return std::nullopt;
+    if (!isNegative && *number > std::numeric_limits<std::int64_t>::max())
+        return *number;
     return static_cast<std::int64_t>(isNegative ? 0 - *number : *number);
 }
 

@@ -138,8 +138,13 @@ int verifyOne(const std::string& path, const CodesignOptions& options) {
     return done;
 }
 
-int planOne(const std::string& path) {
-    const auto plan = planOf(path);
+base::Result<std::vector<CodeObject>> planned(const std::string& path,
+                                              const CodesignOptions& options) {
+    return planOf(path, Leftovers::AreSkipped, options.signing.bundleVersion);
+}
+
+int planOne(const std::string& path, const CodesignOptions& options) {
+    const auto plan = planned(path, options);
     if (!plan)
         return reportOf(path, plan.error());
     for (const CodeObject& object : *plan)
@@ -163,7 +168,7 @@ base::Result<Answer> answerOf(const std::string& path, const CodesignOptions& op
                                                                          : requirementNotMet};
     }
     if (options.operation == Operation::Plan) {
-        const auto plan = planOf(path);
+        const auto plan = planned(path, options);
         if (!plan)
             return plan.error();
         base::Json::Array objects;
@@ -209,7 +214,7 @@ int runOn(const std::string& path, const CodesignOptions& options) {
     case Operation::RemoveSignature:
         return removeOne(path, options);
     default:
-        return planOne(path);
+        return planOne(path, options);
     }
 }
 

@@ -73,12 +73,26 @@ std::string flagNames(std::uint32_t set) {
     return names.empty() ? "none" : names;
 }
 
+bool areSettable(std::int64_t wanted) {
+    std::int64_t all = 0;
+    for (const FlagName& one : flags)
+        if (one.flag != flag::adhoc && one.flag != flag::linkerSigned)
+            all |= one.flag;
+    return (wanted & ~all) == 0;
+}
+
 base::Result<std::uint32_t> flagsOfNames(std::string_view names) {
     constexpr std::uint32_t most = std::numeric_limits<std::uint32_t>::max();
     if (const auto value = names.starts_with("0x")
                                ? base::numberIn<std::uint32_t>(names.substr(2), 0, most, 16)
-                               : base::numberIn<std::uint32_t>(names, 0, most))
-        return *value;
+                               : base::numberIn<std::uint32_t>(names, 0, most)) {
+        if (areSettable(*value))
+            return *value;
+        return base::Error{base::ErrorKind::Usage,
+                           "The number " + std::string(names) +
+                               " has flags that no signer sets. Give names such as runtime, kill "
+                               "or library."};
+    }
     std::uint32_t set = 0;
     while (!names.empty()) {
         const std::string_view name = names.substr(0, names.find(','));
@@ -86,8 +100,7 @@ base::Result<std::uint32_t> flagsOfNames(std::string_view names) {
         const auto* found = std::ranges::find_if(flags, [name](const FlagName& one) {
             return one.name == name || (name == "library" && one.flag == flag::libraryValidation);
         });
-        // Whether code is ad hoc or signed by its linker is a fact and no wish.
-        if (found == flags.end() || found->flag == flag::adhoc || found->flag == flag::linkerSigned)
+        if (found == flags.end() || !areSettable(found->flag))
             return base::Error{base::ErrorKind::Usage,
                                "There is no option flag \"" + std::string(name) +
                                    "\". Give names such as runtime, kill or library."};

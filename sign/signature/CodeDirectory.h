@@ -27,7 +27,12 @@ constexpr std::uint64_t mainBinary = 0x1;
 /// "runtime,kill" and so on; "none" if no named flag is set.
 [[nodiscard]] std::string flagNames(std::uint32_t flags);
 
-/// The flags that a list like "runtime,library" names; also a number. Usage if a name is unknown.
+/// Whether a signer may ask for all of these flags. That code is ad hoc or signed by its linker is
+/// a fact and no wish.
+[[nodiscard]] bool areSettable(std::int64_t flags);
+
+/// The flags that a list like "runtime,library" names; also a number. Usage if a name is unknown or
+/// a flag not settable.
 [[nodiscard]] base::Result<std::uint32_t> flagsOfNames(std::string_view names);
 
 /// What a code directory says, beside its hashes.

@@ -2,11 +2,8 @@
 
 #include "base/ByteReader.h"
 #include "base/ByteWriter.h"
-#include "base/Number.h"
 
-#include <algorithm>
 #include <array>
-#include <limits>
 #include <map>
 #include <optional>
 #include <string>
@@ -107,25 +104,6 @@ base::OwnedBytes withHeader(std::uint32_t magic, std::string_view content) {
     return {blob.bytes().begin(), blob.bytes().end()};
 }
 
-/// Whether a list that could be read has an integer that is negative in a PropertyValue, which has
-/// no room for it.
-bool hasTooLargeInteger(std::string_view xml) {
-    constexpr std::string_view blanks = " \t\r\n+";
-    for (std::size_t at = xml.find("<integer"); at != xml.npos; at = xml.find("<integer", at + 1)) {
-        std::string_view text = xml.substr(at, xml.find("</", at) - at);
-        text.remove_prefix(std::min(text.size(), text.find('>') + 1));
-        text.remove_prefix(std::min(text.size(), text.find_first_not_of(blanks)));
-        text = text.substr(0, text.find_last_not_of(blanks) + 1);
-        const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
-        const bool isOther = text.empty() || text.find_first_of("-<&") != text.npos;
-        constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
-        if (!isOther && !base::numberIn(text.substr(isHexadecimal ? 2 : 0), std::int64_t{0}, most,
-                                        isHexadecimal ? 16 : 10))
-            return true;
-    }
-    return false;
-}
-
 } // namespace
 
 base::Result<Entitlements> entitlementsFromXml(base::Bytes xml, std::string_view name) {
@@ -146,7 +124,7 @@ base::Result<Entitlements> entitlementsFromXml(base::Bytes xml, std::string_view
                            "The entitlements in " + file +
                                " are not a dictionary. Correct the file."};
     auto der = derOf(*value);
-    if (!der || hasTooLargeInteger(base::textOf(xml)))
+    if (!der)
         return base::Error{
             base::ErrorKind::Unsupported,
             "The entitlements in " + file +

@@ -31,6 +31,10 @@ TEST(Entitlements, BecomeDerWithSortedKeys) {
               "0c0178");
     EXPECT_EQ(der("<dict><key>n</key><integer>9223372036854775807</integer></dict>"),
               "7014020101b00f300d0c016e02087fffffffffffffff");
+    std::string comment = "<!--<integer>9223372036854775808</integer>";
+    for (int count = 0; count < 500'000; ++count)
+        comment += "<integer>";
+    EXPECT_EQ(der("<dict>" + comment + "--></dict>"), "7005020101b000");
     EXPECT_EQ(der("<dict><key>d</key><data>AQID</data></dict>"),
               "700f020101b00a30080c01640403010203");
     EXPECT_EQ(der("<dict><key>k</key><string>" + std::string(200, 'x') + "</string></dict>")
@@ -53,6 +57,7 @@ TEST(Entitlements, RefuseWhatASignatureCannotHold) {
     for (const char* content :
          {"<array/>", "<dict><key>s</key><string>\xC3</string></dict>",
           "<dict><key>i</key><integer> 9223372036854775808</integer></dict>",
+          "<dict><key>i</key><integer>922337203685477580&#56;</integer></dict>",
           "<dict><key>i</key><array><integer>1</integer><integer\n>+0xFFFFFFFFFFFFFFFF </integer>"
           "</array></dict>",
           "<dict><key>r</key><real>1</real></dict>",

@@ -104,7 +104,7 @@ TEST(PropertyListTest, ReadsXmlAsThePlatformDoes) {
         {"<integer> 010\n</integer>", "<integer>10</integer>"},
         {"<integer>-0x1f</integer>", "<integer>-31</integer>"},
         {"<integer>-9223372036854775808</integer>", "<integer>-9223372036854775808</integer>"},
-        {"<integer>18446744073709551615</integer>", "<integer>-1</integer>"},
+        {"<integer>18446744073709551615</integer>", "<integer>18446744073709551615</integer>"},
         {"<real> +1.5e1 </real>", "<real>15</real>"},
         {"<real>NaN</real>", "<real>nan</real>"},
         {"<real>-inf</real>", "<real>-infinity</real>"},
@@ -189,11 +189,14 @@ TEST(PropertyListTest, ReadsBinary) {
                                       "a",
                                       "\x51"
                                       "b",
-                                      "\x42xy", "\xA2\5\6", "\x09", "\x10\x2A"});
+                                      "\x42xy", "\xA4\5\6\7\x8", "\x09", "\x10\x2A",
+                                      "\x14" + std::string(8, '\0') + std::string(8, '\xFF'),
+                                      "\x14" + std::string(16, '\xFF')});
     const auto value = read(bytes);
     ASSERT_TRUE(value) << value.error().sentence;
-    const PropertyValue expected(PropertyDictionary{{"b", PropertyArray{true, std::int64_t{42}}},
-                                                    {"a", sign::PropertyData{'x', 'y'}}});
+    const PropertyValue expected(PropertyDictionary{
+        {"b", PropertyArray{true, std::int64_t{42}, ~std::uint64_t{0}, std::int64_t{-1}}},
+        {"a", sign::PropertyData{'x', 'y'}}});
     EXPECT_EQ(*value, expected);
 }
 

@@ -58,10 +58,10 @@ std::string honest(const HttpServer::Request& request) {
 }
 
 /// For a signer under a root that counts as Apple's, with a certificate from ten days ago.
-base::Result<base::OwnedBytes> stampOf(const std::string& url) {
+base::Result<base::OwnedBytes> stampOf(const std::string& url, const StampPatience& patience = {}) {
     static const Authorities& made = Authorities::shared();
     static const Issued leaf = issue("New", &made.middle, forCode, {-10 * day, 365 * day});
-    const auto reply = TimeStampReply::request(url, signature);
+    const auto reply = TimeStampReply::request(url, signature, StopSignal(), patience);
     return reply ? reply->token(signature,
                                 {leaf.certificate, made.middle.certificate, made.root.certificate})
                  : reply.error();
@@ -175,6 +175,29 @@ TEST_F(TimeStampTest, SaysWhenNoServiceIsThere) {
     EXPECT_EQ(token.error().sentence, "The timestamp service is not available.");
     EXPECT_EQ(server.requests(), 4);
     EXPECT_EQ(stampOf("https://127.0.0.1/").error().kind, base::ErrorKind::Usage);
+}
+
+TEST_F(TimeStampTest, TriesAllTimesWhenAServerSaysNothing) {
+    const int silent = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    auto* any = reinterpret_cast<sockaddr*>(&address);
+    ASSERT_EQ(::bind(silent, any, size), 0);
+    ASSERT_EQ(::listen(silent, 16), 0);
+    ASSERT_EQ(::getsockname(silent, any, &size), 0);
+    const std::string url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    const auto start = std::chrono::steady_clock::now();
+    const std::chrono::seconds inAll(1);
+    EXPECT_EQ(stampOf(url, {inAll, std::chrono::milliseconds(20)}).error().kind,
+              base::ErrorKind::Unavailable);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 3 * inAll);
+    int asked = 0;
+    for (int peer = 0; (peer = ::accept(silent, nullptr, nullptr)) >= 0; ::close(peer))
+        ++asked;
+    ::close(silent);
+    EXPECT_EQ(asked, 4);
 }
 
 TEST_F(TimeStampTest, GoesThroughTheProxyExceptWhereItIsToldNotTo) {

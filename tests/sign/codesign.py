@@ -191,6 +191,19 @@ class SigningFiles(CodeTest):
         self.assertFalse([path for path in tree(app) if path.endswith(".tmp")])
         self.assertEqual(read(self.path("outside")), b"precious")
 
+    def test_the_version_of_a_framework_that_is_given_is_that_of_the_framework_alone(self):
+        framework = fixtures.make_application(self.linker, self.path("X.app")) + "/Contents/Frameworks/Foo.framework"
+        inner = framework + "/Versions/A/Frameworks/Inner.framework"
+        fixtures.write_plist(inner + "/Versions/C/Resources/Info.plist", "Inner", "FMWK")
+        fixtures.put(self.linker.library(), inner, "Versions/C/Inner")
+        os.symlink("C", inner + "/Versions/Current")
+        said = self.sign(framework, "--deep", "--bundle-version", "A", "-v")
+        signed = [line.split(": signed ")[0][len(framework):] for line in said.splitlines()]
+        self.assertEqual(signed, ["/Versions/A/Frameworks/Inner.framework", "/Versions/A/Helpers/tool", "/Versions/B/Helpers/tool",
+                                  "/Versions/B", ""])
+        for version in "AB":
+            self.assert_quiet("--verify", "--deep", "--strict", "--bundle-version", version, framework)
+
     def test_old_processors_are_served_in_their_order_of_bytes(self):
         for order, wide, cpu in (("<", False, 7), (">", False, 18), (">", True, 0x01000012)):
             header = 32 if wide else 28
@@ -278,7 +291,7 @@ class Owner:
         os.chmod(f"{home}/keys/{hashlib.sha1(public).hexdigest()}.pem", 0o600)
 
 
-class SigningWithAnIdentity(CodeTest):
+class OwnerTest(CodeTest):
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
@@ -290,6 +303,8 @@ class SigningWithAnIdentity(CodeTest):
                              **self.owner.environment)
         return said, count[0]
 
+
+class SigningWithAnIdentity(OwnerTest):
     def test_the_signature_holds_for_openssl_too(self):
         path = self.copy(self.linker.link("exe-arm64"))
         self.assertEqual(self.sign_stamped(path, "-o", "runtime", "-i", "com.example.x"), ("", 1))
@@ -322,24 +337,6 @@ class SigningWithAnIdentity(CodeTest):
         self.assertEqual(plan[-1], app)
         self.sign(framework, "--deep")
         self.assert_valid(framework)
-
-    def test_all_code_that_is_nested_is_stamped_side_by_side(self):
-        app = fixtures.make_application(self.linker, self.path("My App.app"))
-        shutil.rmtree(app + "/Contents/Resources")
-        plan = self.codesign("--plan", app)[1].split("\0")[:-1]
-        self.sign_stamped(app, "--deep", together=len(plan) + 1)
-        self.assert_valid(app, **self.owner.environment)
-
-    def test_code_that_is_signed_again_for_larger_stamps_is_sealed_again(self):
-        app = fixtures.make_application(self.linker, self.path("My App.app"))
-        # This bundle has all room for its own signature, which lies in files.
-        fixtures.put(self.linker.library(), app, "Contents/PlugIns/Pictures.bundle/Contents/Frameworks/lib.dylib")
-        plan = self.codesign("--plan", app)[1].split("\0")[:-1]
-        root = read(self.owner.authority.folder + "/root.pem")
-        write(self.path("large.pem"), root * 25)
-        stamps = self.sign_stamped(app, "--deep", certificates=self.path("large.pem"))[1]
-        self.assertEqual(stamps, 2 * (len(plan) + 1))
-        self.assert_valid(app, **self.owner.environment)
 
     def test_an_answer_that_is_no_stamp_changes_nothing(self):
         app = fixtures.make_application(self.linker, self.path("My App.app"))

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """What the signer refuses or warns of before it changes anything."""
 import os
+import plistlib
 import re
 import struct
 import unittest
@@ -95,6 +96,20 @@ class Refusals(CodeTest):
         self.assertIn("invalid version", self.codesign("--verify", "--deep", "--strict", app)[1])
         self.assertNotIn("Versions/A", self.sign(app, "--deep", "-f", identity=owner.authority.HOLDER, **owner.environment))
         self.assert_valid(app, **owner.environment)
+
+    def test_what_is_wrong_in_nested_code_is_told_of_it(self):
+        app = fixtures.make_application(self.linker, self.path("X.app"))
+        self.sign(app, "--deep")
+        info = app + "/Contents/Frameworks/Foo.framework/Versions/B/Resources/Info.plist"
+        right = read(info)
+        for flags in ("bogus", "adhoc", "0xffffffff", -1, 1 << 32, (1 << 64) - 1, 0x20000, True):
+            write(info, plistlib.dumps({**plistlib.loads(right), "CSFlags": flags}))
+            self.assert_refused(f'CSFlags in "{info}" has a flag', "-f", "-s", "-", "--deep", app)
+        write(info, right)
+        library = app + "/Contents/Frameworks/lib blank.dylib"
+        write(library, read(library).replace(bytes.fromhex("fade0c010000000c00000000"), bytes.fromhex("fade0c010000000c00000001")))
+        self.assert_refused(f'signature of "{library}" are malformed. Leave requirements out', "-f", "-s", "-", "--deep",
+                            "--preserve-metadata=requirements", app)
 
     def test_a_name_that_is_all_extension_gives_no_empty_identifier(self):
         path, owner = self.copy(self.linker.library(), ".hid"), Owner(self.workshop)
