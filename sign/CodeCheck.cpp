@@ -65,7 +65,8 @@ base::Outcome CodeCheck::run(const CodeChecking& checking) {
 }
 
 base::Outcome CodeCheck::open() {
-    auto code = StaticCode::open(checking_.path, checking_.version);
+    auto code = checking_.isLone ? StaticCode::openFile(checking_.path)
+                                 : StaticCode::open(checking_.path, checking_.version);
     if (code) {
         code_.emplace(std::move(*code));
         return {};

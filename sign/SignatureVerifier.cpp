@@ -96,14 +96,16 @@ private:
                    std::vector<CodeChecking>& next) const {
         if (outer.isShallow)
             return;
+        const std::string holder = isOperand ? "" : realPath(outer.path).value_or(outer.path);
         for (const SealedCode& code : check.nested()) {
             CodeChecking nested;
             nested.path = code.path;
             nested.requirement = code.requirement;
             nested.isShallow = !options_.deep;
             nested.isStrict = options_.strict;
+            nested.isLone = code.isFile;
             nested.outer = check.scope();
-            nested.holder = isOperand ? "" : realPath(outer.path).value_or(outer.path);
+            nested.holder = holder;
             next.push_back(nested);
             if (!code.isFramework || !options_.strict)
                 continue;

@@ -120,7 +120,7 @@ base::Outcome checkSignable(const Bundle& bundle) {
                                "\" names, is missing. Build the package anew."};
     if (auto layout = checkLayout(bundle); !layout)
         return layout;
-    return checkSignatureFolder(bundle);
+    return checkSignatureFolder(bundle.signatureFolder());
 }
 
 base::Outcome checkLayout(const Bundle& bundle) {

@@ -16,7 +16,7 @@ namespace {
 base::Error changed(const std::string& path, const char* what) {
     return {base::ErrorKind::Changed,
             "\"" + base::printable(path) + "\" " + what +
-                " while the package was signed. Try again when nothing writes to the package."};
+                " meanwhile. Try again when nothing writes to the package."};
 }
 
 bool isWatched(std::string_view name, bool isCodeRoot) {

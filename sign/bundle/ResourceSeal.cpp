@@ -190,7 +190,7 @@ private:
             if (hashes.isMissing)
                 return base::Error{base::ErrorKind::Changed,
                                    "\"" + base::printable(hashes.path) +
-                                       "\" went away while the package was signed. Try again when "
+                                       "\" went away meanwhile. Try again when "
                                        "nothing writes to the package."};
             std::string name = hashes.path.substr(bundle_.codeRoot.size() + 1);
             if (file.oldRule)

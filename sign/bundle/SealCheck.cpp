@@ -164,7 +164,8 @@ private:
         if (const std::string* requirement = entry.findString("requirement")) {
             if (kind == SealItemKind::Link || kind == SealItemKind::Other)
                 return addFault(path, SealChange::Modified);
-            report_.nested.push_back({path, *requirement, path.ends_with(".framework")});
+            report_.nested.push_back(
+                {path, *requirement, path.ends_with(".framework"), kind == SealItemKind::File});
             return;
         }
         if (const std::string* sealed = entry.findString("symlink")) {

@@ -27,6 +27,7 @@ struct SealedCode {
     std::string path;
     std::string requirement; ///< text
     bool isFramework = false;
+    bool isFile = false; ///< and so no bundle's main executable
 };
 
 /// A bundle whose seal is being checked, for the links in the code that it holds.
