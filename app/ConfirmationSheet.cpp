@@ -54,6 +54,36 @@ QLabel* pathLabel(const QString& path) {
     return label;
 }
 
+QLabel* warningIcon(const QStyle& style) {
+    auto* icon = new QLabel;
+    const int size = style.pixelMetric(QStyle::PM_MessageBoxIconSize);
+    icon->setPixmap(style.standardIcon(QStyle::SP_MessageBoxWarning).pixmap(size));
+    return icon;
+}
+
+QLabel* messageLabel() {
+    auto* message = new QLabel(Confirmation::message);
+    message->setObjectName("messageText");
+    QFont bold = message->font();
+    bold.setBold(true);
+    message->setFont(bold);
+    return message;
+}
+
+QLabel* explanationLabel(const QString& text) {
+    auto* explanation = new QLabel(text);
+    explanation->setObjectName("informativeText");
+    explanation->setTextFormat(Qt::PlainText);
+    return explanation;
+}
+
+QCheckBox* doNotCodesignBox(SettingsStore& settings) {
+    auto* box = new QCheckBox(Confirmation::doNotCodesign);
+    box->setObjectName("doNotCodesign");
+    settings.bind(*box, Names::doNotCodesign);
+    return box;
+}
+
 } // namespace
 
 ConfirmationSheet::ConfirmationSheet(const std::optional<std::string>& folder, AskedEntry entry,
@@ -62,49 +92,43 @@ ConfirmationSheet::ConfirmationSheet(const std::optional<std::string>& folder, A
     setObjectName("confirmationSheet");
     setWindowTitle(Confirmation::message);
 
-    auto* icon = new QLabel;
-    const int iconSize = style()->pixelMetric(QStyle::PM_MessageBoxIconSize);
-    icon->setPixmap(style()->standardIcon(QStyle::SP_MessageBoxWarning).pixmap(iconSize));
-
-    auto* message = new QLabel(Confirmation::message);
-    message->setObjectName("messageText");
-    QFont bold = message->font();
-    bold.setBold(true);
-    message->setFont(bold);
-
     // Behind the first line stands the path, which may be of any length.
     const QStringList lines =
         QString::fromStdString(Confirmation::informativeText(folder)).split('\n');
-    auto* explanation = new QLabel(lines.front());
-    explanation->setObjectName("informativeText");
-    explanation->setTextFormat(Qt::PlainText);
-    QLabel* path = pathLabel(lines.mid(1).join('\n'));
-
-    auto* doNotCodesign = new QCheckBox(Confirmation::doNotCodesign);
-    doNotCodesign->setObjectName("doNotCodesign");
-    settings.bind(*doNotCodesign, Names::doNotCodesign);
+    auto* texts = new QVBoxLayout;
+    texts->addWidget(messageLabel());
+    texts->addWidget(explanationLabel(lines.front()));
+    texts->addWidget(pathLabel(lines.mid(1).join('\n')));
+    texts->addSpacing(6);
     auto* expectation = new ExpectationPanel(std::move(entry));
+    texts->addWidget(expectation);
+    texts->addSpacing(6);
+    QCheckBox* doNotCodesign = doNotCodesignBox(settings);
+    texts->addWidget(doNotCodesign);
     expectation->setDoNotCodesign(doNotCodesign->isChecked());
     connect(doNotCodesign, &QCheckBox::toggled, expectation, &ExpectationPanel::setDoNotCodesign);
 
     buttons_->addStretch();
     addButton(Confirmation::process, Answer::Process);
-    addButton(Confirmation::skip, Answer::Skip);
+    QPushButton* skip = addButton(Confirmation::skip, Answer::Skip);
     QPushButton* stop = addButton(Confirmation::stop, Answer::Stop);
     stop->setDefault(true);
     stop->setFocus();
+    layOut(texts);
+    // The names come last: Tab leads from the box to the buttons.
+    setTabOrder(skip, expectation->packages());
+    setTabOrder(expectation->packages(), stop);
 
-    auto* texts = new QVBoxLayout;
-    for (QWidget* widget :
-         std::initializer_list<QWidget*>{message, explanation, path, expectation}) {
-        texts->addWidget(widget);
-        texts->addSpacing(widget == path ? 6 : 0);
-    }
-    texts->addSpacing(6);
-    texts->addWidget(doNotCodesign);
+    connect(this, &QDialog::finished, this, [answered = std::move(answered)](int result) {
+        const auto answer = static_cast<Answer>(result);
+        answered(answer == Answer::Process || answer == Answer::Skip ? answer : Answer::Stop);
+    });
+}
+
+void ConfirmationSheet::layOut(QLayout* texts) {
     auto* top = new QHBoxLayout;
     top->setSpacing(16);
-    top->addWidget(icon, 0, Qt::AlignTop);
+    top->addWidget(warningIcon(*style()), 0, Qt::AlignTop);
     top->addLayout(texts, 1);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(20, 20, 20, 16);
@@ -112,14 +136,6 @@ ConfirmationSheet::ConfirmationSheet(const std::optional<std::string>& folder, A
     layout->addLayout(top);
     layout->addLayout(buttons_);
     layout->setSizeConstraint(QLayout::SetFixedSize);
-    // The names come last: Tab leads from the box to the buttons.
-    setTabOrder(findChild<QPushButton*>(Confirmation::skip), expectation->packages());
-    setTabOrder(expectation->packages(), stop);
-
-    connect(this, &QDialog::finished, this, [answered = std::move(answered)](int result) {
-        const auto answer = static_cast<Answer>(result);
-        answered(answer == Answer::Process || answer == Answer::Skip ? answer : Answer::Stop);
-    });
 }
 
 void ConfirmationSheet::showEvent(QShowEvent* event) {

@@ -31,6 +31,8 @@ protected:
     void showEvent(QShowEvent* event) override;
 
 private:
+    /// The texts beside an icon, the buttons below them.
+    void layOut(QLayout* texts);
     QPushButton* addButton(const char* title, Confirmation::Answer answer);
 
     QHBoxLayout* buttons_;

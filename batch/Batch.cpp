@@ -309,9 +309,13 @@ void Batch::process(const Task& task, unsigned slot, unsigned threads) {
         report_.packageFailed(task.package, task.entry, obstacle);
         return;
     }
-    std::size_t number = 0; // in the record
-    std::string assignments;
-    const ProcessingHooks hooks = {
+    Work work{.task = task, .slot = slot, .threads = threads};
+    processPackage(caller_.in("doProcessItemNew:"), environment_.bundle, hooksOf(work),
+                   task.package);
+}
+
+ProcessingHooks Batch::hooksOf(Work& work) {
+    return {
         .doNotCodesign = [this] { return !signs(); },
         .codesigningIdentity =
             [this] { return identity_ ? std::optional(identity_->hash) : std::nullopt; },
@@ -321,31 +325,32 @@ void Batch::process(const Task& task, unsigned slot, unsigned threads) {
                                          [this] { return identities_; });
             },
         .runShellCommand =
-            [&](const std::string& command) {
+            [&work](const std::string& command) {
                 // What the terminal sends to all its processes ends us in order and must not end
                 // the scripts. The shell becomes the script: a process less for each package.
-                return runShellCommand("trap '' HUP INT; " + assignments + "exec " + command);
+                return runShellCommand("trap '' HUP INT; " + work.assignments + "exec " + command);
             },
         .goesOnAfter =
             [this](const ScriptRun& run) {
                 return !options_.requireSignature ||
                        outcomeOf(run).kind == ScriptOutcome::Kind::Signed;
             },
-        .packageStarted =
-            [&](const std::string& package) {
-                number = record_.packageStarted(
-                    package, task.entry,
-                    signs() ? std::optional(identities_.front().identitystring) : std::nullopt);
-                assignments = "KELPMORAY_THREADS=" + std::to_string(threads) + ' ';
-                if (const std::string pipe = report_.packageStarted(package, slot); !pipe.empty())
-                    assignments +=
-                        std::string(base::ProgressChannel::variable) + "='" + pipe + "' ";
-            },
-        .scriptEnded = [&](const ScriptRun& run) { record_.scriptEnded(number, run); },
+        .packageStarted = [this, &work](const std::string&) { start(work); },
+        .scriptEnded = [this,
+                        &work](const ScriptRun& run) { record_.scriptEnded(work.number, run); },
         .packageProcessed =
-            [&](const std::string&, const std::vector<ScriptRun>& runs) {
-                report_.packageEnded(record_.packageEnded(number), runs, slot);
+            [this, &work](const std::string&, const std::vector<ScriptRun>& runs) {
+                report_.packageEnded(record_.packageEnded(work.number), runs, work.slot);
             },
     };
-    processPackage(caller_.in("doProcessItemNew:"), environment_.bundle, hooks, task.package);
+}
+
+void Batch::start(Work& work) {
+    work.number = record_.packageStarted(work.task.package, work.task.entry,
+                                         signs() ? std::optional(identities_.front().identitystring)
+                                                 : std::nullopt);
+    work.assignments = "KELPMORAY_THREADS=" + std::to_string(work.threads) + ' ';
+    if (const std::string pipe = report_.packageStarted(work.task.package, work.slot);
+        !pipe.empty())
+        work.assignments += std::string(base::ProgressChannel::variable) + "='" + pipe + "' ";
 }

@@ -50,6 +50,15 @@ private:
         std::string rival; ///< an earlier package with the same archive; empty if there is none
     };
 
+    /// The work on a package, from which the hooks read and to which they write.
+    struct Work {
+        const Task& task;
+        unsigned slot;
+        unsigned threads;
+        std::size_t number = 0;    ///< in the record
+        std::string assignments{}; ///< in front of the script's command
+    };
+
     /// Success if the scripts can be run from where they are, and do what is asked for.
     [[nodiscard]] base::Outcome checkInstallation();
     /// Finds the identity to sign with, if one is given.
@@ -70,6 +79,9 @@ private:
     /// False when some were left.
     bool process(const std::vector<Task>& tasks);
     void process(const Task& task, unsigned slot, unsigned threads);
+    /// They refer to `work`.
+    [[nodiscard]] ProcessingHooks hooksOf(Work& work);
+    void start(Work& work);
     [[nodiscard]] bool signs() const;
     [[nodiscard]] unsigned jobCount() const;
 

@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <array>
+#include <initializer_list>
 #include <limits>
+#include <utility>
 
 namespace sign {
 namespace {
@@ -61,6 +63,99 @@ std::optional<std::string> textAt(base::Bytes blob, std::size_t offset, std::siz
     if (end == std::string_view::npos)
         return std::nullopt;
     return std::string(rest.substr(0, end));
+}
+
+/// What stands in front of the texts and hashes.
+struct Head {
+    DirectoryFacts facts{}; ///< but for the texts
+    std::size_t hashSize = 0;
+    std::size_t hashOffset = 0;
+    std::size_t identifierAt = 0;
+    std::size_t teamAt = 0; ///< 0 if there is none
+    std::uint32_t codeCount = 0;
+    std::uint32_t scatter = 0;
+    bool isWhole = true;
+};
+
+Head headOf(base::Bytes blob) {
+    base::ByteReader reader(blob);
+    (void)reader.take(8);
+    Head head;
+    DirectoryFacts& facts = head.facts;
+    facts.version = reader.takeBig<std::uint32_t>();
+    facts.flags = reader.takeBig<std::uint32_t>();
+    head.hashOffset = reader.takeBig<std::uint32_t>();
+    head.identifierAt = reader.takeBig<std::uint32_t>();
+    facts.specialCount = reader.takeBig<std::uint32_t>();
+    head.codeCount = reader.takeBig<std::uint32_t>();
+    facts.codeLimit = reader.takeBig<std::uint32_t>();
+    head.hashSize = reader.takeBig<std::uint8_t>();
+    facts.hashType = HashType(reader.takeBig<std::uint8_t>());
+    facts.platform = reader.takeBig<std::uint8_t>();
+    facts.pageShift = reader.takeBig<std::uint8_t>();
+    (void)reader.take(4);
+    if (facts.version >= withScatter)
+        head.scatter = reader.takeBig<std::uint32_t>();
+    if (facts.version >= withTeam)
+        head.teamAt = reader.takeBig<std::uint32_t>();
+    if (facts.version >= withLimit64) {
+        (void)reader.take(4);
+        if (const auto limit64 = reader.takeBig<std::uint64_t>())
+            facts.codeLimit = limit64;
+    }
+    if (facts.version >= withExecSegment)
+        for (std::uint64_t* number : {&facts.execBase, &facts.execLimit, &facts.execFlags})
+            *number = reader.takeBig<std::uint64_t>();
+    if (facts.version >= withRuntime)
+        facts.runtime = reader.takeBig<std::uint32_t>();
+    head.isWhole = !reader.failed() && blob.size() >= fixedSize(facts.version);
+    return head;
+}
+
+/// What is wrong with it in a blob of that size; null if nothing is.
+const char* faultOf(const Head& head, std::size_t size) {
+    const DirectoryFacts& facts = head.facts;
+    if (facts.version < oldestVersion || facts.version > newestVersion)
+        return "its version is unknown";
+    if (head.hashSize == 0 || head.hashSize != digestSize(facts.hashType))
+        return "its hash is unknown";
+    if (facts.pageShift > mostPageShift)
+        return "its pages are too large";
+    if (!head.isWhole)
+        return "it is too short";
+    if (head.scatter != 0)
+        return "it has a scatter vector, which nobody writes";
+    const std::size_t least = fixedSize(facts.version);
+    if (head.hashOffset < least ||
+        head.hashOffset - least < std::uint64_t{facts.specialCount} * head.hashSize ||
+        head.hashOffset + std::uint64_t{head.codeCount} * head.hashSize > size)
+        return "its hashes lie outside";
+    if (head.codeCount != facts.codeCount())
+        return "the number of its hashes is wrong";
+    return nullptr;
+}
+
+/// As long as that of the newest version; the fields that an older one has are the same.
+base::ByteBuffer bytesOf(const Head& head, std::size_t size) {
+    const DirectoryFacts& facts = head.facts;
+    const bool isLarge = facts.codeLimit > mostLimit32;
+    base::ByteBuffer to;
+    const auto words = [&to](std::initializer_list<std::uint64_t> values) {
+        for (const std::uint64_t value : values)
+            base::appendBig(to, static_cast<std::uint32_t>(value));
+    };
+    words({std::uint32_t(BlobMagic::CodeDirectory), size, facts.version, facts.flags,
+           head.hashOffset, head.identifierAt, facts.specialCount, head.codeCount,
+           isLarge ? mostLimit32 : facts.codeLimit});
+    for (const std::uint8_t byte : {std::uint8_t(head.hashSize), std::uint8_t(facts.hashType),
+                                    facts.platform, facts.pageShift})
+        base::appendBig(to, byte);
+    words({0, head.scatter, head.teamAt, 0});
+    for (const std::uint64_t number :
+         {isLarge ? facts.codeLimit : 0, facts.execBase, facts.execLimit, facts.execFlags})
+        base::appendBig(to, number);
+    words({facts.runtime, 0});
+    return to;
 }
 
 } // namespace
@@ -126,108 +221,49 @@ std::uint32_t leastVersion(const DirectoryFacts& facts) {
 }
 
 CodeDirectory CodeDirectory::make(const DirectoryFacts& facts) {
+    Head head{.facts = facts,
+              .hashSize = digestSize(facts.hashType),
+              .identifierAt = fixedSize(facts.version),
+              .codeCount = static_cast<std::uint32_t>(facts.codeCount())};
+    std::size_t end = head.identifierAt + facts.identifier.size() + 1;
+    if (!facts.team.empty())
+        head.teamAt = std::exchange(end, end + facts.team.size() + 1);
+    head.hashOffset = end + facts.specialCount * head.hashSize;
+    const std::size_t size = head.hashOffset + facts.codeCount() * head.hashSize;
+
     CodeDirectory directory;
     directory.facts_ = facts;
-    directory.hashSize_ = digestSize(facts.hashType);
-    const std::size_t identifierAt = fixedSize(facts.version);
-    const std::size_t teamAt = identifierAt + facts.identifier.size() + 1;
-    const std::size_t specialAt = facts.team.empty() ? teamAt : teamAt + facts.team.size() + 1;
-    directory.hashOffset_ = specialAt + facts.specialCount * directory.hashSize_;
-    const std::size_t size = directory.hashOffset_ + facts.codeCount() * directory.hashSize_;
-    const bool isLarge = facts.codeLimit > mostLimit32;
-
-    base::ByteBuffer to;
-    const auto word = [&to](std::uint64_t value) {
-        base::appendBig(to, static_cast<std::uint32_t>(value));
-    };
-    word(std::uint32_t(BlobMagic::CodeDirectory));
-    word(size);
-    word(facts.version);
-    word(facts.flags);
-    word(directory.hashOffset_);
-    word(identifierAt);
-    word(facts.specialCount);
-    word(facts.codeCount());
-    word(isLarge ? mostLimit32 : facts.codeLimit);
-    for (const std::uint8_t byte : {std::uint8_t(directory.hashSize_), std::uint8_t(facts.hashType),
-                                    facts.platform, facts.pageShift})
-        base::appendBig(to, byte);
-    word(0);
-    word(0);
-    word(facts.team.empty() ? 0 : teamAt);
-    word(0);
-    base::appendBig(to, isLarge ? facts.codeLimit : 0);
-    for (const std::uint64_t number : {facts.execBase, facts.execLimit, facts.execFlags})
-        base::appendBig(to, number);
-    word(facts.runtime);
-    word(0);
-    directory.blob_.assign(to.bytes().begin(), to.bytes().end());
-    directory.blob_.resize(identifierAt);
+    directory.hashSize_ = head.hashSize;
+    directory.hashOffset_ = head.hashOffset;
+    const base::ByteBuffer bytes = bytesOf(head, size);
+    directory.blob_.assign(bytes.bytes().begin(), bytes.bytes().end());
+    directory.blob_.resize(head.identifierAt);
     directory.blob_.resize(size);
-    std::ranges::copy(facts.identifier, &directory.blob_[identifierAt]);
+    std::ranges::copy(facts.identifier, &directory.blob_[head.identifierAt]);
     if (!facts.team.empty())
-        std::ranges::copy(facts.team, &directory.blob_[teamAt]);
+        std::ranges::copy(facts.team, &directory.blob_[head.teamAt]);
     return directory;
 }
 
 base::Result<CodeDirectory> CodeDirectory::read(base::OwnedBytes blob, std::string_view name) {
-    base::ByteReader reader(blob);
-    if (reader.takeBig<std::uint32_t>() != std::uint32_t(BlobMagic::CodeDirectory) ||
-        reader.takeBig<std::uint32_t>() != blob.size())
+    base::ByteReader start(blob);
+    if (start.takeBig<std::uint32_t>() != std::uint32_t(BlobMagic::CodeDirectory) ||
+        start.takeBig<std::uint32_t>() != blob.size())
         return damaged(name, "it does not start as it must");
-    CodeDirectory directory;
-    DirectoryFacts& facts = directory.facts_;
-    facts.version = reader.takeBig<std::uint32_t>();
-    facts.flags = reader.takeBig<std::uint32_t>();
-    directory.hashOffset_ = reader.takeBig<std::uint32_t>();
-    const std::size_t identifierAt = reader.takeBig<std::uint32_t>();
-    facts.specialCount = reader.takeBig<std::uint32_t>();
-    const auto codeCount = reader.takeBig<std::uint32_t>();
-    facts.codeLimit = reader.takeBig<std::uint32_t>();
-    directory.hashSize_ = reader.takeBig<std::uint8_t>();
-    facts.hashType = HashType(reader.takeBig<std::uint8_t>());
-    facts.platform = reader.takeBig<std::uint8_t>();
-    facts.pageShift = reader.takeBig<std::uint8_t>();
-    (void)reader.take(4);
-    if (facts.version < oldestVersion || facts.version > newestVersion)
-        return damaged(name, "its version is unknown");
-    if (directory.hashSize_ == 0 || directory.hashSize_ != digestSize(facts.hashType))
-        return damaged(name, "its hash is unknown");
-    if (facts.pageShift > mostPageShift)
-        return damaged(name, "its pages are too large");
-    const std::uint32_t scatter =
-        facts.version >= withScatter ? reader.takeBig<std::uint32_t>() : 0;
-    const std::size_t teamAt = facts.version >= withTeam ? reader.takeBig<std::uint32_t>() : 0;
-    if (facts.version >= withLimit64) {
-        (void)reader.take(4);
-        if (const auto limit64 = reader.takeBig<std::uint64_t>())
-            facts.codeLimit = limit64;
-    }
-    if (facts.version >= withExecSegment) {
-        facts.execBase = reader.takeBig<std::uint64_t>();
-        facts.execLimit = reader.takeBig<std::uint64_t>();
-        facts.execFlags = reader.takeBig<std::uint64_t>();
-    }
-    if (facts.version >= withRuntime)
-        facts.runtime = reader.takeBig<std::uint32_t>();
-    const std::size_t least = fixedSize(facts.version);
-    if (reader.failed() || blob.size() < least)
-        return damaged(name, "it is too short");
-    if (scatter != 0)
-        return damaged(name, "it has a scatter vector, which nobody writes");
-    const auto identifier = textAt(blob, identifierAt, least);
-    const auto team = teamAt == 0 ? std::string() : textAt(blob, teamAt, least);
+    Head head = headOf(blob);
+    if (const char* fault = faultOf(head, blob.size()))
+        return damaged(name, fault);
+    const std::size_t least = fixedSize(head.facts.version);
+    auto identifier = textAt(blob, head.identifierAt, least);
+    auto team = head.teamAt == 0 ? std::string() : textAt(blob, head.teamAt, least);
     if (!identifier || !team)
         return damaged(name, "a text of it reaches past its end");
-    facts.identifier = *identifier;
-    facts.team = *team;
-    const std::uint64_t special = std::uint64_t{facts.specialCount} * directory.hashSize_;
-    const std::uint64_t code = std::uint64_t{codeCount} * directory.hashSize_;
-    if (directory.hashOffset_ < least || directory.hashOffset_ - least < special ||
-        directory.hashOffset_ + code > blob.size())
-        return damaged(name, "its hashes lie outside");
-    if (codeCount != facts.codeCount())
-        return damaged(name, "the number of its hashes is wrong");
+    CodeDirectory directory;
+    directory.facts_ = std::move(head.facts);
+    directory.facts_.identifier = std::move(*identifier);
+    directory.facts_.team = std::move(*team);
+    directory.hashSize_ = head.hashSize;
+    directory.hashOffset_ = head.hashOffset;
     directory.blob_ = std::move(blob);
     return directory;
 }
