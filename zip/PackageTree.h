@@ -3,6 +3,7 @@
 #include "base/FileDescriptor.h"
 #include "base/Result.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <set>
 #include <span>
@@ -98,10 +99,7 @@ private:
 /// package is a symbolic link or not a folder, and if it holds a socket, a device or a pipe.
 [[nodiscard]] base::Result<PackageTree> listPackage(const std::string& package, unsigned threads);
 
-/// Lists a package that was listed before. Files get the state from `earlier` without being asked
-/// for it, so the caller has to ask them (SourceFile does). No attributes are looked at.
-/// Fails unless both list the same names and kinds.
-[[nodiscard]] base::Result<PackageTree> listAgain(const std::string& package,
-                                                  const PackageTree& earlier, unsigned threads);
+/// How many of `threads` threads are worth starting for `folders` folders.
+[[nodiscard]] unsigned threadsFor(std::size_t folders, unsigned threads);
 
 } // namespace zip

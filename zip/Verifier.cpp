@@ -4,6 +4,7 @@
 #include "base/WorkerThreads.h"
 #include "zip/ArchiveReader.h"
 #include "zip/DeflateReader.h"
+#include "zip/ListingCheck.h"
 #include "zip/PackageTree.h"
 #include "zip/SourceFile.h"
 #include "zip/ZipFormat.h"
@@ -61,22 +62,22 @@ bool isStored(const ArchivedEntry& archived) {
 
 /// Fails unless the records of both agree about everything but the content.
 base::Outcome compareRecords(const ArchivedEntry& archived, const Entry& entry,
-                             const std::string& path, std::optional<std::int64_t> fixedTime) {
+                             const PackageTree& tree, std::optional<std::int64_t> fixedTime) {
     const std::int64_t modified = fixedTime.value_or(entry.state.modified.tv_sec);
     const DosTime dos = dosTime(modified, fixedTime.has_value());
     if (archived.name != entry.name)
-        return differs(path, "the list of entries");
+        return differs(tree.pathOf(entry), "the list of entries");
     if (archived.mode != entry.mode())
-        return differs(path, "type or permissions");
+        return differs(tree.pathOf(entry), "type or permissions");
     if (archived.modified != timestamp(modified) ||
         archived.dosModified != (std::uint32_t{dos.date} << 16 | dos.time))
-        return differs(path, "the time of its last change");
+        return differs(tree.pathOf(entry), "the time of its last change");
     if (archived.size != entry.contentSize())
-        return differs(path, "length");
+        return differs(tree.pathOf(entry), "length");
     const bool isDeflated = entry.type == EntryType::File &&
                             archived.method == static_cast<std::uint16_t>(Method::Deflated);
     if ((!isStored(archived) && !isDeflated) || archived.compressedSize > archived.end)
-        return damaged(path);
+        return damaged(tree.pathOf(entry));
     return {};
 }
 
@@ -182,10 +183,9 @@ base::Outcome compareCheckSums(std::span<const Part> parts, const ArchiveReader&
                                const PackageTree& tree) {
     std::uint32_t crc32 = 0;
     for (const Part& part : parts) {
-        if (part.offset == 0)
-            crc32 = 0;
-        crc32 = static_cast<std::uint32_t>(
-            ::crc32_combine(crc32, part.crc32, static_cast<z_off_t>(part.size)));
+        crc32 = part.offset == 0 ? part.crc32
+                                 : static_cast<std::uint32_t>(::crc32_combine(
+                                       crc32, part.crc32, static_cast<z_off_t>(part.size)));
         if (part.isLast && crc32 != archive.entries()[part.entry].crc32)
             return damaged(tree.pathOf(tree.entries[part.entry]));
     }
@@ -245,9 +245,8 @@ base::Outcome compareWith(const PackageTree& tree, const ArchiveReader& reader,
         return differs(package, "the list of entries");
     std::vector<Part> parts;
     for (std::size_t index = 0; index < archived.size(); ++index) {
-        const Entry& entry = tree.entries[index];
         if (auto same =
-                compareRecords(archived[index], entry, tree.pathOf(entry), options.fixedTime);
+                compareRecords(archived[index], tree.entries[index], tree, options.fixedTime);
             !same)
             return same;
         appendParts(parts, index, archived[index], options.pieceEnds);
@@ -265,9 +264,9 @@ base::Outcome verify(int archive, const std::string& path, const std::string& pa
     if (!reader)
         return reader.error();
     if (options.listed != nullptr) {
-        auto tree = listAgain(package, *options.listed, options.threads);
-        auto compared =
-            tree ? compareWith(*tree, *reader, package, options) : base::Outcome(tree.error());
+        auto compared = checkListing(*options.listed, options.threads);
+        if (compared)
+            compared = compareWith(*options.listed, *reader, package, options);
         if (compared || compared.error().kind != base::ErrorKind::Changed)
             return compared;
     }
