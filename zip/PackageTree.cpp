@@ -200,14 +200,27 @@ std::uint64_t contentSize(std::span<const Entry> entries) {
 
 OpenFolder::Place OpenFolder::placeOf(const Entry& entry) {
     const std::size_t nameStart = entry.name.rfind('/') + 1;
-    if (!opened_.open() || std::string_view(entry.name).substr(0, nameStart) != path_) {
-        path_ = entry.name.substr(0, nameStart);
-        opened_ = base::FileDescriptor::openAt(tree_.parent.get(), path_.c_str(),
-                                               toPassThrough | O_DIRECTORY | O_NOFOLLOW);
+    const auto folder = std::string_view(entry.name).substr(0, nameStart);
+    if (!opened_.open() || folder != path_) {
+        path_ = folder;
+        opened_ = {};
+        if (isWorthOpening(entry, folder))
+            opened_ = base::FileDescriptor::openAt(tree_.parent.get(), path_.c_str(),
+                                                   toPassThrough | O_DIRECTORY | O_NOFOLLOW);
     }
     if (!opened_.open())
         return {tree_.parent.get(), entry.name.c_str()};
     return {opened_.get(), entry.name.c_str() + nameStart};
+}
+
+/// Opening a folder and closing it takes as long as looking up the whole paths of three files.
+bool OpenFolder::isWorthOpening(const Entry& first, std::string_view folder) const {
+    constexpr std::size_t fewest = 4;
+    const auto index = static_cast<std::size_t>(&first - tree_.entries.data());
+    if (tree_.entries.size() - index < fewest)
+        return false;
+    const std::string_view last = tree_.entries[index + fewest - 1].name;
+    return last.starts_with(folder) && last.find('/', folder.size()) == std::string_view::npos;
 }
 
 base::Error changedMeanwhile(const std::string& path) {

@@ -123,16 +123,10 @@ public:
         auto content = read(part, archived);
         if (!content)
             return content.error();
-        part.crc32 = libdeflate_crc32(0, content->data(), content->size());
-        switch (entry.type) {
-        case EntryType::File:
+        if (entry.type == EntryType::File)
             return compareFile(part, entry, *content);
-        case EntryType::Link:
-            return compareLink(entry, *content);
-        case EntryType::Folder:
-            break;
-        }
-        return {};
+        part.crc32 = libdeflate_crc32(0, content->data(), content->size());
+        return entry.type == EntryType::Link ? compareLink(entry, *content) : base::Outcome();
     }
 
 private:
@@ -143,10 +137,11 @@ private:
         return window_.bytes(part.start, size);
     }
 
-    base::Outcome compareFile(const Part& part, const Entry& entry, base::Bytes content) {
+    base::Outcome compareFile(Part& part, const Entry& entry, base::Bytes content) {
         auto file = SourceFile::open(folder_, entry);
         if (!file)
             return file.error();
+        part.crc32 = 0;
         // A little at a time stays in the processor's cache.
         constexpr std::size_t step = std::size_t{256} << 10;
         for (std::size_t done = 0; done < content.size() || done == 0; done += step) {
@@ -157,6 +152,7 @@ private:
                 return read;
             if (!std::equal(next.begin(), next.end(), onDisk))
                 return differs(tree_.pathOf(entry), "content");
+            part.crc32 = libdeflate_crc32(part.crc32, next.data(), next.size());
         }
         return {};
     }
