@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <deque>
 #include <filesystem>
 #include <iterator>
 #include <mutex>
@@ -108,10 +109,14 @@ public:
         return {};
     }
 
-    void moveTo(std::vector<Entry>& entries, std::set<std::string>& attributes) {
+    /// Appends what was added since the last call.
+    template <typename Entries>
+    void moveTo(Entries& entries) {
         std::ranges::move(entries_, std::back_inserter(entries));
-        attributes.merge(attributes_);
+        entries_.clear();
     }
+
+    [[nodiscard]] std::set<std::string>& attributes() { return attributes_; }
 
 private:
     const PackageTree& tree_;
@@ -123,29 +128,36 @@ private:
 /// Adds everything below the package, which is the tree's only entry: level by level, the folders
 /// of one level by all threads.
 base::Outcome addAllBelow(PackageTree& tree, unsigned threads) {
-    for (std::size_t listed = 0; listed < tree.entries.size();) {
-        std::vector<Entry*> folders;
-        for (; listed < tree.entries.size(); ++listed)
-            if (tree.entries[listed].type == EntryType::Folder)
-                folders.push_back(&tree.entries[listed]);
-        std::vector<Entry> found;
+    // Does not move what it holds when it grows.
+    std::deque<Entry> found;
+    std::size_t listed = 0;
+    std::vector<Entry*> folders{&tree.entries.front()};
+    while (!folders.empty()) {
         std::mutex mutex;
         std::atomic<std::size_t> next = 0;
         const auto work = [&]() -> base::Outcome {
             Lister lister(tree);
-            for (std::size_t at = next++; at < folders.size(); at = next++)
+            for (std::size_t at = next++; at < folders.size(); at = next++) {
                 if (auto added = lister.addChildren(*folders[at]); !added)
                     return added;
+                const std::lock_guard lock(mutex);
+                lister.moveTo(found);
+            }
             const std::lock_guard lock(mutex);
-            lister.moveTo(found, tree.attributes);
+            tree.attributes.merge(lister.attributes());
             return {};
         };
         if (auto done = base::runOnThreads(threadsFor(folders.size(), threads), work,
                                            [&] { next = folders.size(); });
             !done)
             return done;
-        std::ranges::move(found, std::back_inserter(tree.entries));
+        folders.clear();
+        for (; listed < found.size(); ++listed)
+            if (found[listed].type == EntryType::Folder)
+                folders.push_back(&found[listed]);
     }
+    tree.entries.reserve(found.size() + 1);
+    std::ranges::move(found, std::back_inserter(tree.entries));
     return {};
 }
 
@@ -250,7 +262,7 @@ base::Result<PackageTree> listPackage(const std::string& package, unsigned threa
     if (auto added = lister.addEntry(tree.parent.get(), split->second.c_str(), split->second);
         !added)
         return added.error();
-    lister.moveTo(tree.entries, tree.attributes);
+    lister.moveTo(tree.entries);
     if (tree.entries[0].type == EntryType::Link) {
         std::error_code code;
         const std::string target = fs::read_symlink(tree.pathOf(tree.entries[0]), code);

@@ -240,6 +240,7 @@ base::Outcome compareWith(const PackageTree& tree, const ArchiveReader& reader,
     if (tree.entries.size() != archived.size())
         return differs(package, "the list of entries");
     std::vector<Part> parts;
+    parts.reserve(archived.size());
     for (std::size_t index = 0; index < archived.size(); ++index) {
         if (auto same =
                 compareRecords(archived[index], tree.entries[index], tree, options.fixedTime);
