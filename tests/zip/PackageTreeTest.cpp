@@ -57,11 +57,13 @@ TEST(CheckListing, FailsUnlessNamesAndKindsAreAsBefore) {
     for (const char* change :
          {"mv file filf", "echo > zzz", "echo > aaa", "rm file", "rm file && mkdir file",
           "rm file && ln -s other file", "rm -r sub && echo > sub", "rm sub/deep && rmdir sub",
-          "echo > sub/more", "mv sub/deep sub/deeq", "ln -sfn deeq sub/deep", "rm sub/deep"}) {
+          "echo > sub/more", "mv sub/deep sub/deeq", "ln -sfn deeq sub/deep", "rm sub/deep",
+          "rm sub/deep && echo > sub/deep"}) {
         const TemporaryFolder folder;
         fs::create_directories(folder / "A.app/sub");
         writeFile(folder / "A.app/file", "content");
         writeFile(folder / "A.app/sub.txt", "stands before what sub holds");
+        writeFile(folder / "A.app/zebra", "stands after it");
         fs::create_symlink("deep", folder / "A.app/sub/deep");
         auto earlier = zip::listPackage(folder / "A.app", 1);
         ASSERT_TRUE(earlier);
