@@ -20,6 +20,7 @@ constexpr std::size_t endRecordSize = 22;
 constexpr std::size_t zip64LocatorSize = 20;
 constexpr std::size_t zip64RecordSize = 56;
 constexpr std::size_t localHeaderSize = 30;
+constexpr std::size_t centralHeaderSize = 46;
 constexpr std::uint16_t madeByUnix = 3 << 8 | 45;
 constexpr std::uint16_t nameIsUtf8 = 1 << 11;
 
@@ -177,6 +178,7 @@ base::Outcome ArchiveReader::readDirectory(const CentralDirectory& directory) {
     if (auto done = read(bytes.tail(size), size, directory.offset); !done)
         return done;
     bytes.extend(size);
+    entries_.reserve(std::min<std::uint64_t>(directory.count, size / centralHeaderSize));
     ByteReader fields(bytes.bytes());
     while (!fields.empty()) {
         auto entry = takeCentralDirectoryHeader(fields);

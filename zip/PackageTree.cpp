@@ -2,17 +2,17 @@
 
 #include "base/WorkerThreads.h"
 #include "zip/ExtendedAttributes.h"
+#include "zip/FolderReader.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <deque>
 #include <filesystem>
 #include <iterator>
-#include <memory>
 #include <mutex>
 #include <numeric>
 
-#include <dirent.h>
 #include <fcntl.h>
 
 namespace zip {
@@ -28,11 +28,6 @@ constexpr int toPassThrough = O_SEARCH;
 #else
 constexpr int toPassThrough = O_RDONLY;
 #endif
-
-struct CloseDirectory {
-    void operator()(DIR* directory) const { ::closedir(directory); }
-};
-using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
 bool sameTime(const timespec& a, const timespec& b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
@@ -64,13 +59,10 @@ base::Result<EntryType> typeOf(const struct stat& status, const std::string& pat
                        "Cannot pack " + path + ": it is " + kind + ". Remove it from the package."};
 }
 
-/// How much to ask about what is listed.
-enum class Questions { All, NotThoseAnsweredBefore };
-
 /// Lists folders of one package; each thread has one of its own.
 class Lister {
 public:
-    Lister(const PackageTree& tree, Questions questions) : tree_(tree), questions_(questions) {}
+    explicit Lister(const PackageTree& tree) : tree_(tree) {}
 
     /// Adds what `at`/`path` names, under `name` (without a slash at its end).
     base::Outcome addEntry(int at, const char* path, std::string name) {
@@ -82,7 +74,7 @@ public:
         auto type = typeOf(status, fullPath);
         if (!type)
             return type.error();
-        if (*type == EntryType::Link && questions_ == Questions::All)
+        if (*type == EntryType::Link)
             addExtendedAttributesOfLink(fullPath, attributes_);
         if (*type == EntryType::Folder)
             name += '/';
@@ -90,94 +82,82 @@ public:
         return {};
     }
 
-    /// Adds everything that the folder holds, but not what its subfolders hold.
-    base::Outcome addChildren(const Entry& folder) {
+    /// Adds everything that the folder holds, but not what its subfolders hold, and finds the
+    /// state of the folder.
+    base::Outcome addChildren(Entry& folder) {
         const std::string path = tree_.pathOf(folder);
         base::FileDescriptor opened = base::FileDescriptor::openAt(
             tree_.parent.get(), folder.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
         struct stat status {};
         if (!opened.open() || ::fstat(opened.get(), &status) != 0)
             return errorOnListed("open", path, errno);
-        if (status.st_dev != folder.state.device || status.st_ino != folder.state.inode)
-            return changedMeanwhile(path);
-        if (questions_ == Questions::All)
-            addExtendedAttributes(opened.get(), attributes_);
-        const Directory directory(::fdopendir(opened.get()));
-        if (!directory)
+        folder.state = FileState::of(status);
+        addExtendedAttributes(opened.get(), attributes_);
+        if (!reader_.start(std::move(opened)))
             return base::systemError("list", path, errno);
-        const int descriptor = opened.release();
-        errno = 0;
-        while (const dirent* child = ::readdir(directory.get())) {
-            if (auto added = addChild(folder, descriptor, *child); !added)
+        while (const auto child = reader_.next()) {
+            if (child->type == EntryType::Folder)
+                // Its state is asked for when it is open.
+                entries_.push_back({folder.name + child->name + '/', EntryType::Folder, {}});
+            else if (auto added =
+                         addEntry(reader_.descriptor(), child->name, folder.name + child->name);
+                     !added)
                 return added;
-            errno = 0;
         }
         if (errno != 0)
             return base::systemError("list", path, errno);
         return {};
     }
 
-    void moveTo(std::vector<Entry>& entries, std::set<std::string>& attributes) {
+    /// Appends what was added since the last call.
+    template <typename Entries>
+    void moveTo(Entries& entries) {
         std::ranges::move(entries_, std::back_inserter(entries));
-        attributes.merge(attributes_);
+        entries_.clear();
     }
+
+    [[nodiscard]] std::set<std::string>& attributes() { return attributes_; }
 
 private:
-    base::Outcome addChild(const Entry& folder, int descriptor, const dirent& child) {
-        const std::string_view name = child.d_name;
-        if (name == "." || name == "..")
-            return {};
-        std::string path = folder.name;
-        path += name;
-        if (questions_ == Questions::All || !isListedAsFile(child))
-            return addEntry(descriptor, child.d_name, std::move(path));
-        entries_.push_back({std::move(path), EntryType::File, {}});
-        return {};
-    }
-
-    /// Whether the folder's own list says so; on some file systems it says nothing about kinds.
-    static bool isListedAsFile([[maybe_unused]] const dirent& child) {
-#ifdef DT_REG
-        return child.d_type == DT_REG;
-#else
-        return false;
-#endif
-    }
-
     const PackageTree& tree_;
-    const Questions questions_;
+    FolderReader reader_;
     std::vector<Entry> entries_;
     std::set<std::string> attributes_;
 };
 
 /// Adds everything below the package, which is the tree's only entry: level by level, the folders
 /// of one level by all threads.
-base::Outcome addAllBelow(PackageTree& tree, Questions questions, unsigned threads) {
-    constexpr std::size_t worthAThread = 16;
-    for (std::size_t listed = 0; listed < tree.entries.size();) {
-        std::vector<Entry> folders;
-        std::ranges::copy_if(std::span(tree.entries).subspan(listed), std::back_inserter(folders),
-                             [](const Entry& entry) { return entry.type == EntryType::Folder; });
-        listed = tree.entries.size();
-        std::vector<Entry> found;
+base::Outcome addAllBelow(PackageTree& tree, unsigned threads) {
+    // Does not move what it holds when it grows.
+    std::deque<Entry> found;
+    std::size_t listed = 0;
+    std::vector<Entry*> folders{&tree.entries.front()};
+    while (!folders.empty()) {
         std::mutex mutex;
         std::atomic<std::size_t> next = 0;
         const auto work = [&]() -> base::Outcome {
-            Lister lister(tree, questions);
-            for (std::size_t at = next++; at < folders.size(); at = next++)
-                if (auto added = lister.addChildren(folders[at]); !added)
+            Lister lister(tree);
+            for (std::size_t at = next++; at < folders.size(); at = next++) {
+                if (auto added = lister.addChildren(*folders[at]); !added)
                     return added;
+                const std::lock_guard lock(mutex);
+                lister.moveTo(found);
+            }
             const std::lock_guard lock(mutex);
-            lister.moveTo(found, tree.attributes);
+            tree.attributes.merge(lister.attributes());
             return {};
         };
-        const auto most = static_cast<unsigned>(folders.size() / worthAThread + 1);
-        if (auto done =
-                base::runOnThreads(std::min(threads, most), work, [&] { next = folders.size(); });
+        if (auto done = base::runOnThreads(threadsFor(folders.size(), threads), work,
+                                           [&] { next = folders.size(); });
             !done)
             return done;
-        std::ranges::move(found, std::back_inserter(tree.entries));
+        folders.clear();
+        for (; listed < found.size(); ++listed)
+            if (found[listed].type == EntryType::Folder)
+                folders.push_back(&found[listed]);
     }
+    tree.entries.reserve(found.size() + 1);
+    std::ranges::move(found, std::back_inserter(tree.entries));
     return {};
 }
 
@@ -199,40 +179,6 @@ base::Result<std::pair<std::string, std::string>> splitPath(std::string path) {
                                "\": it has no name. Give the path of a package."};
     const auto nameStart = path.rfind('/') + 1;
     return std::pair{path.substr(0, nameStart), path.substr(nameStart)};
-}
-
-base::Result<PackageTree> listWith(const std::string& package, Questions questions,
-                                   unsigned threads) {
-    auto split = splitPath(package);
-    if (!split)
-        return split.error();
-    PackageTree tree;
-    tree.parentPath = split->first;
-    const std::string parent = tree.parentPath.empty() ? "." : tree.parentPath;
-    tree.parent =
-        base::FileDescriptor::openAt(AT_FDCWD, parent.c_str(), toPassThrough | O_DIRECTORY);
-    if (!tree.parent.open())
-        return base::systemError("open", parent, errno);
-    Lister lister(tree, questions);
-    if (auto added = lister.addEntry(tree.parent.get(), split->second.c_str(), split->second);
-        !added)
-        return added.error();
-    lister.moveTo(tree.entries, tree.attributes);
-    if (tree.entries[0].type == EntryType::Link) {
-        std::error_code code;
-        const std::string target = fs::read_symlink(tree.pathOf(tree.entries[0]), code);
-        return base::Error{base::ErrorKind::Usage, "Cannot pack " + package +
-                                                       ": it is a symbolic link to " + target +
-                                                       ". Give the path of the package itself."};
-    }
-    if (tree.entries[0].type != EntryType::Folder)
-        return base::Error{base::ErrorKind::Usage,
-                           "Cannot pack " + package +
-                               ": it is not a folder. Give the path of a package."};
-    if (auto added = addAllBelow(tree, questions, threads); !added)
-        return added.error();
-    std::ranges::sort(tree.entries, {}, &Entry::name);
-    return tree;
 }
 
 } // namespace
@@ -266,14 +212,27 @@ std::uint64_t contentSize(std::span<const Entry> entries) {
 
 OpenFolder::Place OpenFolder::placeOf(const Entry& entry) {
     const std::size_t nameStart = entry.name.rfind('/') + 1;
-    if (!opened_.open() || std::string_view(entry.name).substr(0, nameStart) != path_) {
-        path_ = entry.name.substr(0, nameStart);
-        opened_ = base::FileDescriptor::openAt(tree_.parent.get(), path_.c_str(),
-                                               toPassThrough | O_DIRECTORY | O_NOFOLLOW);
+    const auto folder = std::string_view(entry.name).substr(0, nameStart);
+    if (!opened_.open() || folder != path_) {
+        path_ = folder;
+        opened_ = {};
+        if (isWorthOpening(entry, folder))
+            opened_ = base::FileDescriptor::openAt(tree_.parent.get(), path_.c_str(),
+                                                   toPassThrough | O_DIRECTORY | O_NOFOLLOW);
     }
     if (!opened_.open())
         return {tree_.parent.get(), entry.name.c_str()};
     return {opened_.get(), entry.name.c_str() + nameStart};
+}
+
+/// Opening a folder and closing it takes as long as looking up the whole paths of three files.
+bool OpenFolder::isWorthOpening(const Entry& first, std::string_view folder) const {
+    constexpr std::size_t fewest = 4;
+    const auto index = static_cast<std::size_t>(&first - tree_.entries.data());
+    if (tree_.entries.size() - index < fewest)
+        return false;
+    const std::string_view last = tree_.entries[index + fewest - 1].name;
+    return last.starts_with(folder) && last.find('/', folder.size()) == std::string_view::npos;
 }
 
 base::Error changedMeanwhile(const std::string& path) {
@@ -289,25 +248,41 @@ base::Error errorOnListed(std::string_view action, const std::string& path, int 
 }
 
 base::Result<PackageTree> listPackage(const std::string& package, unsigned threads) {
-    return listWith(package, Questions::All, threads);
+    auto split = splitPath(package);
+    if (!split)
+        return split.error();
+    PackageTree tree;
+    tree.parentPath = split->first;
+    const std::string parent = tree.parentPath.empty() ? "." : tree.parentPath;
+    tree.parent =
+        base::FileDescriptor::openAt(AT_FDCWD, parent.c_str(), toPassThrough | O_DIRECTORY);
+    if (!tree.parent.open())
+        return base::systemError("open", parent, errno);
+    Lister lister(tree);
+    if (auto added = lister.addEntry(tree.parent.get(), split->second.c_str(), split->second);
+        !added)
+        return added.error();
+    lister.moveTo(tree.entries);
+    if (tree.entries[0].type == EntryType::Link) {
+        std::error_code code;
+        const std::string target = fs::read_symlink(tree.pathOf(tree.entries[0]), code);
+        return base::Error{base::ErrorKind::Usage, "Cannot pack " + package +
+                                                       ": it is a symbolic link to " + target +
+                                                       ". Give the path of the package itself."};
+    }
+    if (tree.entries[0].type != EntryType::Folder)
+        return base::Error{base::ErrorKind::Usage,
+                           "Cannot pack " + package +
+                               ": it is not a folder. Give the path of a package."};
+    if (auto added = addAllBelow(tree, threads); !added)
+        return added.error();
+    std::ranges::sort(tree.entries, {}, &Entry::name);
+    return tree;
 }
 
-base::Result<PackageTree> listAgain(const std::string& package, const PackageTree& earlier,
-                                    unsigned threads) {
-    auto tree = listWith(package, Questions::NotThoseAnsweredBefore, threads);
-    if (!tree)
-        return tree;
-    if (tree->entries.size() != earlier.entries.size())
-        return changedMeanwhile(package);
-    for (std::size_t index = 0; index < earlier.entries.size(); ++index) {
-        Entry& entry = tree->entries[index];
-        const Entry& before = earlier.entries[index];
-        if (entry.name != before.name || entry.type != before.type)
-            return changedMeanwhile(tree->pathOf(entry));
-        if (entry.type == EntryType::File)
-            entry.state = before.state;
-    }
-    return tree;
+unsigned threadsFor(std::size_t folders, unsigned threads) {
+    constexpr std::size_t worthAThread = 16;
+    return static_cast<unsigned>(std::min<std::size_t>(threads, folders / worthAThread + 1));
 }
 
 } // namespace zip

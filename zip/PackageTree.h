@@ -3,6 +3,7 @@
 #include "base/FileDescriptor.h"
 #include "base/Result.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <set>
 #include <span>
@@ -58,8 +59,8 @@ struct PackageTree {
     [[nodiscard]] std::string pathOf(const Entry& entry) const { return parentPath + entry.name; }
 };
 
-/// Keeps the folder of an entry open for the next one, which most often lies there too: the system
-/// then need not look up the whole path of each. Each thread needs one of its own.
+/// Keeps the folder of an entry open for the next ones, if several lie there: the system then need
+/// not look up the whole path of each. Each thread needs one of its own.
 class OpenFolder {
 public:
     /// A descriptor and what to open from there.
@@ -73,11 +74,13 @@ public:
 
     [[nodiscard]] const PackageTree& tree() const { return tree_; }
 
-    /// Of a file or link of the tree; valid until the next call. If its folder cannot be opened,
-    /// the whole path, so that opening the entry tells why.
+    /// Of a file or link among the tree's entries; valid until the next call. If its folder cannot
+    /// be opened, the whole path, so that opening the entry tells why.
     [[nodiscard]] Place placeOf(const Entry& entry);
 
 private:
+    [[nodiscard]] bool isWorthOpening(const Entry& first, std::string_view folder) const;
+
     const PackageTree& tree_;
     /// With a slash at its end.
     std::string path_;
@@ -98,10 +101,7 @@ private:
 /// package is a symbolic link or not a folder, and if it holds a socket, a device or a pipe.
 [[nodiscard]] base::Result<PackageTree> listPackage(const std::string& package, unsigned threads);
 
-/// Lists a package that was listed before. Files get the state from `earlier` without being asked
-/// for it, so the caller has to ask them (SourceFile does). No attributes are looked at.
-/// Fails unless both list the same names and kinds.
-[[nodiscard]] base::Result<PackageTree> listAgain(const std::string& package,
-                                                  const PackageTree& earlier, unsigned threads);
+/// How many of `threads` threads are worth starting for `folders` folders.
+[[nodiscard]] unsigned threadsFor(std::size_t folders, unsigned threads);
 
 } // namespace zip

@@ -4,6 +4,7 @@
 #include "base/WorkerThreads.h"
 #include "zip/ArchiveReader.h"
 #include "zip/DeflateReader.h"
+#include "zip/ListingCheck.h"
 #include "zip/PackageTree.h"
 #include "zip/SourceFile.h"
 #include "zip/ZipFormat.h"
@@ -61,22 +62,22 @@ bool isStored(const ArchivedEntry& archived) {
 
 /// Fails unless the records of both agree about everything but the content.
 base::Outcome compareRecords(const ArchivedEntry& archived, const Entry& entry,
-                             const std::string& path, std::optional<std::int64_t> fixedTime) {
+                             const PackageTree& tree, std::optional<std::int64_t> fixedTime) {
     const std::int64_t modified = fixedTime.value_or(entry.state.modified.tv_sec);
     const DosTime dos = dosTime(modified, fixedTime.has_value());
     if (archived.name != entry.name)
-        return differs(path, "the list of entries");
+        return differs(tree.pathOf(entry), "the list of entries");
     if (archived.mode != entry.mode())
-        return differs(path, "type or permissions");
+        return differs(tree.pathOf(entry), "type or permissions");
     if (archived.modified != timestamp(modified) ||
         archived.dosModified != (std::uint32_t{dos.date} << 16 | dos.time))
-        return differs(path, "the time of its last change");
+        return differs(tree.pathOf(entry), "the time of its last change");
     if (archived.size != entry.contentSize())
-        return differs(path, "length");
+        return differs(tree.pathOf(entry), "length");
     const bool isDeflated = entry.type == EntryType::File &&
                             archived.method == static_cast<std::uint16_t>(Method::Deflated);
     if ((!isStored(archived) && !isDeflated) || archived.compressedSize > archived.end)
-        return damaged(path);
+        return damaged(tree.pathOf(entry));
     return {};
 }
 
@@ -122,16 +123,10 @@ public:
         auto content = read(part, archived);
         if (!content)
             return content.error();
-        part.crc32 = libdeflate_crc32(0, content->data(), content->size());
-        switch (entry.type) {
-        case EntryType::File:
+        if (entry.type == EntryType::File)
             return compareFile(part, entry, *content);
-        case EntryType::Link:
-            return compareLink(entry, *content);
-        case EntryType::Folder:
-            break;
-        }
-        return {};
+        part.crc32 = libdeflate_crc32(0, content->data(), content->size());
+        return entry.type == EntryType::Link ? compareLink(entry, *content) : base::Outcome();
     }
 
 private:
@@ -142,10 +137,11 @@ private:
         return window_.bytes(part.start, size);
     }
 
-    base::Outcome compareFile(const Part& part, const Entry& entry, base::Bytes content) {
+    base::Outcome compareFile(Part& part, const Entry& entry, base::Bytes content) {
         auto file = SourceFile::open(folder_, entry);
         if (!file)
             return file.error();
+        part.crc32 = 0;
         // A little at a time stays in the processor's cache.
         constexpr std::size_t step = std::size_t{256} << 10;
         for (std::size_t done = 0; done < content.size() || done == 0; done += step) {
@@ -156,6 +152,7 @@ private:
                 return read;
             if (!std::equal(next.begin(), next.end(), onDisk))
                 return differs(tree_.pathOf(entry), "content");
+            part.crc32 = libdeflate_crc32(part.crc32, next.data(), next.size());
         }
         return {};
     }
@@ -182,10 +179,9 @@ base::Outcome compareCheckSums(std::span<const Part> parts, const ArchiveReader&
                                const PackageTree& tree) {
     std::uint32_t crc32 = 0;
     for (const Part& part : parts) {
-        if (part.offset == 0)
-            crc32 = 0;
-        crc32 = static_cast<std::uint32_t>(
-            ::crc32_combine(crc32, part.crc32, static_cast<z_off_t>(part.size)));
+        crc32 = part.offset == 0 ? part.crc32
+                                 : static_cast<std::uint32_t>(::crc32_combine(
+                                       crc32, part.crc32, static_cast<z_off_t>(part.size)));
         if (part.isLast && crc32 != archive.entries()[part.entry].crc32)
             return damaged(tree.pathOf(tree.entries[part.entry]));
     }
@@ -244,10 +240,10 @@ base::Outcome compareWith(const PackageTree& tree, const ArchiveReader& reader,
     if (tree.entries.size() != archived.size())
         return differs(package, "the list of entries");
     std::vector<Part> parts;
+    parts.reserve(archived.size());
     for (std::size_t index = 0; index < archived.size(); ++index) {
-        const Entry& entry = tree.entries[index];
         if (auto same =
-                compareRecords(archived[index], entry, tree.pathOf(entry), options.fixedTime);
+                compareRecords(archived[index], tree.entries[index], tree, options.fixedTime);
             !same)
             return same;
         appendParts(parts, index, archived[index], options.pieceEnds);
@@ -265,9 +261,9 @@ base::Outcome verify(int archive, const std::string& path, const std::string& pa
     if (!reader)
         return reader.error();
     if (options.listed != nullptr) {
-        auto tree = listAgain(package, *options.listed, options.threads);
-        auto compared =
-            tree ? compareWith(*tree, *reader, package, options) : base::Outcome(tree.error());
+        auto compared = checkListing(*options.listed, options.threads);
+        if (compared)
+            compared = compareWith(*options.listed, *reader, package, options);
         if (compared || compared.error().kind != base::ErrorKind::Changed)
             return compared;
     }

@@ -2,6 +2,7 @@
 
 #include "TestTree.h"
 #include "tests/support/ExpectFails.h"
+#include "zip/ListingCheck.h"
 
 #include <gmock/gmock.h>
 
@@ -43,17 +44,50 @@ TEST(ListPackage, FindsOnSeveralThreadsWhatOneFinds) {
     EXPECT_FAILS(zip::listPackage(folder / "A.app", 4), Unsupported);
 }
 
-TEST(ListAgain, FailsUnlessNamesAndKindsAreAsBefore) {
-    for (const char* change : {"mv file filf", "echo > zzz", "rm file", "rm file && mkdir file",
-                               "rm file && ln -s other file", "rmdir sub && echo > sub"}) {
+/// `earlier` as if its folders and the package itself had the states that they have now.
+zip::PackageTree withStatesOfNow(zip::PackageTree earlier, const zip::PackageTree& now) {
+    for (zip::Entry& entry : earlier.entries)
+        for (const zip::Entry& other : now.entries)
+            if (other.name == entry.name && entry.type == zip::EntryType::Folder)
+                entry.state = other.state;
+    return earlier;
+}
+
+TEST(CheckListing, FailsUnlessNamesAndKindsAreAsBefore) {
+    for (const char* change :
+         {"mv file filf", "echo > zzz", "echo > aaa", "rm file", "rm file && mkdir file",
+          "rm file && ln -s other file", "rm -r sub && echo > sub", "rm sub/deep && rmdir sub",
+          "echo > sub/more", "mv sub/deep sub/deeq", "ln -sfn deeq sub/deep", "rm sub/deep",
+          "rm sub/deep && echo > sub/deep"}) {
         const TemporaryFolder folder;
         fs::create_directories(folder / "A.app/sub");
         writeFile(folder / "A.app/file", "content");
+        writeFile(folder / "A.app/sub.txt", "stands before what sub holds");
+        writeFile(folder / "A.app/zebra", "stands after it");
+        fs::create_symlink("deep", folder / "A.app/sub/deep");
         auto earlier = zip::listPackage(folder / "A.app", 1);
         ASSERT_TRUE(earlier);
-        EXPECT_TRUE(zip::listAgain(folder / "A.app", *earlier, 1));
+        EXPECT_TRUE(zip::checkListing(*earlier, 1));
         ASSERT_EQ(runInShell("cd " + shellQuoted(folder / "A.app") + " && " + change).status, 0);
-        EXPECT_FAILS(zip::listAgain(folder / "A.app", *earlier, 1), Changed) << change;
+        EXPECT_FAILS(zip::checkListing(*earlier, 1), Changed) << change;
+        auto now = zip::listPackage(folder / "A.app", 1);
+        ASSERT_TRUE(now);
+        EXPECT_FAILS(zip::checkListing(withStatesOfNow(*std::move(earlier), *now), 1), Changed)
+            << change;
+    }
+}
+
+TEST(CheckListing, FailsIfAnotherPackageOrFolderHasTakenThePlace) {
+    for (const char* change :
+         {"mv A.app B.app && cp -a B.app A.app", "mv A.app B.app && ln -s B.app A.app",
+          "mv A.app/sub B && cp -a B A.app/sub && touch -r B A.app", "chmod 700 A.app/sub",
+          "mv ../in ../moved && cp -a ../moved ../in"}) {
+        const TemporaryFolder folder;
+        fs::create_directories(folder / "in/A.app/sub");
+        auto earlier = zip::listPackage(folder / "in/A.app", 1);
+        ASSERT_TRUE(earlier);
+        ASSERT_EQ(runInShell("cd " + shellQuoted(folder / "in") + " && " + change).status, 0);
+        EXPECT_FAILS(zip::checkListing(*earlier, 1), Changed) << change;
     }
 }
 
