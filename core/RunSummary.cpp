@@ -187,19 +187,18 @@ RunTally tallyOf(const std::vector<PackageRecord>& packages) {
     return tally;
 }
 
-std::string summaryOf(const std::vector<PackageRecord>& packages) {
-    const RunTally tally = tallyOf(packages);
-    const auto failed = static_cast<std::size_t>(std::ranges::count_if(packages, hasFailed));
+std::string summaryOf(const std::vector<PackageRecord>& packages, bool underWay) {
     const auto countOf = [&packages](PackageState state) {
-        return static_cast<std::size_t>(std::ranges::count(packages, state, &PackageRecord::state));
+        return std::ranges::count(packages, state, &PackageRecord::state);
     };
-    const std::size_t left = countOf(PackageState::Left);
-    const std::size_t done = tally.packages - failed - left - countOf(PackageState::Running);
-    std::string text =
-        counted(tally.packages, "package", "packages") + ": " + std::to_string(done) + " done";
-    if (failed > 0)
-        text += ", " + std::to_string(failed) + " failed";
-    if (left > 0)
-        text += ", " + std::to_string(left) + " left";
+    std::string text = counted(packages.size(), "package", "packages") + ": " +
+                       std::to_string(countOf(PackageState::Done)) + " done";
+    const auto append = [&text](std::ptrdiff_t count, const char* what) {
+        if (count > 0)
+            text += ", " + std::to_string(count) + what;
+    };
+    append(std::ranges::count_if(packages, hasFailed), " failed");
+    append(countOf(PackageState::Running), " at work");
+    append(countOf(PackageState::Left), underWay ? " to come" : " left");
     return text + ".";
 }

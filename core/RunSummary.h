@@ -44,5 +44,6 @@ struct RunTally {
 };
 [[nodiscard]] RunTally tallyOf(const std::vector<PackageRecord>& packages);
 
-/// "4 packages: 2 done, 1 failed, 1 left."
-[[nodiscard]] std::string summaryOf(const std::vector<PackageRecord>& packages);
+/// "4 packages: 2 done, 1 failed, 1 left."; while the run is under way "…, 1 at work, 1 to come."
+[[nodiscard]] std::string summaryOf(const std::vector<PackageRecord>& packages,
+                                    bool underWay = false);

@@ -26,7 +26,7 @@ QString timeOf(const std::string& file) {
 }
 
 QString stateOf(const RecordedRun& run) {
-    QString text = QString::fromStdString(summaryOf(run.packages));
+    QString text = QString::fromStdString(summaryOf(run.packages, run.underWay));
     if (!run.trouble.empty())
         text += ResultsWindow::tr(" This run could not be written down.");
     if (run.underWay)
@@ -106,9 +106,10 @@ void ResultsWindow::summarizeNext() {
         return summarizing_.stop();
     const std::string file = runs_->itemData(summarized_).toByteArray().toStdString();
     const auto run = readRun(file);
-    runs_->setItemText(summarized_++, timeOf(file) + " · " +
-                                          (run ? QString::fromStdString(summaryOf(run->packages))
-                                               : tr("cannot be read")));
+    runs_->setItemText(summarized_++,
+                       timeOf(file) + " · " +
+                           (run ? QString::fromStdString(summaryOf(run->packages, run->underWay))
+                                : tr("cannot be read")));
 }
 
 void ResultsWindow::layOut() {
