@@ -74,6 +74,34 @@ std::vector<std::string> packagesToRetry(const RecordedRun& run) {
     return paths;
 }
 
+base::Result<std::vector<std::string>> packagesToRetry(const std::string& file) {
+    const auto run = readRun(file);
+    if (!run)
+        return recordFault(file);
+    std::vector<std::string> packages = packagesToRetry(*run);
+    if (packages.empty())
+        return base::Error{base::ErrorKind::NotFound,
+                           "Nothing failed and nothing was left in the run recorded in " + file +
+                               ". To process a package once more, drop it on the main window."};
+    return packages;
+}
+
+base::Error recordFault(const std::string& file) {
+    if (lastPathComponent(file) == RunRecord::nowhere)
+        return {base::ErrorKind::NotFound,
+                "The run could be written down neither in " + deletingLastPathComponent(file) +
+                    " nor in a temporary folder. Free some space there or check the permissions; "
+                    "the system log tells what became of each package."};
+    if (!fileExists(file))
+        return {base::ErrorKind::NotFound,
+                "This record is no longer there: " + file +
+                    ". Choose another run, or drop the packages on the main window once more."};
+    return {base::ErrorKind::Damaged,
+            "This record cannot be read: " + file +
+                ". It was cut or changed, or its permissions do not allow it. Check these, or drop "
+                "the packages on the main window once more."};
+}
+
 std::optional<Failure> failureOf(const PackageRecord& package) {
     if (!hasFailed(package))
         return std::nullopt;
