@@ -82,6 +82,14 @@ struct Results : testing::Test {
     std::string retryFails;
 };
 
+/// Takes a copy away, and the folders that were made for it.
+void removeCopy(const std::filesystem::path& file) {
+    std::filesystem::remove(file);
+    std::error_code stillUsed;
+    for (const auto& folder : {file.parent_path(), file.parent_path().parent_path()})
+        std::filesystem::remove(folder, stillUsed);
+}
+
 /// What `write` gives where no file can have any content.
 std::string onFullDisks(const std::function<std::string()>& write) {
     rlimit limit{};
@@ -208,23 +216,23 @@ TEST_F(Results, AreOfThisRunEvenIfItCouldNotBeWrittenDown) {
         EXPECT_TRUE(waitUntil([&turned] { return turned; }));
         EXPECT_THAT(reporter.trouble(), HasSubstr(blocked));
         EXPECT_EQ(reporter.file(), copy);
-        std::filesystem::remove(copy);
+        removeCopy(copy);
     }
     EXPECT_THAT(part<QPlainTextEdit>(*window, "message").verticalScrollBar()->maximum(), 0);
 
     // Where others may write, nothing is put.
-    std::filesystem::permissions(temporary + "/kelpmoray-" + std::to_string(getuid()),
-                                 std::filesystem::perms::others_write,
-                                 std::filesystem::perm_options::add);
+    const std::string shared = folder.makeFolder("temporary/kelpmoray-" + std::to_string(getuid()));
+    std::filesystem::permissions(shared, std::filesystem::perms::all);
     const ScopedEnvironment noSession("XDG_RUNTIME_DIR", std::nullopt);
     const ScopedEnvironment open("TMPDIR", temporary);
     reporter.model().setPackages(reporter.model().packages());
     const std::string elsewhere = reporter.file();
     EXPECT_TRUE(elsewhere.starts_with("/tmp" + ofUser)) << elsewhere;
-    std::filesystem::remove(elsewhere);
+    removeCopy(elsewhere);
 
     reporter.model().setPackages(reporter.model().packages());
     const std::string nowhere = onFullDisks([&] { return reporter.file(); });
+    removeCopy("/tmp" + ofUser + "none");
     window->showRecord(nowhere);
     EXPECT_THAT(summary(), HasSubstr("could be written down neither in " + blocked));
     EXPECT_THAT(listed(*window), IsEmpty());
