@@ -166,7 +166,7 @@ void ResultsWindow::showRun(const std::string& file) {
     const int lines = trouble_.isEmpty() ? 4 : 6;
     message_->setFixedHeight(lines * message_->fontMetrics().lineSpacing() +
                              2 * static_cast<int>(message_->document()->documentMargin()) +
-                             2 * message_->frameWidth());
+                             2 * message_->frameWidth() + 1); // which it keeps free
     offerRetry(run);
     list_->setCurrentIndex(model_.index(0, 0));
     showCurrent();

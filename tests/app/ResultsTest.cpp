@@ -312,6 +312,10 @@ TEST_F(Results, OfferOnlyWhatThereIsAndByKeyboardToo) {
     QTest::keyClick(&list, Qt::Key_Tab);
     ASSERT_TRUE(waitUntil([&text] { return text.hasFocus(); }));
     EXPECT_NE(outline(), before) << "where the focus is can be seen";
+    for (const int lines : {4, 5}) { // there is room for four
+        text.setPlainText(QString("line\n").repeated(lines).trimmed());
+        EXPECT_EQ(text.verticalScrollBar()->maximum(), lines - 4);
+    }
 }
 
 TEST_F(Results, AreReadOutWithoutMarkup) {
