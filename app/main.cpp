@@ -78,16 +78,15 @@ std::string_view recordOption(int argc, char** argv) {
     return "";
 }
 
-/// The packages of a recorded run that are to be processed again; says so if there are none.
+/// The packages of a recorded run that are to be processed again; says why if there are none.
 LocationList locationsToRetry(const std::string& file) {
     LocationList locations;
-    if (const auto run = readRun(file)) {
-        for (const std::string& package : packagesToRetry(*run))
+    const auto packages = packagesToRetry(file);
+    if (!packages)
+        std::fprintf(stderr, "kelpmoray: %s\n", base::printable(packages.error().sentence).c_str());
+    else
+        for (const std::string& package : *packages)
             locations.emplace_back(FileUrl::fileURLWithPath(package));
-    }
-    if (locations.empty())
-        std::fprintf(stderr, "kelpmoray: %s is no record of a run with packages to retry.\n",
-                     base::printable(file).c_str());
     return locations;
 }
 

@@ -87,12 +87,12 @@ bool isNameOf(int descriptor, const std::string& path) {
            opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
-bool removeLeftover(const std::string& folder, const std::string& name) {
+bool removeLeftover(const std::string& folder, const std::string& name, mode_t type) {
     if (!isTemporaryName(name))
         return false;
     const std::string path = folder + '/' + name;
     struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+    if (::lstat(path.c_str(), &status) != 0 || (status.st_mode & S_IFMT) != type)
         return false;
     // A process that is alive holds the lock until the file has its final name.
     const FileDescriptor opened = openForLocking(path);
@@ -100,10 +100,10 @@ bool removeLeftover(const std::string& folder, const std::string& name) {
            ::unlink(path.c_str()) == 0;
 }
 
-void removeLeftovers(const std::string& folder) {
+void removeLeftovers(const std::string& folder, mode_t type) {
     std::error_code code;
     for (fs::directory_iterator file(folder, code), end; !code && file != end; file.increment(code))
-        removeLeftover(folder, file->path().filename().string());
+        removeLeftover(folder, file->path().filename().string(), type);
 }
 
 } // namespace base

@@ -6,10 +6,12 @@
 #include <string>
 #include <string_view>
 
+#include <sys/stat.h>
+
 namespace base {
 
-// Files that are written aside have names of one form. A killed process leaves its file behind; a
-// process that still writes holds a lock (flock) on it.
+// Files that are written aside, and pipes, have names of one form. A killed process leaves its file
+// behind; a process that still uses it holds a lock (flock) on it.
 
 /// ".kelpmoray-", 32 random hexadecimal digits, ".tmp"; none if the system has no random bytes,
 /// with errno set. Any thread.
@@ -35,10 +37,11 @@ namespace base {
 [[nodiscard]] bool isNameOf(int descriptor, const std::string& path);
 
 /// Removes the file `name` in `folder` if a killed process has left it: it has a name of our form,
-/// is a plain file, and nobody has locked it. False if it stays. Any thread.
-bool removeLeftover(const std::string& folder, const std::string& name);
+/// is of the type (S_IFMT) given, a plain file or a pipe, and nobody has locked it. False if it
+/// stays. Any thread.
+bool removeLeftover(const std::string& folder, const std::string& name, mode_t type = S_IFREG);
 
 /// The same for all files of a folder.
-void removeLeftovers(const std::string& folder);
+void removeLeftovers(const std::string& folder, mode_t type = S_IFREG);
 
 } // namespace base

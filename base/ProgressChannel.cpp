@@ -3,6 +3,7 @@
 #include "base/Leftovers.h"
 #include "base/Number.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <utility>
 
@@ -23,15 +24,6 @@ FileDescriptor pipeInEnvironment() {
     if (!pipe.open() || ::fstat(pipe.get(), &status) != 0 || !S_ISFIFO(status.st_mode))
         return {};
     return pipe;
-}
-
-/// Makes a pipe in `folder` and gives its path; empty if that does not go.
-std::string pipeIn(std::string folder) {
-    const auto name = temporaryName();
-    if (!name || !folder.starts_with('/') || folder.find('\'') != std::string::npos)
-        return "";
-    folder.append("/").append(*name);
-    return ::mkfifo(folder.c_str(), 0600) == 0 ? folder : "";
 }
 
 } // namespace
@@ -56,12 +48,30 @@ void ProgressChannel::tell(std::uint64_t done, std::uint64_t total) {
 
 ProgressPipe::ProgressPipe() {
     for (const char* variable : {"XDG_RUNTIME_DIR", "TMPDIR"})
-        if (const char* folder = std::getenv(variable); folder != nullptr && path_.empty())
-            path_ = pipeIn(folder);
-    if (path_.empty())
-        path_ = pipeIn("/tmp");
-    // For writing too: else it would be at its end between two steps.
-    pipe_ = FileDescriptor::openAt(AT_FDCWD, path_.c_str(), O_RDWR | O_NONBLOCK);
+        if (const char* folder = std::getenv(variable); folder != nullptr && makeIn(folder))
+            return;
+    (void)makeIn("/tmp");
+}
+
+bool ProgressPipe::makeIn(const std::string& folder) {
+    if (!folder.starts_with('/') || folder.find('\'') != std::string::npos)
+        return false;
+    removeLeftovers(folder, S_IFIFO);
+    const auto name = temporaryName();
+    path_ = folder + '/' + name.value_or("");
+    if (name && ::mkfifo(path_.c_str(), 0600) == 0) {
+        // For writing too: else it would be at its end between two steps.
+        pipe_ = FileDescriptor::openAt(AT_FDCWD, path_.c_str(), O_RDWR | O_NONBLOCK);
+        // Another process may take it for a leftover before it is locked. Some systems lock no
+        // pipes; they keep leftovers.
+        if (pipe_.open() && (lockWithoutWaiting(pipe_.get()) || errno != EWOULDBLOCK) &&
+            isNameOf(pipe_.get(), path_))
+            return true;
+        ::unlink(path_.c_str());
+    }
+    pipe_ = {};
+    path_.clear();
+    return false;
 }
 
 ProgressPipe::~ProgressPipe() {

@@ -35,7 +35,8 @@ private:
 };
 
 /// The other end: a named pipe that the environment of steps may name. Nothing is left of it after
-/// this object. One thread at a time.
+/// this object; what a killed process left goes when the next one is made in the same folder. One
+/// thread at a time.
 class ProgressPipe {
 public:
     /// Makes it in XDG_RUNTIME_DIR, TMPDIR or /tmp.
@@ -52,6 +53,8 @@ public:
     [[nodiscard]] std::optional<int> takePercent();
 
 private:
+    bool makeIn(const std::string& folder);
+
     std::string path_;
     FileDescriptor pipe_;
 };

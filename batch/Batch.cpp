@@ -212,14 +212,14 @@ ExitStatus Batch::listPackages(bool tookAll) {
     const bool hasWork = workSet_.count() > 0;
     Json::Array list;
     for (const std::string& entry : workSet_.allObjects()) {
-        for (const Task& task : takeTasks(entry)) {
+        for (const std::string& package : packagesToProcess(caller_, entry)) {
             if (options_.json)
-                list.emplace_back(task.package);
+                list.emplace_back(package);
             else if (options_.nullSeparated)
-                environment_.out << task.package << '\0';
+                environment_.out << package << '\0';
             else
-                environment_.out << (environment_.outIsTerminal ? base::printable(task.package)
-                                                                : task.package)
+                environment_.out << (environment_.outIsTerminal ? base::printable(package)
+                                                                : package)
                                  << '\n';
         }
     }
@@ -249,7 +249,7 @@ bool Batch::processAll() {
             report_.folderSkipped();
             workSet_.remove(entry);
         } else if (options_.doNotCodesign && options_.requireSignature) {
-            report_.entryFailed(entry, "It is not packed, as --require-signature was given.");
+            failEntry(entry, "It is not packed, as --require-signature was given.");
             workSet_.remove(entry);
         } else if (!process(takeTasks(entry))) {
             return false;
@@ -268,9 +268,22 @@ std::vector<Batch::Task> Batch::takeTasks(const std::string& entry) {
         tasks.push_back({package, entry, isFirst ? "" : first->second});
     }
     if (tasks.empty())
-        report_.entryFailed(entry, "Its packages are no longer there.");
+        failEntry(entry, "Its packages are no longer there.");
     report_.packagesFound(tasks.size());
     return tasks;
+}
+
+void Batch::fail(const std::string& package, const std::string& entry, const std::string& reason) {
+    logFailure("%@: %@", package, reason);
+    const PackageRecord failed{
+        .path = package, .entry = entry, .state = PackageState::Failed, .notSigned = reason};
+    record_.add(failed);
+    report_.packageFailed(failed);
+}
+
+void Batch::failEntry(const std::string& entry, const std::string& reason) {
+    report_.packagesFound(1);
+    fail(entry, entry, reason);
 }
 
 bool Batch::signs() const {
@@ -300,15 +313,8 @@ bool Batch::process(const std::vector<Task>& tasks) {
 
 void Batch::process(const Task& task, unsigned slot, unsigned threads) {
     const Log::Subject subject(task.package);
-    if (const std::string obstacle = obstacleOf(task.package, task.rival); !obstacle.empty()) {
-        logFailure("%@: %@", task.package, obstacle);
-        record_.add({.path = task.package,
-                     .entry = task.entry,
-                     .state = PackageState::Failed,
-                     .notSigned = obstacle});
-        report_.packageFailed(task.package, task.entry, obstacle);
-        return;
-    }
+    if (const std::string obstacle = obstacleOf(task.package, task.rival); !obstacle.empty())
+        return fail(task.package, task.entry, obstacle);
     Work work{.task = task, .slot = slot, .threads = threads};
     processPackage(caller_.in("doProcessItemNew:"), environment_.bundle, hooksOf(work),
                    task.package);

@@ -76,6 +76,10 @@ private:
     bool processAll();
     /// The packages of an entry, which leaves the work set.
     [[nodiscard]] std::vector<Task> takeTasks(const std::string& entry);
+    /// Records and tells a package that could not be begun.
+    void fail(const std::string& package, const std::string& entry, const std::string& reason);
+    /// The same for an entry, none of whose packages could be begun.
+    void failEntry(const std::string& entry, const std::string& reason);
     /// False when some were left.
     bool process(const std::vector<Task>& tasks);
     void process(const Task& task, unsigned slot, unsigned threads);

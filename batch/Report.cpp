@@ -112,29 +112,17 @@ void Report::packageEnded(const PackageRecord& package, const std::vector<Script
     print(ending.output + line + '\n', isFailure);
 }
 
-void Report::packageFailed(const std::string& package, const std::string& entry,
-                           const std::string& reason) {
+void Report::packageFailed(const PackageRecord& package) {
+    const std::string& reason = package.notSigned;
     const std::lock_guard lock(mutex_);
     progress_.pass();
-    printFailure(package, entry, reason);
-}
-
-void Report::entryFailed(const std::string& entry, const std::string& reason) {
-    const std::lock_guard lock(mutex_);
-    printFailure(entry, entry, reason);
-}
-
-void Report::printFailure(const std::string& path, const std::string& entry,
-                          const std::string& reason) {
     ++tally_.failed;
     if (look_.form == Form::Json) {
-        const PackageRecord package{
-            .path = path, .entry = entry, .state = PackageState::Failed, .notSigned = reason};
         print(Json(Json::Object{{"package", jsonOf(package)}, {"error", reason}}).text() + '\n',
               true);
         return;
     }
-    print(base::printable(lastPathComponent(path)) + ": " + coloured(red, "FAILED") + ": " +
+    print(base::printable(lastPathComponent(package.path)) + ": " + coloured(red, "FAILED") + ": " +
               base::printable(reason) + '\n',
           true);
 }

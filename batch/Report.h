@@ -40,11 +40,8 @@ public:
     [[nodiscard]] std::string packageStarted(const std::string& package, unsigned slot);
     void packageEnded(const PackageRecord& package, const std::vector<ScriptRun>& runs,
                       unsigned slot);
-    /// A package that could not be begun.
-    void packageFailed(const std::string& package, const std::string& entry,
-                       const std::string& reason);
-    /// An entry, none of whose packages could be begun.
-    void entryFailed(const std::string& entry, const std::string& reason);
+    /// A package that could not be begun; its record says why it is not signed.
+    void packageFailed(const PackageRecord& package);
     void folderSkipped();
     /// A PATH that cannot be processed; told elsewhere too.
     void pathRefused(const std::string& sentence);
@@ -54,7 +51,6 @@ public:
 
 private:
     void print(const std::string& text, bool isFailure);
-    void printFailure(const std::string& path, const std::string& entry, const std::string& reason);
     [[nodiscard]] std::string coloured(const char* colour, const std::string& text) const;
 
     std::ostream& out_;

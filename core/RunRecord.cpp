@@ -3,6 +3,7 @@
 #include "base/ByteReader.h"
 #include "base/Result.h"
 #include "base/Sha256.h"
+#include "base/Utf8.h"
 #include "core/Description.h"
 #include "core/Identities.h"
 #include "core/Path.h"
@@ -60,9 +61,8 @@ std::string lastLineOf(const std::optional<std::string>& output) {
 
 std::string endOf(const std::string& text) {
     std::size_t from = text.size() - std::min(text.size(), RunRecord::outputKept);
-    while (from > 0 && from < text.size() &&
-           (static_cast<unsigned char>(text[from]) & 0xC0U) == 0x80U)
-        ++from; // not within a character
+    while (from > 0 && from < text.size() && base::isContinuation(text[from]))
+        ++from;
     return text.substr(from);
 }
 

@@ -35,6 +35,10 @@ public:
     /// Of a script's last line, the beginning and the end.
     static constexpr std::size_t lineKept = 8U << 10U;
 
+    /// In the folder of the records, stands for a run that could be written down nowhere. No file
+    /// has this name.
+    static constexpr const char* nowhere = "not written down";
+
     /// kelpmoray/runs in the XDG folder for state; empty if the user has no home.
     [[nodiscard]] static std::string userFolder();
 
@@ -91,6 +95,9 @@ private:
     std::size_t count_ = 0;     ///< of the packages that have started
     std::map<std::size_t, PackageRecord> atWork_;
 };
+
+/// Keeps of the packages that are left only those that did not begin, each once, behind the others.
+void putLeftLast(std::vector<PackageRecord>& packages);
 
 /// The files of the runs in `folder`, the newest first.
 [[nodiscard]] std::vector<std::string> recordedRuns(const std::string& folder);

@@ -87,22 +87,6 @@ RecordedRun runIn(const std::string& text) {
     return run;
 }
 
-/// Each package stands among those found first; only what did not begin is left.
-void putLeftLast(std::vector<PackageRecord>& packages) {
-    const auto isLeft = [](const PackageRecord& package) {
-        return package.state == PackageState::Left;
-    };
-    std::unordered_set<std::string> others;
-    for (const PackageRecord& package : packages) {
-        if (!isLeft(package))
-            others.insert(package.path);
-    }
-    std::erase_if(packages, [&](const PackageRecord& package) {
-        return isLeft(package) && !others.insert(package.path).second;
-    });
-    std::stable_partition(packages.begin(), packages.end(), std::not_fn(isLeft));
-}
-
 } // namespace
 
 Json jsonOf(const PackageRecord& package) {
@@ -142,6 +126,21 @@ PackageRecord packageOf(const Json& json) {
     return package;
 }
 
+void putLeftLast(std::vector<PackageRecord>& packages) {
+    const auto isLeft = [](const PackageRecord& package) {
+        return package.state == PackageState::Left;
+    };
+    std::unordered_set<std::string> others;
+    for (const PackageRecord& package : packages) {
+        if (!isLeft(package))
+            others.insert(package.path);
+    }
+    std::erase_if(packages, [&](const PackageRecord& package) {
+        return isLeft(package) && !others.insert(package.path).second;
+    });
+    std::stable_partition(packages.begin(), packages.end(), std::not_fn(isLeft));
+}
+
 std::vector<std::string> recordedRuns(const std::string& folder) {
     std::vector<std::string> files;
     std::error_code error;
@@ -171,6 +170,6 @@ std::optional<RecordedRun> readRun(const std::string& file) {
         if (package.state == PackageState::Running && !run.underWay)
             package.state = PackageState::Interrupted;
     }
-    putLeftLast(run.packages);
+    putLeftLast(run.packages); // each stands among those found first
     return run;
 }

@@ -74,6 +74,34 @@ std::vector<std::string> packagesToRetry(const RecordedRun& run) {
     return paths;
 }
 
+base::Result<std::vector<std::string>> packagesToRetry(const std::string& file) {
+    const auto run = readRun(file);
+    if (!run)
+        return recordFault(file);
+    std::vector<std::string> packages = packagesToRetry(*run);
+    if (packages.empty())
+        return base::Error{base::ErrorKind::NotFound,
+                           "Nothing failed and nothing was left in the run recorded in " + file +
+                               ". To process a package once more, drop it on the main window."};
+    return packages;
+}
+
+base::Error recordFault(const std::string& file) {
+    if (lastPathComponent(file) == RunRecord::nowhere)
+        return {base::ErrorKind::NotFound,
+                "The run could be written down neither in " + deletingLastPathComponent(file) +
+                    " nor in a temporary folder. Free some space there or check the permissions; "
+                    "the system log tells what became of each package."};
+    if (!fileExists(file))
+        return {base::ErrorKind::NotFound,
+                "This record is no longer there: " + file +
+                    ". Choose another run, or drop the packages on the main window once more."};
+    return {base::ErrorKind::Damaged,
+            "This record cannot be read: " + file +
+                ". It was cut or changed, or its permissions do not allow it. Check these, or drop "
+                "the packages on the main window once more."};
+}
+
 std::optional<Failure> failureOf(const PackageRecord& package) {
     if (!hasFailed(package))
         return std::nullopt;
@@ -187,19 +215,18 @@ RunTally tallyOf(const std::vector<PackageRecord>& packages) {
     return tally;
 }
 
-std::string summaryOf(const std::vector<PackageRecord>& packages) {
-    const RunTally tally = tallyOf(packages);
-    const auto failed = static_cast<std::size_t>(std::ranges::count_if(packages, hasFailed));
+std::string summaryOf(const std::vector<PackageRecord>& packages, bool underWay) {
     const auto countOf = [&packages](PackageState state) {
-        return static_cast<std::size_t>(std::ranges::count(packages, state, &PackageRecord::state));
+        return std::ranges::count(packages, state, &PackageRecord::state);
     };
-    const std::size_t left = countOf(PackageState::Left);
-    const std::size_t done = tally.packages - failed - left - countOf(PackageState::Running);
-    std::string text =
-        counted(tally.packages, "package", "packages") + ": " + std::to_string(done) + " done";
-    if (failed > 0)
-        text += ", " + std::to_string(failed) + " failed";
-    if (left > 0)
-        text += ", " + std::to_string(left) + " left";
+    std::string text = counted(packages.size(), "package", "packages") + ": " +
+                       std::to_string(countOf(PackageState::Done)) + " done";
+    const auto append = [&text](std::ptrdiff_t count, const char* what) {
+        if (count > 0)
+            text += ", " + std::to_string(count) + what;
+    };
+    append(std::ranges::count_if(packages, hasFailed), " failed");
+    append(countOf(PackageState::Running), " at work");
+    append(countOf(PackageState::Left), underWay ? " to come" : " left");
     return text + ".";
 }

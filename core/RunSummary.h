@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Result.h"
 #include "core/RunRecord.h"
 
 /// What the window and the terminal tell a person of a run. Any thread.
@@ -20,6 +21,12 @@ struct Failure {
 /// The paths of those that failed, and unless the run is still under way of those that are left,
 /// each once.
 [[nodiscard]] std::vector<std::string> packagesToRetry(const RecordedRun& run);
+
+/// The same of the run whose record is `file`, at least one; or why there are none.
+[[nodiscard]] base::Result<std::vector<std::string>> packagesToRetry(const std::string& file);
+
+/// Why readRun() gives none for `file`.
+[[nodiscard]] base::Error recordFault(const std::string& file);
 
 /// "Done", "Working", "Not signed", "Not packed", "Interrupted" or "Not begun": more than a colour.
 [[nodiscard]] std::string stateWord(const PackageRecord& package);
@@ -44,5 +51,6 @@ struct RunTally {
 };
 [[nodiscard]] RunTally tallyOf(const std::vector<PackageRecord>& packages);
 
-/// "4 packages: 2 done, 1 failed, 1 left."
-[[nodiscard]] std::string summaryOf(const std::vector<PackageRecord>& packages);
+/// "4 packages: 2 done, 1 failed, 1 left."; while the run is under way "…, 1 at work, 1 to come."
+[[nodiscard]] std::string summaryOf(const std::vector<PackageRecord>& packages,
+                                    bool underWay = false);

@@ -51,10 +51,15 @@ void ResultsList::copyCurrent() const {
         QGuiApplication::clipboard()->setText(QString::fromStdString(messageOf(*package)));
 }
 
-void ResultsList::showOutputOfCurrent() {
+bool ResultsList::hasOutput() const {
     const PackageRecord* package = currentPackage();
-    if (package == nullptr)
+    return package != nullptr && !package->steps.empty();
+}
+
+void ResultsList::showOutputOfCurrent() {
+    if (!hasOutput())
         return;
+    const PackageRecord* package = currentPackage();
     QString output;
     for (const StepRecord& step : package->steps)
         output +=
@@ -78,23 +83,29 @@ void ResultsList::showOutputOfCurrent() {
     dialog->show();
 }
 
-void ResultsList::contextMenuEvent(QContextMenuEvent* event) {
-    if (event->reason() == QContextMenuEvent::Mouse)
-        setCurrentIndex(indexAt(event->pos()));
+void ResultsList::showMenu(const QPoint& at) {
     if (currentPackage() == nullptr)
         return;
     QMenu menu(this);
     menu.addAction(tr("&Reveal"), this, &ResultsList::revealCurrent);
     menu.addAction(tr("&Copy Message"), this, &ResultsList::copyCurrent);
-    menu.addAction(tr("Show Full &Output"), this, &ResultsList::showOutputOfCurrent);
+    menu.addAction(tr("Show Full &Output"), this, &ResultsList::showOutputOfCurrent)
+        ->setEnabled(hasOutput());
+    menu.exec(viewport()->mapToGlobal(at));
+}
+
+void ResultsList::contextMenuEvent(QContextMenuEvent* event) {
     const bool byMouse = event->reason() == QContextMenuEvent::Mouse;
-    menu.exec(byMouse ? event->globalPos()
-                      : viewport()->mapToGlobal(visualRect(currentIndex()).center()));
+    if (byMouse)
+        setCurrentIndex(indexAt(event->pos()));
+    showMenu(byMouse ? event->pos() : visualRect(currentIndex()).center());
 }
 
 void ResultsList::keyPressEvent(QKeyEvent* event) {
     if (event->matches(QKeySequence::Copy))
         copyCurrent();
+    else if (event->key() == Qt::Key_F10 && event->modifiers() == Qt::ShiftModifier)
+        showMenu(visualRect(currentIndex()).center()); // the toolkit knows the menu key only
     else
         QListView::keyPressEvent(event);
 }

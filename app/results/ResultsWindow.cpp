@@ -12,6 +12,7 @@
 #include <QVBoxLayout>
 
 #include <algorithm>
+#include <filesystem>
 
 namespace {
 
@@ -20,33 +21,32 @@ QString timeOf(const std::string& file) {
     const QString name = QString::fromStdString(lastPathComponent(file)).left(19);
     const QDateTime started = QDateTime::fromString(name + 'Z', "yyyy-MM-ddTHH-mm-ss'Z'");
     if (!started.isValid())
-        return shownLine(lastPathComponent(file));
+        return lastPathComponent(file) == RunRecord::nowhere ? ResultsWindow::tr("This run")
+                                                             : shownLine(lastPathComponent(file));
     return QLocale().toString(QDateTime(started.date(), started.time(), Qt::UTC).toLocalTime(),
                               QLocale::ShortFormat);
 }
 
+bool has(const RecordedRun& run, PackageState state) {
+    return std::ranges::find(run.packages, state, &PackageRecord::state) != run.packages.end();
+}
+
 QString stateOf(const RecordedRun& run) {
-    QString text = QString::fromStdString(summaryOf(run.packages));
+    QString text = QString::fromStdString(summaryOf(run.packages, run.underWay));
     if (!run.trouble.empty())
         text += ResultsWindow::tr(" This run could not be written down.");
     if (run.underWay)
         return text + ResultsWindow::tr(" The run is still under way.");
-    const auto has = [&run](PackageState state) {
-        return std::ranges::find(run.packages, state, &PackageRecord::state) != run.packages.end();
-    };
-    if (has(PackageState::Interrupted) || (has(PackageState::Left) && !run.finished))
+    const bool isLeft = has(run, PackageState::Left);
+    if (has(run, PackageState::Interrupted) || (isLeft && !run.finished))
         return text + ResultsWindow::tr(" The run was interrupted.");
-    return has(PackageState::Left) ? text + ResultsWindow::tr(" The run was stopped.") : text;
+    return isLeft ? text + ResultsWindow::tr(" The run was stopped.") : text;
 }
 
-QString unreadable(const std::string& file) {
-    const QString path = shownLine(file);
-    return isDirectory(file) ? ResultsWindow::tr("The run could not be written down in %1. The "
-                                                 "system log tells why.")
-                                   .arg(path)
-                             : ResultsWindow::tr("This record cannot be read: %1. It was cut or "
-                                                 "changed, or its permissions do not allow it.")
-                                   .arg(path);
+/// Whether both are the same file, however each is named.
+bool areSame(const std::string& one, const std::string& other) {
+    std::error_code error;
+    return std::filesystem::equivalent(one, other, error);
 }
 
 } // namespace
@@ -85,7 +85,10 @@ void ResultsWindow::showRecord(const std::string& file) {
     {
         const QSignalBlocker blocker(runs_);
         std::vector<std::string> files = recordedRuns(folder_);
-        auto shown = file.empty() ? files.begin() : std::ranges::find(files, file);
+        auto shown = file.empty() ? files.begin()
+                                  : std::ranges::find_if(files, [&file](const std::string& each) {
+                                        return areSame(each, file);
+                                    });
         if (!file.empty() && shown == files.end())
             shown = files.insert(files.begin(), file);
         runs_->clear();
@@ -106,9 +109,10 @@ void ResultsWindow::summarizeNext() {
         return summarizing_.stop();
     const std::string file = runs_->itemData(summarized_).toByteArray().toStdString();
     const auto run = readRun(file);
-    runs_->setItemText(summarized_++, timeOf(file) + " · " +
-                                          (run ? QString::fromStdString(summaryOf(run->packages))
-                                               : tr("cannot be read")));
+    runs_->setItemText(summarized_++,
+                       timeOf(file) + " · " +
+                           (run ? QString::fromStdString(summaryOf(run->packages, run->underWay))
+                                : tr("cannot be read")));
 }
 
 void ResultsWindow::layOut() {
@@ -126,14 +130,12 @@ void ResultsWindow::layOut() {
     message_->setObjectName("message");
     message_->setAccessibleName(tr("Message"));
     message_->setReadOnly(true);
+    message_->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
     message_->setTabChangesFocus(true);
-    message_->setFrameShape(QFrame::NoFrame);
     message_->viewport()->setAutoFillBackground(false);
     message_->setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
-    constexpr int lines = 4;
-    message_->setFixedHeight(lines * message_->fontMetrics().lineSpacing() +
-                             2 * static_cast<int>(message_->document()->documentMargin()));
     list_->setObjectName("results");
+    output_->setObjectName("output");
     retry_->setObjectName("retry");
     auto* buttons = new QHBoxLayout;
     for (QPushButton* button : {reveal_, copy_, output_})
@@ -159,27 +161,28 @@ void ResultsWindow::showRun(const std::string& file) {
     model_.putFailedFirst();
     summary_->setText(run            ? stateOf(*run)
                       : file.empty() ? tr("No run is recorded yet. Process a package first.")
-                                     : unreadable(file));
+                                     : shownLine(recordFault(file).sentence));
     trouble_ = run ? shownLine(run->trouble) : QString();
+    const int lines = trouble_.isEmpty() ? 4 : 6;
+    message_->setFixedHeight(lines * message_->fontMetrics().lineSpacing() +
+                             2 * static_cast<int>(message_->document()->documentMargin()) +
+                             2 * message_->frameWidth() + 1); // which it keeps free
     offerRetry(run);
     list_->setCurrentIndex(model_.index(0, 0));
     showCurrent();
 }
 
 void ResultsWindow::offerRetry(const std::optional<RecordedRun>& run) {
-    const std::vector<std::string> packages =
-        run ? packagesToRetry(*run) : std::vector<std::string>{};
-    const bool onlyFailed =
-        run && packages.size() <=
-                   static_cast<std::size_t>(std::ranges::count_if(run->packages, hasFailed));
-    retry_->setEnabled(!packages.empty());
-    retry_->setText(onlyFailed || packages.empty() ? tr("Retry &Failed") : tr("Process Re&st"));
+    const bool isLeft = run && !run->underWay && has(*run, PackageState::Left);
+    retry_->setEnabled(run && !packagesToRetry(*run).empty());
+    retry_->setText(isLeft ? tr("Process Re&st") : tr("Retry &Failed"));
 }
 
 void ResultsWindow::showCurrent() {
     const PackageRecord* package = list_->currentPackage();
-    for (QPushButton* button : {reveal_, copy_, output_})
+    for (QPushButton* button : {reveal_, copy_})
         button->setEnabled(package != nullptr);
+    output_->setEnabled(list_->hasOutput());
     QString text;
     if (package != nullptr) {
         const auto failure = failureOf(*package);
@@ -187,7 +190,7 @@ void ResultsWindow::showCurrent() {
                                  : messageOf(*package).substr(package->path.size() + 1))
                    .trimmed();
     }
-    message_->setPlainText(trouble_.isEmpty() ? text : text + '\n' + trouble_);
+    message_->setPlainText(trouble_.isEmpty() ? text : trouble_ + '\n' + text);
 }
 
 void ResultsWindow::reveal(const QString& path) {

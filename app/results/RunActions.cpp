@@ -90,6 +90,8 @@ std::string RunActions::showRun(const std::string& file) {
 }
 
 std::string RunActions::retry(const std::string& file) {
+    if (const auto packages = packagesToRetry(file); !packages)
+        return packages.error().sentence;
     // Not the packages: there may be more than a command line has room for.
     return start({"--retry", QString::fromStdString(file)});
 }

@@ -26,10 +26,11 @@ public:
     /// Shows a notification of what failed, wherever the person looks. `identifier` is the
     /// application's.
     static void tellFailure(const std::string& identifier, const EndedRun& run);
-    // Both start the program anew. If that fails, they give a sentence that says why.
+    // Both start the program anew. If that fails, they give sentences that say why.
     /// Shows a record (see RunActions()).
     static std::string showRun(const std::string& file);
-    /// Opens the packages of a record that were not done; a program that runs takes them over.
+    /// Opens the packages of a record that were not done; a program that runs takes them over. The
+    /// record must be there and have some.
     static std::string retry(const std::string& file);
     /// Shows a folder or a package's folder, off the main thread. If that fails, `tell` is called
     /// there with a sentence that says why.

@@ -14,6 +14,7 @@
 #include <future>
 
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -23,10 +24,27 @@ SerialQueue& digestQueue() {
     return queue;
 }
 
-/// Empty if the session has none.
-std::string sessionFolder() {
-    const char* folder = getenv("XDG_RUNTIME_DIR");
-    return folder != nullptr && *folder == '/' ? folder : "";
+/// Where files go that need not outlive the session, the best folder first.
+std::vector<std::string> foldersOfSession() {
+    std::vector<std::string> folders;
+    const auto add = [&folders](const char* folder, const std::string& name) {
+        if (folder != nullptr && *folder == '/')
+            folders.push_back(appendingPathComponent(folder, name));
+    };
+    const std::string ofUser = "kelpmoray-" + std::to_string(getuid());
+    add(getenv("XDG_RUNTIME_DIR"), "kelpmoray"); // which is the user's alone
+    add(getenv("TMPDIR"), ofUser);
+    add("/tmp", ofUser);
+    return folders;
+}
+
+/// Whether the folder, which is made if it is not there, is one that nobody else writes to: what
+/// lies in it is removed when it is old.
+bool isOurs(const std::string& folder) {
+    mkdir(folder.c_str(), 0700);
+    struct stat status {};
+    return lstat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+           status.st_uid == geteuid() && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
 } // namespace
@@ -36,6 +54,10 @@ RunReporter::RunReporter(std::string folder, std::string version)
     // Not only when destroyed: a process that ends while a script runs is not taken apart.
     connect(qApp, &QCoreApplication::aboutToQuit, this, [this] { unlink(pipe_.path().c_str()); });
     connect(&everySecond_, &QTimer::timeout, this, &RunReporter::progressChanged);
+    const auto ageCopy = [this] { copy_.clear(); };
+    connect(&model_, &RunModel::modelReset, this, ageCopy);
+    connect(&model_, &RunModel::rowsInserted, this, ageCopy);
+    connect(&model_, &RunModel::dataChanged, this, ageCopy);
     if (pipe_.descriptor() < 0)
         return;
     setenv(base::ProgressChannel::variable, pipe_.path().c_str(), 1);
@@ -54,13 +76,13 @@ void RunReporter::readPipe() {
 }
 
 void RunReporter::change(std::function<void()> change) {
+    // The trouble is asked for here: the main thread is not to wait for a disk.
     MainQueue::async([self = QPointer<RunReporter>(this), change = std::move(change),
                       trouble = record_ ? record_->trouble() : ""] {
         if (!self)
             return;
         change();
-        self->copy_.clear();
-        if (std::exchange(self->trouble_, trouble).empty() && !trouble.empty())
+        if (!trouble.empty() && !std::exchange(self->troubleIsTold_, true))
             emit self->recordFailed(QString::fromStdString(trouble));
         emit self->progressChanged();
     });
@@ -75,12 +97,18 @@ void RunReporter::packageStarted(const std::string& package, const std::string& 
                                  const std::optional<std::string>& identity) {
     if (!record_)
         record_ = std::make_shared<RunRecord>(folder_, version_);
-    record_->packagesFound(std::exchange(found_, {}), entry);
+    const std::vector<std::string> found = std::exchange(found_, {});
+    record_->packagesFound(found, entry);
     package_ = record_->packageStarted(package, entry, identity);
-    change([this, run = record_, record = record_->package(package_)] {
-        if (shown_ != run)
+    change([this, run = record_, record = record_->package(package_), found] {
+        if (std::exchange(shown_, run) != run) {
             model_.setPackages({});
-        shown_ = run;
+            foundShown_.clear();
+            troubleIsTold_ = false;
+        }
+        for (const std::string& path : found)
+            foundShown_.push_back(
+                {.path = path, .entry = record.entry, .state = PackageState::Left});
         isUntold_ = true;
         model_.setPackage(model_.packages().size(), record);
         ++progress_.position;
@@ -141,27 +169,47 @@ bool RunReporter::runEnded() {
     change([this] {
         progress_ = {};
         isUntold_ = false;
+        model_.setPackages(packages());
+        foundShown_.clear();
         model_.putFailedFirst();
     });
     record_.reset();
     return true;
 }
 
+std::vector<PackageRecord> RunReporter::packages() const {
+    std::vector<PackageRecord> packages = model_.packages();
+    packages.insert(packages.end(), foundShown_.begin(), foundShown_.end());
+    putLeftLast(packages);
+    return packages;
+}
+
 std::string RunReporter::file() {
-    const std::string file = shown_ ? shown_->file() : "";
-    if (!file.empty() && trouble_.empty())
+    if (!shown_)
+        return "";
+    const std::string trouble = shown_->trouble();
+    if (const std::string file = shown_->file(); trouble.empty() && !file.empty())
         return file;
-    if (copy_.empty()) {
-        const std::string session = sessionFolder();
-        RunRecord copy(session.empty() ? "" : appendingPathComponent(session, "kelpmoray/runs"),
-                       version_, trouble_);
-        for (const PackageRecord& package : model_.packages())
-            copy.add(package);
-        if (!isUntold_)
-            copy.finish();
-        copy_ = copy.trouble().empty() && !copy.file().empty() ? copy.file() : folder_;
-    }
+    if (copy_.empty())
+        copy_ = copied(trouble);
     return copy_;
+}
+
+std::string RunReporter::copied(const std::string& trouble) const {
+    for (const std::string& folder : foldersOfSession()) {
+        if (!isOurs(folder))
+            continue;
+        RunRecord copy(appendingPathComponent(folder, "runs"), version_, trouble);
+        for (const PackageRecord& package : packages())
+            copy.add(package);
+        if (isUntold_)
+            copy.leave();
+        else
+            copy.finish();
+        if (copy.trouble().empty())
+            return copy.file();
+    }
+    return appendingPathComponent(folder_, RunRecord::nowhere);
 }
 
 void RunReporter::leave() {

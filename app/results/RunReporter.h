@@ -44,9 +44,10 @@ public:
     [[nodiscard]] bool runEnded();
 
     /// Why the run that is shown could not be written down, as a sentence; empty if it could.
-    [[nodiscard]] const std::string& trouble() const { return trouble_; }
-    /// The record of the run that is shown, as it is now. One that could not be written is copied
-    /// to where the session keeps its files; if that fails too, this is the folder of the records.
+    [[nodiscard]] std::string trouble() const { return shown_ ? shown_->trouble() : ""; }
+    /// The record of the run that is shown, as it is now; empty if there is no run. One that could
+    /// not be written is copied to XDG_RUNTIME_DIR, TMPDIR or /tmp, into a folder of the user's
+    /// own; if that fails too, this stands for it (RunRecord::nowhere).
     [[nodiscard]] std::string file();
     /// The process is about to end: what is at work does not get into the record any more.
     void leave();
@@ -77,6 +78,9 @@ private:
     };
 
     void readPipe();
+    /// The packages of the run that is shown, those that are left too.
+    [[nodiscard]] std::vector<PackageRecord> packages() const;
+    [[nodiscard]] std::string copied(const std::string& trouble) const;
     /// Makes the change later, on the main thread. Processing queue.
     void change(std::function<void()> change);
 
@@ -86,9 +90,10 @@ private:
     std::size_t package_ = 0;           ///< in it; processing queue
     std::vector<std::string> found_; ///< of the entry at work, until one begins; processing queue
     RunModel model_;
-    std::shared_ptr<RunRecord> shown_; ///< of the run that the model has
-    std::string trouble_;
-    std::string copy_; ///< the file in place of one that could not be written
+    std::shared_ptr<RunRecord> shown_;      ///< of the run that the model has
+    std::vector<PackageRecord> foundShown_; ///< in it, until it ends; some may have begun
+    std::string copy_; ///< the file in place of one that could not be written; empty if it is old
+    bool troubleIsTold_ = false;
     bool isUntold_ = false;
     Progress progress_;
     std::deque<QString> unread_; ///< archives whose digest is not known yet

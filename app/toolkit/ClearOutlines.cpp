@@ -15,11 +15,14 @@ public:
                        const QWidget* widget) const override {
         QProxyStyle::drawPrimitive(element, option, painter, widget);
         const bool isField = element == PE_FrameLineEdit || element == PE_Frame;
-        const bool hasFocus = (option->state & State_HasFocus) != 0; // its outline stands out
-        if (element != PE_IndicatorCheckBox && (!isField || hasFocus))
+        const bool hasFocus = isField && (option->state & State_HasFocus) != 0;
+        if ((element != PE_IndicatorCheckBox && !isField) ||
+            (element == PE_FrameLineEdit && hasFocus)) // its outline stands out
             return;
-        QColor colour = option->palette.color(QPalette::WindowText);
-        colour.setAlphaF(0.55F);
+        QColor colour =
+            option->palette.color(hasFocus ? QPalette::Highlight : QPalette::WindowText);
+        if (!hasFocus)
+            colour.setAlphaF(0.55F);
         painter->save();
         painter->setRenderHint(QPainter::Antialiasing, false);
         painter->setPen(colour);

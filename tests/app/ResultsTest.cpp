@@ -1,7 +1,10 @@
 #include "app/RevealInFinder.h"
 #include "app/results/ResultsWindow.h"
+#include "app/results/RunActions.h"
 #include "app/results/RunReporter.h"
+#include "app/toolkit/Queues.h"
 #include "base/ProgressChannel.h"
+#include "core/Path.h"
 #include "core/RunSummary.h"
 #include "tests/app/Support.h"
 #include "tests/support/ScopedEnvironment.h"
@@ -11,13 +14,16 @@
 #include <QClipboard>
 #include <QDialog>
 #include <QGuiApplication>
+#include <QMenu>
+#include <QScrollBar>
 #include <QTest>
 #include <QTextBlock>
 #include <QTextLayout>
 
-#include <future>
+#include <csignal>
 
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 using testing::ElementsAre;
@@ -75,6 +81,27 @@ struct Results : testing::Test {
     std::vector<std::string> retried;
     std::string retryFails;
 };
+
+/// Takes a copy away, and the folders that were made for it.
+void removeCopy(const std::filesystem::path& file) {
+    std::filesystem::remove(file);
+    std::error_code stillUsed;
+    for (const auto& folder : {file.parent_path(), file.parent_path().parent_path()})
+        std::filesystem::remove(folder, stillUsed);
+}
+
+/// What `write` gives where no file can have any content.
+std::string onFullDisks(const std::function<std::string()>& write) {
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit none{0, limit.rlim_max};
+    const auto previous = std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &none);
+    std::string given = write();
+    setrlimit(RLIMIT_FSIZE, &limit);
+    std::signal(SIGXFSZ, previous);
+    return given;
+}
 
 /// What a screen reader says of a part and of all that is in it.
 void collectNames(QAccessibleInterface* part, QStringList& names) {
@@ -143,13 +170,14 @@ TEST_F(Results, ShowEarlierRunsAndTheNewestWhenAskedAgain) {
 }
 
 TEST_F(Results, AreOfThisRunEvenIfItCouldNotBeWrittenDown) {
-    const ScopedEnvironment session("XDG_RUNTIME_DIR", folder.path());
     record({"/p/Of another run.app"}, "");
     const std::string blocked = folder.makeFile("blocked", "in the way") + "/runs";
     RunReporter reporter(blocked, "1.0");
+    EXPECT_EQ(reporter.file(), "") << "nothing has run";
     QStringList told;
     QObject::connect(&reporter, &RunReporter::recordFailed,
                      [&told](const QString& sentence) { told.push_back(sentence); });
+    reporter.packagesFound({"/p/A.app", "/p/B.app", "/p/C.app"});
     reporter.packageStarted("/p/A.app", "/p", std::nullopt);
     reporter.scriptEnded({"fenwoJustZipApps.sh", "error: A.app is broken: mend it\n"});
     reporter.packageEnded();
@@ -158,24 +186,136 @@ TEST_F(Results, AreOfThisRunEvenIfItCouldNotBeWrittenDown) {
     EXPECT_THAT(told.join('\n').toStdString(), HasSubstr(blocked + ": Not a directory"));
     EXPECT_EQ(told.size(), 1);
 
+    // Neither the session nor the user has a folder for temporary files, or each has one.
     const auto window = open();
     const auto summary = [&window] {
         return part<QLabel>(*window, "summary").text().toStdString();
     };
-    window->showRecord(reporter.file());
-    EXPECT_THAT(listed(*window), ElementsAre("A.app"));
-    EXPECT_EQ(message(*window), "A.app is broken.\nMend it.\n" + reporter.trouble());
-    EXPECT_EQ(summary(), "1 package: 0 done, 1 failed. This run could not be written down.");
-    EXPECT_EQ(part<QComboBox>(*window, "runs").count(), 2);
+    const std::string ofUser = "/kelpmoray-" + std::to_string(getuid()) + "/runs/";
+    const std::string session = folder.makeFolder("session");
+    const std::string temporary = folder.makeFolder("temporary");
+    for (const auto& [runtime, variable, place] :
+         {std::tuple{std::optional<std::string>(), std::optional<std::string>(), "/tmp" + ofUser},
+          {folder.path("gone"), temporary, temporary + ofUser},
+          {session, temporary, session + "/kelpmoray/runs/"}}) {
+        const ScopedEnvironment ofSession("XDG_RUNTIME_DIR", runtime);
+        const ScopedEnvironment ofTemporary("TMPDIR", variable);
+        reporter.model().setPackages(reporter.model().packages()); // as a fact does
+        const std::string copy = reporter.file();
+        EXPECT_TRUE(copy.starts_with(place)) << copy;
+        window->showRecord(copy);
+        EXPECT_THAT(listed(*window), ElementsAre("A.app", "B.app", "C.app"));
+        EXPECT_EQ(message(*window), reporter.trouble() + "\nA.app is broken.\nMend it.");
+        EXPECT_EQ(summary(), "3 packages: 0 done, 1 failed, 2 left. This run could not be written "
+                             "down. The run was stopped.");
+        EXPECT_EQ(part<QComboBox>(*window, "runs").count(), 2);
+        // The next entry is not another run before a package of it begins.
+        reporter.packagesFound({"/q/D.app"});
+        bool turned = false;
+        MainQueue::async([&turned] { turned = true; });
+        EXPECT_TRUE(waitUntil([&turned] { return turned; }));
+        EXPECT_THAT(reporter.trouble(), HasSubstr(blocked));
+        EXPECT_EQ(reporter.file(), copy);
+        removeCopy(copy);
+    }
+    EXPECT_THAT(part<QPlainTextEdit>(*window, "message").verticalScrollBar()->maximum(), 0);
 
-    const std::string spoilt = folder.makeFile("runs/2999.json", "{}");
-    window->showRecord();
-    EXPECT_THAT(summary(), HasSubstr("cannot be read: " + spoilt));
-    const ScopedEnvironment noSession("XDG_RUNTIME_DIR", "");
-    RunReporter lost(runs, "1.0");
-    window->showRecord(lost.file());
-    EXPECT_THAT(summary(), HasSubstr("could not be written down"));
+    // Where others may write, nothing is put.
+    const std::string shared = folder.makeFolder("temporary/kelpmoray-" + std::to_string(getuid()));
+    std::filesystem::permissions(shared, std::filesystem::perms::all);
+    const ScopedEnvironment noSession("XDG_RUNTIME_DIR", std::nullopt);
+    const ScopedEnvironment open("TMPDIR", temporary);
+    reporter.model().setPackages(reporter.model().packages());
+    const std::string elsewhere = reporter.file();
+    EXPECT_TRUE(elsewhere.starts_with("/tmp" + ofUser)) << elsewhere;
+    removeCopy(elsewhere);
+
+    reporter.model().setPackages(reporter.model().packages());
+    const std::string nowhere = onFullDisks([&] { return reporter.file(); });
+    removeCopy("/tmp" + ofUser + "none");
+    window->showRecord(nowhere);
+    EXPECT_THAT(summary(), HasSubstr("could be written down neither in " + blocked));
     EXPECT_THAT(listed(*window), IsEmpty());
+}
+
+TEST_F(Results, SayWhatHasBecomeOfTheRecord) {
+    record({"/p/A.app"}, "/p/A.app");
+    const std::string file = recordedRuns(runs).front();
+    ResultsWindow window(runs, {&RunActions::reveal, &RunActions::retry});
+    const auto summary = [&window] { return part<QLabel>(window, "summary").text().toStdString(); };
+    const auto press = [&window] {
+        window.show();
+        part<QPushButton>(window, "retry").click();
+        EXPECT_TRUE(window.isVisible());
+        return message(window);
+    };
+    window.showRecord(runs + "/../runs/" + lastPathComponent(file));
+    EXPECT_EQ(part<QComboBox>(window, "runs").count(), 1) << "it is the same";
+    const std::string content = contentOf(file);
+    folder.makeFile("runs/" + lastPathComponent(file), "{}");
+    EXPECT_THAT(press(), HasSubstr("This record cannot be read: " + file));
+    std::filesystem::remove(file);
+    EXPECT_THAT(press(), HasSubstr("This record is no longer there: " + file + ". Choose another"));
+    window.showRecord(file);
+    EXPECT_THAT(summary(), HasSubstr("This record is no longer there: " + file));
+    folder.makeFile("runs/" + lastPathComponent(file), content);
+    window.showRecord(file);
+    std::filesystem::remove(file);
+    record({"/p/A.app"}, "");
+    std::filesystem::rename(recordedRuns(runs).front(), file);
+    EXPECT_THAT(press(), HasSubstr("Nothing failed and nothing was left in the run recorded in " +
+                                   file + ". To process"));
+    const std::string spoilt = folder.makeFile("runs/2999.json", "{}");
+    window.showRecord();
+    EXPECT_THAT(summary(), HasSubstr("This record cannot be read: " + spoilt));
+}
+
+TEST_F(Results, OfferOnlyWhatThereIsAndByKeyboardToo) {
+    RunRecord run(runs, "1.0");
+    run.packagesFound({"/p/A.app", "/p/B.app", "/p/A.app"}, "/p");
+    for (const char* entry : {"/p", "/p/A.app"}) { // handed over twice, and fails each time
+        const std::size_t number = run.packageStarted("/p/A.app", entry, std::nullopt);
+        run.scriptEnded(number, {"fenwoJustZipApps.sh", "error: A.app is broken: mend it\n"});
+        (void)run.packageEnded(number);
+    }
+    const auto window = open();
+    EXPECT_EQ(part<QLabel>(*window, "summary").text(),
+              "3 packages: 0 done, 2 failed, 1 to come. The run is still under way.");
+    EXPECT_EQ(part<QPushButton>(*window, "retry").text(), "Retry &Failed");
+    run.finish();
+    window->showRecord();
+    EXPECT_EQ(part<QPushButton>(*window, "retry").text(), "Process Re&st");
+
+    auto& list = part<ResultsList>(*window, "results");
+    const auto& output = part<QPushButton>(*window, "output");
+    for (const bool hasOutput : {true, false}) {
+        list.setCurrentIndex(list.model()->index(hasOutput ? 0 : 2, 0));
+        EXPECT_EQ(output.isEnabled(), hasOutput);
+        QStringList offered;
+        QTimer::singleShot(0, [&offered] {
+            auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+            for (const QAction* action : menu != nullptr ? menu->actions() : QList<QAction*>())
+                offered += action->isEnabled() ? action->text() : QString();
+            if (menu != nullptr)
+                menu->close();
+        });
+        QTest::keyClick(&list, Qt::Key_F10, Qt::ShiftModifier);
+        EXPECT_EQ(offered.join('|').toStdString(),
+                  hasOutput ? "&Reveal|&Copy Message|Show Full &Output" : "&Reveal|&Copy Message|");
+        list.showOutputOfCurrent();
+        EXPECT_EQ(window->findChildren<QDialog*>().size(), 1) << "of the first package";
+    }
+    auto& text = part<QPlainTextEdit>(*window, "message");
+    const auto outline = [&text] { return text.grab().toImage().pixel(0, text.height() / 2); };
+    const QRgb before = outline();
+    window->activateWindow();
+    QTest::keyClick(&list, Qt::Key_Tab);
+    ASSERT_TRUE(waitUntil([&text] { return text.hasFocus(); }));
+    EXPECT_NE(outline(), before) << "where the focus is can be seen";
+    for (const int lines : {4, 5}) { // there is room for four
+        text.setPlainText(QString("line\n").repeated(lines).trimmed());
+        EXPECT_EQ(text.verticalScrollBar()->maximum(), lines - 4);
+    }
 }
 
 TEST_F(Results, AreReadOutWithoutMarkup) {
@@ -194,7 +334,8 @@ TEST_F(Results, AreReadOutWithoutMarkup) {
 
 TEST_F(Results, ShowNamesAndLongWordsAsTheyAre) {
     const std::string turned = "/p/gpj\u202e\u2066\r.app";
-    record({turned, "/p/" + std::string(200, 'x') + ".app"}, turned);
+    const std::string lengthy = "/p/" + std::string(200, 'x') + ".app";
+    record({turned, lengthy}, turned + lengthy);
     const auto window = open();
     EXPECT_THAT(listed(*window).front(), "gpj???.app");
     EXPECT_EQ(message(*window), "gpj???.app is <b>broken</b>.\nMend it.");
@@ -207,7 +348,7 @@ TEST_F(Results, ShowNamesAndLongWordsAsTheyAre) {
     EXPECT_TRUE(output->toPlainText().startsWith("fenwoJustZipApps.sh:\nerror: /p/gpj???.app"));
     QTest::keyClick(&list, Qt::Key_Down);
     auto& text = part<QPlainTextEdit>(*window, "message");
-    text.setPlainText(QString(500, 'x'));
+    EXPECT_TRUE(text.toPlainText().startsWith(QString(200, 'x') + ".app is "));
     const QTextLayout* lines = text.document()->firstBlock().layout();
     EXPECT_GT(lines->lineCount(), 1);
     EXPECT_LE(lines->boundingRect().width(), text.viewport()->width());
@@ -255,35 +396,4 @@ TEST_F(Results, GrowLiveWithTheProgressOfTheSteps) {
     EXPECT_EQ(part<QPushButton>(*window, "retry").text(), "Process Re&st");
     part<QPushButton>(*window, "retry").click();
     EXPECT_THAT(retried, ElementsAre("/p/Other.app"));
-}
-
-TEST_F(Results, DoNotWaitForTheDigestOfAnArchive) {
-    RunReporter reporter(runs, "1.0");
-    const std::string slow = folder.path("Slow.zip");
-    ASSERT_EQ(mkfifo(slow.c_str(), 0600), 0); // read only once it is written to
-    const auto process = [&](const std::string& package, const std::string& archive) {
-        reporter.packageStarted(package, "/p", std::nullopt);
-        reporter.scriptStarted("fenwoJustZipApps.sh");
-        reporter.scriptEnded({"fenwoJustZipApps.sh", "packed: " + archive + "\n"});
-        reporter.packageEnded();
-    };
-    process("/p/Slow.app", slow);
-    process("/p/Quick.app", folder.makeFile("Quick.zip", "abc"));
-    EXPECT_TRUE(waitUntil([&] { return reporter.model().rowCount() == 2; }));
-    for (const int row : {0, 1})
-        EXPECT_EQ(reporter.model().index(row, RunModel::State).data(), "Done");
-    EXPECT_EQ(reporter.model().packages().at(1).archive->sha256, "");
-    EXPECT_EQ(reporter.progressText(), "Reading Slow.zip…");
-
-    std::future<bool> ended = std::async(std::launch::async, [&] { return reporter.runEnded(); });
-    EXPECT_EQ(ended.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
-    std::ofstream{slow}; // opened by the writer, it can be read
-    EXPECT_TRUE(ended.get());
-    const std::string digest = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
-    const auto run = readRun(recordedRuns(runs).at(0));
-    ASSERT_EQ(run->packages.size(), 2U);
-    EXPECT_EQ(run->packages.at(1).archive->sha256, digest);
-    EXPECT_TRUE(
-        waitUntil([&] { return reporter.model().packages().at(1).archive->sha256 == digest; }));
-    EXPECT_EQ(reporter.progressText(), "");
 }

@@ -3,7 +3,12 @@
 #include "tests/support/ScopedEnvironment.h"
 #include "tests/support/TemporaryFolder.h"
 
+#include <csignal>
+
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace base {
 namespace {
@@ -34,6 +39,27 @@ TEST(ProgressPipe, TakesTheLastWholeLineThatAStepHasTold) {
         }
     }
     EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+}
+
+TEST(ProgressPipe, TakesAwayWhatKilledProcessesLeftAndNothingElse) {
+    const TemporaryFolder folder;
+    const ScopedEnvironment runtime("XDG_RUNTIME_DIR", folder.path());
+    const pid_t child = fork();
+    if (child == 0) {
+        const ProgressPipe left;
+        raise(SIGKILL);
+    }
+    waitpid(child, nullptr, 0);
+    const std::filesystem::directory_iterator left(folder.path());
+    ASSERT_NE(left, std::filesystem::directory_iterator());
+    const std::string leftover = left->path().string();
+    const std::string foreign = folder.path("foreign");
+    ASSERT_EQ(mkfifo(foreign.c_str(), 0600), 0);
+    const ProgressPipe first;
+    EXPECT_FALSE(std::filesystem::exists(leftover));
+    const ProgressPipe second;
+    for (const std::string& path : {foreign, first.path(), second.path()})
+        EXPECT_TRUE(std::filesystem::exists(path)) << path;
 }
 
 TEST(ProgressPipe, IsWhereAShellCanNameIt) {

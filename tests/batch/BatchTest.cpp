@@ -188,6 +188,16 @@ TEST_F(BatchFace, NoticesWhenAFolderIsEmptiedBeforeItsTurn) {
             EXPECT_THAT(out.str(), HasSubstr(" no longer there.\n")) << gone;
         }
     }
+    folder.makeApplication("more/C.app"); // which goes while a person is asked about it
+    EXPECT_EQ(run({"--json", "--jobs=1", folder.path("apps/A.app"), folder.path("more")}, "p\np\n"),
+              ExitStatus::SomeFailed);
+    const std::string printed = out.str();
+    const Json failed = Json::parse(split(printed, "\n").at(1)).value_or(Json());
+    EXPECT_EQ(failed["error"].string(), "Its packages are no longer there");
+    const auto recorded = readRun(recordedRuns(folder.path("runs")).front());
+    ASSERT_EQ(recorded->packages.size(), 2U);
+    EXPECT_EQ(jsonOf(recorded->packages.at(1)), failed["package"]);
+    EXPECT_THAT(log.failures(), testing::Contains(HasSubstr("more: Its packages are no longer")));
 }
 
 TEST_F(BatchFace, ShowsAProgressLineOnATerminalOnly) {

@@ -47,6 +47,7 @@ TEST_F(RunRecordTest, KeepsWhatBecameOfEachPackage) {
     const char* const previous = setlocale(LC_ALL, "de_DE.UTF-8");
     RunRecord record(runs, "1.0");
     EXPECT_TRUE(recordedRuns(runs).empty());
+    record.packagesFound({"/p/C.app", "/p/D.app"}, "/p");
     process(record, "/p/A\xff.app", signedRun);
     process(record, "/p/B.app", notSignedRun);
     const std::size_t third = record.packageStarted("/p/C.app", "/p", "DoNotCodesign");
@@ -56,15 +57,18 @@ TEST_F(RunRecordTest, KeepsWhatBecameOfEachPackage) {
     RecordedRun run = onlyRun();
     EXPECT_TRUE(run.underWay);
     EXPECT_EQ(run.packages.at(2).state, PackageState::Running);
+    EXPECT_EQ(summaryOf(run.packages, run.underWay),
+              "4 packages: 1 done, 1 failed, 1 at work, 1 to come.");
     record.scriptEnded(third, {"fenwoJustZipApps.sh", std::nullopt});
     (void)record.packageEnded(third);
+    record.add({.path = "/p/D.app", .entry = "/p", .state = PackageState::Failed});
     record.finish();
     setlocale(LC_ALL, previous);
 
     ASSERT_TRUE(base::Json::parse(contentOf(record.file())));
     run = onlyRun();
     EXPECT_TRUE(run.finished && !run.underWay);
-    ASSERT_THAT(run.packages, SizeIs(3));
+    ASSERT_THAT(run.packages, SizeIs(4));
     const PackageRecord& first = run.packages[0];
     EXPECT_EQ(first.path, "/p/A\xff.app");
     EXPECT_EQ(first.entry, folder.path());
@@ -81,7 +85,7 @@ TEST_F(RunRecordTest, KeepsWhatBecameOfEachPackage) {
     EXPECT_EQ(failureOf(second)->remedy, "See above.");
     EXPECT_EQ(second.steps.at(0).output, *notSignedRun.output);
     EXPECT_EQ(stateWord(run.packages[2]), "Not packed");
-    EXPECT_EQ(summaryOf(run.packages), "3 packages: 1 done, 2 failed.");
+    EXPECT_EQ(summaryOf(run.packages), "4 packages: 1 done, 3 failed.");
 }
 
 TEST_F(RunRecordTest, KeepsSeveralPackagesAtOnce) {
