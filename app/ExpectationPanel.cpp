@@ -1,5 +1,6 @@
 #include "app/ExpectationPanel.h"
 
+#include "app/toolkit/ShownText.h"
 #include "core/Path.h"
 
 #include <QLabel>
@@ -53,10 +54,9 @@ void ExpectationPanel::listPackages() {
     packages_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     packages_->setVerticalScrollMode(QAbstractItemView::ScrollPerItem);
     for (const std::string& package : entry_.expectation.packages) {
-        QString name = QString::fromStdString(lastPathComponent(package));
-        name.replace('\n', QChar(0x2424)); // the sign for a new line: a name may hold one
+        const QString name = inOneLine(QString::fromStdString(lastPathComponent(package)));
         packages_->addItem(name);
-        packages_->item(packages_->count() - 1)->setToolTip(name.toHtmlEscaped());
+        packages_->item(packages_->count() - 1)->setToolTip(toolTipOf(name));
     }
     constexpr int mostRows = 5;
     const int rows = std::min(packages_->count(), mostRows);

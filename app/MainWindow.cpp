@@ -10,6 +10,7 @@
 #include "app/toolkit/Queues.h"
 #include "app/toolkit/SettingsStore.h"
 #include "app/toolkit/Sheet.h"
+#include "app/toolkit/ShownText.h"
 #include "app/toolkit/WindowFrame.h"
 #include "app/toolkit/WindowLevel.h"
 #include "core/Log.h"
@@ -204,8 +205,7 @@ void MainWindow::fillWaitingMenu() {
 
 void MainWindow::explain(const std::string& sentence) {
     using namespace std::chrono_literals;
-    QString text = QString::fromStdString(sentence);
-    text.replace('\n', QChar(0x2424)); // the sign for a new line: a name may hold one
+    const QString text = inOneLine(QString::fromStdString(sentence));
     explained_.removeAll(text);
     explained_.append(text);
     // Those before stay, as far as there is room: they may not have been read yet.

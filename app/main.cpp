@@ -135,8 +135,8 @@ void sayThatThereIsNoDisplay(QtMsgType type, const QMessageLogContext& context,
         return;
     }
     std::fprintf(stderr,
-                 "%s\nkelpmoray: no display can be reached; kelpmoray-batch does the same on a "
-                 "terminal\n",
+                 "%s\nkelpmoray: No display can be reached. kelpmoray-batch does the same on a "
+                 "terminal.\n",
                  qPrintable(message.section(". ", 0, 0)));
     _Exit(1);
 }

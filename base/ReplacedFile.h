@@ -1,9 +1,10 @@
 #pragma once
 
 #include "base/FileDescriptor.h"
+#include "base/HiddenName.h"
 #include "base/Result.h"
 
-#include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -22,7 +23,6 @@ public:
 
     ReplacedFile(ReplacedFile&& other) noexcept = default;
     ReplacedFile& operator=(ReplacedFile&& other) = delete;
-    ~ReplacedFile();
 
     [[nodiscard]] int descriptor() const { return opened_.get(); }
 
@@ -33,15 +33,11 @@ public:
 private:
     explicit ReplacedFile(std::string target) : target_(std::move(target)) {}
 
-    [[nodiscard]] Outcome openNamed();
-    [[nodiscard]] Outcome takeName(const std::function<bool()>& create);
     [[nodiscard]] Outcome takePlace();
-    void forgetName();
 
     std::string target_;
-    /// Empty as long as the file has no name.
-    std::string path_;
     FileDescriptor opened_;
+    std::optional<HiddenName> name_; ///< if the file has one
 };
 
 } // namespace base

@@ -56,6 +56,23 @@ void appendUtf8(std::string& bytes, char32_t character) {
         append(0x80U | (character >> (6 * i) & 0x3FU));
 }
 
+std::string utf8OfUtf16(Bytes bytes) {
+    const auto unitAt = [&](std::size_t at) {
+        return at + 1 < bytes.size() ? char32_t{bytes[at]} << 8U | bytes[at + 1] : 0;
+    };
+    std::string text;
+    for (std::size_t at = 0; at + 1 < bytes.size(); at += 2) {
+        char32_t character = unitAt(at);
+        const bool isHigh = character >= 0xD800 && character < 0xDC00;
+        if (const char32_t low = unitAt(at + 2); isHigh && low >= 0xDC00 && low < 0xE000) {
+            character = 0x10000 + ((character - 0xD800) << 10U) + (low - 0xDC00);
+            at += 2;
+        }
+        appendUtf8(text, character);
+    }
+    return text;
+}
+
 bool isValidUtf8(std::string_view bytes) {
     while (!bytes.empty()) {
         const std::size_t length = utf8Length(bytes);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/Bytes.h"
+
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -22,6 +24,10 @@ namespace base {
 /// Appends the encoding of `character`, a code point up to U+10FFFF. A surrogate, which has none,
 /// becomes U+FFFD.
 void appendUtf8(std::string& bytes, char32_t character);
+
+/// The encoding of UTF-16 whose units have their higher byte first. A surrogate without its other
+/// half becomes U+FFFD, and half a unit at the end is left out.
+[[nodiscard]] std::string utf8OfUtf16(Bytes bytes);
 
 /// Whether `bytes` are well-formed UTF-8 (RFC 3629: no overlong forms, no surrogates).
 [[nodiscard]] bool isValidUtf8(std::string_view bytes);

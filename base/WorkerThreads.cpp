@@ -1,5 +1,7 @@
 #include "base/WorkerThreads.h"
 
+#include <algorithm>
+#include <atomic>
 #include <mutex>
 #include <new>
 #include <optional>
@@ -46,6 +48,19 @@ Outcome runOnThreads(unsigned count, const std::function<Outcome()>& work,
     if (first)
         return *first;
     return {};
+}
+
+Outcome forEach(std::size_t count, unsigned threads,
+                const std::function<Outcome(std::size_t)>& work) {
+    std::atomic<std::size_t> next = 0;
+    const auto loop = [&]() -> Outcome {
+        for (std::size_t index = next++; index < count; index = next++)
+            if (auto done = work(index); !done)
+                return done;
+        return {};
+    };
+    const auto useful = unsigned(std::clamp<std::size_t>(count, 1, threads));
+    return runOnThreads(useful, loop, [&next, count] { next = count; });
 }
 
 } // namespace base

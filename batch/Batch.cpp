@@ -43,19 +43,19 @@ std::string archiveOf(const std::string& package) {
 /// Why the package cannot be begun; empty if it can.
 std::string obstacleOf(const std::string& package, const std::string& rival) {
     if (!rival.empty())
-        return formatted("its archive would take the place of that of %@; rename one of the two, "
-                         "or give it only once",
+        return formatted("Its archive would take the place of that of %@. Rename one of the two, "
+                         "or give it only once.",
                          rival);
     switch (faultOfArgument(package)) {
     case ArgumentFault::NotUtf8:
-        return "its path is not UTF-8: rename it";
+        return "Its path is not UTF-8. Rename it.";
     case ArgumentFault::ReadByShell:
-        return "its path holds a quote, a dollar sign, a back quote, a backslash or a line break, "
-               "which the shell would take for its own: rename it";
+        return "Its path holds a quote, a dollar sign, a back quote, a backslash or a line break, "
+               "which the shell would take for its own. Rename it.";
     case ArgumentFault::None:
         break;
     }
-    return isDirectory(package) ? "" : "it is no longer there";
+    return isDirectory(package) ? "" : "It is no longer there.";
 }
 
 } // namespace
@@ -78,7 +78,7 @@ ExitStatus Batch::run() {
     if (options_.listIdentities)
         return listIdentities();
     if (options_.paths.empty())
-        return refuse({base::ErrorKind::Usage, "no PATH given; see --help"});
+        return refuse({base::ErrorKind::Usage, "No PATH is given. See --help."});
     if (options_.listPackages)
         return listPackages(takePaths());
 
@@ -139,17 +139,17 @@ base::Outcome Batch::checkInstallation() {
     if (!script)
         return base::Error{
             base::ErrorKind::NotFound,
-            formatted("the scripts are missing from %@; install the program again", folder)};
+            formatted("The scripts are missing from %@. Install the program again.", folder)};
     // The script's path stands unquoted in the command line.
     if (script->find_first_of(" \t\n\"'$`\\&;|<>()*?[]#~") != std::string::npos)
         return base::Error{base::ErrorKind::Unsupported,
-                           formatted("the scripts are in %@, whose name holds a blank or another "
-                                     "character that the shell would take for its own; move the "
-                                     "program",
+                           formatted("The scripts are in %@, whose name holds a blank or another "
+                                     "character that the shell would take for its own. Move the "
+                                     "program.",
                                      folder)};
     if (options_.identity && environment_.bundle.pathForResource("fenwoZipAppsDNP", "sh"))
         return base::Error{base::ErrorKind::Unsupported,
-                           "this edition never signs; leave --identity out"};
+                           "This edition never signs. Leave --identity out."};
     return {};
 }
 
@@ -178,7 +178,7 @@ base::Outcome Batch::setScriptEnvironment() {
         if (!isRegularFile(file))
             return base::Error{base::ErrorKind::NotFound,
                                *options_.entitlements +
-                                   ": no file with entitlements is there; check the path"};
+                                   ": no file with entitlements is there. Check the path."};
         hand("KELPMORAY_ENTITLEMENTS", file);
     }
     hand("KELPMORAY_LEVEL", options_.level);
@@ -249,7 +249,7 @@ bool Batch::processAll() {
             report_.folderSkipped();
             workSet_.remove(entry);
         } else if (options_.doNotCodesign && options_.requireSignature) {
-            report_.entryFailed(entry, "it is not packed, as --require-signature was given");
+            report_.entryFailed(entry, "It is not packed, as --require-signature was given.");
             workSet_.remove(entry);
         } else if (!process(takeTasks(entry))) {
             return false;
@@ -268,7 +268,7 @@ std::vector<Batch::Task> Batch::takeTasks(const std::string& entry) {
         tasks.push_back({package, entry, isFirst ? "" : first->second});
     }
     if (tasks.empty())
-        report_.entryFailed(entry, "its packages are no longer there");
+        report_.entryFailed(entry, "Its packages are no longer there.");
     report_.packagesFound(tasks.size());
     return tasks;
 }

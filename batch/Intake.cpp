@@ -30,7 +30,8 @@ std::vector<base::Error> addToWorkSet(const Caller& caller, const std::vector<st
         if (std::ranges::find(selections, folder) == selections.end())
             errors.push_back(
                 {base::ErrorKind::NotFound,
-                 *pathOf(folder) + ": no application packages (Name.app) are in this folder"});
+                 *pathOf(folder) +
+                     ": no application packages (Name.app) are in this folder. Give another one."});
     }
     for (const LocationItem& selection : selections)
         workSet.add(*pathOf(selection));

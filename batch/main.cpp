@@ -38,7 +38,7 @@ ExitStatus runBatch(const Options& options) {
     const ExitStatus status = batch.run();
     if (std::cout.flush())
         return status;
-    std::cerr << "kelpmoray-batch: what became of the packages could not be written down\n";
+    std::cerr << "kelpmoray-batch: What became of the packages could not be written down.\n";
     return std::max(status, ExitStatus::SomeFailed);
 }
 
@@ -54,7 +54,7 @@ int main(int argc, char** argv) {
     Log::setStandardErrorEnabled(parsed->verbose);
     ExitStatus status = ExitStatus::SomeFailed;
     if (!runWithEnoughStack([&] { status = runBatch(*parsed); }))
-        std::cerr << "kelpmoray-batch: there is not enough memory to begin; end other programs and "
-                     "try again\n";
+        std::cerr << "kelpmoray-batch: There is not enough memory to begin. End other programs and "
+                     "try again.\n";
     return static_cast<int>(status);
 }

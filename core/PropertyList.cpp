@@ -1,5 +1,6 @@
 #include "core/PropertyList.h"
 
+#include "base/ByteReader.h"
 #include "base/Number.h"
 #include "base/Utf8.h"
 
@@ -170,19 +171,15 @@ private:
             return std::nullopt;
         charactersLeft -= extent->count;
         const std::uint64_t width = extent->kind == asciiString ? 1 : 2;
+        if (extent->count > (bytes_.size() - extent->start) / width)
+            return std::nullopt;
+        const base::Bytes bytes =
+            base::bytesOf(bytes_).subspan(extent->start, extent->count * width);
+        if (extent->kind == utf16String)
+            return base::utf8OfUtf16(bytes);
         std::string text;
-        for (std::uint64_t i = 0; i < extent->count; ++i) {
-            const std::uint64_t unit = number(extent->start + i * width, width);
-            if (unit > 0xFFFF)
-                return std::nullopt;
-            const bool isHigh = (unit & 0xFC00U) == 0xD800U && i + 1 < extent->count;
-            const std::uint64_t low = isHigh ? number(extent->start + (i + 1) * width, width) : 0;
-            const bool isPair = (low & ~0x3FFULL) == 0xDC00U;
-            i += isPair ? 1 : 0;
-            base::appendUtf8(
-                text, static_cast<char32_t>(
-                          isPair ? 0x10000 + ((unit & 0x3FFU) << 10U) + (low & 0x3FFU) : unit));
-        }
+        for (const std::uint8_t byte : bytes)
+            base::appendUtf8(text, byte);
         return text;
     }
 

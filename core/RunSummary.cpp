@@ -81,10 +81,10 @@ std::optional<Failure> failureOf(const PackageRecord& package) {
     if (step == nullptr && package.state == PackageState::Interrupted)
         return Failure{"The run ended before this package was done.",
                        "Process it again; nothing of it was lost."};
-    // WHAT may hold a path with a colon; the remedy never does.
+    // What failed may hold a path with a colon or a full stop; the remedy never does.
     const std::string said =
         withNames(package.path, step == nullptr ? package.notSigned : step->lastLine);
-    const std::size_t at = said.rfind(": ");
+    const std::size_t at = said.rfind(step == nullptr ? ". " : ": ");
     if (at == std::string::npos || (step != nullptr && said.starts_with(step->script + " ended ")))
         return Failure{sentence(said), step == nullptr
                                            ? "Mend it and try again."

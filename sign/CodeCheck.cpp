@@ -1,8 +1,8 @@
 #include "sign/CodeCheck.h"
 
 #include "sign/SignatureCms.h"
-#include "sign/bundle/FileTree.h"
 #include "sign/bundle/LooseSignature.h"
+#include "sign/files/FileTree.h"
 #include "sign/signature/Entitlements.h"
 #include "sign/signature/RequirementText.h"
 

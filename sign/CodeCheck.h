@@ -21,7 +21,7 @@ struct CodeChecking {
     std::string framework;   ///< the one that it is another version of; else empty
     bool isShallow = false;  ///< only who signed it, neither pages nor files
     bool isStrict = false;
-    bool isLone = false; ///< a file that is known to be no bundle's main executable
+    bool isLone = false;  ///< a file that is known to be no bundle's main executable
     unsigned threads = 1; ///< for sealed files
     std::shared_ptr<const SealScope> outer;
 };

@@ -3,7 +3,7 @@
 #include "base/Printable.h"
 #include "sign/DesignatedCode.h"
 #include "sign/SignatureCms.h"
-#include "sign/bundle/FileTree.h"
+#include "sign/files/FileTree.h"
 #include "sign/signature/RequirementText.h"
 
 #include <algorithm>

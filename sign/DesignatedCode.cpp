@@ -1,6 +1,6 @@
 #include "sign/DesignatedCode.h"
 
-#include "sign/bundle/FileTree.h"
+#include "sign/files/FileTree.h"
 #include "sign/signature/DesignatedRequirement.h"
 #include "sign/signature/RequirementText.h"
 
@@ -87,7 +87,7 @@ base::Result<NestedSeal> lookUpNested(const std::string& path, FileWatch& watch)
     auto code = StaticCode::open(path);
     if (!code)
         return code.error();
-    watch.addFile(code->file().path(), FileStamp::of(code->file().status()));
+    watch.addFile(code->file().path(), code->file().stamp());
     return nestedSealOf(*code, signaturesOf(*code));
 }
 

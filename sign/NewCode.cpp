@@ -1,8 +1,9 @@
 #include "sign/NewCode.h"
 
+#include "base/HiddenName.h"
 #include "base/Leftovers.h"
-#include "sign/SignalPause.h"
 #include "sign/bundle/LooseSignature.h"
+#include "sign/files/SignalPause.h"
 
 #include <cerrno>
 
@@ -12,22 +13,26 @@
 namespace sign {
 
 NewCode::~NewCode() {
-    files_.clear();
-    if (!folder_.empty())
-        ::rmdir(folder_.c_str());
+    if (newFolder_.empty())
+        return;
+    ::rmdir(newFolder_.c_str());
+    base::keepAtEnd(newFolder_);
 }
 
 base::Outcome NewCode::makeSignatureFolder(const Bundle& bundle) {
-    const std::string folder = bundle.signatureFolder();
-    if (::mkdir(folder.c_str(), 0755) == 0)
-        folder_ = folder;
-    else if (errno != EEXIST)
-        return base::systemError("create", folder, errno);
-    base::removeLeftovers(folder); // which no walk enters
-    return {};
+    signatureFolder_ = bundle.signatureFolder();
+    base::removeAtEnd(signatureFolder_); // from before it is there
+    if (::mkdir(signatureFolder_.c_str(), 0755) == 0) {
+        newFolder_ = signatureFolder_;
+        return {};
+    }
+    const int code = errno;
+    base::keepAtEnd(signatureFolder_);
+    return code == EEXIST ? base::Outcome() : base::systemError("create", signatureFolder_, code);
 }
 
 base::Outcome NewCode::replaceSignatureOf(const Bundle& bundle) {
+    base::removeLeftovers(bundle.signatureFolder()); // which no walk enters
     std::vector<std::string> kept;
     const std::string folder = bundle.signatureFolder() + '/';
     for (const File& file : files_)
@@ -55,22 +60,26 @@ base::Outcome NewCode::close() {
 }
 
 base::Outcome NewCode::commit(const std::vector<NewCode*>& all, unsigned threads) {
-    for (const NewCode* code : all)
+    for (const NewCode* code : all) {
         if (auto same = code->watch_.check(threads); !same)
             return same;
+        if (!code->signatureFolder_.empty())
+            if (auto alone = checkSignatureFolder(code->signatureFolder_); !alone)
+                return alone;
+    }
     const SignalPause pause;
     std::vector<AsideFile*> files;
-    for (NewCode* code : all)
+    std::vector<std::string> unused;
+    for (NewCode* code : all) {
         for (File& file : code->files_)
             files.push_back(&file.aside);
-    if (auto done = AsideFile::commit(files); !done)
-        return done;
-    for (NewCode* code : all) {
-        code->folder_.clear();
-        for (const std::string& path : code->unused_)
-            if (::unlink(path.c_str()) != 0 && errno != ENOENT)
-                return base::systemError("delete", path, errno);
+        unused.insert(unused.end(), code->unused_.begin(), code->unused_.end());
     }
+    if (auto done = AsideFile::commit(files, unused); !done)
+        return done;
+    for (NewCode* code : all)
+        if (!code->newFolder_.empty())
+            base::keepAtEnd(std::exchange(code->newFolder_, {}));
     return {};
 }
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "sign/AsideFile.h"
 #include "sign/bundle/Bundle.h"
 #include "sign/bundle/FileWatch.h"
 #include "sign/bundle/NewFiles.h"
+#include "sign/files/AsideFile.h"
 
 #include <string>
 #include <vector>
@@ -16,8 +16,9 @@ class NewCode {
 public:
     NewCode() = default;
     NewCode(NewCode&& other) noexcept
-        : watch_(std::move(other.watch_)), folder_(std::exchange(other.folder_, {})),
-          files_(std::move(other.files_)), unused_(std::move(other.unused_)) {}
+        : watch_(std::move(other.watch_)), signatureFolder_(std::move(other.signatureFolder_)),
+          newFolder_(std::exchange(other.newFolder_, {})), files_(std::move(other.files_)),
+          unused_(std::move(other.unused_)) {}
     NewCode& operator=(NewCode&& other) = delete;
     /// What has not taken its place goes away.
     ~NewCode();
@@ -30,8 +31,8 @@ public:
         std::string path = file.path();
         add(std::move(path), std::move(file));
     }
-    /// Makes the _CodeSignature of a bundle, if there is none, and removes what a killed run left
-    /// in it.
+    /// Makes the _CodeSignature of a bundle, if there is none: a walk over the package has to find
+    /// what will be in it.
     [[nodiscard]] base::Outcome makeSignatureFolder(const Bundle& bundle);
     /// All files were added: those of an earlier signature that are not among them will go away.
     [[nodiscard]] base::Outcome replaceSignatureOf(const Bundle& bundle);
@@ -53,7 +54,8 @@ private:
     };
 
     FileWatch watch_;
-    std::string folder_; ///< made for what is in it; empty if it was there
+    std::string signatureFolder_; ///< where the new signature is to be; empty if nowhere
+    std::string newFolder_;       ///< the same if it was made; else empty
     std::vector<File> files_;
     std::vector<std::string> unused_;
 };

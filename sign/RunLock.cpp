@@ -3,7 +3,7 @@
 #include "base/Leftovers.h"
 #include "base/Printable.h"
 #include "sign/bundle/Bundle.h"
-#include "sign/bundle/FileTree.h"
+#include "sign/files/FileTree.h"
 
 #include <cerrno>
 

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "base/Result.h"
-#include "sign/FaultCode.h"
 #include "sign/StaticCode.h"
 #include "sign/cms/Cms.h"
 #include "sign/cms/TimeStamp.h"
+#include "sign/signature/FaultCode.h"
 #include "sign/signature/RequirementCheck.h"
 
 #include <cstdint>

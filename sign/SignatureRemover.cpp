@@ -1,8 +1,9 @@
+#include "sign/NewCode.h"
 #include "sign/RunLock.h"
 #include "sign/Signer.h"
 #include "sign/StaticCode.h"
-#include "sign/bundle/FileTree.h"
 #include "sign/bundle/LooseSignature.h"
+#include "sign/files/FileTree.h"
 #include "sign/macho/SignatureRoom.h"
 
 #include <cerrno>
@@ -26,7 +27,7 @@ base::Outcome copySlice(const CodeFile& file, const MachSlice& slice, const Sign
     return {};
 }
 
-base::Outcome removeEmbedded(const CodeFile& file) {
+base::Result<AsideFile> withoutSignature(const CodeFile& file) {
     std::vector<SignatureRoom> rooms;
     for (const MachSlice& slice : file.slices()) {
         auto room = removeSignatureRoom(slice, file.path());
@@ -41,17 +42,15 @@ base::Outcome removeEmbedded(const CodeFile& file) {
     if (!aside)
         return aside.error();
     if (auto done = aside->write(layout->table, 0); !done)
-        return done;
+        return done.error();
     for (std::size_t index = 0; index < rooms.size(); ++index)
         if (auto copied =
                 copySlice(file, file.slices()[index], rooms[index], *aside, layout->offsets[index]);
             !copied)
-            return copied;
-    if (auto same = file.checkUnchanged(); !same)
-        return same;
+            return copied.error();
     if (auto synced = aside->sync(); !synced)
-        return synced;
-    return AsideFile::commit({&*aside});
+        return synced.error();
+    return aside;
 }
 
 } // namespace
@@ -71,18 +70,21 @@ base::Outcome removeSignature(const std::string& path, const std::string& bundle
                            path + ": it is no Mach-O file, so there is no signature in it. Give a "
                                   "Mach-O file or a bundle."};
     }
-    if (code->file().isMachO())
-        if (auto removed = removeEmbedded(code->file()); !removed)
-            return removed;
-    if (!code->bundle() || ::access(code->bundle()->signatureFolder().c_str(), F_OK) != 0)
-        return {};
-    const auto old = unusedSignatureFiles(*code->bundle(), {});
-    if (!old)
-        return old.error();
-    for (const std::string& file : *old)
-        if (::unlink(file.c_str()) != 0)
-            return base::systemError("delete", file, errno);
-    if (::rmdir(code->bundle()->signatureFolder().c_str()) != 0 && errno != ENOTEMPTY)
+    NewCode unsignedCode;
+    unsignedCode.watch().addFile(code->file().path(), code->file().stamp());
+    if (code->file().isMachO()) {
+        auto file = withoutSignature(code->file());
+        if (!file)
+            return file.error();
+        unsignedCode.add(std::move(*file));
+    }
+    if (code->bundle())
+        if (auto replaced = unsignedCode.replaceSignatureOf(*code->bundle()); !replaced)
+            return replaced;
+    if (auto done = NewCode::commit({&unsignedCode}, 1); !done)
+        return done;
+    if (code->bundle() && ::rmdir(code->bundle()->signatureFolder().c_str()) != 0 &&
+        errno != ENOTEMPTY && errno != ENOENT)
         return base::systemError("delete", code->bundle()->signatureFolder(), errno);
     return {};
 }

@@ -1,9 +1,9 @@
 #include "sign/SignatureVerifier.h"
 
+#include "base/WorkerThreads.h"
 #include "sign/CodeCheck.h"
-#include "sign/ForEach.h"
-#include "sign/OpenFiles.h"
-#include "sign/bundle/FileTree.h"
+#include "sign/files/FileTree.h"
+#include "sign/files/OpenFiles.h"
 
 #include <algorithm>
 
@@ -50,7 +50,7 @@ private:
         for (CodeChecking& checking : level)
             checking.threads = isSingle ? options_.threads : 1;
         const auto check = [&](std::size_t index) { return checks[index].run(level[index]); };
-        if (auto done = forEach(level.size(), isSingle ? 1 : options_.threads, check); !done)
+        if (auto done = base::forEach(level.size(), isSingle ? 1 : options_.threads, check); !done)
             return done;
         std::vector<PageJob> jobs;
         for (CodeCheck& one : checks)

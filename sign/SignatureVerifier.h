@@ -1,8 +1,8 @@
 #pragma once
 
 #include "base/Result.h"
-#include "sign/FaultCode.h"
 #include "sign/bundle/SealCheck.h"
+#include "sign/signature/FaultCode.h"
 #include "sign/signature/Requirement.h"
 
 #include <optional>

@@ -3,12 +3,12 @@
 #include "base/Printable.h"
 #include "sign/Description.h"
 #include "sign/DesignatedCode.h"
-#include "sign/OpenFiles.h"
 #include "sign/RunLock.h"
 #include "sign/SignatureCms.h"
 #include "sign/SigningJob.h"
 #include "sign/TaskLanes.h"
 #include "sign/bundle/NestedCode.h"
+#include "sign/files/OpenFiles.h"
 
 #include <algorithm>
 #include <atomic>

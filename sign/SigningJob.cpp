@@ -1,9 +1,10 @@
 #include "sign/SigningJob.h"
 
 #include "base/ByteReader.h"
+#include "base/Leftovers.h"
 #include "sign/DesignatedCode.h"
-#include "sign/bundle/FileTree.h"
 #include "sign/bundle/LooseSignature.h"
+#include "sign/files/FileTree.h"
 
 #include <algorithm>
 
@@ -48,6 +49,8 @@ base::Result<std::unique_ptr<SigningJob>> SigningJob::prepare(const std::string&
             return signable.error();
     } else if (!code->file().isMachO()) {
         return notSignable(path);
+    } else if (preparing.isOperand) {
+        base::removeLeftovers(base::folderOf(realPath(path).value_or(path)));
     }
     auto plan = planSigning(*code, options, preparing.isOperand);
     if (!plan)
@@ -55,7 +58,8 @@ base::Result<std::unique_ptr<SigningJob>> SigningJob::prepare(const std::string&
     if (plan->replaces && preparing.replacesSignature)
         preparing.replacesSignature(code->path());
     std::unique_ptr<SigningJob> job(new SigningJob(std::move(*code), std::move(*plan), options));
-    job->watchCode();
+    if (auto watched = job->watchCode(); !watched)
+        return watched.error();
     if (auto sealed = job->makeBundleSeal(preparing); !sealed)
         return sealed.error();
     job->works_.resize(job->code_.signatureCount());
@@ -67,10 +71,24 @@ base::Result<std::unique_ptr<SigningJob>> SigningJob::prepare(const std::string&
     return job;
 }
 
-void SigningJob::watchCode() {
-    newCode_.watch().addFile(code_.file().path(), FileStamp::of(code_.file().status()));
-    if (code_.bundle() && !code_.bundle()->infoPlist.empty())
-        newCode_.watch().addFile(code_.bundle()->infoPlist, code_.bundle()->infoStamp);
+base::Outcome SigningJob::watchCode() {
+    FileWatch& watch = newCode_.watch();
+    watch.addFile(code_.file().path(), code_.file().stamp());
+    if (!code_.bundle())
+        return {};
+    const Bundle& bundle = *code_.bundle();
+    if (!bundle.infoPlist.empty())
+        watch.addFile(bundle.infoPlist, bundle.infoStamp);
+    // What lies around the sealed folder has no place in the seal, but must be as it was checked.
+    std::vector<std::string> around;
+    if (bundle.codeRoot != bundle.path)
+        around.push_back(bundle.path + '/');
+    if (bundle.isVersioned)
+        around.push_back(bundle.path + "/Versions/");
+    for (const std::string& folder : around)
+        if (auto listed = watch.list(folder, false); !listed)
+            return listed.error();
+    return {};
 }
 
 base::Outcome SigningJob::makeBundleSeal(const Preparing& preparing) {
@@ -284,7 +302,7 @@ std::optional<std::size_t> SigningJob::largerCmsSize() const {
 base::Outcome SigningJob::writeSeal() {
     if (auto made = newCode_.makeSignatureFolder(*code_.bundle()); !made)
         return made;
-    auto file = AsideFile::createFor(code_.bundle()->sealPath());
+    auto file = AsideFile::createFor(code_.bundle()->sealPath(), code_.bundle()->codeRoot);
     if (!file)
         return file.error();
     sealFile_.emplace(std::move(*file));

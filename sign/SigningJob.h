@@ -81,7 +81,7 @@ private:
     SigningJob(StaticCode code, SigningPlan plan, const SigningOptions& options)
         : code_(std::move(code)), plan_(std::move(plan)), options_(options) {}
 
-    void watchCode();
+    [[nodiscard]] base::Outcome watchCode();
     [[nodiscard]] base::Outcome makeBundleSeal(const Preparing& preparing);
     [[nodiscard]] base::Outcome prepareWork(Work& work, std::size_t index, std::size_t cmsSize);
     [[nodiscard]] DirectoryFacts factsOf(const Work& work) const;

@@ -1,7 +1,7 @@
 #include "sign/StaticCode.h"
 
-#include "sign/bundle/FileTree.h"
 #include "sign/bundle/LooseSignature.h"
+#include "sign/files/FileTree.h"
 
 #include <algorithm>
 #include <array>

@@ -1,7 +1,7 @@
 #include "sign/TaskLanes.h"
 
 #include "base/WorkerThreads.h"
-#include "sign/SignalPause.h"
+#include "sign/files/SignalPause.h"
 
 #include <algorithm>
 #include <iterator>

@@ -1,6 +1,7 @@
 #!/bin/sh
 # The floors: base/ knows nothing above it; core/, zip/ and sign/ stand on base/ alone; batch/ and app/
-# stand on core/. No toolkit below app/.
+# stand on core/. No toolkit below app/. In sign/, the folders know nothing of what lies above them, but
+# the programs do.
 set -eu
 CDPATH='' cd -- "$(dirname "$0")/.."
 
@@ -24,6 +25,10 @@ forbid '#include *"(app|batch|core|sign)/' zip tests/zip
 forbid '#include *"(app|batch|core|zip)/' sign tests/sign
 forbid '#include *"(app|sign|zip)/' batch tests/batch
 forbid '#include *"(batch|sign|zip)/' app
+for folder in sign/*/; do
+    [ "$folder" = sign/programs/ ] || forbid '#include *"sign/([A-Z]|programs/)' "${folder%/}"
+done
+forbid '#include *"sign/(bundle|cms|identity|macho|signature)/' sign/crypto sign/files sign/plist
 forbid '#include *"app/([A-Z]|results|identities)' app/toolkit app/platform
 # No files include each other in a circle.
 git ls-files -co --exclude-standard '*.h' | while read -r header; do

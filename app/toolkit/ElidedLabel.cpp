@@ -1,5 +1,7 @@
 #include "app/toolkit/ElidedLabel.h"
 
+#include "app/toolkit/ShownText.h"
+
 #include <QClipboard>
 #include <QContextMenuEvent>
 #include <QGuiApplication>
@@ -39,10 +41,7 @@ bool ElidedLabel::event(QEvent* event) {
 
 /// Not the label's own tool tip: its markup would be read out as the description.
 void ElidedLabel::showFullText(QPoint globalPosition) {
-    // Escaped, or a text that looks like markup would be taken for it.
-    QToolTip::showText(globalPosition,
-                       fullText_.isEmpty() ? QString() : "<p>" + fullText_.toHtmlEscaped() + "</p>",
-                       this);
+    QToolTip::showText(globalPosition, toolTipOf(fullText_), this);
 }
 
 void ElidedLabel::resizeEvent(QResizeEvent* event) {
@@ -68,8 +67,7 @@ void ElidedLabel::contextMenuEvent(QContextMenuEvent* event) {
 }
 
 void ElidedLabel::elide() {
-    QString line = fullText_;
-    line.replace('\n', QChar(0x2424)); // the sign for a new line: a name may hold one
+    const QString line = inOneLine(fullText_);
     setText(fontMetrics().elidedText(line, Qt::ElideMiddle, width()));
     // Without a mouse the tool tip comes with the focus.
     setFocusPolicy(text() == line ? Qt::NoFocus : Qt::TabFocus);

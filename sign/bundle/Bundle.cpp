@@ -2,7 +2,7 @@
 
 #include "base/Printable.h"
 #include "sign/bundle/BundleRoot.h"
-#include "sign/bundle/FileTree.h"
+#include "sign/files/FileTree.h"
 
 #include <algorithm>
 #include <array>

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "base/Result.h"
-#include "sign/FaultCode.h"
-#include "sign/PropertyList.h"
-#include "sign/bundle/FileTree.h"
+#include "sign/files/FileTree.h"
+#include "sign/plist/PropertyList.h"
+#include "sign/signature/FaultCode.h"
 
 #include <optional>
 #include <string>

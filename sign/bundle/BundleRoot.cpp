@@ -1,8 +1,8 @@
 #include "sign/bundle/BundleRoot.h"
 
 #include "base/Printable.h"
-#include "sign/bundle/FileTree.h"
 #include "sign/bundle/LooseSignature.h"
+#include "sign/files/FileTree.h"
 
 #include <algorithm>
 
@@ -120,7 +120,7 @@ base::Outcome checkSignable(const Bundle& bundle) {
                                "\" names, is missing. Build the package anew."};
     if (auto layout = checkLayout(bundle); !layout)
         return layout;
-    return checkSignatureFolder(bundle);
+    return checkSignatureFolder(bundle.signatureFolder());
 }
 
 base::Outcome checkLayout(const Bundle& bundle) {

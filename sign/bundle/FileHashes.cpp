@@ -2,11 +2,10 @@
 
 #include "base/ByteReader.h"
 #include "base/FileDescriptor.h"
-#include "base/Printable.h"
 #include "base/WorkerThreads.h"
-#include "sign/AsideFile.h"
-#include "sign/Digest.h"
-#include "sign/bundle/FileTree.h"
+#include "sign/crypto/Digest.h"
+#include "sign/files/AsideFile.h"
+#include "sign/files/FileStamp.h"
 #include "sign/macho/MachFile.h"
 
 #include <algorithm>
@@ -52,10 +51,7 @@ public:
             return read;
         struct stat after {};
         if (fstat(opened.get(), &after) != 0 || FileStamp::of(before) != FileStamp::of(after))
-            return base::Error{base::ErrorKind::Changed,
-                               "\"" + base::printable(file.path) +
-                                   "\" changed while it was read. Try again when nothing writes "
-                                   "to the package."};
+            return changedWhileRead(file.path);
         return {};
     }
 

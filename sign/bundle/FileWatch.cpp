@@ -3,7 +3,7 @@
 #include "base/FileDescriptor.h"
 #include "base/Leftovers.h"
 #include "base/Printable.h"
-#include "sign/ForEach.h"
+#include "base/WorkerThreads.h"
 
 #include <string_view>
 
@@ -16,7 +16,7 @@ namespace {
 base::Error changed(const std::string& path, const char* what) {
     return {base::ErrorKind::Changed,
             "\"" + base::printable(path) + "\" " + what +
-                " while the package was signed. Try again when nothing writes to the package."};
+                " meanwhile. Try again when nothing writes to the package."};
 }
 
 bool isWatched(std::string_view name, bool isCodeRoot) {
@@ -69,8 +69,8 @@ base::Outcome FileWatch::check(unsigned threads) const {
             return changed(file.path, "changed");
     }
     constexpr std::size_t few = 16;
-    return forEach(folders_.size(), folders_.size() > few ? threads : 1,
-                   [this](std::size_t index) { return checkFolder(folders_[index]); });
+    return base::forEach(folders_.size(), folders_.size() > few ? threads : 1,
+                         [this](std::size_t index) { return checkFolder(folders_[index]); });
 }
 
 base::Outcome FileWatch::checkFolder(const Folder& folder) {

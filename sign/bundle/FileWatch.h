@@ -1,6 +1,6 @@
 #pragma once
 
-#include "sign/bundle/FileTree.h"
+#include "sign/files/FileTree.h"
 
 #include <deque>
 #include <string>

@@ -2,7 +2,7 @@
 
 #include "base/Leftovers.h"
 #include "base/Printable.h"
-#include "sign/bundle/FileTree.h"
+#include "sign/files/FileTree.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -72,8 +72,7 @@ std::vector<std::string> signatureFiles(const LooseSignature& signature) {
     return names;
 }
 
-base::Outcome checkSignatureFolder(const Bundle& bundle) {
-    const std::string folder = bundle.signatureFolder();
+base::Outcome checkSignatureFolder(const std::string& folder) {
     if (!isFolder(folder))
         return {};
     const auto entries = entriesOf(folder);
@@ -90,10 +89,12 @@ base::Outcome checkSignatureFolder(const Bundle& bundle) {
 
 base::Result<std::vector<std::string>> unusedSignatureFiles(const Bundle& bundle,
                                                             const std::vector<std::string>& kept) {
+    std::vector<std::string> unused;
+    if (!isFolder(bundle.signatureFolder()))
+        return unused;
     const auto entries = entriesOf(bundle.signatureFolder());
     if (!entries)
         return entries.error();
-    std::vector<std::string> unused;
     for (const FileEntry& entry : *entries) {
         const bool isOurs = isSignatureFile(entry.name) && !entry.isFolder();
         if (isOurs && std::find(kept.begin(), kept.end(), entry.name) == kept.end())
@@ -134,7 +135,8 @@ writeLooseSignature(const Bundle& bundle, const LooseSignature& signature, base:
     std::vector<AsideFile> files;
     files.reserve(parts.size());
     for (const Part& part : parts) {
-        auto file = AsideFile::createFor(bundle.signatureFolder() + "/" + part.name);
+        auto file =
+            AsideFile::createFor(bundle.signatureFolder() + "/" + part.name, bundle.codeRoot);
         if (!file)
             return file.error();
         if (auto written = file->write(part.bytes, 0); !written)

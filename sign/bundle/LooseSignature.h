@@ -1,8 +1,8 @@
 #pragma once
 
 #include "base/Result.h"
-#include "sign/AsideFile.h"
 #include "sign/bundle/Bundle.h"
+#include "sign/files/AsideFile.h"
 
 #include <cstdint>
 #include <optional>
@@ -27,13 +27,14 @@ struct LooseSignature {
 /// NotFound, with the platform's message, if there is no CodeDirectory. Any thread.
 [[nodiscard]] base::Result<LooseSignature> readLooseSignature(const Bundle& bundle);
 
-/// All files of a signature, written aside, on the disk and closed; _CodeSignature is there. `seal`
-/// becomes CodeResources. Any thread.
+/// All files of a signature, written aside, on the disk and closed. `seal` becomes CodeResources.
+/// Any thread.
 [[nodiscard]] base::Result<std::vector<AsideFile>>
 writeLooseSignature(const Bundle& bundle, const LooseSignature& signature, base::Bytes seal);
 
-/// Conflict if _CodeSignature holds anything but files that signing writes or takes away.
-[[nodiscard]] base::Outcome checkSignatureFolder(const Bundle& bundle);
+/// Conflict if the _CodeSignature, given its path, holds anything but files that signing writes or
+/// takes away.
+[[nodiscard]] base::Outcome checkSignatureFolder(const std::string& folder);
 
 /// The paths of what an earlier signature left in _CodeSignature and the new one, which has the
 /// files with the names `kept`, does not use. Any thread.

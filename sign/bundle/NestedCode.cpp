@@ -2,8 +2,8 @@
 
 #include "base/Printable.h"
 #include "sign/bundle/Bundle.h"
-#include "sign/bundle/FileTree.h"
 #include "sign/bundle/MachOFile.h"
+#include "sign/files/FileTree.h"
 
 #include <algorithm>
 

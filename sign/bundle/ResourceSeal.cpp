@@ -4,10 +4,10 @@
 #include "base/Printable.h"
 #include "base/Utf8.h"
 #include "sign/bundle/FileHashes.h"
-#include "sign/bundle/FileTree.h"
 #include "sign/bundle/MachOFile.h"
 #include "sign/bundle/NewFiles.h"
 #include "sign/bundle/SealScope.h"
+#include "sign/files/FileTree.h"
 
 #include <algorithm>
 
@@ -190,13 +190,13 @@ private:
             if (hashes.isMissing)
                 return base::Error{base::ErrorKind::Changed,
                                    "\"" + base::printable(hashes.path) +
-                                       "\" went away while the package was signed. Try again when "
+                                       "\" went away meanwhile. Try again when "
                                        "nothing writes to the package."};
             if (making_.newFiles != nullptr && hashes.mayBeCode &&
                 making_.newFiles->isUnknownCode(hashes.path) && isSignableMachO(hashes.path))
                 return base::Error{base::ErrorKind::Changed,
                                    "\"" + base::printable(hashes.path) +
-                                       "\" was added while the package was signed. Try again when "
+                                       "\" was added meanwhile. Try again when "
                                        "nothing writes to the package."};
             std::string name = hashes.path.substr(bundle_.codeRoot.size() + 1);
             if (file.oldRule)

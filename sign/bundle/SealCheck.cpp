@@ -1,9 +1,9 @@
 #include "sign/bundle/SealCheck.h"
 
 #include "sign/bundle/FileHashes.h"
-#include "sign/bundle/FileTree.h"
 #include "sign/bundle/SealScope.h"
 #include "sign/bundle/SealWalk.h"
+#include "sign/files/FileTree.h"
 
 #include <algorithm>
 #include <unordered_map>

@@ -2,8 +2,8 @@
 
 #include "base/Bytes.h"
 #include "base/Result.h"
-#include "sign/FaultCode.h"
 #include "sign/bundle/Bundle.h"
+#include "sign/signature/FaultCode.h"
 
 #include <memory>
 #include <string>

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "base/Result.h"
-#include "sign/PropertyList.h"
 #include "sign/bundle/Bundle.h"
 #include "sign/bundle/StandardRules.h"
+#include "sign/plist/PropertyList.h"
 
 #include <memory>
 #include <optional>

@@ -1,6 +1,6 @@
 #include "sign/bundle/SealScope.h"
 
-#include "sign/bundle/FileTree.h"
+#include "sign/files/FileTree.h"
 
 #include <vector>
 

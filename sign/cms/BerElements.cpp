@@ -1,6 +1,6 @@
 #include "sign/cms/BerElements.h"
 
-#include "sign/OpenSsl.h"
+#include "sign/crypto/OpenSsl.h"
 
 namespace sign {
 namespace {

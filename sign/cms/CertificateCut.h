@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/Bytes.h"
-#include "sign/OpenSsl.h"
+#include "sign/crypto/OpenSsl.h"
 #include "sign/identity/Certificate.h"
 
 #include <optional>

@@ -1,6 +1,6 @@
 #include "sign/cms/CmsAttributes.h"
 
-#include "sign/PropertyList.h"
+#include "sign/plist/PropertyList.h"
 
 #include <algorithm>
 

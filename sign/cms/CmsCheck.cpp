@@ -1,10 +1,10 @@
 #include "base/ByteReader.h"
-#include "sign/PropertyList.h"
 #include "sign/cms/CertificateCut.h"
 #include "sign/cms/Cms.h"
 #include "sign/cms/CmsAttributes.h"
 #include "sign/cms/TimeStamp.h"
 #include "sign/identity/CertificateChain.h"
+#include "sign/plist/PropertyList.h"
 
 #include <algorithm>
 #include <ctime>

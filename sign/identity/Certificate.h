@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/Result.h"
-#include "sign/OpenSsl.h"
+#include "sign/crypto/OpenSsl.h"
 #include "sign/signature/RequirementCheck.h"
 
 #include <cstdint>

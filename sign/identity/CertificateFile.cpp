@@ -1,6 +1,6 @@
 #include "sign/identity/CertificateFile.h"
 
-#include "sign/bundle/FileTree.h"
+#include "sign/files/FileTree.h"
 
 namespace sign {
 

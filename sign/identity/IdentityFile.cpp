@@ -1,7 +1,7 @@
 #include "sign/identity/IdentityFile.h"
 
 #include "base/ByteReader.h"
-#include "sign/bundle/FileTree.h"
+#include "sign/files/FileTree.h"
 #include "sign/identity/KeyFile.h"
 
 #include <openssl/err.h>

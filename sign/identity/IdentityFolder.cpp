@@ -3,7 +3,7 @@
 #include "base/ByteReader.h"
 #include "base/Printable.h"
 #include "base/ReplacedFile.h"
-#include "sign/bundle/FileTree.h"
+#include "sign/files/FileTree.h"
 #include "sign/identity/CertificateChain.h"
 #include "sign/identity/CertificateFile.h"
 #include "sign/identity/KeyFile.h"

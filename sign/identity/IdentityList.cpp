@@ -1,6 +1,6 @@
 #include "sign/identity/IdentityList.h"
 
-#include "sign/bundle/FileTree.h"
+#include "sign/files/FileTree.h"
 #include "sign/identity/TrustedRoots.h"
 
 #include <algorithm>

@@ -13,11 +13,6 @@ namespace {
 constexpr std::uint64_t mostCommands = 16U << 20U;
 constexpr std::uint32_t mostAlignment = 30;
 
-base::Error changed(const std::string& path) {
-    return {base::ErrorKind::Changed,
-            path + " changed while it was read. Close what writes to it and try again."};
-}
-
 } // namespace
 
 base::Result<CodeFile> CodeFile::open(const std::string& path) {
@@ -25,10 +20,12 @@ base::Result<CodeFile> CodeFile::open(const std::string& path) {
     file.path_ = path;
     // Else the open of a pipe would wait for a writer.
     file.file_ = base::FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NONBLOCK);
-    if (!file.file_.open() || ::fstat(file.file_.get(), &file.status_) != 0)
+    struct stat status {};
+    if (!file.file_.open() || ::fstat(file.file_.get(), &status) != 0)
         return base::systemError("open", path, errno);
-    if (!S_ISREG(file.status_.st_mode))
+    if (!S_ISREG(status.st_mode))
         return base::Error{base::ErrorKind::Unsupported, path + " is not a file. Check the path."};
+    file.stamp_ = FileStamp::of(status);
     if (auto read = file.readSlices(); !read)
         return read.error();
     return file;
@@ -124,7 +121,7 @@ base::Outcome CodeFile::read(std::uint8_t* to, FileRange range) const {
     if (!count)
         return base::systemError("read", path_, errno);
     if (*count != range.size)
-        return changed(path_);
+        return changedWhileRead(path_);
     return {};
 }
 
@@ -190,24 +187,6 @@ base::Outcome CodeFile::checkNothingElse() const {
     }
     if (end != size())
         return damagedMachO(path_, "there is data behind its last architecture");
-    return {};
-}
-
-base::Outcome CodeFile::checkUnchanged() const {
-    struct stat now {};
-    struct stat named {};
-    if (::fstat(file_.get(), &now) != 0 || ::stat(path_.c_str(), &named) != 0)
-        return changed(path_);
-    const auto time = [](const struct stat& status) {
-#ifdef __APPLE__
-        return std::array{status.st_mtimespec.tv_sec, status.st_mtimespec.tv_nsec};
-#else
-        return std::array{status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
-#endif
-    };
-    if (now.st_size != status_.st_size || time(now) != time(status_) ||
-        named.st_ino != status_.st_ino || named.st_dev != status_.st_dev)
-        return changed(path_);
     return {};
 }
 

@@ -1,12 +1,11 @@
 #pragma once
 
 #include "base/FileDescriptor.h"
+#include "sign/files/FileStamp.h"
 #include "sign/macho/MachFile.h"
 
 #include <string>
 #include <vector>
-
-#include <sys/stat.h>
 
 namespace sign {
 
@@ -20,8 +19,9 @@ public:
     [[nodiscard]] static base::Result<CodeFile> open(const std::string& path);
 
     [[nodiscard]] const std::string& path() const { return path_; }
-    [[nodiscard]] std::uint64_t size() const { return static_cast<std::uint64_t>(status_.st_size); }
-    [[nodiscard]] const struct stat& status() const { return status_; }
+    [[nodiscard]] std::uint64_t size() const { return stamp_.size; }
+    /// When it was opened.
+    [[nodiscard]] const FileStamp& stamp() const { return stamp_; }
     [[nodiscard]] bool isMachO() const { return !slices_.empty(); }
     /// Whether it has the header of a universal file, be it with one slice.
     [[nodiscard]] bool isUniversal() const { return isUniversal_; }
@@ -43,8 +43,6 @@ public:
     /// Whether its slices, of one file type, are all that a universal file holds: what a new file
     /// that is made of them would lose otherwise. The error tells what is wrong.
     [[nodiscard]] base::Outcome checkNothingElse() const;
-    /// Changed if the file is not the same as when it was opened.
-    [[nodiscard]] base::Outcome checkUnchanged() const;
 
 private:
     CodeFile() = default;
@@ -57,7 +55,7 @@ private:
 
     std::string path_;
     base::FileDescriptor file_;
-    struct stat status_ {};
+    FileStamp stamp_;
     bool isUniversal_ = false;
     bool isUniversal64_ = false;
     std::vector<MachSlice> slices_;

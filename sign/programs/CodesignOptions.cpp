@@ -2,7 +2,7 @@
 
 #include "base/ByteReader.h"
 #include "base/Number.h"
-#include "sign/bundle/FileTree.h"
+#include "sign/files/FileTree.h"
 #include "sign/signature/CodeDirectory.h"
 #include "sign/signature/RequirementText.h"
 

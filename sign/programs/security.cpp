@@ -4,7 +4,7 @@
 #include "base/ProgramStart.h"
 #include "base/ReplacedFile.h"
 #include "base/Version.h"
-#include "sign/bundle/FileTree.h"
+#include "sign/files/FileTree.h"
 #include "sign/identity/CertificateFile.h"
 #include "sign/identity/CertificateMaker.h"
 #include "sign/identity/IdentityImport.h"

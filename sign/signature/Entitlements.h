@@ -1,8 +1,8 @@
 #pragma once
 
 #include "base/Result.h"
-#include "sign/Digest.h"
-#include "sign/PropertyList.h"
+#include "sign/crypto/Digest.h"
+#include "sign/plist/PropertyList.h"
 
 #include <cstdint>
 #include <string_view>

@@ -1,6 +1,6 @@
 #include "sign/signature/PageHashes.h"
 
-#include "sign/ForEach.h"
+#include "base/WorkerThreads.h"
 
 #include <algorithm>
 
@@ -84,7 +84,7 @@ base::Outcome hashRun(const PageRun& run) {
 
 base::Outcome hashPages(const std::vector<PageJob>& jobs, unsigned threads) {
     const std::vector<PageRun> runs = runsOf(jobs);
-    return forEach(runs.size(), threads, [&](std::size_t at) { return hashRun(runs[at]); });
+    return base::forEach(runs.size(), threads, [&](std::size_t at) { return hashRun(runs[at]); });
 }
 
 } // namespace sign

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/Result.h"
-#include "sign/Digest.h"
+#include "sign/crypto/Digest.h"
 
 #include <cstdint>
 #include <map>

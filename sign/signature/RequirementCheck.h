@@ -1,6 +1,6 @@
 #pragma once
 
-#include "sign/PropertyList.h"
+#include "sign/plist/PropertyList.h"
 #include "sign/signature/Requirement.h"
 
 #include <map>

@@ -16,6 +16,19 @@ TEST(Utf8, IsToldFromOtherBytes) {
         EXPECT_FALSE(base::isValidUtf8(bytes)) << bytes;
 }
 
+TEST(Utf8, IsMadeOfUtf16) {
+    const std::pair<base::OwnedBytes, const char*> cases[] = {
+        {{0, 'A', 0, 0xFC, 0x20, 0xAC}, "Aü€"},
+        {{0xD8, 0x3D, 0xDE, 0x00, 0xDB, 0xFF, 0xDF, 0xFF}, "😀\U0010FFFF"},
+        {{0xDE, 0x00, 0xD8, 0x3D, 0, 'A'}, "\uFFFD\uFFFDA"},
+        {{0xD8, 0x3D, 0xD8, 0x3D, 0xDC, 0x00}, "\uFFFD\U0001F400"},
+        {{0xD7, 0xFF, 0xE0, 0x00, 0xD8, 0x3D}, "\uD7FF\uE000\uFFFD"},
+        {{0xD8, 0x3D, 0xDE}, "\uFFFD"},
+    };
+    for (const auto& [units, text] : cases)
+        EXPECT_EQ(base::utf8OfUtf16(units), text);
+}
+
 TEST(Printable, HasNothingThatATerminalObeys) {
     EXPECT_EQ(base::printable("a\nb\x1b[2J\x7f"), "a?b?[2J?");
     EXPECT_EQ(base::printable("\xc2\x9b"

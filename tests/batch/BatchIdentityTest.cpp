@@ -38,7 +38,7 @@ TEST_F(BatchFace, TouchesNothingWithoutTheIdentityThatIsGiven) {
                                  "  Kind B: Kim (Y2)\nGive one of these, or import yours.\n");
     EXPECT_THAT(refused("Kind"), HasSubstr("Several identities fit \"Kind\":\n"));
     useScript("fenwoZipAppsDNP.sh", "touch '" + folder.path("touched") + "'");
-    EXPECT_THAT(refused(jo), HasSubstr("this edition never signs"));
+    EXPECT_THAT(refused(jo), HasSubstr("This edition never signs. Leave"));
 }
 
 TEST_F(BatchFace, SignsAsTheOneIdentityThatFits) {
@@ -87,7 +87,8 @@ TEST_F(BatchFace, PacksNothingUnsignedIfASignatureIsRequired) {
     EXPECT_TRUE(zipped("packedBß 2.app"));
     EXPECT_EQ(run({"--identity=X1", "--require-signature", folder.path("more")}, "d\np\n"),
               ExitStatus::SomeFailed);
-    EXPECT_THAT(out.str(), HasSubstr("more: FAILED: it is not packed, as --require-signature"));
+    EXPECT_THAT(out.str(),
+                HasSubstr("more: FAILED: It is not packed, as --require-signature was given.\n"));
     EXPECT_FALSE(zipped("packedC.app"));
     useScript("fenwoJustZipApps.sh", "echo error: no: room");
     (void)run({"--process-all", "--identity=X1", folder.path("apps/A.app")});

@@ -50,12 +50,14 @@ TEST_F(BatchFace, SaysWhatIsWrongWithEachPathAndDoesTheRest) {
     EXPECT_EQ(run({"--process-all", folder.path("missing"), folder.path("notes.txt"),
                    folder.path("empty"), folder.path("Broken.app"), "/", folder.path("more")}),
               ExitStatus::SomeFailed);
-    EXPECT_THAT(out.str(), AllOf(HasSubstr("missing: nothing is there\n"),
-                                 HasSubstr("notes.txt: a file is there; give "),
-                                 HasSubstr("empty: no application packages (Name.app) are in "),
-                                 HasSubstr("Broken.app: this package is not a complete "),
-                                 HasSubstr("FAILED: /: this is a whole volume; "),
-                                 HasSubstr(" 0 left, 5 PATHs refused\n")));
+    EXPECT_THAT(
+        out.str(),
+        AllOf(HasSubstr("missing: nothing is there. Check the path.\n"),
+              HasSubstr("notes.txt: a file is there. Give "),
+              HasSubstr("empty: no application packages (Name.app) are in this folder. Give "),
+              HasSubstr("Broken.app: this package is not a complete "),
+              HasSubstr("FAILED: /: this is a whole volume. Give "),
+              HasSubstr(" 0 left, 5 PATHs refused\n")));
     EXPECT_TRUE(zipped("more/C.zip"));
     EXPECT_EQ(run({"--process-all", folder.path("more"), folder.path("more/C.app")}),
               ExitStatus::AllDone);
@@ -68,7 +70,7 @@ TEST_F(BatchFace, SaysWhatIsWrongWithEachPathAndDoesTheRest) {
     EXPECT_THAT(out.str(), HasSubstr("\"refused\": [\"/missing"));
     EXPECT_EQ(run({"-q", "--process-all", "/missing", folder.path("more")}),
               ExitStatus::SomeFailed);
-    EXPECT_EQ(out.str(), "FAILED: /missing: nothing is there\n"
+    EXPECT_EQ(out.str(), "FAILED: /missing: nothing is there. Check the path.\n"
                          "1 package done, 0 failed, 0 folders skipped, 0 left, 1 PATH refused\n");
 }
 
@@ -167,7 +169,7 @@ TEST_F(BatchFace, BeginsNothingAfterASignalAndSumsUp) {
 TEST_F(BatchFace, SaysWhenItsScriptsCannotBeRun) {
     bundle.resourcesFolder = folder.path("missing");
     EXPECT_EQ(run({"--process-all", folder.path("apps")}), ExitStatus::NothingToDo);
-    EXPECT_THAT(err.str(), HasSubstr("the scripts are missing from "));
+    EXPECT_THAT(err.str(), HasSubstr("The scripts are missing from "));
     folder.makeFile("in a blank/fenwoJustZipApps.sh");
     bundle.resourcesFolder = folder.path("in a blank");
     EXPECT_EQ(run({"--process-all", folder.path("apps")}), ExitStatus::NothingToDo);
@@ -183,7 +185,7 @@ TEST_F(BatchFace, NoticesWhenAFolderIsEmptiedBeforeItsTurn) {
                            folder.path("apps/A.app"), folder.path("more")},
                           "p\np\n"),
                       ExitStatus::SomeFailed);
-            EXPECT_THAT(out.str(), HasSubstr("no longer there")) << gone;
+            EXPECT_THAT(out.str(), HasSubstr(" no longer there.\n")) << gone;
         }
     }
 }
@@ -202,7 +204,7 @@ TEST_F(BatchFace, BeginsNoPackageThatTheShellWouldMisreadAndCountsItAsDone) {
         folder.makeApplication("more/" + std::string(name) + ".app");
     EXPECT_EQ(run({"--process-all", "--jobs=1", folder.path("more")}), ExitStatus::SomeFailed);
     EXPECT_THAT(out.str(), AllOf(HasSubstr("4 failed"), HasSubstr("a dollar sign"),
-                                 HasSubstr("its path is not UTF-8"),
+                                 HasSubstr(": Its path is not UTF-8. Rename it.\n"),
                                  HasSubstr("4 of 5, 80 %: Processing App Package: C.app..."),
                                  Not(HasSubstr("\033[2m")), Not(HasSubstr("without a result"))));
 }
@@ -250,11 +252,11 @@ TEST_F(BatchFace, LetsNoPackageTakeTheArchiveOfAnother) {
                   ExitStatus::SomeFailed);
         EXPECT_THAT(out.str(),
                     AllOf(HasSubstr("C.APP: packed as"),
-                          HasSubstr("C.app: FAILED: its archive would take the place of that of " +
-                                    folder.path("more/C.APP") + "; rename"),
+                          HasSubstr("C.app: FAILED: Its archive would take the place of that of " +
+                                    folder.path("more/C.APP") + ". Rename"),
                           HasSubstr("1 package done, 2 failed")));
     }
-    EXPECT_THAT(log.failures(), testing::Contains(HasSubstr("its archive would take the place")));
+    EXPECT_THAT(log.failures(), testing::Contains(HasSubstr("Its archive would take the place")));
 }
 
 TEST(Program, LogsOnStandardErrorOnlyWhenAsked) {

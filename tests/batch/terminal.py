@@ -201,7 +201,7 @@ class Options(SigningTest):
         status, said = self.batch(self.path("X.app"), env=self.environment, options=(
             "--process-all", "--identity=Jo", "--entitlements=missing"))
         self.assertEqual(status, 2)
-        self.assertIn("missing: no file with entitlements is there", said)
+        self.assertIn("missing: no file with entitlements is there. Check the path.", said)
 
     def test_requiring_a_signature_keep_the_good_archive(self):
         self.package("X.app")

@@ -242,6 +242,16 @@ TEST(RunSummary, TellsWhatTheToolSaidIfTheScriptPointsAtIt) {
     EXPECT_EQ(failureOf(package)->remedy, "See the full output, mend it and try again.");
 }
 
+TEST(RunSummary, DividesWhatHinderedAPackageFromWhatToDo) {
+    PackageRecord package{.path = "/p. q/A.app", .entry = "/p. q", .state = PackageState::Failed};
+    package.notSigned = "Its archive would take the place of that of /p. q/B: C.app. Rename it.";
+    EXPECT_EQ(failureOf(package)->error, "Its archive would take the place of that of B: C.app.");
+    EXPECT_EQ(failureOf(package)->remedy, "Rename it.");
+    package.notSigned = "It is no longer there.";
+    EXPECT_EQ(failureOf(package)->error, package.notSigned);
+    EXPECT_EQ(failureOf(package)->remedy, "Mend it and try again.");
+}
+
 TEST(RunSummary, CountsAsFileBrowsersDo) {
     EXPECT_EQ(sizeText(1), "1 byte");
     EXPECT_EQ(sizeText(999), "999 bytes");

@@ -1,6 +1,6 @@
 #include "base/ByteReader.h"
 #include "base/Utf8.h"
-#include "sign/PropertyList.h"
+#include "sign/plist/PropertyList.h"
 #include "tests/fuzz/FuzzInput.h"
 
 #include <algorithm>

@@ -66,7 +66,7 @@ class DisksAndPermissions(ProgramTest):
         self.addCleanup(disk.close)
         status, said = run(disk.command([self.programs.batch, "--process-all", disk.point]))
         self.assertEqual(status, 2)
-        self.assertIn("disk: this is a whole volume; ", said)
+        self.assertIn("disk: this is a whole volume. Give", said)
 
     def test_folder_that_may_not_be_written(self):
         self.package("closed/A.app")

@@ -18,8 +18,8 @@ from desktop import Desktop, Window  # noqa: E402
 from programs import ProgramTest, await_that, make_package, run  # noqa: E402
 
 PACKED = "packed"
-SHELL = "its path holds a quote, a dollar sign, a back quote, a backslash or a line break"
-BYTES = "its path is not UTF-8"
+SHELL = "Its path holds a quote, a dollar sign, a back quote, a backslash or a line break"
+BYTES = "Its path is not UTF-8. Rename it."
 
 # A name without its ending; what the terminal says of it; what the window's log says of it, where HOME
 # is the word HOME. What the shell is made to run here prints and writes nothing.
@@ -142,7 +142,7 @@ class Terminal(Names):
                     said += piece
         self.assertEqual(program.wait(), 1, said)
         self.assertIn(b"red?[31m?Good??1m.app: packed as ", said)
-        self.assertIn(b"no?[31m?1m: nothing is there", said)
+        self.assertIn(b"no?[31m?1m: nothing is there. Check the path.", said)
         self.assertIn(b"result of fenwoJustZipApps.sh = packed: ", said)
         self.assertEqual(said.count(b"\x1b"), said.count(b"\r\x1b[K"), "but for our own progress line")
         self.assertNotIn(b"\xc2\x9b", said)
@@ -153,7 +153,7 @@ class Terminal(Names):
         self.make(b"X.app")
         status, said = run([self.programs.batch, "--process-all", self.here])
         self.assertEqual((status, said.count("packed as ")), (1, 1), said)
-        self.assertIn("X.app: FAILED: its archive would take the place of that of ", said)
+        self.assertIn("X.app: FAILED: Its archive would take the place of that of ", said)
         self.assert_packed(first)
 
 

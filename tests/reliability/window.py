@@ -120,7 +120,7 @@ class Display(Faults):
                 window = self.start(without, **changes)
                 self.assertEqual(window.end(), 1)
                 self.assertTrue(window.log().endswith(
-                    "kelpmoray: no display can be reached; kelpmoray-batch does the same on a terminal\n"))
+                    "kelpmoray: No display can be reached. kelpmoray-batch does the same on a terminal.\n"))
         self.assertEqual(sorted(os.listdir(self.path("apps"))), ["A.app", "B.app"])
 
     def test_it_goes_while_a_script_runs(self):

@@ -1,4 +1,4 @@
-#include "sign/PropertyList.h"
+#include "sign/plist/PropertyList.h"
 
 #include "base/ByteReader.h"
 
@@ -109,6 +109,9 @@ TEST(PropertyListTest, ReadsXmlAsThePlatformDoes) {
         {"<real>NaN</real>", "<real>nan</real>"},
         {"<real>-inf</real>", "<real>-infinity</real>"},
         {"<date>4001-01-01T00:00:00Z</date>", "<date>4001-01-01T00:00:00Z</date>"},
+        {"<date>0001-01-01T00:00:00Z</date>", "<date>0001-01-01T00:00:00Z</date>"},
+        {"<date>-44-03-15T12:00:00Z</date>", "<date>-0044-03-15T12:00:00Z</date>"},
+        {"<date>-0044-03-15T12:00:00Z</date>", "<date>-0044-03-15T12:00:00Z</date>"},
         {"<date>2023-02-29T23:59:60Z</date>", "<date>2023-03-02T00:00:00Z</date>"},
     };
     for (const auto& [xml, same] : cases) {

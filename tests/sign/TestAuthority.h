@@ -1,6 +1,6 @@
 #pragma once
 
-#include "sign/OpenSsl.h"
+#include "sign/crypto/OpenSsl.h"
 #include "sign/identity/Certificate.h"
 #include "sign/identity/Identity.h"
 

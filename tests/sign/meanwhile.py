@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """What happens to code while it is signed: other signers, changes, servers that fail, kills."""
 import contextlib
+import errno
 import http.server
 import os
 import resource
@@ -12,7 +13,7 @@ import unittest
 
 import fixtures
 from codesign import CODESIGN, CodeTest, Owner, flip, read, tree
-from programs import PATIENCE, write
+from programs import PATIENCE, await_that, write
 
 
 class Meanwhile(CodeTest):
@@ -23,6 +24,15 @@ class Meanwhile(CodeTest):
 
     def application(self, name="My App.app"):
         return fixtures.make_application(self.linker, self.path(name))
+
+    def rich_application(self):
+        """With code whose files the seal around it has hashes of, its own seals and signatures in files among them."""
+        app = self.application()
+        inner = app + "/Contents/Resources/Inner.app"
+        fixtures.make_bundle(inner, "inner", self.linker.link("exe-arm64"))
+        fixtures.put(self.linker.library(), inner, "Contents/Frameworks/lib.dylib")
+        fixtures.write_plist(inner + "/Contents/PlugIns/Pictures.bundle/Contents/Info.plist", None, "BNDL")
+        return app
 
     @contextlib.contextmanager
     def waiting_signer(self, path, *arguments):
@@ -36,7 +46,7 @@ class Meanwhile(CodeTest):
             stack.callback(process.kill)
             server.socket.settimeout(PATIENCE)
             stack.enter_context(server.socket.accept()[0])
-            yield
+            yield process
 
 
 class OtherSigners(Meanwhile):
@@ -62,15 +72,6 @@ class StampsThatDoNotCome(Meanwhile):
     def few_files(self):
         resource.setrlimit(resource.RLIMIT_NOFILE, (80, 80))
 
-    def rich_application(self):
-        """With code whose files the seal around it has hashes of, its own seals and signatures in files among them."""
-        app = self.application()
-        inner = app + "/Contents/Resources/Inner.app"
-        fixtures.make_bundle(inner, "inner", self.linker.link("exe-arm64"))
-        fixtures.put(self.linker.library(), inner, "Contents/Frameworks/lib.dylib")
-        fixtures.write_plist(inner + "/Contents/PlugIns/Pictures.bundle/Contents/Info.plist", None, "BNDL")
-        return app
-
     def test_nothing_changes_before_all_have_come(self):
         app = self.rich_application()
         # Of an earlier signature, which the new one does not use.
@@ -93,20 +94,52 @@ class StampsThatDoNotCome(Meanwhile):
 
 
 @unittest.skipUnless(sys.platform == "linux", "the loader is told otherwise elsewhere")
-class Kills(Meanwhile):
-    KILLER = """void *dlsym(void *, const char *); int kill(int, int), getpid(void), atoi(const char *); char *getenv(const char *);
-int rename(const char *from, const char *to) {
-    static int count;
-    int done = ((int (*)(const char *, const char *))dlsym((void *)-1L, "rename"))(from, to);
-    if (++count == atoi(getenv("RENAMES"))) kill(getpid(), 9);
+class InOurProcess(Meanwhile):
+    KILLER = """void *dlsym(void *, const char *); int kill(int, int), getpid(void), atoi(const char *), *__errno_location(void);
+char *getenv(const char *);
+static int count;
+static int isRefused(void) {
+    if (!getenv("REFUSAL") || (++count != atoi(getenv("RENAMES")) && atoi(getenv("RENAMES")))) return 0;
+    *__errno_location() = atoi(getenv("REFUSAL"));
+    return 1;
+}
+static int told(int done) {
+    if (!getenv("REFUSAL") && ++count == atoi(getenv("RENAMES"))) kill(getpid(), 9);
     return done;
+}
+int rename(const char *from, const char *to) {
+    if (atoi(getenv("RENAMES")) && isRefused()) return -1;
+    return told(((int (*)(const char *, const char *))dlsym((void *)-1L, "rename"))(from, to));
+}
+int renameat2(int at, const char *from, int other, const char *to, unsigned flags) {
+    if (isRefused()) return -1;
+    return told(((int (*)(int, const char *, int, const char *, unsigned))dlsym((void *)-1L, "renameat2"))(at, from, other, to, flags));
 }"""
+
+    WRITER = """void *dlsym(void *, const char *); int open(const char *, int); char *getenv(const char *);
+long write(int, const void *, unsigned long);
+int fsync(int file) {
+    write(open(getenv("WRITES_TO"), 02001), "", 1);
+    return ((int (*)(int))dlsym((void *)-1L, "fsync"))(file);
+}"""
+
+    def preloaded(self, source):
+        write(self.path("other.c"), source)
+        # The loader takes a blank for the end of a path.
+        fixtures.check_call(fixtures.tool("clang"), "-shared", "-fPIC", "-o", "other.so", "other.c", "-ldl", cwd=self.folder)
+        return {"LD_PRELOAD": "./other.so", "ASAN_OPTIONS": "verify_asan_link_order=0"}
+
+    def test_a_file_that_is_written_to_keeps_its_signature(self):
+        code = self.copy(self.linker.universal())
+        self.sign(code)
+        before = read(code)
+        status, said = self.codesign("--remove-signature", code, **self.preloaded(self.WRITER), WRITES_TO=code)
+        self.assertEqual((status, read(code)), (1, before + b"\0"))
+        self.assertEqual(said, f'{code}: "{code}" changed meanwhile. Try again when nothing writes to the package.\n')
 
     def test_between_two_renames_each_file_is_whole_and_signing_again_mends_it(self):
         app = self.path("X.app")
-        write(self.path("killer.c"), self.KILLER)
-        # The loader takes a blank for the end of a path.
-        fixtures.check_call(fixtures.tool("clang"), "-shared", "-fPIC", "-o", "killer.so", "killer.c", "-ldl", cwd=self.folder)
+        preloaded = self.preloaded(self.KILLER)
         fixtures.make_bundle(app, "main", self.linker.link("exe-arm64"))
         fixtures.put(self.linker.library(), app, "Contents/Frameworks/lib.dylib")
         fixtures.write_plist(app + "/Contents/PlugIns/Pictures.bundle/Contents/Info.plist", None, "BNDL")
@@ -119,13 +152,54 @@ int rename(const char *from, const char *to) {
             shutil.rmtree(app)
             shutil.copytree(kept, app)
             renames += 1
-            status, _ = self.codesign("-s", "-", *again, app, LD_PRELOAD="./killer.so", RENAMES=str(renames),
-                                      ASAN_OPTIONS="verify_asan_link_order=0")
+            status, _ = self.codesign("-s", "-", *again, app, RENAMES=str(renames), **preloaded)
             for path, content in tree(app).items():
                 self.assertTrue(path.endswith(".tmp") or content in (old[path], new[path]), path)
             self.sign(app, *again)
             self.assertEqual(tree(app), new)
         self.assertEqual((status, renames), (0, 8))
+
+    def test_a_rename_that_is_refused_leaves_all_as_it_was(self):
+        """REFUSAL is the error of the rename with the number RENAMES, or of all that swap if that is 0."""
+        app, preloaded = self.path("X.app"), self.preloaded(self.KILLER)
+        fixtures.make_bundle(app, "main", self.linker.link("exe-arm64"))
+        fixtures.put(self.linker.library(), app, "Contents/Frameworks/lib.dylib")
+        self.sign(app, "--deep")
+        # Of an earlier signature, which a new one does not use.
+        fixtures.make_text(app + "/Contents/_CodeSignature/CodeRequirements-4")
+        before = tree(app)
+        for arguments, count in {("-f", "--deep", "-s", "-"): 4, ("--remove-signature",): 3}.items():
+            for number in range(1, count + 1):
+                status, said = self.codesign(*arguments, app, **preloaded, REFUSAL=str(errno.EPERM), RENAMES=str(number))
+                self.assertEqual((status, tree(app)), (1, before))
+                self.assertRegex(said, r"Cannot (replace|delete) .*: Operation not permitted\.")
+        # File systems that cannot swap names.
+        status, _ = self.codesign("-f", "--deep", "-s", "-", app, **preloaded, REFUSAL=str(errno.EINVAL), RENAMES="0")
+        self.assertEqual(status, 0)
+        self.assert_valid(app)
+        status, _ = self.codesign("--remove-signature", app)
+        self.assertEqual((status, os.path.exists(app + "/Contents/_CodeSignature")), (0, False))
+
+    def test_a_signal_takes_all_away_that_was_written_aside(self):
+        app = self.rich_application()
+        count = len(self.codesign("--plan", app)[1].split("\0"))
+        before = tree(app)
+
+        def end():
+            await_that(lambda: any(path.endswith(".tmp") for path in tree(app)), "a file with a hidden name")
+            process.terminate()
+            process.wait(PATIENCE)
+        with self.owner.authority.time_server(meanwhile=(count, end)) as (url, _), subprocess.Popen(
+                [CODESIGN, "--deep", "-s", self.owner.authority.HOLDER, f"--timestamp={url}", app],
+                env={**os.environ, **self.owner.environment}) as process:
+            process.wait(PATIENCE)
+        self.assertEqual((process.returncode, tree(app)), (-signal.SIGTERM, before))
+
+    def test_signing_takes_away_what_a_killed_run_left_beside_a_lone_file(self):
+        lone = self.copy(self.linker.link("exe-arm64"))
+        left = write(self.path(".kelpmoray-" + 32 * "0" + ".tmp"), "")
+        self.sign(lone)
+        self.assertFalse(os.path.exists(left))
 
 
 class Changes(Meanwhile):
@@ -173,7 +247,7 @@ class Changes(Meanwhile):
             kept = shutil.copytree(app, self.path("Kept.app"), symlinks=True)
             status, said, others = self.sign_while(lambda change=change, name=name: change(contents + name), app)
             self.assertEqual((status, others), (1, {contents + name}))
-            self.assertRegex(said, f'"{contents + name}" (changed|was added|went away) while the package was signed. Try again')
+            self.assertRegex(said, f'"{contents + name}" (changed|was added|went away) meanwhile. Try again')
             shutil.rmtree(app)
             os.rename(kept, app)
         self.assert_valid(app)
@@ -184,7 +258,25 @@ class Changes(Meanwhile):
             count = len(self.codesign("--plan", path)[1].split("\0"))  # two slices here, too
             status, said, others = self.sign_while(lambda changed=changed: os.utime(changed), path, "--deep", last=count)
             self.assertEqual((status, others), (1, set()))
-            self.assertIn(f'"{changed}" changed while', said)
+            self.assertIn(f'"{changed}" changed meanwhile', said)
+
+    def test_what_lies_around_a_seal_is_watched_too(self):
+        app = self.application()
+        framework = app + "/Contents/Frameworks/Foo.framework/"
+        self.sign(app, "--deep")
+        count = len(self.codesign("--plan", app)[1].split("\0"))
+        for path, change in {
+                app + "/stray": fixtures.make_text,
+                framework + "stray": fixtures.make_text,
+                framework + "Versions/Z": os.mkdir,
+                framework + "Versions/Current": lambda path: self.replace(path, lambda path: os.symlink("./A", path)),
+                app + "/Contents/_CodeSignature/stray": fixtures.make_text}.items():
+            kept = shutil.copytree(app, self.path("Kept.app"), symlinks=True)
+            status, said, others = self.sign_while(lambda change=change, path=path: change(path), app, "--deep", last=count)
+            self.assertEqual((status, others), (1, {path}))
+            self.assertRegex(said, f'"{path}" ((changed|was added) meanwhile|is no file of a signature)')
+            shutil.rmtree(app)
+            os.rename(kept, app)
 
     def test_what_belongs_to_no_signature_may_change(self):
         app = self.path("X.app")

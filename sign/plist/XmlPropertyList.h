@@ -2,7 +2,7 @@
 
 #include "base/Bytes.h"
 #include "base/Result.h"
-#include "sign/PropertyList.h"
+#include "sign/plist/PropertyList.h"
 
 #include <string_view>
 

@@ -1,9 +1,9 @@
-#include "sign/PropertyList.h"
+#include "sign/plist/PropertyList.h"
 
 #include "base/Printable.h"
-#include "sign/BinaryPropertyList.h"
-#include "sign/PropertyListReader.h"
-#include "sign/XmlPropertyList.h"
+#include "sign/plist/BinaryPropertyList.h"
+#include "sign/plist/PropertyListReader.h"
+#include "sign/plist/XmlPropertyList.h"
 
 #include <algorithm>
 #include <functional>

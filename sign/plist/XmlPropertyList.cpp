@@ -1,8 +1,8 @@
-#include "sign/XmlPropertyList.h"
+#include "sign/plist/XmlPropertyList.h"
 
 #include "base/ByteReader.h"
 #include "base/Number.h"
-#include "sign/PropertyListReader.h"
+#include "sign/plist/PropertyListReader.h"
 
 #include <algorithm>
 #include <array>

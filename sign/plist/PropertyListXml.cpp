@@ -1,4 +1,4 @@
-#include "sign/PropertyList.h"
+#include "sign/plist/PropertyList.h"
 
 #include <algorithm>
 #include <array>
@@ -108,9 +108,12 @@ private:
                                          year9999); // NaN becomes a bound, too
         const auto seconds = static_cast<std::time_t>(std::floor(clamped));
         std::tm utc{};
-        std::array<char, 40> buffer{};
-        if (gmtime_r(&seconds, &utc))
-            std::strftime(buffer.data(), buffer.size(), "%Y-%m-%dT%H:%M:%SZ", &utc);
+        gmtime_r(&seconds, &utc);
+        // Systems differ in how strftime() writes a year of fewer digits.
+        std::array<char, 80> buffer{};
+        std::snprintf(buffer.data(), buffer.size(), "%.4d-%02d-%02dT%02d:%02d:%02dZ",
+                      utc.tm_year + 1900, utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min,
+                      utc.tm_sec);
         element("date", buffer.data(), depth);
     }
 

@@ -2,7 +2,7 @@
 
 #include "base/Bytes.h"
 #include "base/Result.h"
-#include "sign/Digest.h"
+#include "sign/crypto/Digest.h"
 
 #include <memory>
 #include <openssl/asn1.h>

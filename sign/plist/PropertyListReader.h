@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/Result.h"
-#include "sign/PropertyList.h"
+#include "sign/plist/PropertyList.h"
 
 #include <string_view>
 

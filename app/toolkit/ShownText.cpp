@@ -1,4 +1,4 @@
-#include "app/results/ShownText.h"
+#include "app/toolkit/ShownText.h"
 
 namespace {
 
@@ -26,5 +26,15 @@ QString shownText(const std::string& text) {
 }
 
 QString shownLine(const std::string& text) {
-    return shownText(text).replace('\n', QChar(0x2424)).replace('\t', ' ');
+    return inOneLine(shownText(text)).replace('\t', ' ');
+}
+
+QString inOneLine(QString text) {
+    constexpr QChar signForNewLine(0x2424);
+    return text.replace('\n', signForNewLine);
+}
+
+QString toolTipOf(const QString& text) {
+    return text.isEmpty() ? QString()
+                          : "<p style='white-space: pre-wrap'>" + text.toHtmlEscaped() + "</p>";
 }

@@ -1,4 +1,4 @@
-#include "sign/bundle/FileTree.h"
+#include "sign/files/FileTree.h"
 
 #include "base/FileDescriptor.h"
 #include "base/Printable.h"
@@ -51,19 +51,6 @@ char lowered(char letter) {
 }
 
 } // namespace
-
-FileStamp FileStamp::of(const struct stat& status) {
-#ifdef __APPLE__
-    const auto& modified = status.st_mtimespec;
-    const auto& changed = status.st_ctimespec;
-#else
-    const auto& modified = status.st_mtim;
-    const auto& changed = status.st_ctim;
-#endif
-    constexpr std::int64_t second = 1'000'000'000;
-    return {static_cast<std::uint64_t>(status.st_size), modified.tv_sec * second + modified.tv_nsec,
-            changed.tv_sec * second + changed.tv_nsec, status.st_ino};
-}
 
 bool FileEntry::isFolder() const {
     return S_ISDIR(mode);

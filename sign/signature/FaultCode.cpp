@@ -1,4 +1,4 @@
-#include "sign/FaultCode.h"
+#include "sign/signature/FaultCode.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "sign/OpenFiles.h"
+#include "sign/files/OpenFiles.h"
 
 #include <algorithm>
 

@@ -2,6 +2,7 @@
 
 #include "base/Bytes.h"
 #include "base/Result.h"
+#include "sign/files/FileStamp.h"
 
 #include <cstdint>
 #include <optional>
@@ -9,20 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include <sys/stat.h>
-
 namespace sign {
-
-/// By which it shows that a file was written or replaced, be its size and time of change put back.
-struct FileStamp {
-    std::uint64_t size = 0;
-    std::int64_t modified = 0; ///< nanoseconds since 1970, as the next one
-    std::int64_t changed = 0;  ///< which no program can set
-    std::uint64_t inode = 0;
-
-    [[nodiscard]] static FileStamp of(const struct stat& status);
-    bool operator==(const FileStamp&) const = default;
-};
 
 /// One entry of a folder; links are not followed.
 struct FileEntry {

@@ -1,4 +1,4 @@
-#include "sign/OpenSsl.h"
+#include "sign/crypto/OpenSsl.h"
 
 #include <openssl/err.h>
 

@@ -1,4 +1,4 @@
-#include "sign/Digest.h"
+#include "sign/crypto/Digest.h"
 
 #include <algorithm>
 #include <new>

@@ -1,9 +1,9 @@
-#include "sign/BinaryPropertyList.h"
+#include "sign/plist/BinaryPropertyList.h"
 
 #include "base/ByteReader.h"
 #include "base/Printable.h"
 #include "base/Utf8.h"
-#include "sign/PropertyListReader.h"
+#include "sign/plist/PropertyListReader.h"
 
 #include <algorithm>
 #include <bit>
@@ -22,21 +22,6 @@ std::uint64_t bigNumber(base::Bytes bytes) {
     for (const std::uint8_t byte : bytes)
         number = number << 8U | byte;
     return number;
-}
-
-std::string utf8OfUtf16(base::Bytes bytes) {
-    std::string text;
-    for (std::size_t at = 0; at + 1 < bytes.size(); at += 2) {
-        auto unit = static_cast<char32_t>(bigNumber(bytes.subspan(at, 2)));
-        const bool isHigh = unit >= 0xD800 && unit < 0xDC00 && at + 3 < bytes.size();
-        const auto low = isHigh ? static_cast<char32_t>(bigNumber(bytes.subspan(at + 2, 2))) : 0;
-        if (low >= 0xDC00 && low < 0xE000) {
-            unit = 0x10000 + ((unit - 0xD800) << 10U) + (low - 0xDC00);
-            at += 2;
-        }
-        base::appendUtf8(text, unit);
-    }
-    return text;
 }
 
 class BinaryReader {
@@ -162,7 +147,7 @@ private:
         const base::Bytes bytes = reader.take(size * width);
         const bool isAscii =
             std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte < 0x80; });
-        text = kind == 6 ? utf8OfUtf16(bytes) : std::string(base::textOf(bytes));
+        text = kind == 6 ? base::utf8OfUtf16(bytes) : std::string(base::textOf(bytes));
         return kind == 6 || isAscii || fail(Problem::Damaged);
     }
 
