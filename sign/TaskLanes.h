@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/Result.h"
-#include "sign/cms/StopSignal.h"
+#include "base/StopSignal.h"
 
 #include <condition_variable>
 #include <deque>
@@ -32,7 +32,7 @@ public:
     void call(Task task) { add(calls_, std::move(task), false); }
 
     /// Stops after an error: for tasks that wait, and would keep run() from returning.
-    [[nodiscard]] const StopSignal& stopSignal() const { return stop_; }
+    [[nodiscard]] const base::StopSignal& stopSignal() const { return stop_; }
 
     /// Runs all that were added, until none is left. After an error no further task begins; the
     /// first error is returned. Once for each object.
@@ -60,7 +60,7 @@ private:
     std::size_t open_ = 0; ///< tasks that are not done
     bool isRunning_ = false;
     std::optional<base::Error> error_;
-    StopSignal stop_;
+    base::StopSignal stop_;
 };
 
 } // namespace sign

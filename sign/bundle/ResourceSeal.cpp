@@ -196,7 +196,7 @@ private:
                 making_.newFiles->isUnknownCode(hashes.path) && isSignableMachO(hashes.path))
                 return base::Error{base::ErrorKind::Changed,
                                    "\"" + base::printable(hashes.path) +
-                                       "\" was added while the package was signed. Try again when "
+                                       "\" was added meanwhile. Try again when "
                                        "nothing writes to the package."};
             std::string name = hashes.path.substr(bundle_.codeRoot.size() + 1);
             if (file.oldRule)

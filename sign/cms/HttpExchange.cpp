@@ -19,7 +19,7 @@ constexpr std::chrono::milliseconds slice{100};
 /// One request and its answer, without ever blocking for longer than a slice.
 class Exchange {
 public:
-    Exchange(Clock::time_point end, const StopSignal& stop) : end_(end), stop_(stop) {}
+    Exchange(Clock::time_point end, const base::StopSignal& stop) : end_(end), stop_(stop) {}
 
     bool connect(const HttpAddress& to) {
         connection_.reset(BIO_new_connect(to.host.c_str()));
@@ -80,7 +80,7 @@ private:
     }
 
     Clock::time_point end_;
-    const StopSignal& stop_;
+    const base::StopSignal& stop_;
     BioOwner connection_;
     ExchangeOwner request_; ///< which uses the connection
 };
@@ -107,7 +107,7 @@ std::optional<HttpAddress> HttpAddress::in(const std::string& url) {
 std::optional<base::OwnedBytes> postDer(const HttpAddress& address, const HttpTypes& types,
                                         const base::OwnedBytes& der, std::size_t most,
                                         std::chrono::steady_clock::time_point end,
-                                        const StopSignal& stop) {
+                                        const base::StopSignal& stop) {
     const char* named = OSSL_HTTP_adapt_proxy(nullptr, nullptr, address.host.c_str(), 0);
     const auto proxy = named != nullptr ? HttpAddress::in(named) : std::nullopt;
     std::optional<base::OwnedBytes> answer;

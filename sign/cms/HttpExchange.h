@@ -1,6 +1,6 @@
 #pragma once
 
-#include "sign/cms/StopSignal.h"
+#include "base/StopSignal.h"
 #include "sign/crypto/OpenSsl.h"
 
 #include <chrono>
@@ -31,6 +31,6 @@ struct HttpTypes {
 /// by the resolver's own time alone. Any thread, many at once.
 [[nodiscard]] std::optional<base::OwnedBytes>
 postDer(const HttpAddress& address, const HttpTypes& types, const base::OwnedBytes& der,
-        std::size_t most, std::chrono::steady_clock::time_point end, const StopSignal& stop);
+        std::size_t most, std::chrono::steady_clock::time_point end, const base::StopSignal& stop);
 
 } // namespace sign

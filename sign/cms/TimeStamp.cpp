@@ -86,7 +86,7 @@ std::optional<Reply> readReply(base::Bytes bytes) {
 
 /// Absent if nothing answers in time, or something that is no reply.
 std::optional<Reply> exchangeInTries(const HttpAddress& address, TS_REQ* request,
-                                     const StampPatience& patience, const StopSignal& stop) {
+                                     const StampPatience& patience, const base::StopSignal& stop) {
     using Clock = std::chrono::steady_clock;
     const base::OwnedBytes der = derOf(i2d_TS_REQ, request);
     const Clock::time_point end = Clock::now() + patience.inAll;
@@ -122,7 +122,7 @@ std::string faultOfTime(std::int64_t time, const std::vector<Certificate>& chain
 
 base::Result<TimeStampReply> TimeStampReply::request(const std::string& url,
                                                      base::Bytes signatureValue,
-                                                     const StopSignal& stop,
+                                                     const base::StopSignal& stop,
                                                      const StampPatience& patience) {
     auto address = addressIn(url);
     if (!address)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "sign/cms/StopSignal.h"
+#include "base/StopSignal.h"
 #include "sign/crypto/OpenSsl.h"
 #include "sign/identity/Certificate.h"
 
@@ -31,7 +31,7 @@ public:
     /// Unavailable if nothing answers.
     [[nodiscard]] static base::Result<TimeStampReply> request(const std::string& url,
                                                               base::Bytes signatureValue,
-                                                              const StopSignal& stop,
+                                                              const base::StopSignal& stop,
                                                               const StampPatience& patience = {});
 
     /// The token for the same bytes, after all has been checked that a check of the signature asks

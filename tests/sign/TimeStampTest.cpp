@@ -61,7 +61,7 @@ std::string honest(const HttpServer::Request& request) {
 base::Result<base::OwnedBytes> stampOf(const std::string& url, const StampPatience& patience = {}) {
     static const Authorities& made = Authorities::shared();
     static const Issued leaf = issue("New", &made.middle, forCode, {-10 * day, 365 * day});
-    const auto reply = TimeStampReply::request(url, signature, StopSignal(), patience);
+    const auto reply = TimeStampReply::request(url, signature, base::StopSignal(), patience);
     return reply ? reply->token(signature,
                                 {leaf.certificate, made.middle.certificate, made.root.certificate})
                  : reply.error();

@@ -368,7 +368,8 @@ class Options(CodeTest):
     def test_wrong_usage_is_told_in_one_sentence(self):
         path = self.copy(self.linker.link("exe-arm64"))
         for arguments in ([], [path], ["--sign"], ["-s", "-"], ["--nonsense", path], ["-x", path], ["-s", "-", "-d", path],
-                          ["-s", "-", "-o", "adhoc", path], ["-s", "-", "-o", "0x1g", path], ["-s", "-", "--runtime-version", "1.2.3.4", path],
+                          ["-s", "-", "-o", "adhoc", path], ["-s", "-", "-o", "0x1g", path], ["-s", "-", "-o", "0x10002", path],
+                          ["-s", "-", "--runtime-version", "1.2.3.4", path],
                           ["-s", "-", "--preserve-metadata=everything", path], ["--verify", "-R", "=identifier", path],
                           ["-s", "-", "-r", "=designated identifier x", path], ["-s", "-", "--pagesize", "1", path],
                           ["-s", "-", "--entitlements", self.path("none"), path], ["-d", "-r", "x", path]):

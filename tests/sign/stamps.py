@@ -63,7 +63,7 @@ class Stamps(OwnerTest):
                 status, said = self.codesign("--deep", "-s", self.owner.authority.HOLDER, f"--timestamp={url}", app,
                                              **self.owner.environment)
             self.assertEqual(status, 1)
-            self.assertIn(f'"{new}" was added while the package was signed. Try again', said)
+            self.assertIn(f'"{new}" was added meanwhile. Try again', said)
             os.remove(new)
             self.assertEqual(tree(app), before)
         self.sign(app + "/Contents/Resources/module.node")

@@ -4,7 +4,7 @@
 #include <condition_variable>
 #include <mutex>
 
-namespace sign {
+namespace base {
 
 /// Tells those who wait that it is in vain. Any thread.
 class StopSignal {
@@ -30,4 +30,4 @@ private:
     bool isStopped_ = false;
 };
 
-} // namespace sign
+} // namespace base
