@@ -2,6 +2,7 @@
 
 #include "app/Names.h"
 #include "app/toolkit/SettingsStore.h"
+#include "app/toolkit/ShownText.h"
 
 #include <QApplication>
 #include <QCheckBox>
@@ -36,19 +37,19 @@ QStringList folded(const QString& text, const QFont& font, int width) {
 }
 
 /// The whole path: two folders must not look the same.
-QLabel* pathLabel(QString path) {
+QLabel* pathLabel(const QString& path) {
     auto* label = new QLabel;
     label->setObjectName("folderPath");
     label->setTextFormat(Qt::PlainText);
     label->setAccessibleName(path);
     label->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    path.replace('\n', QChar(0x2424)); // the sign for a new line: a name may hold one
     constexpr int comfortable = 60;
     constexpr int tallest = 20; // lines; a longer text gets wider ones
     const int character = label->fontMetrics().averageCharWidth();
-    QStringList lines = folded(path, label->font(), comfortable * character);
+    const QString shown = shownLine(path);
+    QStringList lines = folded(shown, label->font(), comfortable * character);
     if (lines.size() > tallest)
-        lines = folded(path, label->font(), 2 * comfortable * character);
+        lines = folded(shown, label->font(), 2 * comfortable * character);
     label->setText(lines.join('\n'));
     return label;
 }

@@ -1,5 +1,6 @@
 #include "app/ExpectationPanel.h"
 
+#include "app/toolkit/ShownText.h"
 #include "core/Path.h"
 
 #include <QLabel>
@@ -37,8 +38,7 @@ ExpectationPanel::ExpectationPanel(AskedEntry entry)
     layout->addWidget(summary_);
     listPackages();
     layout->addWidget(packages_);
-    auto* renaming =
-        plainLabel(QString::fromStdString(renamingText(entry_.expectation)), "renaming");
+    auto* renaming = plainLabel(shownLine(renamingText(entry_.expectation)), "renaming");
     renaming->setWordWrap(true);
     layout->addWidget(renaming);
     layout->addWidget(
@@ -53,8 +53,7 @@ void ExpectationPanel::listPackages() {
     packages_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     packages_->setVerticalScrollMode(QAbstractItemView::ScrollPerItem);
     for (const std::string& package : entry_.expectation.packages) {
-        QString name = QString::fromStdString(lastPathComponent(package));
-        name.replace('\n', QChar(0x2424)); // the sign for a new line: a name may hold one
+        const QString name = shownLine(lastPathComponent(package));
         packages_->addItem(name);
         packages_->item(packages_->count() - 1)->setToolTip(name.toHtmlEscaped());
     }

@@ -1,7 +1,7 @@
 #include "app/results/ResultsList.h"
 
 #include "app/results/ResultDelegate.h"
-#include "app/results/ShownText.h"
+#include "app/toolkit/ShownText.h"
 #include "core/Path.h"
 #include "core/RunSummary.h"
 

@@ -1,9 +1,9 @@
 #include "app/results/RunActions.h"
 
 #include "app/RevealInFinder.h"
-#include "app/results/ShownText.h"
 #include "app/toolkit/Queues.h"
 #include "app/toolkit/SessionBus.h"
+#include "app/toolkit/ShownText.h"
 #include "core/Format.h"
 #include "core/Path.h"
 #include "core/RunSummary.h"

@@ -1,6 +1,6 @@
 #include "app/results/RunModel.h"
 
-#include "app/results/ShownText.h"
+#include "app/toolkit/ShownText.h"
 #include "core/Path.h"
 #include "core/RunSummary.h"
 

@@ -1,7 +1,7 @@
 #include "app/results/RunReporter.h"
 
-#include "app/results/ShownText.h"
 #include "app/toolkit/Queues.h"
+#include "app/toolkit/ShownText.h"
 #include "core/Log.h"
 #include "core/Path.h"
 #include "core/RunSummary.h"

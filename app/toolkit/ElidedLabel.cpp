@@ -1,5 +1,7 @@
 #include "app/toolkit/ElidedLabel.h"
 
+#include "app/toolkit/ShownText.h"
+
 #include <QClipboard>
 #include <QContextMenuEvent>
 #include <QGuiApplication>
@@ -41,7 +43,8 @@ bool ElidedLabel::event(QEvent* event) {
 void ElidedLabel::showFullText(QPoint globalPosition) {
     // Escaped, or a text that looks like markup would be taken for it.
     QToolTip::showText(globalPosition,
-                       fullText_.isEmpty() ? QString() : "<p>" + fullText_.toHtmlEscaped() + "</p>",
+                       fullText_.isEmpty() ? QString()
+                                           : "<p>" + shownLine(fullText_).toHtmlEscaped() + "</p>",
                        this);
 }
 
@@ -68,8 +71,7 @@ void ElidedLabel::contextMenuEvent(QContextMenuEvent* event) {
 }
 
 void ElidedLabel::elide() {
-    QString line = fullText_;
-    line.replace('\n', QChar(0x2424)); // the sign for a new line: a name may hold one
+    const QString line = shownLine(fullText_);
     setText(fontMetrics().elidedText(line, Qt::ElideMiddle, width()));
     // Without a mouse the tool tip comes with the focus.
     setFocusPolicy(text() == line ? Qt::NoFocus : Qt::TabFocus);

@@ -371,4 +371,6 @@ TEST(ElidedLabel, ShortensInTheMiddleAndKeepsTheWholeText) {
     QToolTip::hideText();
     label.resize(20'000, 20);
     EXPECT_EQ(label.text(), QString(path).replace('\n', QChar(0x2424)));
+    label.setFullText("\u202ea\tb");
+    EXPECT_EQ(label.text(), "?a b");
 }

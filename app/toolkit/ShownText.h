@@ -10,5 +10,7 @@
 
 /// On one line: a line break is the sign for it.
 [[nodiscard]] QString shownLine(const std::string& text);
+[[nodiscard]] QString shownLine(const QString& text);
 /// With its line breaks and tabulators.
 [[nodiscard]] QString shownText(const std::string& text);
+[[nodiscard]] QString shownText(const QString& text);

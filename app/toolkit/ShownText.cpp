@@ -1,4 +1,4 @@
-#include "app/results/ShownText.h"
+#include "app/toolkit/ShownText.h"
 
 namespace {
 
@@ -16,8 +16,8 @@ bool isObeyed(QChar character) {
 
 } // namespace
 
-QString shownText(const std::string& text) {
-    QString shown = QString::fromStdString(text);
+QString shownText(const QString& text) {
+    QString shown = text;
     for (QChar& character : shown) {
         if (character != '\n' && character != '\t' && isObeyed(character))
             character = '?';
@@ -25,6 +25,14 @@ QString shownText(const std::string& text) {
     return shown;
 }
 
-QString shownLine(const std::string& text) {
+QString shownText(const std::string& text) {
+    return shownText(QString::fromStdString(text));
+}
+
+QString shownLine(const QString& text) {
     return shownText(text).replace('\n', QChar(0x2424)).replace('\t', ' ');
+}
+
+QString shownLine(const std::string& text) {
+    return shownLine(QString::fromStdString(text));
 }
