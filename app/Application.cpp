@@ -69,7 +69,7 @@ void Application::start(const LocationList& locations) {
                 notifyUser(QString::fromStdString(bundle_.identifier), summary, body);
             },
         .runs = runs_,
-        .tellFailure = [this](const EndedRun&) { tellFailure(); },
+        .tellFailure = [this] { tellFailure(); },
         .showLastRun = [this] { showRun(""); }};
     window_ = std::make_unique<MainWindow>(surroundings, delegate_);
     QObject::connect(&runs_, &RunReporter::recordFailed, window_.get(),

@@ -22,8 +22,8 @@ struct Surroundings {
     std::function<void(const QString& summary, const QString& body)> notifyUser;
     /// Is told what happens to packages.
     RunReporter& runs;
-    /// A run has ended in which something failed.
-    std::function<void(const EndedRun& run)> tellFailure;
+    /// A run has ended in which something failed; `runs` has its packages.
+    std::function<void()> tellFailure;
     /// Starts the program that shows the record of the last run.
     std::function<void()> showLastRun = [] {};
     /// Says in the window, for as long as it takes to read, why something was not taken.

@@ -65,8 +65,7 @@ struct WindowFixture : testing::Test {
                         });
                     },
                 .runs = runs,
-                .tellFailure =
-                    [this](const EndedRun& run) { told.push_back(summaryOf(run.packages)); }};
+                .tellFailure = [this] { told.push_back(summaryOf(runs.model().packages())); }};
     }
     MainWindow& openWindow() {
         window = std::make_unique<MainWindow>(surroundings(), delegate);
