@@ -23,6 +23,7 @@
 #include <QPainter>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -282,6 +283,10 @@ void MainWindow::showProperties() {
     if (!noticeEnd_.isActive() && !explained_.isEmpty())
         endNotice();
     showProgress();
+    // The question about an entry looks at the disk, and so does what is said behind it.
+    const auto asked = controller_.fSearchPath();
+    if (std::exchange(asked_, asked) != asked)
+        ui_->expectation->forget();
     showExpectation();
     ui_->progressview->setVisible(busy);
     // The signer must not change in the middle of a folder.

@@ -73,6 +73,7 @@ private:
     IdentitiesMenu* identitiesMenu_ = nullptr; // only where our own tool keeps the identities
     QStringList explained_;                    // in the notice, the last one at its end
     QTimer noticeEnd_{this};
+    std::optional<std::string> asked_; // the entry asked about last
     QTimer expectationDue_;
     LauncherEntry launcherEntry_;
     ViewController controller_;

@@ -124,7 +124,7 @@ TEST_F(Expected, IsSaidInTheQuestionToo) {
               "rename them first");
 }
 
-TEST_F(Expected, LooksAgainAfterProcessing) {
+TEST_F(Expected, LooksAgainAfterProcessingAndBeforeAQuestion) {
     drop({"one"});
     EXPECT_TRUE(says("1 package, not signed"));
     controller().setEntryAtWork("/x");
@@ -132,6 +132,13 @@ TEST_F(Expected, LooksAgainAfterProcessing) {
     folder.makeFile("one/X.zip");
     controller().setEntryAtWork(std::nullopt);
     EXPECT_TRUE(says("1 package, not signed · 1 archive will be replaced"));
+    std::filesystem::remove_all(folder.path("one/X.app"));
+    find<QPushButton>("button1")->click();
+    ASSERT_NE(sheet(), nullptr);
+    EXPECT_EQ(textIn(sheet(), "summary"), "no packages directly in this folder");
+    EXPECT_TRUE(says("no packages"));
+    sheet()->close();
+    settle();
 }
 
 TEST(ElidedPopup, ShortensInTheMiddle) {
