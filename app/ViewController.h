@@ -105,7 +105,7 @@ private:
                     std::chrono::microseconds pause);
     void tellEndOfRun();
     void processSearchPath();
-    void startLoop();
+    void startLoop(QObject* sender = nullptr);
     void terminateUnlessAsking();
     void panelClosed(int code, const LocationList& chosen);
     void confirm(const std::string& entry, AskedEntry asked);

@@ -22,14 +22,14 @@ void ViewController::doButton1(QObject* sender) {
         playBeep();
         return;
     }
+    startLoop(sender);
+}
+
+void ViewController::startLoop(QObject* sender) {
     processQueue().async([this, sender, stops = stops_.load()] {
         if (stops == stops_)
             doButton1Loop(sender);
     });
-}
-
-void ViewController::startLoop() {
-    processQueue().async([this] { doButton1Loop(nullptr); });
 }
 
 void ViewController::terminateUnlessAsking() {

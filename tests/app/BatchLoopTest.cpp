@@ -329,6 +329,23 @@ TEST_F(BatchLoop, StopsBetweenTwoPackagesAndLeavesTheEntry) {
     EXPECT_TRUE(find("results")->isVisible());
 }
 
+TEST_F(BatchLoop, StopsForTurnsThatWereQueuedBeforeToo) {
+    installScript("fenwoJustZipApps", "while [ ! -e '" + folder.path("go on") + "' ]; do :; done");
+    start({"B"});
+    QTest::mouseClick(sheet()->findChild<QPushButton*>("Process"), Qt::LeftButton);
+    ASSERT_TRUE(waitUntil([this] { return find("stop")->isVisible(); }));
+    controller().fSetOfFolders()->remove(folder.path("B"));
+    controller().addItemToBeProcessedSet(folder.path("A")); // the only one: queues a turn
+    ASSERT_TRUE(waitUntil([this] { return !waiting().empty(); }));
+    find<QPushButton>("stop")->click();
+    folder.makeFile("go on");
+    ASSERT_TRUE(waitUntil([this] { return !controller().fButton1Busy(); }));
+    settle();
+    EXPECT_EQ(window->findChild<ConfirmationSheet*>(), nullptr);
+    EXPECT_THAT(waiting(), ElementsAre(folder.path("A")));
+    EXPECT_EQ(terminations, 0);
+}
+
 TEST_F(BatchLoop, TellsThatItReadsTheLastArchive) {
     settings.setBool("prefDoNotCodesign", true);
     const std::string archive = folder.path("Z.zip");
