@@ -73,8 +73,6 @@ void Application::start(const LocationList& locations) {
         .tellFailure = [this] { tellFailure(); },
         .showLastRun = [this] { showRun(""); }};
     window_ = std::make_unique<MainWindow>(surroundings, delegate_);
-    QObject::connect(&runs_, &RunReporter::recordFailed, window_.get(),
-                     [this](const QString& sentence) { window_->explain(sentence.toStdString()); });
     // Started by the bus, we get a request, which may ask for no window.
     if (!startedByBus)
         window_->show();

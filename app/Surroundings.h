@@ -27,5 +27,7 @@ struct Surroundings {
     /// Starts the program that shows the record of the last run.
     std::function<void()> showLastRun = [] {};
     /// Says in the window, for as long as it takes to read, why something was not taken.
-    std::function<void(const std::string& sentence)> explain = [](const auto&) {};
+    /// `path`, where the sentence names it, may be shortened; empty if it names none.
+    std::function<void(const std::string& sentence, const std::string& path)> explain =
+        [](const auto&, const auto&) {};
 };

@@ -6,7 +6,6 @@
 #include <QLabel>
 #include <QMenu>
 #include <QTest>
-#include <QTimer>
 
 #include <fstream>
 
@@ -217,10 +216,9 @@ TEST_F(BatchLoop, StallsAtAnEntryThatIsNoFolder) {
         controller().fSetOfFolders()->remove(entry);
     }
     EXPECT_EQ(terminations, 0);
-    auto* timer = window->findChild<QTimer*>("noticeEnd");
-    timer->start(0);
-    ASSERT_TRUE(waitUntil([&] { return !timer->isActive(); }));
-    EXPECT_TRUE(find("notice")->isVisible()) << "why it is held up";
+    readNotice();
+    EXPECT_TRUE(find<QLabel>("notice")->text().contains("Waiting removes gone."))
+        << "why it is held up";
     controller().fSetOfFolders()->add(folder.path("gone"));
     controller().addItemsToBeProcessedSet({folder.path("A")});
     settle();
@@ -230,9 +228,25 @@ TEST_F(BatchLoop, StallsAtAnEntryThatIsNoFolder) {
     EXPECT_THAT(waiting(), ElementsAre(folder.path("A"), folder.path("gone")));
     find<QPushButton>("button1")->click();
     EXPECT_EQ(shownPath(), folder.path("A")) << "a later start is the way out";
+    EXPECT_TRUE(find("notice")->isVisible()) << "it has just been told again";
+    readNotice();
+    EXPECT_FALSE(find("notice")->isVisible());
     press("Stop");
-    timer->start(0);
-    EXPECT_TRUE(waitUntil([this] { return !find("notice")->isVisible(); }));
+
+    controller().removeWaiting(folder.path("A"));
+    find<QPushButton>("button1")->click();
+    settle();
+    EXPECT_TRUE(controller().fButton1Busy());
+    QMenu* waitingMenu = find<QPushButton>("waiting")->menu();
+    emit waitingMenu->aboutToShow();
+    waitingMenu->actions().back()->trigger(); // clears all
+    settle();
+    EXPECT_FALSE(find("notice")->isVisible());
+    EXPECT_TRUE(find("busyState")->isVisible());
+    EXPECT_EQ(terminations, 0) << "as after a stop";
+    start({"A"});
+    EXPECT_EQ(shownPath(), folder.path("A"));
+    press("Stop");
 }
 
 TEST_F(BatchLoop, LooksAgainWhenThePanelIsClosed) {

@@ -114,7 +114,8 @@ TEST_F(SettingsStoreTest, CanBeReadOnAnotherThreadWhileItChanges) {
 TEST_F(SettingsStoreTest, SaysOnceThatTheFileCanNotBeUsed) {
     const ScopedEnvironment config("XDG_CONFIG_HOME", folder.path().toStdString());
     const QString pipe = SettingsStore::userFile();
-    EXPECT_EQ(pipe.toStdString(), folder.path().toStdString() + "/" + applicationIdentifier + ".ini");
+    EXPECT_EQ(pipe.toStdString(),
+              folder.path().toStdString() + "/" + applicationIdentifier + ".ini");
     ASSERT_EQ(mkfifo(pipe.toLocal8Bit().constData(), 0600), 0);
     writeFile("");
     for (const QString& unusable : {file + "/below-a-file.ini", SettingsStore::userFile()}) {
@@ -124,8 +125,9 @@ TEST_F(SettingsStoreTest, SaysOnceThatTheFileCanNotBeUsed) {
             store.setBool("flag", round == 0);
             store.synchronize();
         }
-        EXPECT_THAT(log.messages(),
-                    testing::ElementsAre("settings: " + unusable.toStdString() +
-                                         " can not be used, changes last until the end of this run"));
+        EXPECT_THAT(
+            log.messages(),
+            testing::ElementsAre("settings: " + unusable.toStdString() +
+                                 " can not be used, changes last until the end of this run"));
     }
 }

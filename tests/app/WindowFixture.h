@@ -17,6 +17,8 @@
 #include <QApplication>
 #include <QProcess>
 #include <QPushButton>
+#include <QSignalSpy>
+#include <QTimer>
 
 #include <atomic>
 
@@ -119,6 +121,14 @@ struct WindowFixture : testing::Test {
         MainQueue::async([&] { content = contentOf(folder.path("settings.ini")); });
         EXPECT_TRUE(waitUntil([&] { return content.has_value(); }));
         return content.value_or("");
+    }
+    /// Lets the time pass that it takes to read what the notice shows, page by page.
+    void readNotice() const {
+        auto* end = window->findChild<QTimer*>("noticeEnd");
+        for (QSignalSpy ended(end, &QTimer::timeout); end->isActive(); ended.clear()) {
+            end->start(0);
+            EXPECT_TRUE(waitUntil([&] { return !ended.empty(); }));
+        }
     }
     [[nodiscard]] std::string calls() const { return contentOf(folder.path("calls")); }
     [[nodiscard]] std::string logged(const std::string& method, const std::string& rest) const {
