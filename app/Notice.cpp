@@ -54,21 +54,18 @@ void Notice::showPage() {
     constexpr int roomy = 380;
     const std::size_t room = window()->height() < roomy ? 2 : 3;
     const auto before = std::exchange(page_, {});
-    qsizetype length = 0;
-    for (std::size_t i = 0; i < std::min(room, sentences_.size()); ++i) {
+    for (std::size_t i = 0; i < std::min(room, sentences_.size()); ++i)
         page_.push_back(sentences_[i].text);
-        length += page_.back().size();
+    setAccessibleName(fullText());
+    showText();
+    if (isHidden() != page_.empty()) {
+        setVisible(!page_.empty()); // gives the text its room
+        emit appearanceChanged();
     }
     if (sentences_.empty() || sentences_.front().isRead)
         end_.stop();
     else if (page_ != before)
-        end_.start(4s + 60ms * length);
-    setAccessibleName(fullText());
-    showText();
-    if (isHidden() == page_.empty())
-        return;
-    setVisible(!page_.empty());
-    emit appearanceChanged();
+        end_.start(4s + 60ms * text().size());
 }
 
 void Notice::showText() {

@@ -67,6 +67,8 @@ TEST_F(Notices, ShortensOnlyPathsInWhatItSays) {
                               ": No space left on device. Make room: remove what is not needed.";
     window->explain(path + ": wrong", path);
     window->explain(error);
+    EXPECT_LT(window->findChild<QTimer*>("noticeEnd")->remainingTimeAsDuration(), 30s)
+        << "what is left out takes no time";
     const std::string shown = notice->text().toStdString();
     EXPECT_THAT(shown, testing::ContainsRegex("^/x+…x*/a␤b 0: c: wrong\nCannot write the record of "
                                               "/x+…x*/a␤b 0: c: No space left on device\\. Make "
