@@ -55,7 +55,7 @@ void ExpectationPanel::listPackages() {
     for (const std::string& package : entry_.expectation.packages) {
         const QString name = shownLine(lastPathComponent(package));
         packages_->addItem(name);
-        packages_->item(packages_->count() - 1)->setToolTip(name.toHtmlEscaped());
+        packages_->item(packages_->count() - 1)->setToolTip(toolTipOf(name));
     }
     constexpr int mostRows = 5;
     const int rows = std::min(packages_->count(), mostRows);

@@ -2,6 +2,7 @@
 #include "app/Names.h"
 #include "app/identities/IdentitiesMenu.h"
 #include "app/toolkit/SettingsStore.h"
+#include "app/toolkit/ShownText.h"
 #include "core/Path.h"
 #include "ui_MainWindow.h"
 
@@ -39,8 +40,7 @@ void MainWindow::explainIdentities() {
     else if (!selected.empty())
         // The closed popup may have to shorten it.
         text = QString::fromStdString(selected.front().displaystring) + '\n' + text;
-    // Escaped, or a name that looks like markup would be taken for it.
-    ui_->identities->setToolTip("<p>" + text.toHtmlEscaped().replace('\n', "<br>") + "</p>");
+    ui_->identities->setToolTip(toolTipOf(text));
     ui_->identities->setAccessibleDescription(text);
     // Shown while nothing is selected.
     if (const auto remembered = surroundings_.settings.recordForKey(Names::selectedIdentity))

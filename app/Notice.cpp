@@ -107,10 +107,8 @@ QSize Notice::minimumSizeHint() const {
 bool Notice::event(QEvent* event) {
     if (event->type() != QEvent::ToolTip)
         return QLabel::event(event);
-    // Escaped, or a name that looks like markup would be taken for it; and not the label's own
-    // tool tip, whose markup would be read out as the description.
-    QToolTip::showText(static_cast<QHelpEvent*>(event)->globalPos(),
-                       "<p>" + fullText().toHtmlEscaped().replace('\n', "</p><p>") + "</p>", this);
+    // Not the label's own tool tip: its markup would be read out as the description.
+    QToolTip::showText(static_cast<QHelpEvent*>(event)->globalPos(), toolTipOf(fullText()), this);
     return true;
 }
 

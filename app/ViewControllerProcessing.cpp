@@ -4,6 +4,7 @@
 #include "app/toolkit/Queues.h"
 #include "app/toolkit/SettingsStore.h"
 #include "app/toolkit/WindowLevel.h"
+#include "base/NeverDestroyed.h"
 #include "core/Log.h"
 #include "core/RunSummary.h"
 #include "core/ShellRunners.h"
@@ -16,9 +17,8 @@
 using namespace std::chrono_literals;
 
 SerialQueue& ViewController::processQueue() {
-    // Never destroyed: a job may outlast everything else.
-    static SerialQueue& queue =
-        *new SerialQueue(processQueueLabel(MainBundle::ofThisProcess().identifier));
+    static SerialQueue& queue = base::neverDestroyed<SerialQueue>(
+        processQueueLabel(MainBundle::ofThisProcess().identifier));
     return queue;
 }
 

@@ -94,9 +94,7 @@ QVariant RunModel::data(const QModelIndex& index, int role) const {
     case Qt::DisplayRole:
         return shown(record, index.column());
     case Qt::ToolTipRole:
-        // Escaped, or a text that looks like markup would be taken for it.
-        return "<p style='white-space: pre-wrap'>" +
-               shownText(messageOf(record)).trimmed().toHtmlEscaped() + "</p>";
+        return toolTipOf(shownText(messageOf(record)).trimmed());
     case Qt::AccessibleTextRole:
         return u"%1: %2. %3"_qs.arg(shown(record, Package), shown(record, State), detail(record));
     case FailedRole:

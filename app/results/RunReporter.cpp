@@ -2,6 +2,7 @@
 
 #include "app/toolkit/Queues.h"
 #include "app/toolkit/ShownText.h"
+#include "base/NeverDestroyed.h"
 #include "core/Log.h"
 #include "core/Path.h"
 #include "core/RunSummary.h"
@@ -18,8 +19,7 @@
 namespace {
 
 SerialQueue& digestQueue() {
-    // Never destroyed: a long archive may outlast everything else.
-    static SerialQueue& queue = *new SerialQueue("digests");
+    static SerialQueue& queue = base::neverDestroyed<SerialQueue>("digests");
     return queue;
 }
 

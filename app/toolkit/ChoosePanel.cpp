@@ -4,6 +4,7 @@
 #include "app/toolkit/Beep.h"
 #include "app/toolkit/ElidedLabel.h"
 #include "app/toolkit/Sheet.h"
+#include "base/NeverDestroyed.h"
 #include "core/Path.h"
 #include "core/platform/FileType.h"
 
@@ -30,8 +31,7 @@ public:
         setFilter(QDir::AllDirs | QDir::Files | QDir::NoDotAndDotDot);
         setReadOnly(true);
         // The model's own provider has no icons on a desktop without a theme.
-        // Never destroyed, since the model's thread asks it too.
-        static QFileIconProvider& icons = *new QFileIconProvider;
+        static QFileIconProvider& icons = base::neverDestroyed<QFileIconProvider>();
         setIconProvider(&icons);
         sort(0);
     }

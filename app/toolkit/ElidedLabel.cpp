@@ -41,11 +41,7 @@ bool ElidedLabel::event(QEvent* event) {
 
 /// Not the label's own tool tip: its markup would be read out as the description.
 void ElidedLabel::showFullText(QPoint globalPosition) {
-    // Escaped, or a text that looks like markup would be taken for it.
-    QToolTip::showText(globalPosition,
-                       fullText_.isEmpty() ? QString()
-                                           : "<p>" + shownLine(fullText_).toHtmlEscaped() + "</p>",
-                       this);
+    QToolTip::showText(globalPosition, toolTipOf(fullText_), this);
 }
 
 void ElidedLabel::resizeEvent(QResizeEvent* event) {

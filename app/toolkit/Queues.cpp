@@ -1,5 +1,7 @@
 #include "app/toolkit/Queues.h"
 
+#include "base/NeverDestroyed.h"
+
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QEvent>
@@ -43,13 +45,11 @@ private:
     std::deque<Job> jobs_;
 };
 
-// None of what follows is destroyed: threads may come here while the process ends.
-
 enum class Stage { Running, Ending, Ended };
 std::atomic<Stage> stage = Stage::Running;
 
 WaitingJobs& mainJobs() {
-    static WaitingJobs& jobs = *new WaitingJobs;
+    static WaitingJobs& jobs = base::neverDestroyed<WaitingJobs>();
     return jobs;
 }
 
@@ -60,7 +60,7 @@ protected:
 };
 
 Runner& runner() {
-    static Runner& instance = *new Runner;
+    static Runner& instance = base::neverDestroyed<Runner>();
     return instance;
 }
 // On the main thread, before there is another one.
@@ -109,11 +109,11 @@ public:
 
 private:
     static std::mutex& allMutex() {
-        static std::mutex& mutex = *new std::mutex;
+        static std::mutex& mutex = base::neverDestroyed<std::mutex>();
         return mutex;
     }
     static std::vector<JobQueue*>& all() {
-        static auto& queues = *new std::vector<JobQueue*>;
+        static auto& queues = base::neverDestroyed<std::vector<JobQueue*>>();
         return queues;
     }
 
@@ -150,21 +150,21 @@ void MainQueue::after(std::chrono::milliseconds delay, const QObject* owner, Job
 }
 
 SerialQueue::SerialQueue(const std::string& label)
-    : jobs_(*new JobQueue(label, 1, JobQueue::AtEnd::GiveUp)) {}
+    : jobs_(base::neverDestroyed<JobQueue>(label, 1, JobQueue::AtEnd::GiveUp)) {}
 
 void SerialQueue::async(Job job) {
     jobs_.async(std::move(job));
 }
 
 void GlobalQueue::async(Job job) {
-    static JobQueue& jobs =
-        *new JobQueue("global", std::numeric_limits<int>::max(), JobQueue::AtEnd::Await);
+    static JobQueue& jobs = base::neverDestroyed<JobQueue>(
+        "global", std::numeric_limits<int>::max(), JobQueue::AtEnd::Await);
     jobs.async(std::move(job));
 }
 
 void BackgroundQueue::async(Job job) {
-    static JobQueue& jobs =
-        *new JobQueue("background", std::numeric_limits<int>::max(), JobQueue::AtEnd::Ignore);
+    static JobQueue& jobs = base::neverDestroyed<JobQueue>(
+        "background", std::numeric_limits<int>::max(), JobQueue::AtEnd::Ignore);
     jobs.async(std::move(job));
 }
 

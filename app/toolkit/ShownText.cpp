@@ -36,3 +36,9 @@ QString shownLine(const QString& text) {
 QString shownLine(const std::string& text) {
     return shownLine(QString::fromStdString(text));
 }
+
+QString toolTipOf(const QString& text) {
+    return text.isEmpty()
+               ? QString()
+               : "<p style='white-space: pre-wrap'>" + shownText(text).toHtmlEscaped() + "</p>";
+}

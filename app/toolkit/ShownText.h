@@ -14,3 +14,6 @@
 /// With its line breaks and tabulators.
 [[nodiscard]] QString shownText(const std::string& text);
 [[nodiscard]] QString shownText(const QString& text);
+/// A tool tip of shownText(), folded to lines: a plain one would not be folded, and a text that
+/// looks like markup would be taken for it. Empty for an empty text.
+[[nodiscard]] QString toolTipOf(const QString& text);

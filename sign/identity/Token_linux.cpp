@@ -1,3 +1,4 @@
+#include "base/NeverDestroyed.h"
 #include "sign/identity/Secret.h"
 #include "sign/identity/Token.h"
 #include "sign/identity/TokenUri.h"
@@ -128,7 +129,7 @@ base::Result<TokenKey> openTokenKey(const std::string& uri) {
     if (!pin)
         return pin.error();
     // Never freed, and known to the end: the keys that were opened refer to them.
-    static auto& modules = *new std::vector<Module*>;
+    static auto& modules = base::neverDestroyed<std::vector<Module*>>();
     auto* module = modules.emplace_back(new Module);
     const std::string path = attribute(*attributes, "module-path");
     if (auto loaded = module->load(path.empty() ? everyKnownModule : path); !loaded)

@@ -7,6 +7,7 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QTest>
+#include <QTextDocumentFragment>
 
 using testing::HasSubstr;
 
@@ -16,7 +17,7 @@ namespace {
 struct Expected : WindowFixture {
     Expected() {
         identitiesAre({"K: Jane Doe (AB12CD34EF)"});
-        for (const char* name : {"A", "B", "C", "D", "E"})
+        for (const char* name : {"A", "B", "C", "D", "E & <b>  E"})
             folder.makeFolder(std::string("six/") + name + ".app");
         folder.makeFolder("six/F.APP");
         folder.makeFolder("six/.G.app");
@@ -97,6 +98,9 @@ TEST_F(Expected, IsSaidInTheQuestionToo) {
         EXPECT_EQ(names->isVisible() ? names->count() : 0, expected.listed);
         if (expected.listed > 5) {
             EXPECT_EQ(names->item(5)->text(), "F.APP");
+            const QString tip = names->item(4)->toolTip();
+            EXPECT_TRUE(Qt::mightBeRichText(tip));
+            EXPECT_EQ(QTextDocumentFragment::fromHtml(tip).toPlainText(), "E & <b>  E.app");
             EXPECT_FALSE(names->viewport()->rect().contains(names->visualItemRect(names->item(5))))
                 << "many are scrolled";
             asking->findChild<QCheckBox*>("doNotCodesign")->click();
