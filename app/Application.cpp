@@ -3,6 +3,7 @@
 #include "app/MainWindow.h"
 #include "app/toolkit/UserNotification.h"
 #include "app/toolkit/WindowLevel.h"
+#include "core/Log.h"
 #include "core/RunSummary.h"
 
 #include <QApplication>
@@ -53,7 +54,7 @@ void Application::start(const LocationList& locations) {
             tellFailure();
         runs_.leave(); // what is at work would look as if it went on
         if (lastRunFailed())
-            RunActions::showRun(runs_.file());
+            tellOutside(RunActions::showRun(runs_.file()));
         delegate_.applicationWillTerminate();
     });
 
@@ -69,11 +70,9 @@ void Application::start(const LocationList& locations) {
                 notifyUser(QString::fromStdString(bundle_.identifier), summary, body);
             },
         .runs = runs_,
-        .tellFailure = [this](const EndedRun&) { tellFailure(); },
+        .tellFailure = [this] { tellFailure(); },
         .showLastRun = [this] { showRun(""); }};
     window_ = std::make_unique<MainWindow>(surroundings, delegate_);
-    QObject::connect(&runs_, &RunReporter::recordFailed, window_.get(),
-                     [this](const QString& sentence) { window_->explain(sentence.toStdString()); });
     // Started by the bus, we get a request, which may ask for no window.
     if (!startedByBus)
         window_->show();
@@ -91,10 +90,20 @@ void Application::showRun(const std::string& file) {
     // One that could not be written is not the last one among the records.
     const std::string failure =
         RunActions::showRun(file.empty() && !runs_.trouble().empty() ? runs_.file() : file);
-    if (failure.empty() || !window_->isVisible())
+    if (!window_->isVisible())
+        return tellOutside(failure);
+    if (failure.empty())
         return;
     window_->load();
     window_->explain(failure);
+}
+
+void Application::tellOutside(const std::string& failure) {
+    if (failure.empty())
+        return;
+    logEvent("results: %@", failure);
+    notifyUser(QString::fromStdString(bundle_.identifier),
+               QObject::tr("The results cannot be shown"), QString::fromStdString(failure));
 }
 
 void Application::open(const LocationList& locations) {

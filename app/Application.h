@@ -31,6 +31,8 @@ private:
     /// The one in `file`, or the last run if none is named.
     void showRun(const std::string& file);
     void tellFailure();
+    /// Says why the results cannot be shown where no window can say it; nothing if they can.
+    void tellOutside(const std::string& failure);
 
     MainBundle bundle_ = MainBundle::ofThisProcess();
     NotificationCenter notifications_;

@@ -46,10 +46,10 @@ QLabel* pathLabel(const QString& path) {
     constexpr int comfortable = 60;
     constexpr int tallest = 20; // lines; a longer text gets wider ones
     const int character = label->fontMetrics().averageCharWidth();
-    const QString line = inOneLine(path);
-    QStringList lines = folded(line, label->font(), comfortable * character);
+    const QString shown = shownLine(path);
+    QStringList lines = folded(shown, label->font(), comfortable * character);
     if (lines.size() > tallest)
-        lines = folded(line, label->font(), 2 * comfortable * character);
+        lines = folded(shown, label->font(), 2 * comfortable * character);
     label->setText(lines.join('\n'));
     return label;
 }

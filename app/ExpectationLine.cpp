@@ -5,8 +5,9 @@
 #include <QPointer>
 
 void ExpectationLine::setEntries(std::vector<std::string> entries) {
-    if (entries == entries_)
+    if (!isOld_ && entries == entries_)
         return;
+    isOld_ = false;
     entries_ = std::move(entries);
     expectation_.reset();
     const int look = ++look_;
@@ -30,9 +31,7 @@ void ExpectationLine::setSigning(Signing signing) {
 }
 
 void ExpectationLine::forget() {
-    entries_.clear();
-    expectation_.reset();
-    ++look_;
+    isOld_ = true;
 }
 
 void ExpectationLine::showText() {

@@ -25,5 +25,6 @@ private:
     std::vector<std::string> entries_;
     std::optional<Expectation> expectation_; ///< none until the entries have been looked at
     Signing signing_;
-    int look_ = 0; ///< number of the last look; what earlier ones find is dropped
+    bool isOld_ = false; ///< what was found on the disk
+    int look_ = 0;       ///< number of the last look; what earlier ones find is dropped
 };

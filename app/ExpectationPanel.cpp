@@ -38,8 +38,7 @@ ExpectationPanel::ExpectationPanel(AskedEntry entry)
     layout->addWidget(summary_);
     listPackages();
     layout->addWidget(packages_);
-    auto* renaming =
-        plainLabel(QString::fromStdString(renamingText(entry_.expectation)), "renaming");
+    auto* renaming = plainLabel(shownLine(renamingText(entry_.expectation)), "renaming");
     renaming->setWordWrap(true);
     layout->addWidget(renaming);
     layout->addWidget(
@@ -54,7 +53,7 @@ void ExpectationPanel::listPackages() {
     packages_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     packages_->setVerticalScrollMode(QAbstractItemView::ScrollPerItem);
     for (const std::string& package : entry_.expectation.packages) {
-        const QString name = inOneLine(QString::fromStdString(lastPathComponent(package)));
+        const QString name = shownLine(lastPathComponent(package));
         packages_->addItem(name);
         packages_->item(packages_->count() - 1)->setToolTip(toolTipOf(name));
     }

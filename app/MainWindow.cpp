@@ -16,7 +16,6 @@
 #include "core/Log.h"
 #include "ui_MainWindow.h"
 
-#include <QAccessible>
 #include <QApplication>
 #include <QEvent>
 #include <QFontInfo>
@@ -24,11 +23,11 @@
 #include <QPainter>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
 constexpr int applicationIconSize = 64;
-constexpr int noticeMargin = 40; // at both sides together
 
 /// A ring that fades out along its way, in the colour of highlighted things.
 QIcon spinnerIcon(const QPalette& palette, int size, qreal pixelRatio) {
@@ -51,7 +50,9 @@ QIcon spinnerIcon(const QPalette& palette, int size, qreal pixelRatio) {
 }
 
 Surroundings explainedBy(MainWindow& window, Surroundings surroundings) {
-    surroundings.explain = [&window](const std::string& sentence) { window.explain(sentence); };
+    surroundings.explain = [&window](const std::string& sentence, const std::string& path) {
+        window.explain(sentence, path);
+    };
     return surroundings;
 }
 
@@ -163,9 +164,10 @@ void MainWindow::showRuns() {
     connect(&surroundings_.settings, &SettingsStore::changed, this, &MainWindow::showExpectation);
     expectationDue_.setSingleShot(true);
     connect(&expectationDue_, &QTimer::timeout, this, &MainWindow::showEntries);
-    noticeEnd_.setObjectName("noticeEnd");
-    noticeEnd_.setSingleShot(true);
-    connect(&noticeEnd_, &QTimer::timeout, this, &MainWindow::endNotice);
+    connect(ui_->notice, &Notice::appearanceChanged, this, &MainWindow::showProgress);
+    connect(&surroundings_.runs, &RunReporter::recordFailed, this, [this](const QString& why) {
+        explain("The results of this run are not kept: " + why.toStdString());
+    });
 }
 
 void MainWindow::showProgress() {
@@ -192,49 +194,24 @@ void MainWindow::fillWaitingMenu() {
     menu.clear();
     const std::vector<std::string> entries = waiting();
     for (const std::string& entry : entries) {
-        const QString path = QString::fromStdString(entry).replace('&', "&&");
-        menu.addAction(tr("Remove %1").arg(fontMetrics().elidedText(path, Qt::ElideMiddle, 400)),
-                       this, [this, entry] { controller_.removeWaiting(entry); });
+        const QString path = fontMetrics().elidedText(shownLine(entry), Qt::ElideMiddle, 400);
+        menu.addAction(tr("Remove %1").arg(QString(path).replace('&', "&&")), this,
+                       [this, entry] { removeWaiting(entry); });
     }
     menu.addSeparator();
     menu.addAction(tr("&Clear All"), this, [this, entries] {
         for (const std::string& entry : entries)
-            controller_.removeWaiting(entry);
+            removeWaiting(entry);
     });
 }
 
-void MainWindow::explain(const std::string& sentence) {
-    using namespace std::chrono_literals;
-    const QString text = inOneLine(QString::fromStdString(sentence));
-    explained_.removeAll(text);
-    explained_.append(text);
-    // Those before stay, as far as there is room: they may not have been read yet.
-    constexpr int roomy = 380;
-    const qsizetype shown = std::min<qsizetype>(explained_.size(), height() < roomy ? 2 : 3);
-    QStringList lines;
-    if (const auto others = static_cast<int>(explained_.size() - shown); others > 0)
-        lines += tr("%n more before:", nullptr, others);
-    for (const QString& each : explained_.last(shown)) {
-        const qsizetype pathEnd = std::max<qsizetype>(each.lastIndexOf(": "), 0);
-        lines += fontMetrics().elidedText(each.left(pathEnd), Qt::ElideMiddle,
-                                          ui_->view->width() - noticeMargin) +
-                 each.mid(pathEnd);
-    }
-    ui_->notice->setText(lines.join('\n'));
-    ui_->notice->show();
-    showProgress();
-    QAccessibleEvent alert(ui_->notice, QAccessible::Alert);
-    QAccessible::updateAccessibility(&alert);
-    noticeEnd_.start(4s + 60ms * ui_->notice->text().size());
+void MainWindow::removeWaiting(const std::string& entry) {
+    controller_.removeWaiting(entry);
+    ui_->notice->forget(entry);
 }
 
-void MainWindow::endNotice() {
-    // What holds the loop up is told until it goes on.
-    if (controller_.fButton1Busy() && !controller_.isProcessing() && !hasAttachedSheet(this))
-        return;
-    explained_.clear();
-    ui_->notice->hide();
-    showProgress();
+void MainWindow::explain(const std::string& sentence, const std::string& path) {
+    ui_->notice->explain(sentence, path);
 }
 
 void MainWindow::showAbout() {
@@ -279,9 +256,12 @@ void MainWindow::showProperties() {
     ui_->stop->setVisible(controller_.isProcessing());
     if (!controller_.isProcessing())
         ui_->stop->setEnabled(true);
-    if (!noticeEnd_.isActive() && !explained_.isEmpty())
-        endNotice();
+    ui_->notice->keep(controller_.stalledAt());
     showProgress();
+    // The question about an entry looks at the disk, and so does what is said behind it.
+    const auto asked = controller_.fSearchPath();
+    if (std::exchange(asked_, asked) != asked)
+        ui_->expectation->forget();
     showExpectation();
     ui_->progressview->setVisible(busy);
     // The signer must not change in the middle of a folder.

@@ -31,8 +31,9 @@ public:
     MainWindow(const Surroundings& surroundings, AppDelegate& delegate);
     ~MainWindow() override;
 
-    /// Shows a sentence for as long as it takes to read. Main thread.
-    void explain(const std::string& sentence);
+    /// Shows a sentence for as long as it takes to read. `path`, where the sentence names it, may
+    /// be shortened. Main thread.
+    void explain(const std::string& sentence, const std::string& path = "");
 
     /// Fills the window and wakes the controllers now, unless that is done.
     void load();
@@ -57,11 +58,11 @@ private:
     void rememberFrame();
     void showRuns();
     void showProgress();
-    void endNotice();
     void showExpectation();
     void showEntries();
     [[nodiscard]] Signing signing() const;
     void fillWaitingMenu();
+    void removeWaiting(const std::string& entry);
     [[nodiscard]] std::vector<std::string> waiting() const;
     void showProperties();
     void drawIcons();
@@ -71,8 +72,7 @@ private:
     std::unique_ptr<Ui::MainWindow> ui_;
     ArrayController identities_;
     IdentitiesMenu* identitiesMenu_ = nullptr; // only where our own tool keeps the identities
-    QStringList explained_;                    // in the notice, the last one at its end
-    QTimer noticeEnd_{this};
+    std::optional<std::string> asked_;         // the entry asked about last
     QTimer expectationDue_;
     LauncherEntry launcherEntry_;
     ViewController controller_;

@@ -22,10 +22,12 @@ struct Surroundings {
     std::function<void(const QString& summary, const QString& body)> notifyUser;
     /// Is told what happens to packages.
     RunReporter& runs;
-    /// A run has ended in which something failed.
-    std::function<void(const EndedRun& run)> tellFailure;
+    /// A run has ended in which something failed; `runs` has its packages.
+    std::function<void()> tellFailure;
     /// Starts the program that shows the record of the last run.
     std::function<void()> showLastRun = [] {};
     /// Says in the window, for as long as it takes to read, why something was not taken.
-    std::function<void(const std::string& sentence)> explain = [](const auto&) {};
+    /// `path`, where the sentence names it, may be shortened; empty if it names none.
+    std::function<void(const std::string& sentence, const std::string& path)> explain =
+        [](const auto&, const auto&) {};
 };

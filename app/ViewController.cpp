@@ -110,7 +110,7 @@ void ViewController::doRevealItem(const std::optional<LocationItem>& item) {
         notify(tr("The folder cannot be shown"), QString::fromStdString(failure));
         MainQueue::async([self, failure] {
             if (self)
-                self->surroundings_.explain(failure);
+                self->surroundings_.explain(failure, "");
         });
     };
     GlobalQueue::async([this, item, tell] {

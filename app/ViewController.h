@@ -88,7 +88,7 @@ public:
     void stopProcessing() { ++stops_; }
     /// Told when a sheet of others has been closed: a turn that stopped at it goes on.
     void sheetClosed();
-    /// Takes an entry away from those that wait; the one at work stays.
+    /// Takes an entry away from those that wait, unless it is at work. A loop stalled at it ends.
     void removeWaiting(const std::string& entry);
 
 private:
@@ -105,7 +105,7 @@ private:
                     std::chrono::microseconds pause);
     void tellEndOfRun();
     void processSearchPath();
-    void startLoop();
+    void startLoop(QObject* sender = nullptr);
     void terminateUnlessAsking();
     void panelClosed(int code, const LocationList& chosen);
     void confirm(const std::string& entry, AskedEntry asked);

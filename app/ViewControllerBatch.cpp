@@ -8,6 +8,7 @@
 #include "core/Log.h"
 #include "core/Path.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -22,14 +23,14 @@ void ViewController::doButton1(QObject* sender) {
         playBeep();
         return;
     }
+    startLoop(sender);
+}
+
+void ViewController::startLoop(QObject* sender) {
     processQueue().async([this, sender, stops = stops_.load()] {
         if (stops == stops_)
             doButton1Loop(sender);
     });
-}
-
-void ViewController::startLoop() {
-    processQueue().async([this] { doButton1Loop(nullptr); });
 }
 
 void ViewController::terminateUnlessAsking() {
@@ -41,6 +42,7 @@ void ViewController::terminateUnlessAsking() {
 void ViewController::doButton1Loop(QObject*) {
     receiver().in(loopMethod).step("...");
     MainQueue::async(this, [this] {
+        setStalledAt(std::nullopt);
         // Only logs: a second loop stops at the sheet of the first.
         if (fButton1Busy())
             receiver().in(loopMethod).step("... ALREADY in Progress...");
@@ -75,9 +77,13 @@ void ViewController::doButton1Loop(QObject*) {
     fSetOfFolders()->moveToEnd(entry);
     tellEndOfRun();
     MainQueue::async(this, [this, entry] {
+        if (std::ranges::count(fSetOfFolders()->allObjects(), entry) == 0)
+            return loopEnded(); // it was removed meanwhile
+        setStalledAt(entry);
         explainRefusal(LocationItem(entry));
         surroundings_.explain("Start goes on with what waits; Waiting removes " +
-                              lastPathComponent(entry) + ".");
+                                  lastPathComponent(entry) + ".",
+                              entry);
     });
 }
 
@@ -147,4 +153,8 @@ void ViewController::removeWaiting(const std::string& entry) {
         return;
     fSetOfFolders()->remove(entry);
     refreshNumberOfFolders();
+    if (entry != stalledAt())
+        return;
+    setStalledAt(std::nullopt);
+    loopEnded();
 }

@@ -49,7 +49,7 @@ void ViewController::explainLackOfIdentities() {
         if (const auto listed = listedIdentities(tools); !listed)
             MainQueue::async([self, why = listed.error().sentence] {
                 if (self)
-                    self->surroundings_.explain(why);
+                    self->surroundings_.explain(why, "");
             });
     });
 }

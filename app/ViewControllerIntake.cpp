@@ -36,7 +36,8 @@ void ViewController::refuseDuplicate(const std::string& path) {
     playBeep();
     surroundings_.explain(path + (path == entryAtWork()
                                       ? ": it is being processed, and is not added again"
-                                      : ": it waits already, and is not added again"));
+                                      : ": it waits already, and is not added again"),
+                          path);
 }
 
 void ViewController::explainRefusal(const LocationItem& location) {
@@ -44,7 +45,7 @@ void ViewController::explainRefusal(const LocationItem& location) {
     if (!path)
         return;
     if (auto checked = checkLocation(*path, *path); !checked)
-        surroundings_.explain(checked.error().sentence);
+        surroundings_.explain(checked.error().sentence, *path);
 }
 
 void ViewController::addItemsToBeProcessedSet(const LocationList& items) {
@@ -88,7 +89,7 @@ void ViewController::addAndStart(LocationList urls) {
     for (const LocationItem& url : urls) {
         const std::optional<std::string> path = pathOf(url);
         if (path && expectationOf(*path).packages.empty())
-            surroundings_.explain(*path + ": no packages are directly in this folder");
+            surroundings_.explain(*path + ": no packages are directly in this folder", *path);
     }
     validItemsFromUrls(receiver(), urls);
     addItemsToBeProcessedSet(urls);

@@ -54,10 +54,9 @@ void ViewController::tellEndOfRun() {
     if (!surroundings_.runs.runEnded())
         return;
     MainQueue::async(this, [this] {
-        const EndedRun run{surroundings_.runs.model().packages()};
-        const RunTally tally = tallyOf(run.packages);
+        const RunTally tally = tallyOf(surroundings_.runs.model().packages());
         if (tally.notPacked + tally.notSigned > 0)
-            surroundings_.tellFailure(run);
+            surroundings_.tellFailure();
         else if (QApplication::activeWindow() == nullptr)
             surroundings_.notifyUser(tr("Packages are done"), tr("%1 packed").arg(tally.packed));
     });

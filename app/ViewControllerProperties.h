@@ -33,6 +33,9 @@ public:
     [[nodiscard]] Text entryAtWork() const { return entryAtWork_.get(); }
     void setEntryAtWork(Text entry) { set(entryAtWork_, std::move(entry)); }
     [[nodiscard]] bool isProcessing() const { return entryAtWork().has_value(); }
+    /// The entry that the loop has stopped at as it is no folder, until the next turn.
+    [[nodiscard]] Text stalledAt() const { return stalledAt_.get(); }
+    void setStalledAt(Text entry) { set(stalledAt_, std::move(entry)); }
     [[nodiscard]] Text fProgressString1() const { return fProgressString1_.get(); }
     void setFProgressString1(Text text) { set(fProgressString1_, std::move(text)); }
     [[nodiscard]] Text fVersionString() const { return fVersionString_.get(); }
@@ -65,6 +68,7 @@ private:
     AtomicProperty<Text> fSearchPath_;
     AtomicProperty<bool> fButton1Busy_;
     AtomicProperty<Text> entryAtWork_;
+    AtomicProperty<Text> stalledAt_;
     AtomicProperty<Text> fProgressString1_;
     AtomicProperty<Text> fVersionString_;
     AtomicProperty<std::shared_ptr<WorkSet>> fSetOfFolders_;

@@ -91,7 +91,7 @@ int main(int argc, char** argv) {
                            },
                        .notifyUser = [](const QString&, const QString&) {},
                        .runs = runs,
-                       .tellFailure = [](const EndedRun&) {}},
+                       .tellFailure = [] {}},
                       delegate);
     int processed = 0;
     double atHundred = 0;

@@ -72,17 +72,17 @@ std::string textOf(const Signing& signing) {
 }
 
 std::string renamingText(const Expectation& expectation) {
-    std::vector<std::string> unfit;
-    std::ranges::copy_if(
-        expectation.packages, std::back_inserter(unfit),
-        [](const std::string& package) { return faultOfArgument(package) != ArgumentFault::None; });
-    if (unfit.empty())
+    const auto& packages = expectation.packages;
+    const auto first = std::ranges::find_if(packages, isChangedByShell);
+    if (first == packages.end())
         return {};
-    return unfit.size() == 1
-               ? lastPathComponent(unfit.front()) +
-                     " will fail, since the shell reads characters of its path: rename it first"
-               : std::to_string(unfit.size()) + " will fail, since the shell reads characters of "
-                                                "their paths: rename them first";
+    const std::string name = lastPathComponent(*first);
+    const auto more = std::count_if(std::next(first), packages.end(), isChangedByShell);
+    return more == 0 ? name + " will fail, since the shell reads characters of its path: rename it "
+                              "first"
+                     : name + " and " + std::to_string(more) +
+                           " more will fail, since the shell reads characters of their paths: "
+                           "rename them first";
 }
 
 std::string replacedText(const Expectation& expectation) {

@@ -27,7 +27,7 @@ struct Signing {
 [[nodiscard]] std::string textOf(const Expectation& expectation, const Signing& signing);
 /// While there is nothing to process: "Packages will be signed as Jane Doe (AB12CD34EF)".
 [[nodiscard]] std::string textOf(const Signing& signing);
-/// What to rename first, since no script can be given it; empty if nothing is.
+/// What to rename first, since the command line cannot hand it to a script; empty if nothing is.
 [[nodiscard]] std::string renamingText(const Expectation& expectation);
 /// "3 archives will be replaced"; empty if none will.
 [[nodiscard]] std::string replacedText(const Expectation& expectation);

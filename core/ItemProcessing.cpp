@@ -7,6 +7,7 @@
 #include "core/ScriptOutcome.h"
 
 #include <chrono>
+#include <string_view>
 
 namespace {
 
@@ -37,6 +38,21 @@ ArgumentFault faultOfArgument(const std::string& text) {
     if (text.find_first_of("\"$`\\\n") != std::string::npos)
         return ArgumentFault::ReadByShell;
     return base::isValidUtf8(text) ? ArgumentFault::None : ArgumentFault::NotUtf8;
+}
+
+bool isChangedByShell(const std::string& text) {
+    constexpr std::string_view namesParameter =
+        "{(@*#?-$!_0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+    constexpr std::string_view escaped = "$`\"\\\n";
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        // Behind the text stands a quote.
+        const char next = i + 1 < text.size() ? text[i + 1] : '"';
+        if (text[i] == '"' || text[i] == '`' ||
+            (text[i] == '$' && namesParameter.find(next) != std::string_view::npos) ||
+            (text[i] == '\\' && escaped.find(next) != std::string_view::npos))
+            return true;
+    }
+    return false;
 }
 
 std::string progressText(const std::string& package) {

@@ -62,6 +62,10 @@ enum class ArgumentFault { None, ReadByShell, NotUtf8 };
 /// What is wrong with `text` as an argument of a script.
 [[nodiscard]] ArgumentFault faultOfArgument(const std::string& text);
 
+/// Whether the shell hands a script something else than `text` where scriptCommandLine() puts it:
+/// between double quotes, not escaped. faultOfArgument() is wary of more.
+[[nodiscard]] bool isChangedByShell(const std::string& text);
+
 /// SCRIPT "PACKAGE" "IDENTITY": the command line of one script. The script's path stands unquoted
 /// and nothing is escaped; a missing script or package prints as "(null)".
 [[nodiscard]] std::string scriptCommandLine(const std::optional<std::string>& script,

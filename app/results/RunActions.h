@@ -28,10 +28,10 @@ public:
     static void tellFailure(const std::string& identifier, const EndedRun& run);
     // Both start the program anew. If that fails, they give sentences that say why.
     /// Shows a record (see RunActions()).
-    static std::string showRun(const std::string& file);
+    [[nodiscard]] static std::string showRun(const std::string& file);
     /// Opens the packages of a record that were not done; a program that runs takes them over. The
     /// record must be there and have some.
-    static std::string retry(const std::string& file);
+    [[nodiscard]] static std::string retry(const std::string& file);
     /// Shows a folder or a package's folder, off the main thread. If that fails, `tell` is called
     /// there with a sentence that says why.
     static void reveal(const std::string& path,

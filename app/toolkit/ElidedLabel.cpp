@@ -67,7 +67,7 @@ void ElidedLabel::contextMenuEvent(QContextMenuEvent* event) {
 }
 
 void ElidedLabel::elide() {
-    const QString line = inOneLine(fullText_);
+    const QString line = shownLine(fullText_);
     setText(fontMetrics().elidedText(line, Qt::ElideMiddle, width()));
     // Without a mouse the tool tip comes with the focus.
     setFocusPolicy(text() == line ? Qt::NoFocus : Qt::TabFocus);

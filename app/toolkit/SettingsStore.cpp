@@ -7,6 +7,7 @@
 
 #include <QCheckBox>
 #include <QFileInfo>
+#include <QStandardPaths>
 
 namespace {
 
@@ -25,13 +26,13 @@ bool isPipeOrDevice(const QString& file) {
 } // namespace
 
 QString SettingsStore::userFile() {
-    return QSettings(QSettings::IniFormat, QSettings::UserScope,
-                     QString::fromLatin1(applicationIdentifier))
-        .fileName();
+    // Not by a QSettings, which would open the file.
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + '/' +
+           QString::fromLatin1(applicationIdentifier) + ".ini";
 }
 
 SettingsStore::SettingsStore(const QString& file)
-    : file_(isPipeOrDevice(file) ? file + "/unusable" : file, QSettings::IniFormat) {
+    : name_(file), file_(isPipeOrDevice(file) ? file + "/unusable" : file, QSettings::IniFormat) {
     logTrouble();
 }
 
@@ -101,10 +102,9 @@ void SettingsStore::logTrouble() {
         return;
     loggedStatus_ = file_.status();
     if (loggedStatus_ == QSettings::FormatError)
-        logEvent("settings: parts of %@ are not understood and count as absent", file_.fileName());
+        logEvent("settings: parts of %@ are not understood and count as absent", name_);
     else
-        logEvent("settings: %@ can not be used, changes last until the end of this run",
-                 file_.fileName());
+        logEvent("settings: %@ can not be used, changes last until the end of this run", name_);
 }
 
 void SettingsStore::bind(QCheckBox& box, const QString& key) {

@@ -52,6 +52,7 @@ private:
     void logTrouble();
 
     mutable std::mutex mutex_; // for the file, which threads read while it changes
-    QSettings file_;
+    const QString name_;
+    QSettings file_; // another one where nothing is, if that of the name cannot be opened
     QSettings::Status loggedStatus_ = QSettings::NoError;
 };

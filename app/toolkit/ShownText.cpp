@@ -16,8 +16,8 @@ bool isObeyed(QChar character) {
 
 } // namespace
 
-QString shownText(const std::string& text) {
-    QString shown = QString::fromStdString(text);
+QString shownText(const QString& text) {
+    QString shown = text;
     for (QChar& character : shown) {
         if (character != '\n' && character != '\t' && isObeyed(character))
             character = '?';
@@ -25,16 +25,20 @@ QString shownText(const std::string& text) {
     return shown;
 }
 
-QString shownLine(const std::string& text) {
-    return inOneLine(shownText(text)).replace('\t', ' ');
+QString shownText(const std::string& text) {
+    return shownText(QString::fromStdString(text));
 }
 
-QString inOneLine(QString text) {
-    constexpr QChar signForNewLine(0x2424);
-    return text.replace('\n', signForNewLine);
+QString shownLine(const QString& text) {
+    return shownText(text).replace('\n', QChar(0x2424)).replace('\t', ' ');
+}
+
+QString shownLine(const std::string& text) {
+    return shownLine(QString::fromStdString(text));
 }
 
 QString toolTipOf(const QString& text) {
-    return text.isEmpty() ? QString()
-                          : "<p style='white-space: pre-wrap'>" + text.toHtmlEscaped() + "</p>";
+    return text.isEmpty()
+               ? QString()
+               : "<p style='white-space: pre-wrap'>" + shownText(text).toHtmlEscaped() + "</p>";
 }

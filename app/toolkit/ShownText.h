@@ -10,13 +10,10 @@
 
 /// On one line: a line break is the sign for it.
 [[nodiscard]] QString shownLine(const std::string& text);
+[[nodiscard]] QString shownLine(const QString& text);
 /// With its line breaks and tabulators.
 [[nodiscard]] QString shownText(const std::string& text);
-
-/// The text with the sign for a new line in place of each line break: the name of a file may hold
-/// one. Any thread.
-[[nodiscard]] QString inOneLine(QString text);
-
-/// A tool tip that shows the text as it is, folded to lines: a plain one would not be folded, and a
-/// text that looks like markup would be taken for it. Empty for an empty text. Any thread.
+[[nodiscard]] QString shownText(const QString& text);
+/// A tool tip of shownText(), folded to lines: a plain one would not be folded, and a text that
+/// looks like markup would be taken for it. Empty for an empty text.
 [[nodiscard]] QString toolTipOf(const QString& text);

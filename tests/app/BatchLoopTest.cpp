@@ -6,7 +6,6 @@
 #include <QLabel>
 #include <QMenu>
 #include <QTest>
-#include <QTimer>
 
 #include <fstream>
 
@@ -217,10 +216,9 @@ TEST_F(BatchLoop, StallsAtAnEntryThatIsNoFolder) {
         controller().fSetOfFolders()->remove(entry);
     }
     EXPECT_EQ(terminations, 0);
-    auto* timer = window->findChild<QTimer*>("noticeEnd");
-    timer->start(0);
-    ASSERT_TRUE(waitUntil([&] { return !timer->isActive(); }));
-    EXPECT_TRUE(find("notice")->isVisible()) << "why it is held up";
+    readNotice();
+    EXPECT_TRUE(find<QLabel>("notice")->text().contains("Waiting removes gone."))
+        << "why it is held up";
     controller().fSetOfFolders()->add(folder.path("gone"));
     controller().addItemsToBeProcessedSet({folder.path("A")});
     settle();
@@ -230,9 +228,25 @@ TEST_F(BatchLoop, StallsAtAnEntryThatIsNoFolder) {
     EXPECT_THAT(waiting(), ElementsAre(folder.path("A"), folder.path("gone")));
     find<QPushButton>("button1")->click();
     EXPECT_EQ(shownPath(), folder.path("A")) << "a later start is the way out";
+    EXPECT_TRUE(find("notice")->isVisible()) << "it has just been told again";
+    readNotice();
+    EXPECT_FALSE(find("notice")->isVisible());
     press("Stop");
-    timer->start(0);
-    EXPECT_TRUE(waitUntil([this] { return !find("notice")->isVisible(); }));
+
+    controller().removeWaiting(folder.path("A"));
+    find<QPushButton>("button1")->click();
+    settle();
+    EXPECT_TRUE(controller().fButton1Busy());
+    QMenu* waitingMenu = find<QPushButton>("waiting")->menu();
+    emit waitingMenu->aboutToShow();
+    waitingMenu->actions().back()->trigger(); // clears all
+    settle();
+    EXPECT_FALSE(find("notice")->isVisible());
+    EXPECT_TRUE(find("busyState")->isVisible());
+    EXPECT_EQ(terminations, 0) << "as after a stop";
+    start({"A"});
+    EXPECT_EQ(shownPath(), folder.path("A"));
+    press("Stop");
 }
 
 TEST_F(BatchLoop, LooksAgainWhenThePanelIsClosed) {
@@ -328,6 +342,23 @@ TEST_F(BatchLoop, StopsBetweenTwoPackagesAndLeavesTheEntry) {
     EXPECT_EQ(runs.model().index(1, RunModel::State).data(), "Not begun");
     EXPECT_EQ(runs.share(), 0);
     EXPECT_TRUE(find("results")->isVisible());
+}
+
+TEST_F(BatchLoop, StopsForTurnsThatWereQueuedBeforeToo) {
+    installScript("fenwoJustZipApps", "while [ ! -e '" + folder.path("go on") + "' ]; do :; done");
+    start({"B"});
+    QTest::mouseClick(sheet()->findChild<QPushButton*>("Process"), Qt::LeftButton);
+    ASSERT_TRUE(waitUntil([this] { return find("stop")->isVisible(); }));
+    controller().fSetOfFolders()->remove(folder.path("B"));
+    controller().addItemToBeProcessedSet(folder.path("A")); // the only one: queues a turn
+    ASSERT_TRUE(waitUntil([this] { return !waiting().empty(); }));
+    find<QPushButton>("stop")->click();
+    folder.makeFile("go on");
+    ASSERT_TRUE(waitUntil([this] { return !controller().fButton1Busy(); }));
+    settle();
+    EXPECT_EQ(window->findChild<ConfirmationSheet*>(), nullptr);
+    EXPECT_THAT(waiting(), ElementsAre(folder.path("A")));
+    EXPECT_EQ(terminations, 0);
 }
 
 TEST_F(BatchLoop, TellsThatItReadsTheLastArchive) {

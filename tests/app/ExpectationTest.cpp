@@ -110,17 +110,25 @@ TEST_F(Expected, IsSaidInTheQuestionToo) {
         asking->findChild<QPushButton*>("Skip")->click();
         settle();
     }
-    for (const char* package : {"shell/a$HOME.app", "shell/b.app"})
-        folder.makeFolder(package);
+    for (const char* package : {"Back\\slash", "Save$", "New\nLine", "not UTF-8: \xff", "b$HOME"})
+        folder.makeFolder(std::string("shell/") + package + ".app");
     drop({"shell"});
     controller().doButton1(nullptr);
     EXPECT_EQ(textIn(sheet(), "place"), "") << "one alone";
     EXPECT_EQ(
         textIn(sheet(), "renaming"),
-        "a$HOME.app will fail, since the shell reads characters of its path: rename it first");
+        "b$HOME.app will fail, since the shell reads characters of its path: rename it first");
+    sheet()->findChild<QPushButton*>("Stop")->click();
+    settle();
+    for (const char* package : {"c`d`", "a\nb$c"})
+        folder.makeFolder(std::string("shell/") + package + ".app");
+    controller().doButton1(nullptr);
+    EXPECT_EQ(textIn(sheet(), "renaming"),
+              "a␤b$c.app and 2 more will fail, since the shell reads characters of their paths: "
+              "rename them first");
 }
 
-TEST_F(Expected, LooksAgainAfterProcessing) {
+TEST_F(Expected, LooksAgainAfterProcessingAndBeforeAQuestion) {
     drop({"one"});
     EXPECT_TRUE(says("1 package, not signed"));
     controller().setEntryAtWork("/x");
@@ -128,6 +136,13 @@ TEST_F(Expected, LooksAgainAfterProcessing) {
     folder.makeFile("one/X.zip");
     controller().setEntryAtWork(std::nullopt);
     EXPECT_TRUE(says("1 package, not signed · 1 archive will be replaced"));
+    std::filesystem::remove_all(folder.path("one/X.app"));
+    find<QPushButton>("button1")->click();
+    ASSERT_NE(sheet(), nullptr);
+    EXPECT_EQ(textIn(sheet(), "summary"), "no packages directly in this folder");
+    EXPECT_TRUE(says("no packages"));
+    sheet()->close();
+    settle();
 }
 
 TEST(ElidedPopup, ShortensInTheMiddle) {

@@ -12,7 +12,6 @@
 #include <QScreen>
 #include <QSignalSpy>
 #include <QTest>
-#include <QTimer>
 #include <QToolTip>
 #include <QWindow>
 
@@ -243,39 +242,6 @@ TEST_F(Window, BindsTheCheckBoxToTheSetting) {
     EXPECT_FALSE(box->isChecked());
 }
 
-TEST_F(Window, SaysWhatItDoesNotTakeForAsLongAsItTakesToRead) {
-    openWindow();
-    settle();
-    const auto* notice = find<QLabel>("notice");
-    EXPECT_FALSE(notice->isVisible());
-    window->resize(window->minimumSize());
-    folder.makeFolder("apps/X.app");
-    const LocationList wrong = {folder.makeFile("file.txt"), folder.makeFolder("Broken.app"),
-                                folder.makeFolder("empty"), folder.path("apps")};
-    notifications.post("newsearchpath", wrong);
-    for (const char* sentence :
-         {"Broken.app: this package is not a complete application (its Info.plist or executable is "
-          "missing)",
-          "empty: no packages are directly in this folder"})
-        EXPECT_THAT(notice->text().toStdString(), HasSubstr(folder.path() + '/' + sentence));
-    const auto* timer = window->findChild<QTimer*>("noticeEnd");
-    EXPECT_GT(timer->remainingTimeAsDuration(), 5s);
-    EXPECT_TRUE(find("applicationIcon")->isHidden());
-    const int needed = notice->heightForWidth(notice->width());
-    ASSERT_TRUE(waitUntil([&] { return notice->height() >= needed; })) << needed;
-    settle();
-    controller().addItemToBeProcessedSet(folder.path("apps"));
-    EXPECT_TRUE(waitUntil(
-        [&] { return notice->text().endsWith("apps: it waits already, and is not added again"); }));
-    window->resize(600, 400);
-    for (int number = 0; number < 9; ++number)
-        window->explain("/" + std::string(300, 'x') + "/a\nb" + std::to_string(number) + ": wrong");
-    EXPECT_TRUE(notice->text().startsWith("10 more before:\n"));
-    EXPECT_TRUE(notice->text().endsWith("b8: wrong"));
-    for (const QString& line : notice->text().split('\n'))
-        EXPECT_LT(notice->fontMetrics().horizontalAdvance(line), window->width());
-}
-
 TEST_F(Window, RemembersItsFrame) {
     openWindow();
     window->move(90, 70);
@@ -371,4 +337,6 @@ TEST(ElidedLabel, ShortensInTheMiddleAndKeepsTheWholeText) {
     QToolTip::hideText();
     label.resize(20'000, 20);
     EXPECT_EQ(label.text(), QString(path).replace('\n', QChar(0x2424)));
+    label.setFullText("\u202ea\tb");
+    EXPECT_EQ(label.text(), "?a b");
 }

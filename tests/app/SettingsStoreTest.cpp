@@ -2,6 +2,7 @@
 
 #include "tests/app/Support.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/ScopedEnvironment.h"
 
 #include <QCheckBox>
 #include <QFile>
@@ -111,16 +112,22 @@ TEST_F(SettingsStoreTest, CanBeReadOnAnotherThreadWhileItChanges) {
 }
 
 TEST_F(SettingsStoreTest, SaysOnceThatTheFileCanNotBeUsed) {
-    writeFile("");
-    const QString pipe = file + ".pipe";
+    const ScopedEnvironment config("XDG_CONFIG_HOME", folder.path().toStdString());
+    const QString pipe = SettingsStore::userFile();
+    EXPECT_EQ(pipe.toStdString(),
+              folder.path().toStdString() + "/" + applicationIdentifier + ".ini");
     ASSERT_EQ(mkfifo(pipe.toLocal8Bit().constData(), 0600), 0);
-    for (const QString& unusable : {file + "/below-a-file.ini", pipe}) {
+    writeFile("");
+    for (const QString& unusable : {file + "/below-a-file.ini", SettingsStore::userFile()}) {
         const LogCapture log;
         SettingsStore store(unusable);
         for (int round = 0; round < 2; ++round) {
             store.setBool("flag", round == 0);
             store.synchronize();
         }
-        EXPECT_EQ(log.messages().size(), 1U);
+        EXPECT_THAT(
+            log.messages(),
+            testing::ElementsAre("settings: " + unusable.toStdString() +
+                                 " can not be used, changes last until the end of this run"));
     }
 }

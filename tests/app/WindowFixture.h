@@ -17,6 +17,8 @@
 #include <QApplication>
 #include <QProcess>
 #include <QPushButton>
+#include <QSignalSpy>
+#include <QTimer>
 
 #include <atomic>
 
@@ -65,8 +67,7 @@ struct WindowFixture : testing::Test {
                         });
                     },
                 .runs = runs,
-                .tellFailure =
-                    [this](const EndedRun& run) { told.push_back(summaryOf(run.packages)); }};
+                .tellFailure = [this] { told.push_back(summaryOf(runs.model().packages())); }};
     }
     MainWindow& openWindow() {
         window = std::make_unique<MainWindow>(surroundings(), delegate);
@@ -120,6 +121,14 @@ struct WindowFixture : testing::Test {
         MainQueue::async([&] { content = contentOf(folder.path("settings.ini")); });
         EXPECT_TRUE(waitUntil([&] { return content.has_value(); }));
         return content.value_or("");
+    }
+    /// Lets the time pass that it takes to read what the notice shows, page by page.
+    void readNotice() const {
+        auto* end = window->findChild<QTimer*>("noticeEnd");
+        for (QSignalSpy ended(end, &QTimer::timeout); end->isActive(); ended.clear()) {
+            end->start(0);
+            EXPECT_TRUE(waitUntil([&] { return !ended.empty(); }));
+        }
     }
     [[nodiscard]] std::string calls() const { return contentOf(folder.path("calls")); }
     [[nodiscard]] std::string logged(const std::string& method, const std::string& rest) const {

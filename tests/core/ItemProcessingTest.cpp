@@ -68,6 +68,27 @@ TEST_F(ItemProcessing, SignsThenPacks) {
     EXPECT_EQ(messages[1], "result of fenwoCodesignApps.sh = done by fenwoCodesignApps.sh\n");
 }
 
+TEST_F(ItemProcessing, KnowsWhatTheShellChanges) {
+    install("fenwoJustZipApps");
+    doNotCodesign = true;
+    std::vector<std::string> texts = {"a$",     "a\\",  "$(echo x)", "${HOME}", "`echo x`",
+                                      "a\"\"b", "\xff", "a\nb",      "a\\\nb",  "a b",
+                                      "~",      "*",    "ü$ü",       "a\\ü"};
+    for (char character = ' '; character <= '~'; ++character) {
+        texts.push_back(std::string("a$") + character + ".app");
+        texts.push_back(std::string("a\\") + character + ".app");
+        texts.push_back(std::string("a") + character + "b.app");
+    }
+    for (const std::string& text : texts) {
+        std::filesystem::remove(folder.path("calls"));
+        runScripts(bundle, hooks, "/p/" + text, std::nullopt);
+        EXPECT_EQ(isChangedByShell("/p/" + text),
+                  calls() != "fenwoJustZipApps.sh 1 [/p/" + text + "] []\n")
+            << text << '\n'
+            << calls();
+    }
+}
+
 TEST_F(ItemProcessing, OnlyPacksWhenSigningIsOff) {
     install("fenwoCodesignApps");
     install("fenwoJustZipApps");

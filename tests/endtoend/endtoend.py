@@ -53,6 +53,18 @@ class EndToEnd(ProgramTest):
                       ' { echo "error: ${1##*/} is broken: mend it"; exit 1; } ;; esac\n'
                       'echo "signed: $1"\n', 0o755)
 
+    def listen(self):
+        """Notifications are written to the file that this names."""
+        heard = self.path("heard")
+        with open(heard, "wb") as file:
+            monitor = subprocess.Popen(
+                ["dbus-monitor", "--address", self.desktop.environment["DBUS_SESSION_BUS_ADDRESS"],
+                 "interface='org.freedesktop.Notifications'"], stdout=file)
+        self.addCleanup(monitor.wait)
+        self.addCleanup(monitor.kill)
+        await_that(lambda: os.path.getsize(heard) > 0, "the monitor")
+        return heard
+
     def await_no_sheet(self):
         await_that(lambda: not self.desktop.visible_sheet(), "the end of the sheet")
 
@@ -162,14 +174,7 @@ class Told(EndToEnd):
         self.spoil_signing("*/Big*")
         blocked = self.path("home/.local/state/kelpmoray")
         write(blocked, "in the way")
-        heard = self.path("heard")
-        with open(heard, "wb") as file:
-            monitor = subprocess.Popen(
-                ["dbus-monitor", "--address", self.desktop.environment["DBUS_SESSION_BUS_ADDRESS"],
-                 "interface='org.freedesktop.Notifications'"], stdout=file)
-        self.addCleanup(monitor.wait)
-        self.addCleanup(monitor.kill)
-        await_that(lambda: os.path.getsize(heard) > 0, "the monitor")
+        heard = self.listen()
         source = Window(self.desktop, [os.path.join(BUILD, "tests/endtoend/drag_source"), heard],
                         self.path("source log"))
         self.addCleanup(source.kill)

@@ -61,6 +61,18 @@ class AfterAFailure(EndToEnd):
                              [False, False, True])
         self.desktop.press(results, "Escape")
 
+    def test_who_cannot_be_shown_the_results_is_told_why(self):
+        heard = self.listen()
+        self.launch("three")
+        os.chmod(self.programs.window, 0o644)
+        self.addCleanup(os.chmod, self.programs.window, 0o755)
+        self.desktop.answer()
+        self.assert_ends()
+        why = "Kelpmoray could not be started: "
+        await_that(lambda: all(text in pathlib.Path(heard).read_text("utf-8")
+                               for text in ("The results cannot be shown", why)), "the notification")
+        self.assertIn(f"results: {why}", self.program.log())
+
     def test_who_quits_at_a_later_sheet_is_told(self):
         self.launch("three", "more")
         self.desktop.answer()
