@@ -232,7 +232,6 @@ TEST_F(BatchLoop, StallsAtAnEntryThatIsNoFolder) {
     readNotice();
     EXPECT_FALSE(find("notice")->isVisible());
     press("Stop");
-
     controller().removeWaiting(folder.path("A"));
     find<QPushButton>("button1")->click();
     settle();

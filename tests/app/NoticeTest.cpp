@@ -28,7 +28,7 @@ TEST_F(Notices, SaysWhatItDoesNotTakeForAsLongAsItTakesToRead) {
                                 folder.makeFolder("empty"), folder.path("apps")};
     notifications.post("newsearchpath", wrong);
     const std::vector<std::string> sentences = {
-        "file.txt: a file is there; give a folder or an application package (Name.app)",
+        "file.txt: a file is there. Give a folder or an application package (Name.app).",
         "Broken.app: this package is not a complete application (its Info.plist or executable is "
         "missing)",
         "empty: no packages are directly in this folder"};

@@ -193,7 +193,7 @@ TEST_F(BatchFace, NoticesWhenAFolderIsEmptiedBeforeItsTurn) {
               ExitStatus::SomeFailed);
     const std::string printed = out.str();
     const Json failed = Json::parse(split(printed, "\n").at(1)).value_or(Json());
-    EXPECT_EQ(failed["error"].string(), "Its packages are no longer there");
+    EXPECT_EQ(failed["error"].string(), "Its packages are no longer there.");
     const auto recorded = readRun(recordedRuns(folder.path("runs")).front());
     ASSERT_EQ(recorded->packages.size(), 2U);
     EXPECT_EQ(jsonOf(recorded->packages.at(1)), failed["package"]);

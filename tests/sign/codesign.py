@@ -22,7 +22,7 @@ import unittest
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
 
 import fixtures  # noqa: E402
-from programs import BUILD, PATIENCE, SCRATCH, FolderTest, give, ordinary_user, run, write  # noqa: E402
+from programs import BUILD, PATIENCE, SCRATCH, FolderTest, run, write  # noqa: E402
 
 CODESIGN = os.environ.get("KELPMORAY_CODESIGN", os.path.join(BUILD, "bin/kelpmoray-codesign"))
 
@@ -136,15 +136,6 @@ class SigningFiles(CodeTest):
         self.assertEqual(self.codesign("--verify", path), (1, f"{path}: code object is not signed at all\n"))
         self.sign(path, "-i", "x.y", "--pagesize", "16384")
         self.assertEqual((read(path), stat.S_IMODE(os.stat(path).st_mode)), (signed, 0o751))
-
-    def test_the_mode_of_a_user_who_may_not_give_it_to_others_is_kept(self):
-        path = self.copy(self.linker.link("exe-arm64"))
-        command = shutil.copy(CODESIGN, self.path("codesign"))
-        give(self.folder)
-        os.chmod(path, 0o6751)
-        subprocess.run([command, "-s", "-", path], cwd=self.folder, check=True, **ordinary_user())
-        self.assert_valid(path)
-        self.assertEqual(stat.S_IMODE(os.stat(path).st_mode), 0o6751)
 
     def test_entitlements_and_flags_go_where_they_belong(self):
         path, library = self.copy(self.linker.link("exe-arm64")), self.copy(self.linker.library(), "lib")

@@ -7,13 +7,14 @@ import os
 import resource
 import shutil
 import signal
+import stat
 import subprocess
 import sys
 import unittest
 
 import fixtures
 from codesign import CODESIGN, CodeTest, Owner, flip, read, tree
-from programs import PATIENCE, await_that, write
+from programs import PATIENCE, await_that, give, ordinary_user, write
 
 
 class Meanwhile(CodeTest):
@@ -284,6 +285,15 @@ class Changes(Meanwhile):
         status, said, _ = self.sign_while(lambda: fixtures.make_text(app + "/Contents/Resources/.DS_Store"), app)
         self.assertEqual((status, said), (0, ""))
         self.assert_valid(app, **self.owner.environment)
+
+    def test_the_mode_of_a_user_who_may_not_give_it_to_others_is_kept(self):
+        path = self.copy(self.linker.link("exe-arm64"))
+        command = shutil.copy(CODESIGN, self.path("codesign"))
+        give(self.folder)
+        os.chmod(path, 0o6751)
+        subprocess.run([command, "-s", "-", path], cwd=self.folder, check=True, **ordinary_user())
+        self.assert_valid(path)
+        self.assertEqual(stat.S_IMODE(os.stat(path).st_mode), 0o6751)
 
 
 if __name__ == "__main__":
