@@ -2,8 +2,8 @@
 
 #include "base/FileDescriptor.h"
 #include "base/Leftovers.h"
-#include "base/Printable.h"
 #include "base/WorkerThreads.h"
+#include "sign/files/FileStamp.h"
 
 #include <string_view>
 
@@ -12,12 +12,6 @@
 
 namespace sign {
 namespace {
-
-base::Error changed(const std::string& path, const char* what) {
-    return {base::ErrorKind::Changed,
-            "\"" + base::printable(path) + "\" " + what +
-                " meanwhile. Try again when nothing writes to the package."};
-}
 
 bool isWatched(std::string_view name, bool isCodeRoot) {
     return name != ".DS_Store" && !base::isTemporaryName(name) &&
@@ -64,9 +58,9 @@ base::Outcome FileWatch::check(unsigned threads) const {
     for (const File& file : files_) {
         struct stat status {};
         if (::stat(file.path.c_str(), &status) != 0)
-            return changed(file.path, "went away");
+            return changedMeanwhile(file.path, "went away");
         if (FileStamp::of(status) != file.stamp)
-            return changed(file.path, "changed");
+            return changedMeanwhile(file.path, "changed");
     }
     constexpr std::size_t few = 16;
     return base::forEach(folders_.size(), folders_.size() > few ? threads : 1,
@@ -78,7 +72,7 @@ base::Outcome FileWatch::checkFolder(const Folder& folder) {
         base::FileDescriptor::openAt(AT_FDCWD, folder.path.c_str(), O_RDONLY | O_DIRECTORY);
     struct stat status {};
     if (!opened.open() || ::fstat(opened.get(), &status) != 0)
-        return changed(folder.path, "went away");
+        return changedMeanwhile(folder.path, "went away");
     if (FileStamp::of(status).modified != folder.modified)
         if (auto checked = checkNames(folder); !checked)
             return checked;
@@ -90,9 +84,9 @@ base::Outcome FileWatch::checkFolder(const Folder& folder) {
         struct stat now {};
         // A zero byte follows the name.
         if (::fstatat(opened.get(), name.data(), &now, AT_SYMLINK_NOFOLLOW) != 0)
-            return changed(folder.path + std::string(name), "went away");
+            return changedMeanwhile(folder.path + std::string(name), "went away");
         if (FileStamp::of(now) != before)
-            return changed(folder.path + std::string(name), "changed");
+            return changedMeanwhile(folder.path + std::string(name), "changed");
         return {};
     });
 }
@@ -110,15 +104,15 @@ base::Outcome FileWatch::checkNames(const Folder& folder) {
     skip();
     auto checked = forEachName(folder.names, [&](std::string_view name) -> base::Outcome {
         if (entry != entries->end() && entry->name < name)
-            return changed(folder.path + entry->name, "was added");
+            return changedMeanwhile(folder.path + entry->name, "was added");
         if (entry == entries->end() || entry->name != name)
-            return changed(folder.path + std::string(name), "went away");
+            return changedMeanwhile(folder.path + std::string(name), "went away");
         ++entry;
         skip();
         return {};
     });
     if (checked && entry != entries->end())
-        return changed(folder.path + entry->name, "was added");
+        return changedMeanwhile(folder.path + entry->name, "was added");
     return checked;
 }
 

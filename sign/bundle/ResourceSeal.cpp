@@ -7,6 +7,7 @@
 #include "sign/bundle/MachOFile.h"
 #include "sign/bundle/NewFiles.h"
 #include "sign/bundle/SealScope.h"
+#include "sign/files/FileStamp.h"
 #include "sign/files/FileTree.h"
 
 #include <algorithm>
@@ -188,16 +189,10 @@ private:
             const FileHashes& hashes = hashes_[index];
             const Waiting& file = waiting_[index];
             if (hashes.isMissing)
-                return base::Error{base::ErrorKind::Changed,
-                                   "\"" + base::printable(hashes.path) +
-                                       "\" went away meanwhile. Try again when "
-                                       "nothing writes to the package."};
+                return changedMeanwhile(hashes.path, "went away");
             if (making_.newFiles != nullptr && hashes.mayBeCode &&
                 making_.newFiles->isUnknownCode(hashes.path) && isSignableMachO(hashes.path))
-                return base::Error{base::ErrorKind::Changed,
-                                   "\"" + base::printable(hashes.path) +
-                                       "\" was added meanwhile. Try again when "
-                                       "nothing writes to the package."};
+                return changedMeanwhile(hashes.path, "was added");
             std::string name = hashes.path.substr(bundle_.codeRoot.size() + 1);
             if (file.oldRule)
                 addOldEntry(name, *file.oldRule, hashes);

@@ -23,4 +23,10 @@ base::Error changedWhileRead(const std::string& path) {
                 "\" changed while it was read. Try again when nothing writes to it."};
 }
 
+base::Error changedMeanwhile(const std::string& path, std::string_view what) {
+    return {base::ErrorKind::Changed,
+            "\"" + base::printable(path) + "\" " + std::string(what) +
+                " meanwhile. Try again when nothing writes to the package."};
+}
+
 } // namespace sign

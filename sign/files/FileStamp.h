@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include <sys/stat.h>
 
@@ -22,5 +23,7 @@ struct FileStamp {
 
 /// The error for a file whose stamp or size is another one after it was read.
 [[nodiscard]] base::Error changedWhileRead(const std::string& path);
+/// The error that a file "changed", "was added" or "went away" while work on its package went on.
+[[nodiscard]] base::Error changedMeanwhile(const std::string& path, std::string_view what);
 
 } // namespace sign
