@@ -8,7 +8,6 @@ import os
 import pathlib
 import shutil
 import signal
-import subprocess
 import sys
 import unittest
 
@@ -55,15 +54,7 @@ class EndToEnd(ProgramTest):
 
     def listen(self):
         """Notifications are written to the file that this names."""
-        heard = self.path("heard")
-        with open(heard, "wb") as file:
-            monitor = subprocess.Popen(
-                ["dbus-monitor", "--address", self.desktop.environment["DBUS_SESSION_BUS_ADDRESS"],
-                 "interface='org.freedesktop.Notifications'"], stdout=file)
-        self.addCleanup(monitor.wait)
-        self.addCleanup(monitor.kill)
-        await_that(lambda: os.path.getsize(heard) > 0, "the monitor")
-        return heard
+        return self.desktop.listen(self, "interface='org.freedesktop.Notifications'")
 
     def await_no_sheet(self):
         await_that(lambda: not self.desktop.visible_sheet(), "the end of the sheet")

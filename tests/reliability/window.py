@@ -83,14 +83,7 @@ class Bus(Faults):
         """It is asked once however long it is stopped, and opens the folder when it goes on."""
         window = self.start()
         self.desktop.await_sheet()
-        heard = self.path("heard")
-        with open(heard, "wb") as file:
-            monitor = subprocess.Popen(
-                ["dbus-monitor", "--address", self.desktop.environment["DBUS_SESSION_BUS_ADDRESS"],
-                 "member='Open'"], stdout=file)
-        self.addCleanup(monitor.wait)
-        self.addCleanup(monitor.kill)
-        await_that(lambda: os.path.getsize(heard) > 0, "the monitor")
+        heard = self.desktop.listen(self, "member='Open'")
         window.process.send_signal(signal.SIGSTOP)
         second = self.start(DESKTOP_STARTUP_ID="start_TIME1", XDG_ACTIVATION_TOKEN="token")
         self.assertEqual(second.end(), 0, second.log())

@@ -78,6 +78,17 @@ class Desktop:
     def await_window(self, title):
         return await_that(lambda: self.visible_window(title), title)
 
+    def listen(self, test, rule):
+        """The file to which all is written that goes over the session bus and matches the rule, until the test ends."""
+        heard = test.path("heard")
+        with open(heard, "wb") as file:
+            monitor = subprocess.Popen(
+                ["dbus-monitor", "--address", self.environment["DBUS_SESSION_BUS_ADDRESS"], rule], stdout=file)
+        test.addCleanup(monitor.wait)
+        test.addCleanup(monitor.kill)
+        await_that(lambda: os.path.getsize(heard) > 0, "the monitor")
+        return heard
+
     def visible_sheet(self):
         return self.visible_window(SHEET)
 
