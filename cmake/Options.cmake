@@ -13,3 +13,11 @@ if(KELPMORAY_SANITIZE)
     $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   target_link_options(kelpmoray_options INTERFACE -fsanitize=${KELPMORAY_SANITIZE})
 endif()
+
+# What most files of a target read, and HEADERS: kelpmoray_precompile(TARGET HEADERS...)
+function(kelpmoray_precompile target)
+  if(KELPMORAY_PRECOMPILE)
+    target_precompile_headers(${target} PRIVATE
+      <algorithm> <functional> <map> <string> <vector> ${ARGN})
+  endif()
+endfunction()
