@@ -51,6 +51,7 @@ void CodeCheck::fail(FaultCode code, const std::string& architecture) {
 
 base::Outcome CodeCheck::run(const CodeChecking& checking) {
     checking_ = checking;
+    realPath_ = sign::realPath(checking.path).value_or(checking.path);
     if (auto opened = open(); !opened || !code_)
         return opened;
     for (std::size_t index = 0; index < code_->signatureCount(); ++index)

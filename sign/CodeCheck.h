@@ -38,6 +38,8 @@ public:
     void comparePages();
     /// What is wrong, the first to be told first.
     [[nodiscard]] std::vector<VerifyFault> faults() const;
+    /// Of the code, as far as it can be resolved.
+    [[nodiscard]] const std::string& realPath() const { return realPath_; }
     [[nodiscard]] const std::vector<SealedCode>& nested() const { return seal_.nested; }
     [[nodiscard]] const std::shared_ptr<const SealScope>& scope() const { return seal_.scope; }
     [[nodiscard]] bool meetsInAll(const Requirement& requirement) const;
@@ -63,6 +65,7 @@ private:
     void fail(FaultCode code, const std::string& architecture = {});
 
     CodeChecking checking_;
+    std::string realPath_;
     std::optional<StaticCode> code_;
     std::optional<base::OwnedBytes> sealBytes_;
     std::vector<Slice> slices_;

@@ -66,7 +66,7 @@ private:
     }
 
     void take(const CodeChecking& checking, const CodeCheck& check, bool isOperand) {
-        const std::string place = isOperand ? "" : realPath(checking.path).value_or(checking.path);
+        const std::string place = isOperand ? "" : check.realPath();
         const bool isValid = check.faults().empty() && !check.isOtherCode();
         if (!checking.framework.empty()) {
             if (!isValid)
@@ -96,7 +96,7 @@ private:
                    std::vector<CodeChecking>& next) const {
         if (outer.isShallow)
             return;
-        const std::string holder = isOperand ? "" : realPath(outer.path).value_or(outer.path);
+        const std::string holder = isOperand ? "" : check.realPath();
         for (const SealedCode& code : check.nested()) {
             CodeChecking nested;
             nested.path = code.path;

@@ -117,6 +117,17 @@ bool namesData(const SignedMessage& message) {
     return type != nullptr && OBJ_obj2nid(type) == NID_pkcs7_data;
 }
 
+/// Whether the property list of hashes names exactly these.
+bool listsHashes(base::Bytes xml, std::span<const DirectoryDigest> directories) {
+    const std::string usual = hashListXml(directories);
+    if (base::textOf(xml) == usual)
+        return true;
+    const auto given = readPropertyList(xml, "the signature");
+    const auto wanted = readPropertyList(base::bytesOf(usual), "the signature");
+    const PropertyValue* hashes = given ? given->find("cdhashes") : nullptr;
+    return hashes != nullptr && wanted && *hashes == *wanted->find("cdhashes");
+}
+
 /// Whether the attributes name exactly the code directories that there are. Several directories
 /// have to be bound; a single one may stand without.
 bool bindsDirectories(const SignedMessage& message, std::span<const DirectoryDigest> directories) {
@@ -125,11 +136,7 @@ bool bindsDirectories(const SignedMessage& message, std::span<const DirectoryDig
     if (list != nullptr) {
         const base::Bytes xml(ASN1_STRING_get0_data(list),
                               static_cast<std::size_t>(ASN1_STRING_length(list)));
-        const auto given = readPropertyList(xml, "the signature");
-        const auto wanted =
-            readPropertyList(base::bytesOf(hashListXml(directories)), "the signature");
-        const PropertyValue* hashes = given ? given->find("cdhashes") : nullptr;
-        if (hashes == nullptr || !wanted || *hashes != *wanted->find("cdhashes"))
+        if (!listsHashes(xml, directories))
             return false;
     }
     const std::vector<base::OwnedBytes> agility =
