@@ -182,9 +182,9 @@ base::Outcome CodeCheck::readFacts(Slice& slice, std::size_t index) {
 }
 
 void CodeCheck::checkOuterRequirement() {
-    if (checking_.requirement.empty() || !own_.empty())
+    if (!checking_.requirement || !own_.empty())
         return;
-    const auto requirement = parsedRequirement(checking_.requirement);
+    const auto requirement = parsedRequirement(*checking_.requirement);
     isOtherCode_ = !requirement || !meetsInAll(*requirement);
 }
 

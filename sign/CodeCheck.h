@@ -16,7 +16,7 @@ namespace sign {
 struct CodeChecking {
     std::string path;
     std::string version;     ///< of a framework
-    std::string requirement; ///< text, of the seal that holds it; empty for the operand
+    std::optional<std::string> requirement; ///< text, of the seal that holds it; not of the operand
     std::string holder;      ///< absolute path of the nested code that seals it; else empty
     std::string framework;   ///< the one that it is another version of; else empty
     bool isShallow = false;  ///< only who signed it, neither pages nor files

@@ -80,6 +80,8 @@ class Damage(CodeTest):
          ["In subcomponent: {}PlugIns/Pictures.bundle"]),
         ("nested", lambda c: shutil.copy(c + "MacOS/helper", c + "Frameworks/lib blank.dylib"),
          ["file modified: {}Frameworks/lib blank.dylib"]),
+        ("nested", lambda c: reseal(c + "..", lambda seal: seal["files2"]["MacOS/helper"].update(requirement="")),
+         ["file modified: {}MacOS/helper"]),
         ("root", lambda c: write(c + "../stray", "x"), []),
         ("root", lambda c: write(c + "_CodeSignature/stray", "x"), []),
         ("framework root", lambda c: write(c + Damage.FOO + "/stray", "x"), ["In subcomponent: {}" + FOO]),
