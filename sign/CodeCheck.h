@@ -15,11 +15,11 @@ namespace sign {
 /// How much of one code object is checked.
 struct CodeChecking {
     std::string path;
-    std::string version;     ///< of a framework
+    std::string version;                    ///< of a framework
     std::optional<std::string> requirement; ///< text, of the seal that holds it; not of the operand
-    std::string holder;      ///< absolute path of the nested code that seals it; else empty
-    std::string framework;   ///< the one that it is another version of; else empty
-    bool isShallow = false;  ///< only who signed it, neither pages nor files
+    std::string holder;     ///< absolute path of the nested code that seals it; else empty
+    std::string framework;  ///< the one that it is another version of; else empty
+    bool isShallow = false; ///< only who signed it, neither pages nor files
     bool isStrict = false;
     bool isLone = false;  ///< a file that is known to be no bundle's main executable
     unsigned threads = 1; ///< for sealed files

@@ -65,6 +65,8 @@ base::Outcome removeSignature(const std::string& path, const std::string& bundle
     if (code->bundle()) {
         if (auto layout = checkLayout(*code->bundle()); !layout)
             return layout;
+        if (auto executable = checkExecutable(*code->bundle()); !executable)
+            return executable;
     } else if (!code->file().isMachO()) {
         return base::Error{base::ErrorKind::Unsupported,
                            path + ": it is no Mach-O file, so there is no signature in it. Give a "

@@ -183,7 +183,12 @@ base::Result<std::optional<base::OwnedBytes>> StaticCode::infoPlist(std::size_t 
 }
 
 base::Result<std::optional<base::OwnedBytes>> StaticCode::seal() const {
-    if (!bundle_ || !isFile(bundle_->sealPath()))
+    if (!bundle_)
+        return std::optional<base::OwnedBytes>();
+    const auto isThere = hasFile(bundle_->sealPath());
+    if (!isThere)
+        return isThere.error();
+    if (!*isThere)
         return std::optional<base::OwnedBytes>();
     auto bytes = wholeFile(bundle_->sealPath(), Links::Refuse, mostSealSize);
     if (!bytes)

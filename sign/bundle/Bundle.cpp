@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 
+#include <limits.h>
 #include <sys/stat.h>
 
 namespace sign {
@@ -167,15 +168,19 @@ std::string executableName(const Bundle& bundle) {
 
 base::Outcome findExecutable(Bundle& bundle) {
     const std::string name = executableName(bundle);
-    if (name.find('/') != std::string::npos || name == "." || name == "..")
+    if (name.size() > NAME_MAX || name.find('/') != std::string::npos || name == "." ||
+        name == "..")
         return unrecognized(". CFBundleExecutable in its Info.plist must be the name of a file, "
-                            "without a folder.");
+                            "of at most 255 bytes and without a folder.");
     std::vector<std::string> places = {bundle.root};
     if (bundle.form == BundleForm::Contents)
         places = {bundle.codeRoot + "/MacOS", bundle.codeRoot, bundle.root};
     for (const std::string& place : places) {
         const std::string candidate = place + "/" + name;
-        if (!isFile(candidate))
+        const auto isThere = hasFile(candidate);
+        if (!isThere)
+            return isThere.error();
+        if (!*isThere)
             continue;
         bundle.executable = candidate;
         bundle.hasExecutable = true;

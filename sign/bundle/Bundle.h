@@ -59,6 +59,9 @@ struct Bundle {
 /// thread.
 [[nodiscard]] base::Outcome checkSignable(const Bundle& bundle);
 
+/// Whether the file that its Info.plist names is there: else the Info.plist is what is signed.
+[[nodiscard]] base::Outcome checkExecutable(const Bundle& bundle);
+
 /// The first breach of its layout, as a sentence: links may lead what is written out of the bundle.
 [[nodiscard]] base::Outcome checkLayout(const Bundle& bundle);
 

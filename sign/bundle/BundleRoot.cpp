@@ -104,23 +104,29 @@ base::Result<std::vector<LayoutFault>> frameworkRootFaults(const std::string& fr
 }
 
 base::Outcome checkSignable(const Bundle& bundle) {
-    if (!bundle.infoProblem.empty())
-        return base::Error{base::ErrorKind::Damaged, bundle.infoProblem};
+    if (auto executable = checkExecutable(bundle); !executable)
+        return executable;
     if (bundle.info.find("CFBundleResourceSpecification"))
         return base::Error{base::ErrorKind::Unsupported,
                            "\"" + base::printable(bundle.infoPlist) +
                                "\" names resource rules of its own "
                                "(CFBundleResourceSpecification), which macOS no longer accepts. "
                                "Take the key out."};
+    if (auto layout = checkLayout(bundle); !layout)
+        return layout;
+    return checkSignatureFolder(bundle.signatureFolder());
+}
+
+base::Outcome checkExecutable(const Bundle& bundle) {
+    if (!bundle.infoProblem.empty())
+        return base::Error{base::ErrorKind::Damaged, bundle.infoProblem};
     const std::string* executable = bundle.info.findString("CFBundleExecutable");
     if (executable && !bundle.hasExecutable)
         return base::Error{base::ErrorKind::NotFound,
                            "The executable \"" + base::printable(*executable) + "\", which \"" +
                                base::printable(bundle.infoPlist) +
                                "\" names, is missing. Build the package anew."};
-    if (auto layout = checkLayout(bundle); !layout)
-        return layout;
-    return checkSignatureFolder(bundle.signatureFolder());
+    return {};
 }
 
 base::Outcome checkLayout(const Bundle& bundle) {

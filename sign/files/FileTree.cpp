@@ -132,8 +132,17 @@ bool isFolder(const std::string& path) {
 }
 
 bool isFile(const std::string& path) {
+    const auto has = hasFile(path);
+    return has && *has;
+}
+
+base::Result<bool> hasFile(const std::string& path) {
     struct stat status {};
-    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+    if (stat(path.c_str(), &status) == 0)
+        return S_ISREG(status.st_mode);
+    if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP)
+        return false;
+    return base::systemError("look at", path, errno);
 }
 
 std::optional<std::string> realPath(const std::string& path) {

@@ -48,6 +48,9 @@ enum class Links { Follow, Refuse };
 [[nodiscard]] bool isFolder(const std::string& path);
 [[nodiscard]] bool isFile(const std::string& path);
 
+/// Same as isFile(); an error if the system does not tell, as in a folder that may not be searched.
+[[nodiscard]] base::Result<bool> hasFile(const std::string& path);
+
 /// The path without links; absent if nothing is there.
 [[nodiscard]] std::optional<std::string> realPath(const std::string& path);
 

@@ -3,12 +3,13 @@
 import os
 import plistlib
 import re
+import shutil
 import struct
 import unittest
 
 import fixtures
-from codesign import CodeTest, Owner, read, tree
-from programs import write
+from codesign import CODESIGN, CodeTest, Owner, read, tree
+from programs import give, ordinary_user, run, write
 
 
 class Refusals(CodeTest):
@@ -38,6 +39,24 @@ class Refusals(CodeTest):
         write(real + "/Contents/_CodeSignature/CodePrecious", "precious")
         self.assert_quiet("--remove-signature", real)
         self.assert_names(real + "/Contents/_CodeSignature", "CodePrecious")
+
+    def test_no_seal_is_taken_from_code_that_cannot_be_found(self):
+        app, info = self.application(), self.path("X.app/Contents/Info.plist")
+        self.sign(app)
+        right = read(info)
+        for content, words in {right.replace(b">main<", b">gone<"): 'The executable "gone"', b"<plist>": "is not a property list",
+                               right.replace(b">main<", b">" + b"x" * 256 + b"<"): "must be the name of a file"}.items():
+            write(info, content)
+            self.assert_refused(words, "--remove-signature", app)
+        write(info, right)
+        command = shutil.copy(CODESIGN, self.path("command"))
+        os.chmod(app + "/Contents/MacOS", 0o600)
+        give(self.folder)
+        for operation in ("--remove-signature", "--verify", "-d", "--plan"):
+            self.assertEqual(run([command, operation, app], **ordinary_user()), (
+                1, f"{app}: Cannot look at {app}/Contents/MacOS/main: Permission denied. Check the permissions or choose another folder.\n"))
+        os.chmod(app + "/Contents/MacOS", 0o755)
+        self.assert_valid(app)
 
     def test_data_outside_the_slices_of_a_universal_file_is_not_lost(self):
         data = read(self.linker.universal())
