@@ -86,7 +86,7 @@ base::Outcome removeSignature(const std::string& path, const std::string& bundle
     if (auto done = NewCode::commit({&unsignedCode}, 1); !done)
         return done;
     if (code->bundle() && ::rmdir(code->bundle()->signatureFolder().c_str()) != 0 &&
-        errno != ENOTEMPTY && errno != ENOENT)
+        errno != ENOTEMPTY && errno != ENOENT && errno != ENOTDIR)
         return base::systemError("delete", code->bundle()->signatureFolder(), errno);
     return {};
 }

@@ -73,8 +73,14 @@ std::vector<std::string> signatureFiles(const LooseSignature& signature) {
 }
 
 base::Outcome checkSignatureFolder(const std::string& folder) {
-    if (!isFolder(folder))
-        return {};
+    if (!isFolder(folder)) {
+        if (access(folder.c_str(), F_OK) != 0)
+            return {};
+        return base::Error{base::ErrorKind::Conflict,
+                           "\"" + base::printable(folder) +
+                               "\" is a file in the place of the folder for the signature. "
+                               "Delete it."};
+    }
     const auto entries = entriesOf(folder);
     if (!entries)
         return entries.error();

@@ -99,6 +99,10 @@ base::Result<base::OwnedBytes> wholeFile(const std::string& path, Links links, s
     const auto file = base::FileDescriptor::openAt(
         AT_FDCWD, path.c_str(), O_RDONLY | O_NONBLOCK | (follows ? 0 : O_NOFOLLOW));
     struct stat status {};
+    if (!file.open() && errno == ELOOP && !follows)
+        return base::Error{base::ErrorKind::Conflict,
+                           "\"" + base::printable(path) +
+                               "\" is a link. Put the file itself in its place."};
     if (!file.open() || fstat(file.get(), &status) != 0)
         return base::systemError("read", path, errno);
     const auto size = static_cast<std::uint64_t>(status.st_size);

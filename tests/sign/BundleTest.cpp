@@ -142,6 +142,12 @@ TEST(BundleTest, RefusesToSignWhatNoSealCovers) {
              folder.makeFile("Rich App.app/Contents/_CodeSignature/CodeOther");
          },
          "_CodeSignature/CodeOther\" is no file of a signature"},
+        {"file in the place of the signature",
+         [](const auto& folder) {
+             std::filesystem::remove_all(folder.path("Rich App.app/Contents/_CodeSignature"));
+             folder.makeFile("Rich App.app/Contents/_CodeSignature");
+         },
+         "_CodeSignature\" is a file in the place of the folder"},
         {"folder in the place of the seal",
          [](const auto& folder) {
              std::filesystem::remove(

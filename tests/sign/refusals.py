@@ -36,6 +36,11 @@ class Refusals(CodeTest):
             os.symlink(os.path.relpath(real + name, os.path.dirname(app + name)), app + name)
             self.assert_refused(words, "--remove-signature", app)
         self.assert_refused("it is no Mach-O file", "--remove-signature", write(self.path("text"), "text"))
+        seal = real + "/Contents/_CodeSignature/CodeResources"
+        os.rename(seal, self.path("seal"))
+        os.symlink(self.path("seal"), seal)
+        for operation in ("--verify", "-d"):
+            self.assert_refused(f'"{seal}" is a link. Put the file itself in its place.', operation, "-vvvv", real)
         write(real + "/Contents/_CodeSignature/CodePrecious", "precious")
         self.assert_quiet("--remove-signature", real)
         self.assert_names(real + "/Contents/_CodeSignature", "CodePrecious")
