@@ -62,15 +62,13 @@ base::Outcome removeSignature(const std::string& path, const std::string& bundle
     auto code = StaticCode::open(path, bundleVersion);
     if (!code)
         return code.error();
+    if (auto checked = code->checkHoldsSignatures(); !checked)
+        return checked;
     if (code->bundle()) {
         if (auto layout = checkLayout(*code->bundle()); !layout)
             return layout;
         if (auto executable = checkExecutable(*code->bundle()); !executable)
             return executable;
-    } else if (!code->file().isMachO()) {
-        return base::Error{base::ErrorKind::Unsupported,
-                           path + ": it is no Mach-O file, so there is no signature in it. Give a "
-                                  "Mach-O file or a bundle."};
     }
     NewCode unsignedCode;
     unsignedCode.watch().addFile(code->file().path(), code->file().stamp());

@@ -152,6 +152,14 @@ base::Result<StaticCode> StaticCode::openFile(const std::string& path) {
     return StaticCode(path, std::nullopt, std::move(*file));
 }
 
+base::Outcome StaticCode::checkHoldsSignatures() const {
+    if (bundle_ || file_.isMachO())
+        return {};
+    return base::Error{base::ErrorKind::Unsupported,
+                       path_ + ": it is no Mach-O file, so no signature can be in it. Give a "
+                               "Mach-O file or a bundle."};
+}
+
 std::size_t StaticCode::signatureCount() const {
     return std::max<std::size_t>(file_.slices().size(), 1);
 }

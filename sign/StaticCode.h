@@ -45,6 +45,8 @@ public:
     /// The main executable; of a bundle without code, its Info.plist.
     [[nodiscard]] const CodeFile& file() const { return file_; }
 
+    /// Unsupported if it is a lone file that is no Mach-O, in which no signature can be.
+    [[nodiscard]] base::Outcome checkHoldsSignatures() const;
     /// How many signatures it should have: one for each slice, or one in files.
     [[nodiscard]] std::size_t signatureCount() const;
     /// NotFound, with the platform's message, if there is none.

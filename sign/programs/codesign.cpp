@@ -7,11 +7,13 @@
 #include "sign/SignatureVerifier.h"
 #include "sign/Signer.h"
 #include "sign/bundle/NestedCode.h"
+#include "sign/files/FileTree.h"
 #include "sign/identity/IdentityList.h"
 #include "sign/programs/CodesignOptions.h"
 #include "sign/programs/Facts.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -35,7 +37,8 @@ int reportOf(const std::string& path, const base::Error& error) {
     constexpr std::string_view second = "\nIn subcomponent: ";
     const std::size_t end = error.sentence.find(second);
     const std::string first = error.sentence.substr(0, end);
-    printLine(stderr, first.starts_with(path + ": ") ? first : path + ": " + first);
+    const bool isNamed = first.starts_with(withoutSlashes(path) + ": ");
+    printLine(stderr, isNamed ? first : path + ": " + first);
     if (end != std::string::npos)
         printLine(stderr, error.sentence.substr(end + 1));
     return failed;
@@ -140,7 +143,15 @@ int verifyOne(const std::string& path, const CodesignOptions& options) {
 
 base::Result<std::vector<CodeObject>> planned(const std::string& path,
                                               const CodesignOptions& options) {
-    return planOf(path, Leftovers::AreSkipped, options.signing.bundleVersion);
+    auto plan = planOf(path, Leftovers::AreSkipped, options.signing.bundleVersion);
+    if (!plan || plan->back().isBundle)
+        return plan;
+    const auto code = StaticCode::open(path);
+    if (!code)
+        return code.error();
+    if (auto checked = code->checkHoldsSignatures(); !checked)
+        return checked.error();
+    return plan;
 }
 
 int planOne(const std::string& path, const CodesignOptions& options) {
@@ -218,6 +229,17 @@ int runOn(const std::string& path, const CodesignOptions& options) {
     }
 }
 
+/// The status, unless what was printed did not arrive.
+int flushed(int status) {
+    errno = 0;
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+        return status;
+    const int reason = errno == 0 ? EIO : errno;
+    printLine(stderr, "kelpmoray-codesign: " +
+                          base::systemError("write", "standard output", reason).sentence);
+    return failed;
+}
+
 int run(int count, char** arguments) {
     base::startProgram();
     auto options = readCodesignOptions(count, arguments);
@@ -229,7 +251,13 @@ int run(int count, char** arguments) {
         const bool isHelp = options->operation == Operation::Help;
         const std::string version = std::string("kelpmoray-codesign ") + base::version() + '\n';
         std::fputs(isHelp ? codesignUsage : version.c_str(), stdout);
-        return done;
+        return flushed(done);
+    }
+    if (options->operation == Operation::RemoveSignature && options->signing.deep) {
+        printLine(stderr, "kelpmoray-codesign: --remove-signature takes one signature away and "
+                          "none in nested code. Leave out --deep, or give each path that --plan "
+                          "prints.");
+        return wrongUsage;
     }
     if (options->operation == Operation::Sign && options->identity != "-") {
         auto identity = findIdentity(options->identity);
@@ -247,7 +275,7 @@ int run(int count, char** arguments) {
     for (const std::string& path : options->paths)
         if (const int one = runOn(path, *options); one != done && status != failed)
             status = one;
-    return std::fflush(stdout) == 0 ? status : failed;
+    return flushed(status);
 }
 
 } // namespace

@@ -28,6 +28,15 @@ class Facts(CodeTest):
         self.assertEqual((told[-1], told), ("100%", sorted(told, key=lambda line: int(line[:-1]))))
         self.assertLess(int(told[0][:-1]), 50)
 
+    def test_answers_that_cannot_be_written_are_a_failure_with_a_reason(self):
+        path = self.copy(self.linker.link("exe-arm64"))
+        self.sign(path)
+        for arguments in (["--plan", path], ["-d", "-r-", path], ["--json", "--verify", path], ["--help"], ["--plan", *[path] * 1000]):
+            with open("/dev/full", "w") as full:
+                done = subprocess.run([CODESIGN, *arguments], stdout=full, stderr=subprocess.PIPE, text=True)
+            self.assertEqual((done.returncode, done.stderr.splitlines()[-1:]), (
+                1, ["kelpmoray-codesign: Cannot write standard output: No space left on device. Free some space and try again."]))
+
     def test_programs_read_the_facts_as_json(self):
         package = self.path('a".app')
         fixtures.make_bundle(package, "main", self.linker.link("exe-arm64"))

@@ -35,7 +35,9 @@ class Refusals(CodeTest):
             os.rename(app + name, self.path(f"{number}"))
             os.symlink(os.path.relpath(real + name, os.path.dirname(app + name)), app + name)
             self.assert_refused(words, "--remove-signature", app)
-        self.assert_refused("it is no Mach-O file", "--remove-signature", write(self.path("text"), "text"))
+        for operation in ("--remove-signature", "--plan"):
+            self.assert_refused("it is no Mach-O file", operation, write(self.path("text"), "text"))
+        self.assertEqual(self.codesign("-s", "-", real + "/"), (1, f"{real}: is already signed\n"))
         seal = real + "/Contents/_CodeSignature/CodeResources"
         os.rename(seal, self.path("seal"))
         os.symlink(self.path("seal"), seal)
