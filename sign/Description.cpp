@@ -114,8 +114,7 @@ private:
             line("Executable Segment limit", facts.execLimit);
             line("Executable Segment flags", hexNumber(facts.execFlags));
         }
-        if (facts.pageSize() != 0)
-            line("Page size", facts.pageSize());
+        line("Page size", facts.pageSize() == 0 ? "none" : std::to_string(facts.pageSize()));
     }
 
     void addSigners(unsigned level) {

@@ -390,6 +390,9 @@ class Options(CodeTest):
             done = subprocess.run([CODESIGN, level, path], capture_output=True, check=True, text=True)
             self.assertEqual([line.split("=")[0] for line in done.stderr.splitlines()], keys)
             self.assertEqual(done.stdout, "")
+        fixtures.write_plist(self.path("P.bundle/Contents/Info.plist"), None, "BNDL")
+        self.sign(self.path("P.bundle"))
+        self.assertIn("\nPage size=none\n", self.codesign("-dvvvv", self.path("P.bundle"))[1])
 
 
 if __name__ == "__main__":
