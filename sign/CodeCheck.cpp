@@ -222,19 +222,21 @@ base::Outcome CodeCheck::checkResources() {
         return {};
     }
     seal_ = std::move(*report);
-    for (const SealFault& fault : seal_.faults) {
-        const bool isSame = !later_.empty() && later_.back().code == fault.code;
-        if (!isSame)
-            later_.push_back({fault.code, {}, {}, {}});
-        if (fault.change != SealChange::None)
-            later_.back().changes.push_back(fault);
-    }
+    for (const SealFault& fault : seal_.faults)
+        addLater(fault);
     return {};
+}
+
+/// What is of one kind is told by one message with all files.
+void CodeCheck::addLater(const SealFault& fault) {
+    if (later_.empty() || later_.back().code != fault.code)
+        later_.push_back({fault.code, {}, {}, {}});
+    later_.back().changes.push_back(fault);
 }
 
 base::Outcome CodeCheck::checkStrictly() {
     for (const SealFault& fault : seal_.structureFaults)
-        later_.push_back({fault.code, {}, {}, {}});
+        addLater(fault);
     if (!code_->file().isMachO())
         return {};
     const auto structure = code_->file().checkStructure();

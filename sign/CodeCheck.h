@@ -62,6 +62,7 @@ private:
     [[nodiscard]] base::Outcome checkResources();
     [[nodiscard]] base::Outcome checkStrictly();
     void checkOuterRequirement();
+    void addLater(const SealFault& fault);
     void fail(FaultCode code, const std::string& architecture = {});
 
     CodeChecking checking_;

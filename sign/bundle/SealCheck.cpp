@@ -219,6 +219,19 @@ private:
 
 } // namespace
 
+std::string_view changeName(SealChange change) {
+    switch (change) {
+    case SealChange::Added:
+        return "added";
+    case SealChange::Modified:
+        return "modified";
+    case SealChange::Missing:
+        return "missing";
+    default:
+        return "refused";
+    }
+}
+
 base::Result<SealReport> checkSeal(const Bundle& bundle, base::OwnedBytes seal,
                                    const SealChecking& checking) {
     return Checker(bundle, checking).check(std::move(seal));

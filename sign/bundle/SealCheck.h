@@ -7,11 +7,16 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace sign {
 
+/// What became of a file since it was sealed. None: it is as it was, but may not be there.
 enum class SealChange { None, Added, Modified, Missing };
+
+/// As lines of the program tell it: "added", "refused" for None.
+[[nodiscard]] std::string_view changeName(SealChange change);
 
 /// One thing that is wrong with what a seal holds.
 struct SealFault {

@@ -26,10 +26,7 @@ Json timeJson(std::optional<std::int64_t> seconds) {
 }
 
 Json changeJson(const SealFault& fault) {
-    const char* change = fault.change == SealChange::Added      ? "added"
-                         : fault.change == SealChange::Modified ? "modified"
-                                                                : "missing";
-    return Json::Object{{"file", fault.file}, {"change", change}};
+    return Json::Object{{"file", fault.file}, {"change", std::string(changeName(fault.change))}};
 }
 
 Json faultJson(const VerifyFault& fault) {

@@ -87,14 +87,10 @@ int displayOne(const std::string& path, const CodesignOptions& options) {
     return done;
 }
 
-/// A line for each file that a seal and its bundle do not agree about.
+/// A line for each file that a fault is about.
 void printChanges(const VerifyFault& fault) {
-    for (const SealFault& change : fault.changes) {
-        const char* kind = change.change == SealChange::Added      ? "file added: "
-                           : change.change == SealChange::Modified ? "file modified: "
-                                                                   : "file missing: ";
-        printLine(stdout, kind + change.file);
-    }
+    for (const SealFault& change : fault.changes)
+        printLine(stdout, "file " + std::string(changeName(change.change)) + ": " + change.file);
 }
 
 int reportFault(const std::string& path, const VerifyFault& fault, unsigned verbosity) {

@@ -82,20 +82,24 @@ class Damage(CodeTest):
          ["file modified: {}Frameworks/lib blank.dylib"]),
         ("nested", lambda c: reseal(c + "..", lambda seal: seal["files2"]["MacOS/helper"].update(requirement="")),
          ["file modified: {}MacOS/helper"]),
-        ("root", lambda c: write(c + "../stray", "x"), []),
-        ("root", lambda c: write(c + "_CodeSignature/stray", "x"), []),
-        ("framework root", lambda c: write(c + Damage.FOO + "/stray", "x"), ["In subcomponent: {}" + FOO]),
+        ("root", lambda c: write(c + "../stray", "x"), ["file refused: {app}/stray"]),
+        ("root", lambda c: write(c + "_CodeSignature/stray", "x"), ["file refused: {}_CodeSignature/stray"]),
+        ("framework root", lambda c: write(c + Damage.FOO + "/stray", "x"),
+         ["In subcomponent: {}" + FOO, "file refused: {}" + FOO + "/stray"]),
         ("version", lambda c: append(c + Damage.FOO + "/Versions/A/Resources/Info.plist"), ["In subcomponent: {}" + FOO]),
         ("bundle", lambda c: shutil.rmtree(c + "XPCServices/Service.xpc/Contents"),
          ["In subcomponent: {}XPCServices/Service.xpc"]),
         ("executable", lambda c: append(c + "MacOS/helper"), ["In subcomponent: {}MacOS/helper"]),
         ("regular", lambda c: (shutil.copy(c + "XPCServices/Service.xpc/Contents/Info.plist", c + "../../info"),
                                replace_by_link(c + "XPCServices/Service.xpc/Contents/Info.plist", c + "../../info")),
-         ["In subcomponent: {}XPCServices/Service.xpc"]),
-        ("rules", lambda c: reseal(c + "..", lambda seal: seal["rules2"].update({"^x$": {"omit": True}})), []),
-        ("version 1", lambda c: reseal(c + "..", lambda seal: [seal.pop(key) for key in ("files2", "rules2")]), []),
+         ["In subcomponent: {}XPCServices/Service.xpc", "file refused: {}XPCServices/Service.xpc/Contents/Info.plist"]),
+        ("rules", lambda c: reseal(c + "..", lambda seal: seal["rules2"].update({"^x$": {"omit": True}})),
+         ["file refused: {}_CodeSignature/CodeResources"]),
+        ("version 1", lambda c: reseal(c + "..", lambda seal: [seal.pop(key) for key in ("files2", "rules2")]),
+         ["file refused: {}_CodeSignature/CodeResources"]),
         ("link", lambda c: (replace_by_link(c + "Resources/link", "/etc/passwd"), reseal(
-            c + "..", lambda seal: seal["files2"].update({"Resources/link": {"symlink": "/etc/passwd"}}))), []),
+            c + "..", lambda seal: seal["files2"].update({"Resources/link": {"symlink": "/etc/passwd"}}))),
+         ["file refused: {}Resources/link"]),
         ("object", lambda c: os.truncate(c + "MacOS/helper", 3000), ["In subcomponent: {}MacOS/helper"]),
         ("requirement", lambda c: CodeTest.sign(Damage.now, c + "..", "-f", "-r", "=designated => identifier other"),
          ["In architecture: x86_64"]),
@@ -117,7 +121,7 @@ class Damage(CodeTest):
                 told = said.splitlines()
                 self.assertIn(f"{app}: {MESSAGES[message]}", told)
                 told.remove(f"{app}: {MESSAGES[message]}")
-                self.assertEqual(told, [line.format(app + "/Contents/") for line in lines])
+                self.assertEqual(told, [line.format(app + "/Contents/", app=app) for line in lines])
         self.assertEqual({case[0] for case in self.CASES}, set(MESSAGES))
 
     def test_only_a_requirement_that_is_not_met_has_a_status_of_its_own(self):
