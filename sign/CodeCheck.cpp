@@ -215,12 +215,8 @@ base::Outcome CodeCheck::checkResources() {
         if (const auto loose = readLooseSignature(*code_->bundle()))
             sealChecking.signatureFiles = signatureFiles(*loose);
     auto report = checkSeal(*code_->bundle(), *std::move(sealBytes_), sealChecking);
-    if (!report) {
-        if (!isOfCode(report.error()))
-            return report.error();
-        later_.push_back({FaultCode::ResourcesInvalid, {}, {}, {}});
-        return {};
-    }
+    if (!report)
+        return report.error();
     seal_ = std::move(*report);
     for (const SealFault& fault : seal_.faults)
         addLater(fault);

@@ -47,8 +47,10 @@ public:
             return unusable();
         auto rules = SealRules::read(*rules_, bundle_, bundle_.sealPath());
         const auto root = realPath(bundle_.codeRoot);
-        if (!rules)
+        if (!rules && rules.error().kind == base::ErrorKind::Damaged)
             return unusable();
+        if (!rules)
+            return rules.error();
         auto scope = std::make_shared<SealScope>(
             SealScope{root.value_or(bundle_.codeRoot), std::move(*rules), checking_.outer});
         if (checking_.strict) {

@@ -58,8 +58,8 @@ struct SealReport {
 };
 
 /// Compares a bundle with its seal: each file of the bundle is read once. The caller has compared
-/// `seal` with special slot 3; it is freed once it is read. The error is one of the system: what
-/// cannot be read.
+/// `seal` with special slot 3; it is freed once it is read. The error is one of the system, or
+/// tells what of the seal or the bundle is not taken here though the platform may take it.
 [[nodiscard]] base::Result<SealReport> checkSeal(const Bundle& bundle, base::OwnedBytes seal,
                                                  const SealChecking& checking);
 

@@ -20,6 +20,20 @@ base::Error damaged(std::string_view name) {
                                           "\" cannot be used. Sign the package anew."};
 }
 
+/// The platform may well take it, so nobody is told that the package was modified.
+base::Error notTaken(std::string_view name, std::string_view what) {
+    return {base::ErrorKind::Unsupported, "\"" + base::printable(name) + "\" has " +
+                                              base::printable(what) + ". Sign the package anew."};
+}
+
+std::optional<double> weightOf(const PropertyValue& value) {
+    if (const double* real = value.real())
+        return *real;
+    if (const std::int64_t* integer = value.integer())
+        return static_cast<double>(*integer);
+    return std::nullopt;
+}
+
 /// Absent if the value is no rule.
 std::optional<SealRule> ruleOf(const PropertyValue& value) {
     SealRule rule;
@@ -29,14 +43,8 @@ std::optional<SealRule> ruleOf(const PropertyValue& value) {
     }
     if (!value.dictionary())
         return std::nullopt;
-    if (const PropertyValue* weight = value.find("weight")) {
-        if (const double* real = weight->real())
-            rule.weight = *real;
-        else if (const std::int64_t* integer = weight->integer())
-            rule.weight = static_cast<double>(*integer);
-        else
-            return std::nullopt;
-    }
+    if (const PropertyValue* weight = value.find("weight"))
+        rule.weight = weightOf(*weight).value_or(rule.weight);
     const auto isSet = [&](std::string_view key) {
         const PropertyValue* flag = value.find(key);
         return flag && flag->boolean() && *flag->boolean();
@@ -50,8 +58,7 @@ std::optional<SealRule> ruleOf(const PropertyValue& value) {
 /// Counted repetitions, many nested "+" (each of which glibc takes for two copies) and references
 /// back let a short pattern take all memory or time.
 bool isHarmless(const std::string& pattern) {
-    if (pattern.size() > mostPatternBytes || pattern.find('{') != std::string::npos ||
-        pattern.find('\0') != std::string::npos ||
+    if (pattern.find('{') != std::string::npos || pattern.find('\0') != std::string::npos ||
         std::count(pattern.begin(), pattern.end(), '+') > mostPluses)
         return false;
     const auto isBackReference = [](char first, char second) {
@@ -80,16 +87,30 @@ bool isExcluded(std::string_view path) {
 
 base::Result<SealRules> SealRules::read(const PropertyValue& rules, const Bundle& bundle,
                                         std::string_view name) {
-    if (!rules.dictionary() || rules.dictionary()->size() > mostRules)
+    if (!rules.dictionary())
         return damaged(name);
+    if (rules.dictionary()->size() > mostRules)
+        return notTaken(name, "more than " + std::to_string(mostRules) + " resource rules");
     SealRules result;
     for (const auto& [text, value] : *rules.dictionary()) {
         const auto rule = ruleOf(value);
         if (!rule)
             return damaged(name);
+        const auto refusal = [&, &pattern = text](std::string_view why) {
+            return notTaken(name, "the resource rule \"" + pattern.substr(0, mostPatternBytes) +
+                                      "\", " + std::string(why));
+        };
+        if (const PropertyValue* weight = value.find("weight"); weight && !weightOf(*weight))
+            return refusal("whose weight is no number");
         Pattern pattern{standardMatcher(text), nullptr, *rule};
         if (!pattern.matches) {
-            pattern.expression = isHarmless(text) ? compiled(text) : nullptr;
+            if (text.size() > mostPatternBytes)
+                return refusal("which is longer than " + std::to_string(mostPatternBytes) +
+                               " bytes");
+            if (!isHarmless(text))
+                return refusal(
+                    "whose counts in braces, many + or references back take too long to check");
+            pattern.expression = compiled(text);
             if (!pattern.expression)
                 return damaged(name);
         }

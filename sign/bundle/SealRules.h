@@ -27,8 +27,8 @@ struct SealRule {
 /// relative to the code root. Several threads may ask at once.
 class SealRules {
 public:
-    /// Of a seal's `rules` or `rules2`; Damaged if a pattern or a rule cannot be read. `name` is
-    /// the file that an error names.
+    /// Of a seal's `rules` or `rules2`; Damaged if a pattern or a rule cannot be read, Unsupported
+    /// if one is not taken here that the platform may take. `name` is the file that an error names.
     [[nodiscard]] static base::Result<SealRules> read(const PropertyValue& rules,
                                                       const Bundle& bundle, std::string_view name);
 

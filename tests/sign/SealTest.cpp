@@ -306,6 +306,15 @@ TEST_F(SealCheckTest, JudgesTheSealItself) {
     };
     const std::string omitsAll = "<key>^.*$</key>\n\t\t<dict><key>omit</key><true/>"
                                  "<key>weight</key><integer>1</integer></dict>\n\t\t";
+    std::string manyRules;
+    for (int number = 0; number < 256; ++number)
+        manyRules += "<key>^" + std::to_string(number) + "</key><true/>";
+    const std::string slow =
+        "whose counts in braces, many + or references back take too long to check";
+    const auto notTaken = [&](const std::string& what) {
+        return "\"" + app_ + "/Contents/_CodeSignature/CodeResources\" has " + what +
+               ". Sign the package anew.";
+    };
     const struct {
         const char* name;
         std::string seal;
@@ -320,12 +329,24 @@ TEST_F(SealCheckTest, JudgesTheSealItself) {
          {"-67023 _CodeSignature/CodeResources"}},
         {"pattern that takes all memory",
          with("<key>^[^/]+$</key>", "<key>((a{1,255}){1,255}){1,255}</key>"),
-         {"-67023 _CodeSignature/CodeResources"}},
+         {notTaken("the resource rule \"((a{1,255}){1,255}){1,255}\", " + slow)}},
         {"pattern whose repetitions multiply",
          with("<key>^[^/]+$</key>",
               "<key>(((((((((((((((((((((((((a+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)"
               "+)+)+)+)+)+)+)+)+</key>"),
-         {"-67023 _CodeSignature/CodeResources"}},
+         {notTaken("the resource rule \"(((((((((((((((((((((((((a+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)"
+                   "+)+)+)+)+)+)+)+)+\", " +
+                   slow)}},
+        {"long pattern",
+         with("<key>^[^/]+$</key>", "<key>" + std::string(257, 'a') + "</key>"),
+         {notTaken("the resource rule \"" + std::string(256, 'a') +
+                   "\", which is longer than 256 bytes")}},
+        {"weight that is none",
+         with("<real>2000</real>", "<string>2000</string>"),
+         {notTaken("the resource rule \"^(.*/)?\\.DS_Store$\", whose weight is no number")}},
+        {"many rules",
+         with("<key>^[^/]+$</key>", manyRules + "<key>^[^/]+$</key>"),
+         {notTaken("more than 256 resource rules")}},
         {"rules that omit",
          with("<key>^[^/]+$</key>", omitsAll + "<key>^[^/]+$</key>"),
          {"-67013 _CodeSignature/CodeResources"}},

@@ -124,6 +124,18 @@ class Damage(CodeTest):
                 self.assertEqual(told, [line.format(app + "/Contents/", app=app) for line in lines])
         self.assertEqual({case[0] for case in self.CASES}, set(MESSAGES))
 
+    def test_what_is_merely_not_taken_is_not_told_as_a_damage(self):
+        app = self.path("X.app")
+        fixtures.make_bundle(app, "main", self.linker.link("exe-arm64"))
+        self.sign(app)
+        fixtures.make_text(app + "/Contents/Resources" + "/d" * 201 + "/file")
+        self.assertEqual(self.codesign("--verify", app), (
+            1, f'{app}: The folders in "{app}" are nested deeper than 200 levels. Make them flatter.\n'))
+        reseal(app, lambda seal: seal["rules2"].update({"^x$": {"weight": "5"}}))
+        self.assertEqual(self.codesign("--verify", app), (
+            1, f'{app}: "{app}/Contents/_CodeSignature/CodeResources" has the resource rule "^x$", whose weight is no number. '
+               "Sign the package anew.\n"))
+
     def test_only_a_requirement_that_is_not_met_has_a_status_of_its_own(self):
         path = self.copy(self.linker.link("exe-arm64"))
         self.sign(path, "-i", "com.example.x")
