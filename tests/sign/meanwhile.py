@@ -105,7 +105,7 @@ static int isRefused(void) {
     return 1;
 }
 static int told(int done) {
-    if (!getenv("REFUSAL") && ++count == atoi(getenv("RENAMES"))) kill(getpid(), 9);
+    if (!getenv("REFUSAL") && ++count == atoi(getenv("RENAMES"))) kill(getpid(), atoi(getenv("SIGNAL")));
     return done;
 }
 int rename(const char *from, const char *to) {
@@ -153,12 +153,17 @@ int fsync(int file) {
             shutil.rmtree(app)
             shutil.copytree(kept, app)
             renames += 1
-            status, _ = self.codesign("-s", "-", *again, app, RENAMES=str(renames), **preloaded)
+            status, _ = self.codesign("-s", "-", *again, app, RENAMES=str(renames), SIGNAL="9", **preloaded)
             for path, content in tree(app).items():
                 self.assertTrue(path.endswith(".tmp") or content in (old[path], new[path]), path)
             self.sign(app, *again)
             self.assertEqual(tree(app), new)
         self.assertEqual((status, renames), (0, 8))
+        for number in (signal.SIGTERM, signal.SIGQUIT, signal.SIGALRM):
+            shutil.rmtree(app)
+            shutil.copytree(kept, app)
+            status, _ = self.codesign("-s", "-", *again, app, RENAMES="2", SIGNAL=str(int(number)), **preloaded)
+            self.assertEqual((status, tree(app)), (-number, new))
 
     def test_a_rename_that_is_refused_leaves_all_as_it_was(self):
         """REFUSAL is the error of the rename with the number RENAMES, or of all that swap if that is 0."""
