@@ -14,7 +14,7 @@ import unittest
 
 import fixtures
 from codesign import CODESIGN, CodeTest, Owner, flip, read, tree
-from programs import PATIENCE, await_that, give, ordinary_user, write
+from programs import PATIENCE, await_that, give, ordinary_user, run, write
 
 
 class Meanwhile(CodeTest):
@@ -299,6 +299,25 @@ class Changes(Meanwhile):
         subprocess.run([command, "-s", "-", path], cwd=self.folder, check=True, **ordinary_user())
         self.assert_valid(path)
         self.assertEqual(stat.S_IMODE(os.stat(path).st_mode), 0o6751)
+
+    def test_a_new_signature_is_as_open_as_what_it_lies_in_and_has_its_owner(self):
+        command = shutil.copy(CODESIGN, self.path("codesign"))
+        bundles = self.path("X.app"), self.path("Pictures.bundle")
+        fixtures.make_bundle(bundles[0], "main", self.linker.link("exe-arm64"))
+        fixtures.write_plist(bundles[1] + "/Contents/Info.plist", None)
+        for bundle in bundles:
+            folder = bundle + "/Contents/_CodeSignature"
+            for mode in (0o755, 0o2775, 0o700):
+                shutil.rmtree(folder, ignore_errors=True)
+                os.chmod(bundle + "/Contents", mode)
+                give(self.folder)
+                subprocess.run([command, "-f", "-s", "-", bundle], check=True, stderr=subprocess.DEVNULL, umask=0o077)
+                modes = {oct(stat.S_IMODE(os.stat(os.path.join(folder, name)).st_mode)) for name in os.listdir(folder)}
+                self.assertEqual((stat.S_IMODE(os.stat(folder).st_mode), modes), (mode, {oct(mode & 0o666)}))
+                subprocess.run([command, "-f", "-s", "-", bundle], check=True, stderr=subprocess.DEVNULL, **ordinary_user())
+            os.chmod(folder, 0)
+            status, said = run([command, "--verify", bundle], cwd=self.folder, **ordinary_user())
+            self.assertEqual((status, said.count("/_CodeSignature/"), "Permission denied" in said), (1, 1, True), said)
 
 
 if __name__ == "__main__":
