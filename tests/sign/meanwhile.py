@@ -218,10 +218,11 @@ class Changes(Meanwhile):
         return *done, {changed for changed, _ in before ^ tree(self.folder).items()}
 
     def put_back_times(self, path):
-        """The same size and times, but another byte."""
-        status = os.stat(path)
-        flip(path, 0)
-        os.utime(path, ns=(status.st_atime_ns, status.st_mtime_ns))
+        """The same size and times, but another byte, or another file in a folder."""
+        changed = path if os.path.exists(path) else os.path.dirname(path)
+        status = os.stat(changed)
+        flip(path, 0) if changed == path else fixtures.make_text(path)
+        os.utime(changed, ns=(status.st_atime_ns, status.st_mtime_ns))
 
     def replace(self, path, make):
         os.unlink(path)
@@ -236,11 +237,14 @@ class Changes(Meanwhile):
         fixtures.put(self.linker.library(), framework, "Foo")
         os.symlink("A", framework[:-2] + "Current")
         fixtures.make_text(contents + "Resources/deep/er/last.txt")
+        fixtures.make_text(contents + "Resources/.DS_Store")
         fixtures.make_text(contents + "MacOS/script.sh", "#!/bin/sh\n")
         os.symlink("deep", contents + "Resources/link")
         self.sign(app, "--deep")
         for name, change in {
                 "Resources/data.txt": self.put_back_times,
+                "Resources/deep/new": self.put_back_times,
+                "Resources/.DS_Store": lambda path: self.replace(path, lambda path: os.symlink("data.txt", path)),
                 "Resources/deep/er/last.txt": os.unlink,
                 "Resources/deep/er/first.txt": fixtures.make_text,
                 "Resources/new": os.mkdir,
