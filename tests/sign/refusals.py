@@ -3,12 +3,13 @@
 import os
 import plistlib
 import re
+import shutil
 import struct
 import unittest
 
 import fixtures
-from codesign import CodeTest, Owner, read, tree
-from programs import write
+from codesign import CODESIGN, CodeTest, Owner, read, tree
+from programs import give, ordinary_user, run, write
 
 
 class Refusals(CodeTest):
@@ -96,6 +97,18 @@ class Refusals(CodeTest):
         self.assertIn("invalid version", self.codesign("--verify", "--deep", "--strict", app)[1])
         self.assertNotIn("Versions/A", self.sign(app, "--deep", "-f", identity=owner.authority.HOLDER, **owner.environment))
         self.assert_valid(app, **owner.environment)
+
+    def test_code_that_may_not_be_read_is_told_of_by_the_plan_too(self):
+        command = shutil.copy(CODESIGN, self.path("codesign"))
+        for name, words in {"Frameworks/lib.dylib": "/lib.dylib: Permission denied", "Resources/x.node": "/x.node: Permission denied",
+                            "Resources/de.lproj/locversion.plist": None}.items():
+            app = self.application(f"{len(name)}.app")
+            os.chmod(fixtures.put(self.linker.library(), app, "Contents", name), 0)
+            give(app)
+            for how in (("--plan",), ("-s", "-", "--deep")):
+                status, said = run([command, *how, app], cwd=self.folder, **ordinary_user())
+                self.assertEqual(status, 1 if words else 0, said)
+                self.assertIn(words or "", said)
 
     def test_what_is_wrong_in_nested_code_is_told_of_it(self):
         app = fixtures.make_application(self.linker, self.path("X.app"))
