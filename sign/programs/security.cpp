@@ -256,6 +256,8 @@ base::Outcome addToken(const SecurityOptions& options) {
     if (leaf == known.end())
         return base::Error{base::ErrorKind::NotFound,
                            "The token has no certificate for its key. Give it with --certificate."};
+    if (auto fit = checkLeaf(*leaf); !fit)
+        return fit;
     std::vector<Certificate> pool = folder->pool();
     pool.insert(pool.end(), known.begin(), known.end());
     auto chain = chainFor(*leaf, std::move(pool), options.has("--download"));
