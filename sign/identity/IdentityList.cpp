@@ -3,6 +3,7 @@
 #include "sign/files/FileTree.h"
 #include "sign/identity/CertificateChain.h"
 #include "sign/identity/TrustedRoots.h"
+#include "sign/signature/DesignatedRequirement.h"
 
 #include <algorithm>
 #include <ctime>
@@ -39,6 +40,8 @@ std::string sentenceOf(IdentityFault fault, const KeptCertificate& kept, std::in
         return "its key is missing. Import the file that holds it.";
     case IdentityFault::NotForCode:
         return "its certificate is not for code signing. Request one that is.";
+    case IdentityFault::NoTeam:
+        return "its certificate is a Developer ID, but names no team (OU). Request a new one.";
     case IdentityFault::WrongKey:
         return "its key is neither plain RSA nor ECDSA. Request a certificate for one that is.";
     case IdentityFault::Expired:
@@ -57,8 +60,11 @@ std::string sentenceOf(IdentityFault fault, const KeptCertificate& kept, std::in
 
 /// What it lacks to sign, in the list or not.
 IdentityFault faultToSign(const KeptCertificate& kept, std::int64_t now) {
-    const IdentityFault listed = faultOf(kept, now);
-    return listed != IdentityFault::None ? listed : faultOf(kept.chain.front(), false);
+    if (const auto listed = faultOf(kept, now); listed != IdentityFault::None)
+        return listed;
+    if (lacksTeam(factsOf(kept.chain)))
+        return IdentityFault::NoTeam;
+    return faultOf(kept.chain.front(), false);
 }
 
 } // namespace
@@ -77,6 +83,8 @@ std::string_view nameOf(IdentityFault fault) {
         return "CSSMERR_TP_VERIFY_ACTION_FAILED";
     case IdentityFault::WrongKey:
         return "unsupported key";
+    case IdentityFault::NoTeam:
+        return "no team";
     case IdentityFault::Expired:
         return "CSSMERR_TP_CERT_EXPIRED";
     case IdentityFault::NotYetValid:

@@ -15,6 +15,7 @@ enum class IdentityFault {
     NoKey,
     NotForCode,
     WrongKey, ///< neither plain RSA nor ECDSA
+    NoTeam,   ///< a Developer ID without one
     Expired,
     NotYetValid,
     ChainIncomplete,

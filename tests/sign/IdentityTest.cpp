@@ -222,6 +222,11 @@ TEST_F(IdentityTest, TellsWhyAnIdentityCannotSign) {
     };
     const Issued old = issue("Old Authority", &made.root, forIssuers, {-10 * day, -day});
     const std::shared_ptr<EVP_PKEY> curve(EVP_EC_gen("P-256"), EVP_PKEY_free);
+    std::vector<Extension> marked = forIssuers;
+    marked.push_back({"1.2.840.113635.100.6.2.6", "DER:0500"});
+    const Issued developers = issue("Developers' Authority", &made.root, marked);
+    marked = forCode;
+    marked.push_back({"1.2.840.113635.100.6.1.13", "critical,DER:0500"});
     keep(made.leaf, issuers, true);
     keep(issue("Any Use", &made.middle, {forCode[0]}), issuers, true);
     keep(issue("Certifier", &made.middle, {forIssuers[1], forCode[1]}), issuers, true);
@@ -233,6 +238,8 @@ TEST_F(IdentityTest, TellsWhyAnIdentityCannotSign) {
     keep(issue("Keyless", &made.middle, forCode), issuers, false);
     keep(issue("Other", &made.otherRoot, forCode), {made.otherRoot.certificate}, true);
     keep(issue("Self", nullptr, forCode), {}, true);
+    keep(issue("Teamless", &developers, marked), {developers.certificate, made.root.certificate},
+         true);
     keep(issue("Under", &old, forCode), {old.certificate, made.root.certificate}, true);
     keep(issue("Watch", &made.middle, forTime), issuers, true);
 
@@ -248,6 +255,7 @@ TEST_F(IdentityTest, TellsWhyAnIdentityCannotSign) {
         {"Keyless", IdentityFault::NoKey},
         {"Other", IdentityFault::NotTrusted},
         {"Self", IdentityFault::None},
+        {"Teamless", IdentityFault::None},
         {"Under", IdentityFault::Expired},
         {"Watch", IdentityFault::NotForCode}};
     std::vector<std::pair<std::string, IdentityFault>> listed;
@@ -264,6 +272,7 @@ TEST_F(IdentityTest, TellsWhyAnIdentityCannotSign) {
              {"Expired", "its certificate has expired"},
              {"Half",
               "certificate \"Test Root CA\", which issued \"Test Code Authority\", is missing"},
+             {"Teamless", "names no team (OU)"},
              {"Under", "\"Old Authority\" in its chain has expired"}})
         EXPECT_THAT(findIdentity(name).error().sentence, HasSubstr(sentence));
     EXPECT_EQ(findIdentity("el").error().kind, base::ErrorKind::Conflict); // Developer, Self
