@@ -151,6 +151,9 @@ base::Outcome writeOutput(const std::string& path, base::Bytes bytes) {
 base::Outcome createRequest(const SecurityOptions& options) {
     if (options.value("--name").empty() || options.value("--email").empty())
         return usage("Give --name and --email.");
+    const std::size_t at = options.value("--email").find('@');
+    if (at == 0 || at >= options.value("--email").size() - 1)
+        return usage("The value of --email is no address. Give one such as jo@example.org.");
     auto folder = IdentityFolder::ofUser();
     if (!folder)
         return folder.error();
@@ -181,6 +184,13 @@ base::Outcome createTestIdentity(const SecurityOptions& options) {
     auto folder = IdentityFolder::ofUser();
     if (!folder)
         return folder.error();
+    const auto there = listIdentities();
+    if (there && std::ranges::any_of(*there, [&](const ListedIdentity& identity) {
+            return identity.label == name && identity.fault == IdentityFault::None;
+        }))
+        return base::Error{base::ErrorKind::Conflict,
+                           "There is an identity \"" + name +
+                               "\" already. Give another name, or remove that one first."};
     auto key = newKey();
     if (!key)
         return key.error();
