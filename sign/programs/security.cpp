@@ -17,6 +17,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <span>
@@ -154,6 +155,11 @@ base::Outcome createRequest(const SecurityOptions& options) {
     const std::size_t at = options.value("--email").find('@');
     if (at == 0 || at >= options.value("--email").size() - 1)
         return usage("The value of --email is no address. Give one such as jo@example.org.");
+    // The key of an earlier request would wait for its certificate in vain.
+    if (std::error_code code; std::filesystem::exists(options.value("--output"), code))
+        return base::Error{base::ErrorKind::Conflict,
+                           options.value("--output") +
+                               " is there already. Write the request to another file."};
     auto folder = IdentityFolder::ofUser();
     if (!folder)
         return folder.error();

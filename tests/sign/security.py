@@ -64,6 +64,9 @@ class Commands(SecurityTest):
     def test_a_request_comes_back_as_an_identity(self):
         self.run_security("create-request", "--name", "Jo", "--email", "jo@example.org", "--output", "new.csr")
         self.openssl("req", "-in", "new.csr", "-verify", "-noout")
+        self.assertIn("new.csr is there already", self.run_security(
+            "create-request", "--name", "Jo", "--email", "jo@example.org", "--output", "new.csr", status=1))
+        self.assertEqual(len(glob.glob(self.path("home/keys/*"))), 1)
         self.certify("new")
         self.assertEqual(self.names(), [])
         said = self.run_security("import", "new.pem")
