@@ -139,7 +139,7 @@ TEST_F(IdentityTest, ImportsEveryFormInWhichIdentitiesCome) {
 
 TEST_F(IdentityTest, RefusesWhatIsNoWholeIdentity) {
     const std::string leafOnly = makePem(made.leaf, {});
-    const Issued noAuthority = issue("No Authority", &made.root, forCode);
+    const Issued noAuthority = issue("No Authority", &made.root, forCode, {}, curveKey());
     struct Case {
         std::string file;
         std::string passphrase;
@@ -156,10 +156,11 @@ TEST_F(IdentityTest, RefusesWhatIsNoWholeIdentity) {
         {files.makeFile("mixed.pem", keyPemOf(made.clock) + pemOf({made.leaf.certificate})), "",
          "belongs to none of its certificates"},
         {files.makeFile("nonsense", "nonsense"), "", "holds no private key"},
-        {makePem(issue("Any Use", &made.middle, {forCode[0]}), issuers), "", "is not for code"},
+        {makePem(issue("Any Use", &made.middle, {forCode[0]}, {}, curveKey()), issuers), "",
+         "is not for code"},
         {makePem(issue("Pss", &made.middle, forCode, {}, keyOfKind("RSA-PSS")), issuers), "",
          "a key that is neither plain RSA nor ECDSA"},
-        {makePem(issue("Below", &noAuthority, forCode),
+        {makePem(issue("Below", &noAuthority, forCode, {}, curveKey()),
                  {noAuthority.certificate, made.root.certificate}),
          "", "\"No Authority\" that is given has not issued \"Below\""},
     };
@@ -220,17 +221,18 @@ TEST_F(IdentityTest, TellsWhyAnIdentityCannotSign) {
         EXPECT_TRUE(folder->addCertificate(all));
         EXPECT_TRUE(!withKey || folder->addKey(leaf.key.get()));
     };
-    const Issued old = issue("Old Authority", &made.root, forIssuers, {-10 * day, -day});
-    const std::shared_ptr<EVP_PKEY> curve(EVP_EC_gen("P-256"), EVP_PKEY_free);
+    const Issued old =
+        issue("Old Authority", &made.root, forIssuers, {-10 * day, -day}, curveKey());
     std::vector<Extension> marked = forIssuers;
     marked.push_back({"1.2.840.113635.100.6.2.6", "DER:0500"});
-    const Issued developers = issue("Developers' Authority", &made.root, marked);
+    const Issued developers = issue("Developers' Authority", &made.root, marked, {}, curveKey());
     marked = forCode;
     marked.push_back({"1.2.840.113635.100.6.1.13", "critical,DER:0500"});
     keep(made.leaf, issuers, true);
-    keep(issue("Any Use", &made.middle, {forCode[0]}), issuers, true);
-    keep(issue("Certifier", &made.middle, {forIssuers[1], forCode[1]}), issuers, true);
-    keep(issue("Curve", &made.middle, forCode, {}, curve), issuers, true);
+    keep(issue("Any Use", &made.middle, {forCode[0]}, {}, curveKey()), issuers, true);
+    keep(issue("Certifier", &made.middle, {forIssuers[1], forCode[1]}, {}, curveKey()), issuers,
+         true);
+    keep(issue("Curve", &made.middle, forCode, {}, curveKey()), issuers, true);
     keep(issue("Edwards", &made.middle, forCode, {}, keyOfKind("ED25519")), issuers, true);
     keep(issue("Expired", &made.middle, forCode, {-10 * day, -day}), issuers, true);
     keep(issue("Future", &made.middle, forCode, {day, 2 * day}), issuers, true);
@@ -238,9 +240,10 @@ TEST_F(IdentityTest, TellsWhyAnIdentityCannotSign) {
     keep(issue("Keyless", &made.middle, forCode), issuers, false);
     keep(issue("Other", &made.otherRoot, forCode), {made.otherRoot.certificate}, true);
     keep(issue("Self", nullptr, forCode), {}, true);
-    keep(issue("Teamless", &developers, marked), {developers.certificate, made.root.certificate},
+    keep(issue("Teamless", &developers, marked, {}, curveKey()),
+         {developers.certificate, made.root.certificate}, true);
+    keep(issue("Under", &old, forCode, {}, curveKey()), {old.certificate, made.root.certificate},
          true);
-    keep(issue("Under", &old, forCode), {old.certificate, made.root.certificate}, true);
     keep(issue("Watch", &made.middle, forTime), issuers, true);
 
     const std::vector<std::pair<std::string, IdentityFault>> wanted = {
