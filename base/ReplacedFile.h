@@ -12,7 +12,7 @@ namespace base {
 
 /// A file that takes the place of `target` when it is whole. Until then it has no name; if the file
 /// system has no unnamed files, it has a hidden name beside the target. It goes away with this
-/// object, and when SIGINT, SIGTERM or SIGHUP ends the process. Several may be alive at once; one
+/// object, and when one of the endingSignals ends the process. Several may be alive at once; one
 /// thread at a time may use each.
 class ReplacedFile {
 public:

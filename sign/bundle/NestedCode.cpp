@@ -16,7 +16,10 @@ constexpr unsigned mostNesting = 64;
 /// A bundle in a place for resources is code only if it has some.
 bool isBundleWithCode(const std::string& folder) {
     const auto bundle = openBundle(folder);
-    return bundle && bundle->hasExecutable && isSignableMachO(bundle->executable);
+    if (!bundle || !bundle->hasExecutable)
+        return false;
+    const auto isCode = isSignableMachO(bundle->executable);
+    return isCode && *isCode;
 }
 
 /// The name of the version that was opened.
@@ -92,7 +95,11 @@ private:
     base::Outcome addItem(const SealItem& item, const SealRules& oldRules, const std::string& path,
                           unsigned depth) {
         const bool isNested = item.rule && item.rule->nested;
-        if (item.kind == SealItemKind::File && isSignableMachO(path)) {
+        const auto isCode =
+            item.kind == SealItemKind::File ? isSignableMachO(path) : base::Result<bool>(false);
+        if (!isCode && item.isSealed())
+            return isCode.error();
+        if (isCode && *isCode) {
             const auto oldRule = oldRules.find(item.path);
             const bool isHashed = !isNested || (oldRule && !oldRule->omit);
             objects_.push_back({path, depth, false, isNested, isHashed});

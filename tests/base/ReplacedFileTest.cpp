@@ -12,6 +12,7 @@
 #include <vector>
 
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #ifdef __linux__
@@ -80,6 +81,8 @@ protected:
         const pid_t child = fork();
         if (child == 0) {
             std::signal(signal, SIG_DFL);
+            const rlimit noCore{};
+            setrlimit(RLIMIT_CORE, &noCore);
             inThread([&] {
                 body();
                 kill(getpid(), signal);
@@ -166,7 +169,7 @@ TEST_P(ReplacedFile, OfAnEndedProcessIsRemovedByTheNextRunAndNothingElseIs) {
 }
 
 TEST_P(ReplacedFile, IsRemovedWhenASignalEndsTheProcess) {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM, SIGUSR1, SIGUSR2, SIGXCPU})
         inProcessEndedBy(signal, [&] { new base::ReplacedFile(created("half")); });
     EXPECT_THAT(names(), ElementsAre());
 }

@@ -159,12 +159,13 @@ class SigningFiles(CodeTest):
         self.assertEqual(status, 1)
         self.assertIn(f"The entitlements in {self.path('x.plist')} are a binary property list.", said)
 
-    def test_entitlements_of_a_package_and_of_the_applications_in_it_are_told_apart(self):
+    def test_what_is_given_for_a_package_and_for_the_applications_in_it_is_told_apart(self):
         app = fixtures.make_application(self.linker, self.path("My App.app"))
         for name in ("outer", "helper"):
             write(self.path(name), plistlib.dumps({name: True}))
         given = ("--entitlements", self.path("outer"), "--helper-entitlements", self.path("helper"))
-        self.sign(app, "--deep", *given)
+        self.sign(app, "--deep", *given, "-r", '=designated => identifier "org.example.main"')
+        self.assert_valid(app)
         contents, found = app + "/Contents/", {}
         for code in (app, contents + "Library/LoginItems/Login.app", contents + "XPCServices/Service.xpc", contents + "MacOS/helper"):
             found[code] = subprocess.run([CODESIGN, "-d", "--entitlements", ":-", code], capture_output=True, check=True).stdout
@@ -364,7 +365,9 @@ class Options(CodeTest):
                           ["-s", "-", "--preserve-metadata=everything", path], ["--verify", "-R", "=identifier", path],
                           ["-s", "-", "-r", "=designated identifier x", path], ["-s", "-", "--pagesize", "1", path],
                           ["-s", "-", "--entitlements", self.path("none"), path], ["-d", "-r", "x", path],
-                          ["--remove-signature", "--deep", path]):
+                          ["--remove-signature", "--deep", path],
+                          *(["-s", "-", *given, path] for given in (["-i", ""], ["--identifier="], ["--entitlements", ""],
+                                                                    ["-r", ""], ["--timestamp="], ["--bundle-version", ""]))):
             status, said = self.codesign(*arguments)
             self.assertEqual(status, 2, arguments)
             self.assertRegex(said, r"\Akelpmoray-codesign: [^\n]+[.]\n\Z")
@@ -390,9 +393,6 @@ class Options(CodeTest):
             done = subprocess.run([CODESIGN, level, path], capture_output=True, check=True, text=True)
             self.assertEqual([line.split("=")[0] for line in done.stderr.splitlines()], keys)
             self.assertEqual(done.stdout, "")
-        fixtures.write_plist(self.path("P.bundle/Contents/Info.plist"), None, "BNDL")
-        self.sign(self.path("P.bundle"))
-        self.assertIn("\nPage size=none\n", self.codesign("-dvvvv", self.path("P.bundle"))[1])
 
 
 if __name__ == "__main__":

@@ -28,6 +28,11 @@ class Facts(CodeTest):
         self.assertEqual((told[-1], told), ("100%", sorted(told, key=lambda line: int(line[:-1]))))
         self.assertLess(int(told[0][:-1]), 50)
 
+    def test_code_that_has_no_pages_has_no_size_of_them(self):
+        fixtures.write_plist(self.path("P.bundle/Contents/Info.plist"), None, "BNDL")
+        self.sign(self.path("P.bundle"))
+        self.assertIn("\nPage size=none\n", self.codesign("-dvvvv", self.path("P.bundle"))[1])
+
     def test_answers_that_cannot_be_written_are_a_failure_with_a_reason(self):
         path = self.copy(self.linker.link("exe-arm64"))
         self.sign(path)

@@ -310,12 +310,13 @@ class LimitedFiles(Packer):
 class Leftovers(Packer):
     def test_there_are_none_when_it_is_ended(self):
         make_sparse(self.path("Long.app/file"), 2**40)
+        heeded = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT, signal.SIGUSR1)
 
         def heed_signals():
             # Whoever runs the tests in the background may ignore SIGINT.
-            for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            for number in heeded:
                 signal.signal(number, signal.SIG_DFL)
-        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGKILL):
+        for number in (*heeded, signal.SIGKILL):
             with subprocess.Popen([PACKER, "--progress", self.path("Long.zip"), self.path("Long.app")],
                                   stderr=subprocess.PIPE, preexec_fn=heed_signals) as process:
                 self.assertEqual(len(process.stderr.read(1)), 1)
