@@ -20,7 +20,7 @@ using IntegerOwner = OpenSslOwner<ASN1_INTEGER, ASN1_INTEGER_free>;
 using NumberOwner = OpenSslOwner<BIGNUM, BN_free>;
 
 constexpr std::size_t longestReply = std::size_t{1} << 20U;
-constexpr HttpTypes mediaTypes = {"application/timestamp-query", "application/timestamp-reply"};
+constexpr const char* mediaType = "application/timestamp-query";
 constexpr int tries = 4;
 
 base::Error unavailable() {
@@ -34,13 +34,12 @@ base::Error wrongReply(const std::string& url, const std::string& what) {
 }
 
 base::Result<HttpAddress> addressIn(const std::string& url) {
-    const auto address = HttpAddress::in(url);
-    if (address && url.starts_with("http://"))
-        return *address;
+    if (auto address = HttpAddress::in(url))
+        return *std::move(address);
     return base::Error{base::ErrorKind::Usage,
                        "The timestamp service \"" + url +
-                           "\" is no address that begins with http://. Give "
-                           "the address of a server for RFC 3161."};
+                           "\" is no address such as http://HOST:PORT/PATH, with a port up to "
+                           "65535 and no blanks. Give the address of a server for RFC 3161."};
 }
 
 RequestOwner requestFor(base::Bytes signatureValue) {
@@ -85,7 +84,7 @@ std::optional<Reply> readReply(base::Bytes bytes) {
 }
 
 /// Absent if nothing answers in time, or something that is no reply.
-std::optional<Reply> exchangeInTries(const HttpAddress& address, TS_REQ* request,
+std::optional<Reply> exchangeInTries(const HttpRoute& route, TS_REQ* request,
                                      const StampPatience& patience, const base::StopSignal& stop) {
     using Clock = std::chrono::steady_clock;
     const base::OwnedBytes der = derOf(i2d_TS_REQ, request);
@@ -101,7 +100,7 @@ std::optional<Reply> exchangeInTries(const HttpAddress& address, TS_REQ* request
                 break;
         }
         const auto until = std::min(end, Clock::now() + each);
-        if (const auto answer = postDer(address, mediaTypes, der, longestReply, until, stop))
+        if (const auto answer = postDer(route, mediaType, der, longestReply, until, stop))
             reply = readReply(*answer);
     }
     forgetOpenSslErrors();
@@ -120,6 +119,11 @@ std::string faultOfTime(std::int64_t time, const std::vector<Certificate>& chain
 
 } // namespace
 
+base::Outcome checkStampUrl(const std::string& url) {
+    const auto address = addressIn(url);
+    return address ? base::Outcome() : address.error();
+}
+
 base::Result<TimeStampReply> TimeStampReply::request(const std::string& url,
                                                      base::Bytes signatureValue,
                                                      const base::StopSignal& stop,
@@ -127,8 +131,11 @@ base::Result<TimeStampReply> TimeStampReply::request(const std::string& url,
     auto address = addressIn(url);
     if (!address)
         return address.error();
-    TimeStampReply answered(url, requestFor(signatureValue));
-    auto reply = exchangeInTries(*address, answered.request_.get(), patience, stop);
+    TimeStampReply answered(address->shown(), requestFor(signatureValue));
+    const auto route = HttpRoute::to(*std::move(address));
+    if (!route)
+        return route.error();
+    auto reply = exchangeInTries(*route, answered.request_.get(), patience, stop);
     if (!reply)
         return unavailable();
     answered.status_ = reply->status;

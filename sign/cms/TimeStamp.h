@@ -22,12 +22,15 @@ struct StampPatience {
     std::chrono::milliseconds firstPause{500}; ///< each one is twice as long as the one before
 };
 
+/// Whether `url` can be a server's address; Usage says what is asked for. Any thread.
+[[nodiscard]] base::Outcome checkStampUrl(const std::string& url);
+
 /// What a time stamp server answered.
 class TimeStampReply {
 public:
     /// Asks the server at `url` (http) for a token over the bytes of a signature. Tries four times,
-    /// with growing pauses, if nothing answers; proxies are taken from http_proxy and no_proxy.
-    /// Blocks for as long as `patience` says, or until it is stopped; any thread, many at once.
+    /// with growing pauses, if nothing answers; HttpRoute says which proxy it goes through. Blocks
+    /// for as long as `patience` says, or until it is stopped; any thread, many at once.
     /// Unavailable if nothing answers.
     [[nodiscard]] static base::Result<TimeStampReply> request(const std::string& url,
                                                               base::Bytes signatureValue,

@@ -2,6 +2,7 @@
 
 #include "base/ByteReader.h"
 #include "base/Number.h"
+#include "sign/cms/TimeStamp.h"
 #include "sign/files/FileTree.h"
 #include "sign/signature/CodeDirectory.h"
 #include "sign/signature/RequirementText.h"
@@ -224,7 +225,6 @@ private:
             signing.bundleVersion = value;
             return {};
         case Timestamp:
-            wantsTimestamp_ = true;
             timestamp_ = value.empty() ? appleTimestampServer : value;
             return {};
         default:
@@ -339,9 +339,10 @@ private:
                 return usage(bytes.error().sentence);
             *to = std::move(*bytes);
         }
-        if (wantsTimestamp_ && timestamp_ != "none")
-            options_.signing.timestampUrl = timestamp_;
-        return {};
+        if (timestamp_.empty() || timestamp_ == "none")
+            return {};
+        signing.timestampUrl = timestamp_;
+        return checkStampUrl(timestamp_);
     }
 
     base::Outcome finishDisplay() {
@@ -385,7 +386,6 @@ private:
     CodesignOptions options_;
     std::string requirements_;
     std::string timestamp_;
-    bool wantsTimestamp_ = false;
 };
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "base/ByteReader.h"
 #include "tests/sign/HttpServer.h"
 #include "tests/sign/TestAuthority.h"
+#include "tests/support/ExpectFails.h"
 #include "tests/support/ScopedEnvironment.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -200,23 +201,72 @@ TEST_F(TimeStampTest, TriesAllTimesWhenAServerSaysNothing) {
     EXPECT_EQ(asked, 4);
 }
 
-TEST_F(TimeStampTest, GoesThroughTheProxyExceptWhereItIsToldNotTo) {
-    std::string target;
-    const HttpServer proxy([&](const HttpServer::Request& request) {
-        target = request.target;
-        return honest(request);
+TEST_F(TimeStampTest, TakesAsAddressOnlyWhatOneCanBeSentTo) {
+    for (const char* url : {"http://a.b", "HTTP://a.b:65535/x?y", "http://[::1]:1/", "http://a.b:"})
+        EXPECT_TRUE(checkStampUrl(url)) << url;
+    for (const char* url :
+         {"", "a.b", "https://a.b/", "http://", "http:///x", "http://a.b:0/", "http://a.b:65536/",
+          "http://a.b:x/", "http://[::1/", "http://a.b/c d", "http://a.b/\r\nX: 1"})
+        EXPECT_FAILS(checkStampUrl(url), Usage) << url;
+}
+
+TEST_F(TimeStampTest, SaysToWhomItSpeaksAndWhoAsks) {
+    std::string head;
+    const HttpServer server([&](const HttpServer::Request& request) {
+        head = request.head + "\r\n";
+        return HttpServer::reply("200 OK", std::string(replyType) + ";charset=UTF-8",
+                                 responseWith(TS_STATUS_REJECTION, {}));
     });
-    const HttpServer server(honest);
-    const ScopedEnvironment http("http_proxy", proxy.url());
-    {
-        const ScopedEnvironment none("no_proxy", std::nullopt);
-        EXPECT_TRUE(stampOf("http://time.invalid/ts01"));
-        EXPECT_EQ(target, "http://time.invalid:80/ts01");
+    const std::string host = server.url().substr(7);
+    const std::string refused = stampOf("Http://me:p%40ss@" + host + "/ts?a").error().sentence;
+    EXPECT_THAT(head, HasSubstr("POST /ts?a HTTP/1.0\r\n"));
+    EXPECT_THAT(head, HasSubstr("\r\nHost: " + host + "\r\n"));
+    EXPECT_THAT(head, HasSubstr("\r\nAuthorization: Basic bWU6cEBzcw==\r\n"));
+    EXPECT_THAT(refused, HasSubstr("service http://" + host + "/ts?a gave"));
+}
+
+TEST_F(TimeStampTest, GoesThroughTheProxyExceptWhereItIsToldNotTo) {
+    std::string head;
+    const auto answer = [&](const HttpServer::Request& request) {
+        head = request.head + "\r\n";
+        return honest(request);
+    };
+    const HttpServer proxy(answer);
+    const HttpServer server(answer);
+    const std::string host = server.url().substr(7);
+    const std::string local = "http://Localhost" + server.url().substr(16);
+    const std::string throughProxy = "me:x@" + proxy.url().substr(7);
+    const ScopedEnvironment none("http_proxy", std::nullopt);
+    const ScopedEnvironment all("all_proxy", throughProxy);
+    const struct {
+        std::string url;
+        const char* exempt;
+        bool isProxied;
+    } rows[] = {{"http://time.invalid/ts01", "", true},
+                {server.url(), "127.0.0.1", false},
+                {server.url(), "a.b, 127.0.0.1", false},
+                {server.url(), "*", false},
+                {server.url(), "27.0.0.1,.0.0.2,.,b", true},
+                {local, ".localHost", false},
+                {local, "*.localhost", false},
+                {local, "host", true}};
+    for (const auto& [url, exempt, isProxied] : rows) {
+        const ScopedEnvironment except("no_proxy", exempt);
+        const int before = proxy.requests();
+        EXPECT_TRUE(stampOf(url)) << url << ' ' << exempt;
+        EXPECT_EQ(proxy.requests() - before, isProxied ? 1 : 0) << url << ' ' << exempt;
+        EXPECT_EQ(head.find("\r\nProxy-Authorization: Basic bWU6eA==\r\n") != std::string::npos,
+                  isProxied);
     }
-    const ScopedEnvironment except("no_proxy", "127.0.0.1");
-    EXPECT_TRUE(stampOf(server.url()));
-    EXPECT_EQ(proxy.requests(), 1);
-    EXPECT_EQ(server.requests(), 1);
+    EXPECT_TRUE(stampOf("http://time.invalid/ts01"));
+    EXPECT_THAT(head, HasSubstr("POST http://time.invalid:80/ts01 HTTP"));
+    EXPECT_THAT(head, HasSubstr("\r\nHost: time.invalid\r\n"));
+    for (const char* value : {"https://a.b", "socks5://a.b", "a.b:x"}) {
+        const ScopedEnvironment unusable("http_proxy", value);
+        EXPECT_EQ(stampOf(server.url()).error().sentence,
+                  "The proxy that http_proxy names cannot be used: it is no address such as "
+                  "http://HOST:PORT. Name one that is, or \"127.0.0.1\" in no_proxy.");
+    }
 }
 
 } // namespace

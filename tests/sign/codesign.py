@@ -363,7 +363,8 @@ class Options(CodeTest):
                           ["-s", "-", "--runtime-version", "1.2.3.4", path],
                           ["-s", "-", "--preserve-metadata=everything", path], ["--verify", "-R", "=identifier", path],
                           ["-s", "-", "-r", "=designated identifier x", path], ["-s", "-", "--pagesize", "1", path],
-                          ["-s", "-", "--entitlements", self.path("none"), path], ["-d", "-r", "x", path]):
+                          ["-s", "-", "--entitlements", self.path("none"), path], ["-d", "-r", "x", path],
+                          ["-s", "-", "--timestamp=http://127.0.0.1:65536", path]):
             status, said = self.codesign(*arguments)
             self.assertEqual(status, 2, arguments)
             self.assertRegex(said, r"\Akelpmoray-codesign: [^\n]+[.]\n\Z")
