@@ -29,9 +29,9 @@ struct StampPatience {
 class TimeStampReply {
 public:
     /// Asks the server at `url` (http) for a token over the bytes of a signature. Tries four times,
-    /// with growing pauses, if nothing answers; HttpRoute says which proxy it goes through. Blocks
-    /// for as long as `patience` says, or until it is stopped; any thread, many at once.
-    /// Unavailable if nothing answers.
+    /// with growing pauses, if nothing answers, or if the server cannot now; HttpRoute says which
+    /// proxy it goes through. Blocks for as long as `patience` says, or until it is stopped; any
+    /// thread, many at once. Unavailable if that does not help, Damaged if the server refuses.
     [[nodiscard]] static base::Result<TimeStampReply> request(const std::string& url,
                                                               base::Bytes signatureValue,
                                                               const base::StopSignal& stop,
@@ -50,7 +50,6 @@ private:
 
     std::string url_;
     RequestOwner request_;
-    long status_ = 0;
     base::OwnedBytes token_; ///< as it came; empty if there is none
 };
 

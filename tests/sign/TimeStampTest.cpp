@@ -152,6 +152,22 @@ TEST_F(TimeStampTest, BelievesNoServerThatLies) {
     }
 }
 
+/// A refusal in the words "too\nbusy", for a reason that is a string of bits in DER.
+std::string refusal(const std::string& reason) {
+    const auto element = [](char type, const std::string& content) {
+        return std::string{type, static_cast<char>(content.size())} + content;
+    };
+    const std::string status = element('\x02', "\x02");
+    const std::string words = element('\x30', element('\x0C', "too") + element('\x0C', "\nbusy"));
+    const std::string info = element('\x30', status + words + element('\x03', reason));
+    return HttpServer::reply("200 OK", replyType, element('\x30', info));
+}
+
+constexpr StampPatience littlePatience{std::chrono::seconds(10), std::chrono::milliseconds(1)};
+const std::string systemFailure("\x06\0\0\0\x40", 5);
+const std::string timeNotAvailable("\x01\0\x02", 3);
+const std::string badRequest("\x05\x20", 2);
+
 TEST_F(TimeStampTest, TriesAgainWhenNothingUsefulAnswers) {
     const HttpServer server([](const HttpServer::Request& request) {
         switch (request.number) {
@@ -159,13 +175,39 @@ TEST_F(TimeStampTest, TriesAgainWhenNothingUsefulAnswers) {
             return HttpServer::reply("503 Busy", "text/plain", "later");
         case 2:
             return HttpServer::reply("200 OK", "text/html", "<p>later");
+        case 3:
+            return refusal(systemFailure);
         default:
             return honest(request);
         }
     });
-    const auto token = stampOf(server.url());
+    const auto token = stampOf(server.url(), littlePatience);
     EXPECT_TRUE(token) << token.error().sentence;
-    EXPECT_EQ(server.requests(), 3);
+    EXPECT_EQ(server.requests(), 4);
+}
+
+TEST_F(TimeStampTest, TellsTheWordsOfARefusalAndWhetherItMayPass) {
+    const struct {
+        std::string reason;
+        base::ErrorKind kind;
+        const char* said;
+        int requests;
+    } rows[] = {
+        {systemFailure, base::ErrorKind::Unavailable, "/ says \"too ?busy\". Try again later.", 4},
+        {timeNotAvailable, base::ErrorKind::Unavailable, "The timestamp service is not available; ",
+         4},
+        {badRequest, base::ErrorKind::Damaged,
+         "it refuses the request, saying \"too ?busy\". Use another one.", 1},
+    };
+    for (const auto& [reason, kind, said, requests] : rows) {
+        const std::string refused = refusal(reason);
+        const HttpServer server([&](const HttpServer::Request&) { return refused; });
+        const auto token = stampOf(server.url(), littlePatience);
+        ASSERT_FALSE(token);
+        EXPECT_EQ(token.error().kind, kind);
+        EXPECT_THAT(token.error().sentence, HasSubstr(said));
+        EXPECT_EQ(server.requests(), requests) << said;
+    }
 }
 
 TEST_F(TimeStampTest, SaysWhenNoServiceIsThere) {
