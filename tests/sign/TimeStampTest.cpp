@@ -132,7 +132,7 @@ TEST_F(TimeStampTest, BelievesNoServerThatLies) {
         {"no root", by(made.clock, {}), "certificate verify error"},
         {"another root, beside Apple's",
          by(made.otherClock, {made.otherRoot.certificate, made.root.certificate}),
-         "certificate verify error"},
+         "do not lead to a root of Apple"},
         {"the future", by(made.clock, root, 21), "its time has not come yet"},
         {"before the signer's certificate", by(made.clock, root, -20),
          "the certificate \"New\" is not valid at its time"},
