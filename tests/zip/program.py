@@ -90,14 +90,17 @@ class CommandLine(Packer):
     def test_refuses_what_makes_no_sense(self):
         self.file("A.app/file")
         usual = ("A.zip", "A.app")
-        for arguments in ((), ("A.zip",), (*usual, "more"), ("--unknown", *usual), ("-l", "0", *usual),
+        for arguments in ((), ("A.zip",), ("", "A.app"), (*usual, "more"), ("--unknown", *usual), ("-l", "0", *usual),
                           ("-l", "10", *usual), ("-l", "x", *usual), ("-l", "5x", *usual),
                           ("-j", "0", *usual), ("-j", "-1", *usual), ("-j", "9999", *usual),
                           (*usual, "-q"), (*usual, "-l")):
             status, said = self.zip(*arguments)
             self.assertEqual(status, 2, arguments)
             self.assertRegex(said, r"\Akelpmoray-zip: [^\n]*\n\Z")
-        self.assertEqual(self.zip("--reproducible", *usual, SOURCE_DATE_EPOCH="yesterday")[0], 2)
+        for epoch in ("yesterday", "99999999999"):
+            status, said = self.zip("--reproducible", *usual, SOURCE_DATE_EPOCH=epoch)
+            self.assertEqual(status, 2)
+            self.assertIn("from 0 to 4294967295", said)
         self.assert_names(self.folder, "A.app")
 
     def test_progress_is_told_in_percents_up_to_the_end(self):
