@@ -16,9 +16,10 @@ namespace base {
 /// thread at a time may use each.
 class ReplacedFile {
 public:
-    /// Opens an empty file for reading and writing. Also removes the files that killed runs have
-    /// left in the same folder: those that have a name of our form and that no process has locked.
-    /// Any thread.
+    /// Opens an empty file for reading and writing. It has the permissions of the file that is
+    /// there, else those that new files have; a link is replaced, not followed. Also removes the
+    /// files that killed runs have left in the same folder: those that have a name of our form and
+    /// that no process has locked. Any thread.
     [[nodiscard]] static Result<ReplacedFile> createFor(const std::string& target);
 
     ReplacedFile(ReplacedFile&& other) noexcept = default;

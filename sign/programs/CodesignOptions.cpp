@@ -2,6 +2,7 @@
 
 #include "base/ByteReader.h"
 #include "base/Number.h"
+#include "sign/cms/TimeStamp.h"
 #include "sign/files/FileTree.h"
 #include "sign/signature/CodeDirectory.h"
 #include "sign/signature/RequirementText.h"
@@ -302,9 +303,10 @@ private:
                 return usage(bytes.error().sentence);
             *to = std::move(*bytes);
         }
-        if (!timestamp_.empty() && timestamp_ != "none")
-            options_.signing.timestampUrl = timestamp_;
-        return {};
+        if (timestamp_.empty() || timestamp_ == "none")
+            return {};
+        signing.timestampUrl = timestamp_;
+        return checkStampUrl(timestamp_);
     }
 
     base::Outcome finishDisplay() {

@@ -13,6 +13,7 @@
 
 #include <gmock/gmock.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #ifdef __linux__
@@ -136,6 +137,28 @@ TEST_P(ReplacedFile, TakesThePlaceOnlyWhenCommitted) {
             EXPECT_THAT(names(), ElementsAre("target"));
             folder_.makeFile("target", "older");
         }
+    });
+}
+
+TEST_P(ReplacedFile, HasThePermissionsOfTheOldOne) {
+    namespace fs = std::filesystem;
+    inThread([&] {
+        ASSERT_TRUE(created("new").commit());
+        const fs::perms usual = fs::status(target_).permissions();
+        for (const fs::perms mode : {fs::perms(0600), fs::perms(0444), fs::perms(0777)}) {
+            fs::permissions(target_, mode);
+            auto file = created("again");
+            struct stat status {};
+            ASSERT_EQ(fstat(file.descriptor(), &status), 0);
+            EXPECT_EQ(fs::perms(status.st_mode & 07777U), mode);
+            ASSERT_TRUE(file.commit());
+            EXPECT_EQ(fs::status(target_).permissions(), mode);
+        }
+        fs::remove(target_);
+        fs::create_symlink(folder_.makeFile("other"), target_);
+        fs::permissions(folder_.path("other"), fs::perms(0600));
+        ASSERT_TRUE(created("instead of a link").commit());
+        EXPECT_EQ(fs::status(target_).permissions(), usual);
     });
 }
 

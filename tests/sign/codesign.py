@@ -366,6 +366,7 @@ class Options(CodeTest):
                           ["-s", "-", "-r", "=designated identifier x", path], ["-s", "-", "--pagesize", "1", path],
                           ["-s", "-", "--entitlements", self.path("none"), path], ["-d", "-r", "x", path],
                           ["--remove-signature", "--deep", path],
+                          ["-s", "-", "--timestamp=http://127.0.0.1:65536", path],
                           *(["-s", "-", *given, path] for given in (["-i", ""], ["--identifier="], ["--entitlements", ""],
                                                                     ["-r", ""], ["--timestamp="], ["--bundle-version", ""]))):
             status, said = self.codesign(*arguments)
