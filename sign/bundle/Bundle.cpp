@@ -42,11 +42,14 @@ bool isPlainFile(const std::string& path) {
     return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
-/// Whether no folder on the way is a link that leads out: signing writes there.
-bool isInside(const std::string& path, const std::string& folder) {
-    const auto real = realPath(path);
-    const auto realFolder = realPath(folder);
-    return real && realFolder && real->starts_with(*realFolder + "/");
+/// Whether no folder on the way to what is in a folder is a link: what is sealed would be another
+/// file than what is signed, and signing might write outside.
+bool isReachedWithoutLinks(const std::string& path, const std::string& folder) {
+    for (std::size_t slash = path.find('/', folder.size() + 1); slash != std::string::npos;
+         slash = path.find('/', slash + 1))
+        if (linkTarget(path.substr(0, slash)))
+            return false;
+    return true;
 }
 
 /// The entry of that name, whatever the case of its letters; empty if there is none.
@@ -179,7 +182,7 @@ base::Outcome findExecutable(Bundle& bundle) {
             continue;
         bundle.executable = candidate;
         bundle.hasExecutable = true;
-        if (!isPlainFile(candidate) || !isInside(candidate, bundle.root))
+        if (!isPlainFile(candidate) || !isReachedWithoutLinks(candidate, bundle.root))
             bundle.layoutFaults.push_back({FaultCode::RegularFile, candidate});
         return {};
     }

@@ -130,6 +130,13 @@ TEST(BundleTest, RefusesToSignWhatNoSealCovers) {
              folder.makeLink("Rich App.app/Contents/MacOS", "../../elsewhere");
          },
          "the main executable or Info.plist must be a regular file (no symlinks, etc.)"},
+        {"executable is in a folder of another name",
+         [](const auto& folder) {
+             const std::string place = folder.path("Rich App.app/Contents/MacOS");
+             std::filesystem::rename(place, folder.path("Rich App.app/Contents/Other"));
+             folder.makeLink("Rich App.app/Contents/MacOS", "Other");
+         },
+         "the main executable or Info.plist must be a regular file (no symlinks, etc.)"},
         {"signature is in a folder elsewhere",
          [](const auto& folder) {
              const std::string place = folder.path("Rich App.app/Contents/_CodeSignature");
