@@ -77,8 +77,11 @@ private:
 
     /// An object's container is the nearest folder around it that is an object too.
     void findContainers() {
-        for (Item& item : items_)
+        for (Item& item : items_) {
             byPath_.emplace(item.object.path, &item);
+            if (!item.object.executable.empty())
+                byPath_.emplace(item.object.executable, &item);
+        }
         for (Item& item : items_) {
             std::string_view folder = item.object.path;
             for (std::size_t slash = folder.rfind('/');
@@ -166,7 +169,7 @@ private:
             return hashed;
         if (--item.left != 0)
             return {};
-        if (item.isEarly() || item.object.isNested) {
+        if (item.container != nullptr) {
             auto seal = item.job->nestedSeal();
             if (!seal)
                 return seal.error();

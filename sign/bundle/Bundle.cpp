@@ -196,6 +196,18 @@ base::Outcome findExecutable(Bundle& bundle) {
                : unrecognized();
 }
 
+/// The bundles whose main executables may lie in a folder, outermost first.
+std::vector<std::string> bundlesAround(std::string folder) {
+    if (sameWithoutCase(lastComponent(folder), "MacOS"))
+        folder = parentOf(parentOf(folder));
+    std::vector<std::string> bundles = {folder};
+    if (sameWithoutCase(lastComponent(folder), "Contents"))
+        bundles.insert(bundles.begin(), parentOf(folder));
+    if (lastComponent(parentOf(folder)) == "Versions")
+        bundles.insert(bundles.begin(), parentOf(parentOf(folder)));
+    return bundles;
+}
+
 } // namespace
 
 std::string Bundle::signatureFolder() const {
@@ -228,21 +240,26 @@ std::optional<std::string> bundleOfExecutable(std::string_view path) {
     const auto real = realPath(std::string(path));
     if (!real || !isFile(*real))
         return std::nullopt;
-    std::string folder = parentOf(*real);
-    if (sameWithoutCase(lastComponent(folder), "MacOS"))
-        folder = parentOf(parentOf(folder));
-    std::vector<std::string> candidates = {folder};
-    if (sameWithoutCase(lastComponent(folder), "Contents"))
-        candidates.insert(candidates.begin(), parentOf(folder));
-    if (lastComponent(parentOf(folder)) == "Versions")
-        candidates.insert(candidates.begin(), parentOf(parentOf(folder)));
-    for (const std::string& candidate : candidates) {
-        const auto bundle = openBundle(candidate);
-        if (bundle && bundle->hasExecutable && !bundle->infoPlist.empty() &&
-            realPath(bundle->executable) == real)
-            return candidate;
-    }
-    return std::nullopt;
+    ExecutableOwners owners;
+    const std::string* owner = owners.find(*real);
+    return owner != nullptr ? std::optional(*owner) : std::nullopt;
+}
+
+const std::string* ExecutableOwners::find(const std::string& path) {
+    const std::string folder = parentOf(path);
+    const auto [at, isNew] = folders_.try_emplace(folder);
+    Owners& owners = at->second;
+    if (const auto real = isNew ? realPath(folder) : std::nullopt)
+        for (const std::string& candidate : bundlesAround(*real)) {
+            const auto bundle = openBundle(candidate);
+            if (!bundle || !bundle->hasExecutable || bundle->infoPlist.empty())
+                continue;
+            const auto executable = realPath(bundle->executable);
+            if (executable && parentOf(*executable) == *real)
+                owners.emplace(lastComponent(*executable), candidate);
+        }
+    const auto found = owners.find(lastComponent(path));
+    return found == owners.end() ? nullptr : &found->second;
 }
 
 std::vector<std::string> otherVersions(std::string_view framework, std::string_view version) {

@@ -6,6 +6,7 @@
 #include "sign/files/FileTree.h"
 
 #include <algorithm>
+#include <set>
 
 namespace sign {
 
@@ -24,6 +25,18 @@ std::string_view versionOf(const Bundle& framework) {
     return std::string_view(framework.root).substr(framework.root.rfind('/') + 1);
 }
 
+using Folders = std::set<std::string, std::less<>>;
+
+bool isInside(std::string_view path, const Folders& folders) {
+    for (std::size_t slash = path.rfind('/'); slash != std::string_view::npos;
+         slash = path.rfind('/')) {
+        path = path.substr(0, slash);
+        if (folders.contains(path))
+            return true;
+    }
+    return false;
+}
+
 base::Error noBundle(const std::string& folder, const base::Error& reason) {
     if (reason.kind != base::ErrorKind::Unsupported)
         return reason;
@@ -39,7 +52,7 @@ class Planner {
 public:
     explicit Planner(Leftovers leftovers) : leftovers_(leftovers) {}
 
-    base::Outcome addBundle(Bundle bundle, unsigned depth, bool isNested, bool isHashed) {
+    base::Outcome addBundle(Bundle bundle, unsigned depth, bool isHashed) {
         if (depth > mostNesting)
             return base::Error{base::ErrorKind::Unsupported,
                                "The bundles in \"" + base::printable(bundle.path) +
@@ -53,11 +66,12 @@ public:
                 auto other = openBundle(version);
                 if (!other)
                     return noBundle(version, other.error());
-                if (auto added = addBundle(std::move(*other), depth, isNested, isHashed); !added)
+                if (auto added = addBundle(std::move(*other), depth, isHashed); !added)
                     return added;
             }
         }
-        objects_.push_back({std::move(bundle.path), depth, true, isNested, isHashed});
+        objects_.push_back({std::move(bundle.path), depth, true, isHashed,
+                            bundle.hasExecutable ? std::move(bundle.executable) : std::string()});
         return {};
     }
 
@@ -79,33 +93,63 @@ private:
         const auto items = sealItems(bundle, *rules, {isBundleWithCode, leftovers_});
         if (!items)
             return items.error();
+        std::vector<const SealItem*> code;
         for (const SealItem& item : *items) {
             if (auto sealable = checkSealable(bundle, item); !sealable)
                 return sealable;
-            if (auto added = addItem(item, *oldRules, bundle.codeRoot + "/" + item.path, depth + 1);
-                !added)
-                return added;
+            const bool isFile = item.kind == SealItemKind::File;
+            if (item.kind == SealItemKind::Bundle ||
+                (isFile && isSignableMachO(bundle.codeRoot + "/" + item.path)))
+                code.push_back(&item);
         }
+        const Folders undotted = bundlesOf(code, bundle.codeRoot);
+        for (const std::string& folder : undotted)
+            if (!isInside(folder, undotted))
+                if (auto added = openAndAdd(bundle.codeRoot + "/" + folder, depth + 1, true);
+                    !added)
+                    return added;
+        for (const SealItem* item : code)
+            if (!isInside(item->path, undotted))
+                if (auto added = addItem(*item, *oldRules, bundle.codeRoot, depth + 1); !added)
+                    return added;
         return {};
     }
 
-    base::Outcome addItem(const SealItem& item, const SealRules& oldRules, const std::string& path,
-                          unsigned depth) {
-        const bool isNested = item.rule && item.rule->nested;
-        if (item.kind == SealItemKind::File && isSignableMachO(path)) {
-            const auto oldRule = oldRules.find(item.path);
-            const bool isHashed = !isNested || (oldRule && !oldRule->omit);
-            objects_.push_back({path, depth, false, isNested, isHashed});
+    /// The bundles whose main executables are among what a bundle is sealed with. They have no dot
+    /// in their names, so that they are no items of their own.
+    Folders bundlesOf(const std::vector<const SealItem*>& code, const std::string& codeRoot) {
+        Folders bundles;
+        const std::string inside = realPath(codeRoot).value_or(codeRoot) + "/";
+        for (const SealItem* item : code) {
+            if (item->kind != SealItemKind::File)
+                continue;
+            const std::string* owner = owners_.find(codeRoot + "/" + item->path);
+            if (owner != nullptr && owner->starts_with(inside))
+                bundles.insert(owner->substr(inside.size()));
         }
-        if (item.kind != SealItemKind::Bundle)
-            return {};
+        return bundles;
+    }
+
+    base::Outcome addItem(const SealItem& item, const SealRules& oldRules,
+                          const std::string& codeRoot, unsigned depth) {
+        const std::string path = codeRoot + "/" + item.path;
+        const bool isNested = item.rule && item.rule->nested;
+        if (item.kind == SealItemKind::Bundle)
+            return openAndAdd(path, depth, !isNested);
+        const auto oldRule = oldRules.find(item.path);
+        objects_.push_back({path, depth, false, !isNested || (oldRule && !oldRule->omit)});
+        return {};
+    }
+
+    base::Outcome openAndAdd(const std::string& path, unsigned depth, bool isHashed) {
         auto bundle = openBundle(path);
         if (!bundle)
             return noBundle(path, bundle.error());
-        return addBundle(std::move(*bundle), depth, isNested, !isNested);
+        return addBundle(std::move(*bundle), depth, isHashed);
     }
 
     const Leftovers leftovers_;
+    ExecutableOwners owners_;
     std::vector<CodeObject> objects_;
 };
 
@@ -124,7 +168,7 @@ base::Result<std::vector<CodeObject>> planOf(std::string_view path, Leftovers le
     if (!bundle)
         return bundle.error();
     Planner planner(leftovers);
-    if (auto added = planner.addBundle(std::move(*bundle), 0, false, false); !added)
+    if (auto added = planner.addBundle(std::move(*bundle), 0, false); !added)
         return added.error();
     return planner.take();
 }

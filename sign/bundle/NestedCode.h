@@ -14,10 +14,11 @@ struct CodeObject {
     std::string path;   ///< a bundle's folder, or a file; starts with the package's path
     unsigned depth = 0; ///< how many code objects hold it
     bool isBundle = false;
-    /// Whether its bundle's seal names its requirement and code directory.
-    bool isNested = false;
-    /// Whether that seal has hashes of its files, so that these must be whole before.
+    /// Whether the seal around it has hashes of its files, so that these must be whole before.
     bool isHashed = false;
+    /// The main executable of a bundle, if it has one. Seals name a bundle without a dot in its
+    /// name by that.
+    std::string executable{};
 
     bool operator==(const CodeObject&) const = default;
 };

@@ -203,18 +203,54 @@ TEST(NestedCodeTest, PlansEachCodeObjectOnceFromInsideOut) {
     std::vector<std::string> lines;
     for (const auto& object : *plan)
         lines.push_back(std::to_string(object.depth) + (object.isBundle ? " bundle" : " file") +
-                        (object.isNested ? " nested " : " ") + object.path.substr(app.size()));
+                        (object.isHashed ? " hashed " : " ") + object.path.substr(app.size()));
     EXPECT_THAT(lines, testing::ElementsAre(
-                           "2 file nested /Contents/Frameworks/Foo.framework/Versions/B/libz.dylib",
-                           "2 file nested /Contents/Frameworks/Foo.framework/Versions/A/libz.dylib",
-                           "2 file /Contents/PlugIns/Flat.appex/libq.dylib",
-                           "1 bundle nested /Contents/Frameworks/Foo.framework/Versions/A",
-                           "1 bundle nested /Contents/Frameworks/Foo.framework",
-                           "1 file nested /Contents/Frameworks/libx.dylib",
-                           "1 file nested /Contents/MacOS/helper",
-                           "1 bundle nested /Contents/PlugIns/Flat.appex",
-                           "1 bundle /Contents/Resources/Inner.app",
-                           "1 file /Contents/Resources/tool", "0 bundle "));
+                           "2 file /Contents/Frameworks/Foo.framework/Versions/B/libz.dylib",
+                           "2 file /Contents/Frameworks/Foo.framework/Versions/A/libz.dylib",
+                           "2 file hashed /Contents/PlugIns/Flat.appex/libq.dylib",
+                           "1 bundle /Contents/Frameworks/Foo.framework/Versions/A",
+                           "1 bundle /Contents/Frameworks/Foo.framework",
+                           "1 file /Contents/Frameworks/libx.dylib",
+                           "1 file /Contents/MacOS/helper", "1 bundle /Contents/PlugIns/Flat.appex",
+                           "1 bundle hashed /Contents/Resources/Inner.app",
+                           "1 file hashed /Contents/Resources/tool", "0 bundle "));
+}
+
+TEST(NestedCodeTest, FindsBundlesWithoutADotByTheirMainExecutables) {
+    const TemporaryFolder folder;
+    const std::string app = folder.path("a.app");
+    folder.makeFile("a.app/Contents/Info.plist", infoPlist("run"));
+    folder.makeFile("a.app/Contents/MacOS/run", machO(2));
+    const std::string tool = "a.app/Contents/MacOS/Tool/Contents/";
+    folder.makeFile(tool + "Info.plist", infoPlist("In"));
+    folder.makeFile(tool + "MacOS/In", machO(2));
+    folder.makeFile(tool + "PlugIns/p.dylib", machO());
+    folder.makeFile(tool + "Helpers/Flat/Info.plist", infoPlist("F"));
+    folder.makeFile(tool + "Helpers/Flat/F", machO(2));
+    for (const std::string version : {"A", "B"}) {
+        const std::string place = "a.app/Contents/Frameworks/Foo/Versions/" + version;
+        folder.makeFile(place + "/Foo", machO());
+        folder.makeFile(place + "/Resources/Info.plist", infoPlist("Foo"));
+    }
+    folder.makeLink("a.app/Contents/Frameworks/Foo/Versions/Current", "B");
+    folder.makeFile("a.app/Contents/Resources/Other/Info.plist", infoPlist("absent"));
+    folder.makeFile("a.app/Contents/Resources/Other/x", machO(2));
+    const auto plan = sign::planOf(app);
+    ASSERT_TRUE(plan) << plan.error().sentence;
+    std::vector<std::string> lines;
+    for (const auto& object : *plan)
+        lines.push_back((object.isHashed ? "hashed " : "") + object.path.substr(app.size()) + " " +
+                        object.executable.substr(std::min(object.executable.size(), app.size())));
+    EXPECT_THAT(lines,
+                testing::ElementsAre(
+                    "hashed /Contents/MacOS/Tool/Contents/Helpers/Flat "
+                    "/Contents/MacOS/Tool/Contents/Helpers/Flat/F",
+                    "/Contents/MacOS/Tool/Contents/PlugIns/p.dylib ",
+                    "hashed /Contents/Frameworks/Foo/Versions/A "
+                    "/Contents/Frameworks/Foo/Versions/A/Foo",
+                    "hashed /Contents/Frameworks/Foo /Contents/Frameworks/Foo/Versions/B/Foo",
+                    "hashed /Contents/MacOS/Tool /Contents/MacOS/Tool/Contents/MacOS/In",
+                    "hashed /Contents/Resources/Other/x ", " /Contents/MacOS/run"));
 }
 
 TEST(LooseSignatureTest, ComesBackAndLeavesNothingOfAnEarlierOne) {
