@@ -111,6 +111,24 @@ class Refusals(CodeTest):
         self.assert_refused(f'signature of "{library}" are malformed. Leave requirements out', "-f", "-s", "-", "--deep",
                             "--preserve-metadata=requirements", app)
 
+    def test_signed_code_stays_whole_when_code_in_it_has_to_be_signed(self):
+        app = fixtures.make_application(self.linker, self.path("X.app"))
+        for place, name in {"XPCServices/Service.xpc": "Resources/lib.node", "Helpers/Daemon": "Helpers/tool",
+                            "Frameworks/Foo.framework": "Versions/B/Helpers/tool"}.items():
+            inner = f"{app}/Contents/{place}"
+            part = inner + ("/" if name[0] == "V" else "/Contents/") + name
+            self.sign(inner, "--deep", "-f")
+            fixtures.put(self.linker.library(), part)
+            self.assert_refused(f'"{inner}" is signed already, and "{part}" in it is not. Sign both anew with --force.',
+                                "-s", "-", "--deep", app)
+            self.sign(inner, "--deep", "-f")
+        # Another version of a framework is no part of the current one.
+        old = app + "/Contents/Frameworks/Foo.framework/Versions/A"
+        self.assert_quiet("--remove-signature", old)
+        self.sign(app, "--deep")
+        for code in (old, app + "/Contents/Frameworks/Foo.framework", app):
+            self.assert_quiet("--verify", "--deep", code)
+
     def test_a_name_that_is_all_extension_gives_no_empty_identifier(self):
         path, owner = self.copy(self.linker.library(), ".hid"), Owner(self.workshop)
         self.assert_refused("Give one with --identifier", "-s", owner.authority.HOLDER, path, **owner.environment)
