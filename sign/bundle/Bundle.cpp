@@ -85,10 +85,14 @@ base::Outcome findRoot(Bundle& bundle, std::string_view version) {
     const std::string target = linkTarget(current).value_or("Current");
     const std::string_view wanted = version.empty() ? lastComponent(target) : version;
     bundle.root = path + "/Versions/" + std::string(wanted);
-    return wanted.find('/') == std::string_view::npos && isFolder(bundle.root)
-               ? base::Outcome()
-               : unrecognized(". The framework has no such version: mend the link "
-                              "Versions/Current.");
+    if (wanted != "." && wanted != ".." && wanted.find('/') == std::string_view::npos &&
+        isFolder(bundle.root))
+        return {};
+    return unrecognized(version.empty()
+                            ? ". Versions/Current leads to no version of the framework: mend the "
+                              "link."
+                            : ". The framework has no version \"" + base::printable(wanted) +
+                                  "\": name a folder in its folder Versions.");
 }
 
 /// Finds form, code root and Info.plist in the root.

@@ -37,15 +37,23 @@ bool isInside(std::string_view path, const Folders& folders) {
     return false;
 }
 
-base::Error noBundle(const std::string& folder, const base::Error& reason) {
-    if (reason.kind != base::ErrorKind::Unsupported)
+bool isBare(const base::Error& reason) {
+    return reason.sentence == faultMessage(FaultCode::BadBundleFormat);
+}
+
+/// What openBundle() says of a folder stands behind its path.
+base::Error named(const std::string& folder, const base::Error& reason) {
+    if (!reason.sentence.starts_with(faultMessage(FaultCode::BadBundleFormat)))
         return reason;
-    return {base::ErrorKind::Unsupported,
-            "\"" + base::printable(folder) +
-                "\" has a dot in its name and lies in a place for code, so macOS takes it for a "
-                "bundle, which it is not: " +
-                reason.sentence +
-                ". Move it to Contents/Resources and leave a link to it in its place."};
+    return {reason.kind, "\"" + base::printable(folder) + "\": " + reason.sentence};
+}
+
+base::Error noVersion(const std::string& folder, const base::Error& reason) {
+    if (!isBare(reason))
+        return named(folder, reason);
+    return {reason.kind, "\"" + base::printable(folder) +
+                             "\" is a version of a framework, but has neither an Info.plist nor "
+                             "code. Build the framework anew, or delete that version."};
 }
 
 class Planner {
@@ -65,7 +73,7 @@ public:
             for (const std::string& version : otherVersions(bundle.path, versionOf(bundle))) {
                 auto other = openBundle(version);
                 if (!other)
-                    return noBundle(version, other.error());
+                    return noVersion(version, other.error());
                 if (auto added = addBundle(std::move(*other), depth, isHashed); !added)
                     return added;
             }
@@ -154,6 +162,18 @@ private:
 };
 
 } // namespace
+
+base::Error noBundle(const std::string& folder, const base::Error& reason) {
+    if (!isBare(reason))
+        return named(folder, reason);
+    return {reason.kind,
+            "\"" + base::printable(folder) +
+                "\" has a dot in its name and lies in a place for code, so macOS takes "
+                "it for a bundle, which it is not: " +
+                reason.sentence +
+                ". Move it to the folder Resources of the bundle around it and leave "
+                "a link to it in its place."};
+}
 
 base::Result<std::vector<CodeObject>> planOf(std::string_view path, Leftovers leftovers,
                                              std::string_view version) {

@@ -35,4 +35,8 @@ struct CodeObject {
 planOf(std::string_view path, Leftovers leftovers = Leftovers::AreSkipped,
        std::string_view version = {});
 
+/// Why what holds `folder` cannot be signed, if openBundle() refuses that for `reason`: it is
+/// nested by its name and place, and no bundle.
+[[nodiscard]] base::Error noBundle(const std::string& folder, const base::Error& reason);
+
 } // namespace sign

@@ -14,6 +14,7 @@ namespace {
 
 using sign::BundleForm;
 using sign::FaultCode;
+using testing::EndsWith;
 using testing::HasSubstr;
 
 TEST(BundleTest, FindsThePartsOfEachLayout) {
@@ -161,6 +162,14 @@ TEST(BundleTest, RefusesToSignWhatNoSealCovers) {
              folder.makeFile("Rich App.app/Contents/Frameworks/python3.9/os.py");
          },
          "python3.9\" has a dot in its name and lies in a place for code"},
+        {"version without anything",
+         [](const auto& folder) {
+             const std::string version =
+                 folder.path("Rich App.app/Contents/Frameworks/Foo.framework/Versions/A");
+             std::filesystem::remove_all(version);
+             std::filesystem::create_directory(version);
+         },
+         "Versions/A\" is a version of a framework, but has neither an Info.plist nor code."},
         {"AppleDouble file",
          [](const auto& folder) {
              folder.makeFile("Rich App.app/Contents/Resources/._a.txt",
@@ -191,7 +200,9 @@ TEST(BundleTest, RefusesToSignWhatNoSealCovers) {
         damage(folder);
         const auto plan = sign::planOf(app);
         ASSERT_FALSE(plan) << name;
-        EXPECT_THAT(plan.error().sentence, HasSubstr(sentence)) << name;
+        EXPECT_THAT(plan.error().sentence, testing::AllOf(HasSubstr(sentence), EndsWith("."),
+                                                          testing::Not(HasSubstr(".. "))))
+            << name;
     }
 }
 

@@ -111,6 +111,21 @@ class Refusals(CodeTest):
         self.assert_refused(f'signature of "{library}" are malformed. Leave requirements out', "-f", "-s", "-", "--deep",
                             "--preserve-metadata=requirements", app)
 
+    def test_what_is_no_bundle_is_named_with_all_code_and_without(self):
+        app, deep = self.application(), ("-s", "-", "--deep")
+        python = app + "/Contents/MacOS/python3.9"
+        os.mkdir(python)
+        for how in (deep, deep[:2]):
+            self.assert_refused(f'{app}: "{python}" has a dot in its name', *how, app)
+        os.rmdir(python)
+        framework = app + "/Contents/Frameworks/Foo.framework"
+        fixtures.write_plist(framework + "/Versions/A/Resources/Info.plist", "Foo", "FMWK")
+        fixtures.put(self.linker.library(), framework + "/Versions/A/Foo")
+        for how in (deep, deep[:2]):
+            self.assert_refused(f'{app}: "{framework}": bundle format unrecognized', *how, app)
+        for version in ("Z", ".", "..", "A/"):
+            self.assert_refused(f'has no version "{version}": name a', *deep, "--bundle-version", version, framework)
+
     def test_signed_code_stays_whole_when_code_in_it_has_to_be_signed(self):
         app = fixtures.make_application(self.linker, self.path("X.app"))
         for place, name in {"XPCServices/Service.xpc": "Resources/lib.node", "Helpers/Daemon": "Helpers/tool",
