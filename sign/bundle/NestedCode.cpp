@@ -98,12 +98,14 @@ private:
             SealRules::read(SealRules::standardVersion1(bundle.form), bundle, bundle.infoPlist);
         if (!rules || !oldRules)
             return rules ? oldRules.error() : rules.error();
-        const auto items = sealItems(bundle, *rules, {isBundleWithCode, leftovers_});
+        const auto items =
+            sealItems(bundle, *rules, {isBundleWithCode, leftovers_, nullptr, nullptr, true});
         if (!items)
             return items.error();
         std::vector<const SealItem*> code;
         for (const SealItem& item : *items) {
-            if (auto sealable = checkSealable(bundle, item); !sealable)
+            const bool isExcluded = item.rule && item.rule->exclude;
+            if (auto sealable = checkSealable(bundle, item); !sealable && !isExcluded)
                 return sealable;
             const bool isFile = item.kind == SealItemKind::File;
             if (item.kind == SealItemKind::Bundle ||
