@@ -108,7 +108,7 @@ private:
             // In a bundle without a dot in its name, code is sealed by that and by all around it.
             nested.isShallow = !options_.deep || !whole_.insert(realPathOf(code.path)).second;
             nested.isStrict = options_.strict;
-            nested.isLone = code.isFile && !isOfInnerBundle(code.path, check.scope()->realCodeRoot);
+            nested.isLone = code.isFile && !owners_.findIn(check.scope()->realCodeRoot, code.path);
             nested.outer = check.scope();
             nested.holder = holder;
             next.push_back(nested);
@@ -120,12 +120,6 @@ private:
                 next.push_back(nested);
             }
         }
-    }
-
-    /// Whether a file is the main executable of a bundle, and so stands for that.
-    bool isOfInnerBundle(const std::string& file, const std::string& codeRoot) {
-        const std::string* owner = owners_.find(file);
-        return owner != nullptr && owner->starts_with(codeRoot + "/");
     }
 
     /// Of what is no link. Each folder is resolved once.

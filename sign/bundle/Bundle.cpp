@@ -266,6 +266,14 @@ const std::string* ExecutableOwners::find(const std::string& path) {
     return found == owners.end() ? nullptr : &found->second;
 }
 
+std::optional<std::string> ExecutableOwners::findIn(const std::string& folder,
+                                                    const std::string& path) {
+    const std::string* owner = find(path);
+    return owner != nullptr && owner->starts_with(folder + "/")
+               ? std::optional(owner->substr(folder.size() + 1))
+               : std::nullopt;
+}
+
 std::vector<std::string> otherVersions(std::string_view framework, std::string_view version) {
     const std::string versions = withoutSlashes(framework) + "/Versions";
     std::vector<std::string> others;

@@ -74,6 +74,9 @@ public:
     /// The bundle's folder, without links; absent if `path`, which is no link, is nobody's main
     /// executable.
     [[nodiscard]] const std::string* find(const std::string& path);
+    /// Same, relative to a folder without links; absent if the bundle does not lie in that.
+    [[nodiscard]] std::optional<std::string> findIn(const std::string& folder,
+                                                    const std::string& path);
 
 private:
     using Owners = std::map<std::string, std::string, std::less<>>; ///< by the names of executables

@@ -27,16 +27,6 @@ std::string_view versionOf(const Bundle& framework) {
 
 using Folders = std::set<std::string, std::less<>>;
 
-bool isInside(std::string_view path, const Folders& folders) {
-    for (std::size_t slash = path.rfind('/'); slash != std::string_view::npos;
-         slash = path.rfind('/')) {
-        path = path.substr(0, slash);
-        if (folders.contains(path))
-            return true;
-    }
-    return false;
-}
-
 bool isBare(const base::Error& reason) {
     return reason.sentence == faultMessage(FaultCode::BadBundleFormat);
 }
@@ -114,12 +104,12 @@ private:
         }
         const Folders undotted = bundlesOf(code, bundle.codeRoot);
         for (const std::string& folder : undotted)
-            if (!isInside(folder, undotted))
+            if (!liesInOneOf(undotted, folder))
                 if (auto added = openAndAdd(bundle.codeRoot + "/" + folder, depth + 1, true);
                     !added)
                     return added;
         for (const SealItem* item : code)
-            if (!isInside(item->path, undotted))
+            if (!liesInOneOf(undotted, item->path))
                 if (auto added = addItem(*item, *oldRules, bundle.codeRoot, depth + 1); !added)
                     return added;
         return {};
@@ -129,14 +119,11 @@ private:
     /// in their names, so that they are no items of their own.
     Folders bundlesOf(const std::vector<const SealItem*>& code, const std::string& codeRoot) {
         Folders bundles;
-        const std::string inside = realPath(codeRoot).value_or(codeRoot) + "/";
-        for (const SealItem* item : code) {
-            if (item->kind != SealItemKind::File)
-                continue;
-            const std::string* owner = owners_.find(codeRoot + "/" + item->path);
-            if (owner != nullptr && owner->starts_with(inside))
-                bundles.insert(owner->substr(inside.size()));
-        }
+        const std::string root = realPath(codeRoot).value_or(codeRoot);
+        for (const SealItem* item : code)
+            if (item->kind == SealItemKind::File)
+                if (auto bundle = owners_.findIn(root, codeRoot + "/" + item->path))
+                    bundles.insert(std::move(*bundle));
         return bundles;
     }
 

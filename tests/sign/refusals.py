@@ -87,6 +87,12 @@ class Refusals(CodeTest):
         self.sign(app, "--deep", "-f")
         self.assert_valid(app)
 
+    def test_what_is_sealed_as_data_among_code_is_told_once(self):
+        app = fixtures.make_application(self.linker, self.path("X.app"))
+        for how in (("--deep",), ("-f",)):
+            self.assertRegex(self.sign(app, *how), f"{app}/Contents/Helpers/Daemon is a bundle in a folder for code, but has no dot "
+                             rf"in its name, .*\n{app}/Contents/MacOS/script.sh is no code, .*\n\Z")
+
     def test_versions_of_a_framework_that_differ_are_named(self):
         app, owner = fixtures.make_application(self.linker, self.path("X.app")), Owner(self.workshop)
         old = app + "/Contents/Frameworks/Foo.framework/Versions/A"
