@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <set>
 
@@ -36,7 +35,7 @@ void removeNamesAndEnd(int signal) {
 
 /// Signals that are ignored or handled otherwise stay so.
 void handleEndingSignals(const sigset_t& blocked) {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int signal : endingSignals) {
         struct sigaction action {};
         sigaction(signal, nullptr, &action);
         if (action.sa_handler != SIG_DFL)

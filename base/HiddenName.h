@@ -2,15 +2,21 @@
 
 #include "base/FileDescriptor.h"
 
+#include <array>
+#include <csignal>
 #include <optional>
 #include <string>
 #include <utility>
 
 namespace base {
 
+/// What ends a process from outside, if it does not say otherwise; but for SIGKILL.
+inline constexpr std::array endingSignals{SIGINT,  SIGTERM, SIGHUP,  SIGQUIT,   SIGALRM,
+                                          SIGUSR1, SIGUSR2, SIGXCPU, SIGVTALRM, SIGPROF};
+
 /// The name of a file that is written aside (base/Leftovers.h), for as long as it has no other. The
-/// file goes away with this object, and when SIGINT, SIGTERM or SIGHUP ends the process. Several
-/// may be alive at once; one thread at a time may use each.
+/// file goes away with this object, and when one of the endingSignals ends the process. Several may
+/// be alive at once; one thread at a time may use each.
 class HiddenName {
 public:
     /// A name in `folder` for a file that is still to be made; absent, with errno set, if the
@@ -31,8 +37,8 @@ private:
     std::string path_; ///< empty if released
 };
 
-/// From now on SIGINT, SIGTERM and SIGHUP remove the file, or the folder if it is empty, before
-/// they end the process. Any thread.
+/// From now on the endingSignals remove the file, or the folder if it is empty, before they end the
+/// process. Any thread.
 void removeAtEnd(const std::string& path);
 /// They do not any more.
 void keepAtEnd(const std::string& path);

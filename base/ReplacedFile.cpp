@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace base {
@@ -13,14 +14,20 @@ Result<ReplacedFile> ReplacedFile::createFor(const std::string& target) {
     const std::string folder = folderOf(target);
     removeLeftovers(folder);
     ReplacedFile file(target);
-    file.opened_ = openNameless(folder, 0666);
-    if (file.opened_.open())
-        return file;
-    auto hidden = createHidden(folder, 0666);
-    if (!hidden)
-        return systemError("create", target, errno);
-    file.name_.emplace(std::move(hidden->name));
-    file.opened_ = std::move(hidden->opened);
+    struct stat old {};
+    const bool isNew = ::lstat(target.c_str(), &old) != 0 || !S_ISREG(old.st_mode);
+    // What others may not read they may not read before either.
+    const mode_t mode = isNew ? 0666 : 0600;
+    file.opened_ = openNameless(folder, mode);
+    if (!file.opened_.open()) {
+        auto hidden = createHidden(folder, mode);
+        if (!hidden)
+            return systemError("create", target, errno);
+        file.name_.emplace(std::move(hidden->name));
+        file.opened_ = std::move(hidden->opened);
+    }
+    if (!isNew && ::fchmod(file.opened_.get(), old.st_mode & 0777U) != 0)
+        return systemError("keep the permissions of", target, errno);
     return file;
 }
 

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <numeric>
 
+#include <strings.h>
+
 namespace {
 
 constexpr int mostJobs = 1024;
@@ -91,7 +93,9 @@ base::Outcome checkCombination(const Options& given) {
     if (given.jobs && !base::numberIn<int>(*given.jobs, 1, mostJobs))
         return usageError("The number of jobs is \"" + *given.jobs +
                           "\". Give a number from 1 to " + std::to_string(mostJobs) + ".");
-    if (given.timestamp && *given.timestamp != "none" && !given.timestamp->starts_with("http://"))
+    // A scheme may be written in capitals too.
+    if (given.timestamp && *given.timestamp != "none" &&
+        ::strncasecmp(given.timestamp->c_str(), "http://", 7) != 0)
         return usageError("The time stamp server is \"" + *given.timestamp +
                           "\". Give an address that begins with http://, or none.");
     if (given.nullSeparated && !given.listPackages)

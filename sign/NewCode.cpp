@@ -1,5 +1,6 @@
 #include "sign/NewCode.h"
 
+#include "base/FileDescriptor.h"
 #include "base/HiddenName.h"
 #include "base/Leftovers.h"
 #include "sign/bundle/LooseSignature.h"
@@ -7,10 +8,26 @@
 
 #include <cerrno>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace sign {
+namespace {
+
+/// As if it had come with the package: whoever may read that must be able to check the signature.
+void makeLike(const std::string& folder, const std::string& around) {
+    const auto opened =
+        base::FileDescriptor::openAt(AT_FDCWD, folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+    struct stat status {};
+    if (!opened.open() || ::stat(around.c_str(), &status) != 0)
+        return;
+    // Only some users may give a folder away.
+    (void)!::fchown(opened.get(), status.st_uid, status.st_gid);
+    (void)!::fchmod(opened.get(), status.st_mode & 07777U);
+}
+
+} // namespace
 
 NewCode::~NewCode() {
     if (newFolder_.empty())
@@ -24,6 +41,7 @@ base::Outcome NewCode::makeSignatureFolder(const Bundle& bundle) {
     base::removeAtEnd(signatureFolder_); // from before it is there
     if (::mkdir(signatureFolder_.c_str(), 0755) == 0) {
         newFolder_ = signatureFolder_;
+        makeLike(signatureFolder_, bundle.codeRoot);
         return {};
     }
     const int code = errno;

@@ -40,7 +40,7 @@ struct SigningOptions {
         helperEntitlements;                     ///< same, of the applications nested in the code
     std::string entitlementsFile;               ///< as errors name where they are from
     std::string helperEntitlementsFile;         ///< same
-    std::optional<RequirementSet> requirements; ///< the designated one is added if it is missing
+    std::optional<RequirementSet> requirements; ///< not of nested code; the designated one is added
     std::string timestampUrl;                   ///< no time stamp if empty
     PreservedMetadata preserve;
     std::optional<std::uint8_t> pageShift; ///< kept from an old signature, or by the processor

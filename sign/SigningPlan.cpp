@@ -249,7 +249,7 @@ private:
 
     base::Outcome chooseRequirements() {
         RequirementSet set;
-        if (options_.requirements) {
+        if (isOperand_ && options_.requirements) {
             set = *options_.requirements;
         } else if (const base::OwnedBytes* kept = old_ && options_.preserve.requirements
                                                       ? old_->component(slot::requirements)

@@ -8,6 +8,7 @@
 #include <cerrno>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace sign {
 namespace {
@@ -183,8 +184,12 @@ base::Result<std::optional<base::OwnedBytes>> StaticCode::infoPlist(std::size_t 
 }
 
 base::Result<std::optional<base::OwnedBytes>> StaticCode::seal() const {
-    if (!bundle_ || !isFile(bundle_->sealPath()))
+    if (!bundle_ || !isFile(bundle_->sealPath())) {
+        // A seal that must not be seen may be there.
+        if (bundle_ && ::access(bundle_->sealPath().c_str(), F_OK) != 0 && errno == EACCES)
+            return base::systemError("read", bundle_->sealPath(), errno);
         return std::optional<base::OwnedBytes>();
+    }
     auto bytes = wholeFile(bundle_->sealPath(), Links::Refuse, mostSealSize);
     if (!bytes)
         return bytes.error();

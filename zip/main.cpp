@@ -71,7 +71,8 @@ base::Outcome useReproducibleTime(PackOptions& options) {
         base::numberIn<std::int64_t>(epoch, 0, std::numeric_limits<std::uint32_t>::max());
     if (!seconds)
         return base::Error{base::ErrorKind::Usage, std::string("SOURCE_DATE_EPOCH is \"") + epoch +
-                                                       "\". Set it to seconds since 1970."};
+                                                       "\". Set it to seconds since 1970, from 0 "
+                                                       "to 4294967295."};
     options.fixedTime = *seconds;
     return {};
 }
@@ -179,7 +180,7 @@ int run(int argumentCount, char** arguments) {
         if (auto applied = apply(option, optarg, given, line); !applied)
             return report(applied.error().sentence, wrongUsage);
     }
-    if (argumentCount - optind != 2)
+    if (argumentCount - optind != 2 || *arguments[optind] == '\0')
         return report("Give an archive and a package. See kelpmoray-zip --help.", wrongUsage);
     return packAndTell(arguments[optind], arguments[optind + 1], std::move(line));
 }

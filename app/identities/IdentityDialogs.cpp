@@ -2,7 +2,6 @@
 
 #include <QComboBox>
 #include <QDir>
-#include <QFileInfo>
 #include <QFormLayout>
 #include <QLineEdit>
 #include <QPushButton>
@@ -87,11 +86,6 @@ void RequestCertificateDialog::act() {
     for (const QLineEdit* line : {name_, email_, file_})
         if (line->text().trimmed().isEmpty())
             return showMessage(tr("Give your name, your email address and a file."), true);
-    // The key of an earlier request would wait for its certificate in vain.
-    if (QFileInfo::exists(typedPath(*file_)))
-        return showMessage(
-            tr("%1 is there already. Write the request to another file.").arg(typedPath(*file_)),
-            true);
     run({"create-request", "--name", name_->text().trimmed(), "--email", email_->text().trimmed(),
          "--output", typedPath(*file_)},
         {}, [this](const QString& done) { finishWith(done); });

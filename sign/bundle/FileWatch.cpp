@@ -13,9 +13,10 @@
 namespace sign {
 namespace {
 
-bool isWatched(std::string_view name, bool isCodeRoot) {
-    return name != ".DS_Store" && !base::isTemporaryName(name) &&
-           !(isCodeRoot && name == "_CodeSignature");
+bool isWatched(const FileEntry& entry, bool isCodeRoot) {
+    const bool isDesktops = entry.name == ".DS_Store" && entry.isFile();
+    return !isDesktops && !base::isTemporaryName(entry.name) &&
+           !(isCodeRoot && entry.name == "_CodeSignature");
 }
 
 /// Calls `take` with each name, which a zero byte follows.
@@ -41,11 +42,11 @@ base::Result<std::vector<FileEntry>> FileWatch::list(const std::string& folder, 
         return entries.error();
     Folder& watched = folders_.emplace_back();
     watched.path = folder;
-    watched.modified = FileStamp::of(status).modified;
+    watched.stamp = FileStamp::of(status);
     watched.isCodeRoot = isCodeRoot;
     watched.stamps.reserve(entries->size());
     for (const FileEntry& entry : *entries)
-        if (isWatched(entry.name, isCodeRoot)) {
+        if (isWatched(entry, isCodeRoot)) {
             watched.names.append(entry.name).push_back('\0');
             // What is in a folder is watched on its own, if it matters.
             watched.stamps.push_back(entry.isFolder() ? FileStamp() : entry.stamp);
@@ -73,7 +74,7 @@ base::Outcome FileWatch::checkFolder(const Folder& folder) {
     struct stat status {};
     if (!opened.open() || ::fstat(opened.get(), &status) != 0)
         return changedMeanwhile(folder.path, "went away");
-    if (FileStamp::of(status).modified != folder.modified)
+    if (FileStamp::of(status) != folder.stamp)
         if (auto checked = checkNames(folder); !checked)
             return checked;
     auto stamp = folder.stamps.begin();
@@ -91,14 +92,14 @@ base::Outcome FileWatch::checkFolder(const Folder& folder) {
     });
 }
 
-/// That the time of a folder is another one may come from what is not watched.
+/// That the stamp of a folder is another one may come from what is not watched.
 base::Outcome FileWatch::checkNames(const Folder& folder) {
     const auto entries = entriesOf(folder.path);
     if (!entries)
         return entries.error();
     auto entry = entries->begin();
     const auto skip = [&] {
-        while (entry != entries->end() && !isWatched(entry->name, folder.isCodeRoot))
+        while (entry != entries->end() && !isWatched(*entry, folder.isCodeRoot))
             ++entry;
     };
     skip();

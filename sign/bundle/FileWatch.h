@@ -33,7 +33,7 @@ private:
     };
     struct Folder {
         std::string path;
-        std::int64_t modified = 0;
+        FileStamp stamp;
         bool isCodeRoot = false;
         std::string names; ///< sorted, each with a zero byte behind it
         std::vector<FileStamp> stamps;

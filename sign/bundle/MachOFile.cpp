@@ -5,6 +5,7 @@
 #include "sign/macho/MachFile.h"
 
 #include <array>
+#include <cerrno>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -32,16 +33,22 @@ bool hasSignableSlice(int descriptor, base::Bytes start) {
 
 } // namespace
 
-bool isSignableMachO(const std::string& path) {
+base::Result<bool> isSignableMachO(const std::string& path) {
     constexpr std::size_t mostUniversalHeader = 8 + 32 * mostSlices;
     const auto file =
         base::FileDescriptor::openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
     std::array<std::uint8_t, mostUniversalHeader> buffer{};
     struct stat status {};
-    if (!file.open() || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
+    if (!file.open() || fstat(file.get(), &status) != 0)
+        return errno == ELOOP || errno == ENOENT
+                   ? base::Result<bool>(false)
+                   : base::Result<bool>(base::systemError("read", path, errno));
+    if (!S_ISREG(status.st_mode))
         return false;
     const auto got = base::readAt(file.get(), buffer.data(), buffer.size(), 0);
-    if (!got || *got < leastHeaderSize)
+    if (!got)
+        return base::systemError("read", path, errno);
+    if (*got < leastHeaderSize)
         return false;
     const base::Bytes start = base::Bytes(buffer).first(*got);
     const auto magic = base::ByteReader(start).takeBig<std::uint32_t>();

@@ -17,7 +17,10 @@ constexpr unsigned mostNesting = 64;
 /// A bundle in a place for resources is code only if it has some.
 bool isBundleWithCode(const std::string& folder) {
     const auto bundle = openBundle(folder);
-    return bundle && bundle->hasExecutable && isSignableMachO(bundle->executable);
+    if (!bundle || !bundle->hasExecutable)
+        return false;
+    const auto isCode = isSignableMachO(bundle->executable);
+    return isCode && *isCode;
 }
 
 /// The name of the version that was opened.
@@ -97,9 +100,12 @@ private:
             const bool isExcluded = item.rule && item.rule->exclude;
             if (auto sealable = checkSealable(bundle, item); !sealable && !isExcluded)
                 return sealable;
-            const bool isFile = item.kind == SealItemKind::File;
-            if (item.kind == SealItemKind::Bundle ||
-                (isFile && isSignableMachO(bundle.codeRoot + "/" + item.path)))
+            const auto isCode = item.kind == SealItemKind::File
+                                    ? isSignableMachO(bundle.codeRoot + "/" + item.path)
+                                    : base::Result<bool>(item.kind == SealItemKind::Bundle);
+            if (!isCode && item.isSealed() && !isExcluded)
+                return isCode.error();
+            if (isCode && *isCode)
                 code.push_back(&item);
         }
         const Folders undotted = bundlesOf(code, bundle.codeRoot);

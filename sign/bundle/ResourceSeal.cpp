@@ -107,8 +107,12 @@ private:
         if (item.kind == SealItemKind::Link)
             return addLink(item, path);
         const bool isNested = item.rule && item.rule->nested && !item.rule->omit;
-        const bool isCode =
-            item.kind == SealItemKind::Bundle || (isNested && isSignableMachO(path));
+        const auto isMachO = isNested && item.kind == SealItemKind::File
+                                 ? isSignableMachO(path)
+                                 : base::Result<bool>(false);
+        if (!isMachO)
+            return isMachO.error();
+        const bool isCode = item.kind == SealItemKind::Bundle || *isMachO;
         if (isCode) {
             if (auto added = addCode(item, path); !added)
                 return added;
@@ -214,8 +218,13 @@ private:
             if (hashes.isMissing)
                 return changedMeanwhile(hashes.path, "went away");
             if (making_.newFiles != nullptr && hashes.mayBeCode &&
-                making_.newFiles->isUnknownCode(hashes.path) && isSignableMachO(hashes.path))
-                return changedMeanwhile(hashes.path, "was added");
+                making_.newFiles->isUnknownCode(hashes.path)) {
+                const auto isMachO = isSignableMachO(hashes.path);
+                if (!isMachO)
+                    return isMachO.error();
+                if (*isMachO)
+                    return changedMeanwhile(hashes.path, "was added");
+            }
             std::string name = hashes.path.substr(bundle_.codeRoot.size() + 1);
             if (file.oldRule)
                 addOldEntry(name, *file.oldRule, hashes);

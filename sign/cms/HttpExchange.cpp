@@ -1,7 +1,11 @@
 #include "sign/cms/HttpExchange.h"
 
+#include "base/ByteReader.h"
+
 #include <algorithm>
 #include <cerrno>
+#include <string>
+#include <string_view>
 
 #include <openssl/http.h>
 #include <poll.h>
@@ -15,6 +19,13 @@ using AnyOwner = OpenSslOwner<ASN1_TYPE, ASN1_TYPE_free>;
 
 /// How long it may take until a stop is noticed.
 constexpr std::chrono::milliseconds slice{100};
+
+std::string base64(std::string_view text) {
+    base::OwnedBytes encoded((text.size() + 2) / 3 * 4 + 1);
+    const base::Bytes bytes = base::bytesOf(text);
+    const int size = EVP_EncodeBlock(encoded.data(), bytes.data(), static_cast<int>(bytes.size()));
+    return std::string(base::textOf(encoded).substr(0, static_cast<std::size_t>(size)));
+}
 
 /// One request and its answer, without ever blocking for longer than a slice.
 class Exchange {
@@ -33,23 +44,24 @@ public:
         return true;
     }
 
-    /// `proxied` is the address as a proxy is told it; null if there is none.
-    bool prepare(const HttpAddress& address, const HttpAddress* proxied, const HttpTypes& types,
-                 const base::OwnedBytes& der, std::size_t most) {
+    bool prepare(const HttpRoute& route, const char* mediaType, const base::OwnedBytes& der,
+                 std::size_t most) {
         request_.reset(OSSL_HTTP_REQ_CTX_new(connection_.get(), connection_.get(), 0));
         const unsigned char* at = der.data();
         const AnyOwner body(d2i_ASN1_TYPE(nullptr, &at, static_cast<long>(der.size())));
         OSSL_HTTP_REQ_CTX* request = request_.get();
         if (!request_ || !body)
             return false;
+        const HttpAddress& server = route.server;
         OSSL_HTTP_REQ_CTX_set_max_response_length(request, most);
+        // The media type of the answer may have parameters, and its bytes tell what it is.
         return OSSL_HTTP_REQ_CTX_set_request_line(
-                   request, 1, proxied != nullptr ? proxied->host.c_str() : nullptr,
-                   proxied != nullptr ? proxied->port.c_str() : nullptr,
-                   address.path.c_str()) == 1 &&
-               OSSL_HTTP_REQ_CTX_add1_header(request, "Host", address.host.c_str()) == 1 &&
-               OSSL_HTTP_REQ_CTX_set_expected(request, types.reply, 1, 0, 0) == 1 &&
-               OSSL_HTTP_REQ_CTX_set1_req(request, types.query, ASN1_ITEM_rptr(ASN1_ANY),
+                   request, 1, route.proxy ? server.host.c_str() : nullptr,
+                   route.proxy ? server.port.c_str() : nullptr, server.path.c_str()) == 1 &&
+               addHeader("Host", server.authority()) && addUser("Authorization", server) &&
+               (!route.proxy || addUser("Proxy-Authorization", *route.proxy)) &&
+               OSSL_HTTP_REQ_CTX_set_expected(request, nullptr, 1, 0, 0) == 1 &&
+               OSSL_HTTP_REQ_CTX_set1_req(request, mediaType, ASN1_ITEM_rptr(ASN1_ANY),
                                           reinterpret_cast<ASN1_VALUE*>(body.get())) == 1;
     }
 
@@ -63,6 +75,14 @@ public:
     }
 
 private:
+    bool addHeader(const char* name, const std::string& value) {
+        return OSSL_HTTP_REQ_CTX_add1_header(request_.get(), name, value.c_str()) == 1;
+    }
+
+    bool addUser(const char* name, const HttpAddress& address) {
+        return address.user.empty() || addHeader(name, "Basic " + base64(address.user));
+    }
+
     /// Whether the server is ready for it in time.
     [[nodiscard]] bool awaitReady(int events) const {
         pollfd socket{static_cast<int>(BIO_get_fd(connection_.get(), nullptr)),
@@ -87,33 +107,14 @@ private:
 
 } // namespace
 
-std::optional<HttpAddress> HttpAddress::in(const std::string& url) {
-    char* host = nullptr;
-    char* port = nullptr;
-    char* path = nullptr;
-    int isTls = 0;
-    const int parsed = OSSL_HTTP_parse_url(url.c_str(), &isTls, nullptr, &host, &port, nullptr,
-                                           &path, nullptr, nullptr);
-    std::optional<HttpAddress> address;
-    if (parsed == 1 && isTls == 0)
-        address = {host, port, path};
-    OPENSSL_free(host);
-    OPENSSL_free(port);
-    OPENSSL_free(path);
-    forgetOpenSslErrors();
-    return address;
-}
-
-std::optional<base::OwnedBytes> postDer(const HttpAddress& address, const HttpTypes& types,
+std::optional<base::OwnedBytes> postDer(const HttpRoute& route, const char* mediaType,
                                         const base::OwnedBytes& der, std::size_t most,
                                         std::chrono::steady_clock::time_point end,
                                         const base::StopSignal& stop) {
-    const char* named = OSSL_HTTP_adapt_proxy(nullptr, nullptr, address.host.c_str(), 0);
-    const auto proxy = named != nullptr ? HttpAddress::in(named) : std::nullopt;
     std::optional<base::OwnedBytes> answer;
     Exchange exchange(end, stop);
-    if ((named == nullptr || proxy) && exchange.connect(proxy.value_or(address)) &&
-        exchange.prepare(address, proxy ? &address : nullptr, types, der, most))
+    if (exchange.connect(route.proxy.value_or(route.server)) &&
+        exchange.prepare(route, mediaType, der, most))
         answer = exchange.run();
     forgetOpenSslErrors();
     return answer;

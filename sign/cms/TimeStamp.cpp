@@ -1,5 +1,6 @@
 #include "sign/cms/TimeStamp.h"
 
+#include "base/Printable.h"
 #include "sign/cms/BerElements.h"
 #include "sign/cms/HttpExchange.h"
 #include "sign/cms/TimeStampToken.h"
@@ -20,7 +21,7 @@ using IntegerOwner = OpenSslOwner<ASN1_INTEGER, ASN1_INTEGER_free>;
 using NumberOwner = OpenSslOwner<BIGNUM, BN_free>;
 
 constexpr std::size_t longestReply = std::size_t{1} << 20U;
-constexpr HttpTypes mediaTypes = {"application/timestamp-query", "application/timestamp-reply"};
+constexpr const char* mediaType = "application/timestamp-query";
 constexpr int tries = 4;
 
 base::Error unavailable() {
@@ -34,13 +35,12 @@ base::Error wrongReply(const std::string& url, const std::string& what) {
 }
 
 base::Result<HttpAddress> addressIn(const std::string& url) {
-    const auto address = HttpAddress::in(url);
-    if (address && url.starts_with("http://"))
-        return *address;
+    if (auto address = HttpAddress::in(url))
+        return *std::move(address);
     return base::Error{base::ErrorKind::Usage,
                        "The timestamp service \"" + url +
-                           "\" is no address that begins with http://. Give "
-                           "the address of a server for RFC 3161."};
+                           "\" is no address such as http://HOST:PORT/PATH, with a port up to "
+                           "65535 and no blanks. Give the address of a server for RFC 3161."};
 }
 
 RequestOwner requestFor(base::Bytes signatureValue) {
@@ -64,9 +64,31 @@ RequestOwner requestFor(base::Bytes signatureValue) {
 
 /// A TimeStampResp, not checked yet.
 struct Reply {
-    long status = 0;
+    bool isGranted = false;
+    bool mayPass = false;   ///< whether a refusal is one that a later try may not meet
+    std::string says;       ///< the server's words about it
     base::OwnedBytes token; ///< as it came; empty if there is none
 };
+
+Reply replyOf(const TS_STATUS_INFO* info) {
+    constexpr std::size_t longest = 200;
+    Reply reply;
+    const long status = ASN1_INTEGER_get(TS_STATUS_INFO_get0_status(info));
+    reply.isGranted = status == TS_STATUS_GRANTED || status == TS_STATUS_GRANTED_WITH_MODS;
+    const ASN1_BIT_STRING* reasons = TS_STATUS_INFO_get0_failure_info(info);
+    for (const int reason : {TS_INFO_TIME_NOT_AVAILABLE, TS_INFO_SYSTEM_FAILURE})
+        if (!reply.isGranted && reasons != nullptr && ASN1_BIT_STRING_get_bit(reasons, reason) == 1)
+            reply.mayPass = true;
+    const STACK_OF(ASN1_UTF8STRING)* texts = TS_STATUS_INFO_get0_text(info);
+    for (int at = 0; texts != nullptr && at < sk_ASN1_UTF8STRING_num(texts); ++at) {
+        const ASN1_UTF8STRING* text = sk_ASN1_UTF8STRING_value(texts, at);
+        reply.says += (reply.says.empty() ? "" : " ");
+        reply.says.append(reinterpret_cast<const char*>(ASN1_STRING_get0_data(text)),
+                          static_cast<std::size_t>(ASN1_STRING_length(text)));
+    }
+    reply.says = base::printable(reply.says.substr(0, longest));
+    return reply;
+}
 
 std::optional<Reply> readReply(base::Bytes bytes) {
     const auto whole = firstElementIn(bytes);
@@ -78,14 +100,25 @@ std::optional<Reply> readReply(base::Bytes bytes) {
     const StatusOwner status(d2i_TS_STATUS_INFO(nullptr, &at, length));
     if (!status)
         return std::nullopt;
-    Reply reply{ASN1_INTEGER_get(TS_STATUS_INFO_get0_status(status.get())), {}};
+    Reply reply = replyOf(status.get());
     if (parts->size() == 2)
         reply.token.assign(parts->back().whole.begin(), parts->back().whole.end());
     return reply;
 }
 
-/// Absent if nothing answers in time, or something that is no reply.
-std::optional<Reply> exchangeInTries(const HttpAddress& address, TS_REQ* request,
+base::Error refused(const std::string& url, const Reply& reply) {
+    if (!reply.mayPass)
+        return wrongReply(url, "it refuses the request" +
+                                   (reply.says.empty() ? "" : ", saying \"" + reply.says + '"'));
+    if (reply.says.empty())
+        return unavailable();
+    return {base::ErrorKind::Unavailable, "The timestamp service is not available; " + url +
+                                              " says \"" + reply.says + "\". Try again later."};
+}
+
+/// Absent if nothing answers in time, or something that is no reply. Also asks again
+/// after a refusal that may pass.
+std::optional<Reply> exchangeInTries(const HttpRoute& route, TS_REQ* request,
                                      const StampPatience& patience, const base::StopSignal& stop) {
     using Clock = std::chrono::steady_clock;
     const base::OwnedBytes der = derOf(i2d_TS_REQ, request);
@@ -94,15 +127,16 @@ std::optional<Reply> exchangeInTries(const HttpAddress& address, TS_REQ* request
     // So that a server that says nothing does not take the time of the other tries.
     const auto each = (patience.inAll - pauses) / tries;
     std::optional<Reply> reply;
-    for (int count = 0; count < tries && !reply; ++count) {
+    for (int count = 0; count < tries && (!reply || reply->mayPass); ++count) {
         if (count > 0) {
             const auto pause = patience.firstPause * (1 << (count - 1));
             if (Clock::now() + pause >= end || stop.waitFor(pause))
                 break;
         }
         const auto until = std::min(end, Clock::now() + each);
-        if (const auto answer = postDer(address, mediaTypes, der, longestReply, until, stop))
-            reply = readReply(*answer);
+        if (const auto answer = postDer(route, mediaType, der, longestReply, until, stop))
+            if (auto read = readReply(*answer))
+                reply = std::move(read);
     }
     forgetOpenSslErrors();
     return reply;
@@ -120,6 +154,11 @@ std::string faultOfTime(std::int64_t time, const std::vector<Certificate>& chain
 
 } // namespace
 
+base::Outcome checkStampUrl(const std::string& url) {
+    const auto address = addressIn(url);
+    return address ? base::Outcome() : address.error();
+}
+
 base::Result<TimeStampReply> TimeStampReply::request(const std::string& url,
                                                      base::Bytes signatureValue,
                                                      const base::StopSignal& stop,
@@ -127,19 +166,21 @@ base::Result<TimeStampReply> TimeStampReply::request(const std::string& url,
     auto address = addressIn(url);
     if (!address)
         return address.error();
-    TimeStampReply answered(url, requestFor(signatureValue));
-    auto reply = exchangeInTries(*address, answered.request_.get(), patience, stop);
+    TimeStampReply answered(address->shown(), requestFor(signatureValue));
+    const auto route = HttpRoute::to(*std::move(address));
+    if (!route)
+        return route.error();
+    auto reply = exchangeInTries(*route, answered.request_.get(), patience, stop);
     if (!reply)
         return unavailable();
-    answered.status_ = reply->status;
+    if (!reply->isGranted)
+        return refused(answered.url_, *reply);
     answered.token_ = std::move(reply->token);
     return answered;
 }
 
 base::Result<base::OwnedBytes> TimeStampReply::token(base::Bytes signatureValue,
                                                      const std::vector<Certificate>& chain) const {
-    if (status_ != TS_STATUS_GRANTED && status_ != TS_STATUS_GRANTED_WITH_MODS)
-        return wrongReply(url_, "it refuses the request");
     const Pkcs7Owner decoded = decodedToken(token_);
     if (!decoded)
         return wrongReply(url_, "it holds no token");

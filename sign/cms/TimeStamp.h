@@ -22,13 +22,16 @@ struct StampPatience {
     std::chrono::milliseconds firstPause{500}; ///< each one is twice as long as the one before
 };
 
+/// Whether `url` can be a server's address; Usage says what is asked for. Any thread.
+[[nodiscard]] base::Outcome checkStampUrl(const std::string& url);
+
 /// What a time stamp server answered.
 class TimeStampReply {
 public:
     /// Asks the server at `url` (http) for a token over the bytes of a signature. Tries four times,
-    /// with growing pauses, if nothing answers; proxies are taken from http_proxy and no_proxy.
-    /// Blocks for as long as `patience` says, or until it is stopped; any thread, many at once.
-    /// Unavailable if nothing answers.
+    /// with growing pauses, if nothing answers, or if the server cannot now; HttpRoute says which
+    /// proxy it goes through. Blocks for as long as `patience` says, or until it is stopped; any
+    /// thread, many at once. Unavailable if that does not help, Damaged if the server refuses.
     [[nodiscard]] static base::Result<TimeStampReply> request(const std::string& url,
                                                               base::Bytes signatureValue,
                                                               const base::StopSignal& stop,
@@ -47,7 +50,6 @@ private:
 
     std::string url_;
     RequestOwner request_;
-    long status_ = 0;
     base::OwnedBytes token_; ///< as it came; empty if there is none
 };
 

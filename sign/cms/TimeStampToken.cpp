@@ -48,8 +48,8 @@ CertificateStoreOwner storeFor(PKCS7* token, TokenRoots roots, std::int64_t when
     return store;
 }
 
-bool isVerified(PKCS7* token, TokenRoots roots, const TS_TST_INFO* content,
-                const base::OwnedBytes& imprint, bool withSystemRoots) {
+bool isVerifiedBy(PKCS7* token, TokenRoots roots, const TS_TST_INFO* content,
+                  const base::OwnedBytes& imprint, bool withSystemRoots) {
     const VerifyContextOwner context(TS_VERIFY_CTX_new());
     auto* owned = static_cast<unsigned char*>(OPENSSL_memdup(imprint.data(), imprint.size()));
     TS_VERIFY_CTX_set_imprint(context.get(), owned, static_cast<long>(imprint.size()));
@@ -58,6 +58,17 @@ bool isVerified(PKCS7* token, TokenRoots roots, const TS_TST_INFO* content,
     constexpr unsigned flags = TS_VFY_VERSION | TS_VFY_IMPRINT | TS_VFY_SIGNATURE;
     TS_VERIFY_CTX_add_flags(context.get(), static_cast<int>(flags));
     return TS_RESP_verify_token(context.get(), token) == 1;
+}
+
+bool isVerified(PKCS7* token, TokenRoots roots, const TS_TST_INFO* content,
+                const base::OwnedBytes& imprint) {
+    if (isVerifiedBy(token, roots, content, imprint, false))
+        return true;
+    if (roots == TokenRoots::Apple)
+        return false;
+    // The system's roots take longer to read than all else; most tokens bring their own.
+    forgetOpenSslErrors();
+    return isVerifiedBy(token, roots, content, imprint, true);
 }
 
 } // namespace
@@ -107,11 +118,14 @@ std::string faultOfToken(PKCS7* token, base::Bytes signatureValue, const ASN1_IN
     const base::OwnedBytes imprint = imprintOf(content.get(), signatureValue);
     if (imprint.empty())
         return "its hash is of an unknown kind";
-    // The system's roots take longer to read than all else; most tokens bring their own.
-    if (!isVerified(token, roots, content.get(), imprint, false)) {
+    if (!isVerified(token, roots, content.get(), imprint)) {
         const std::string reason = openSslReason();
-        if (roots != TokenRoots::Any || !isVerified(token, roots, content.get(), imprint, true))
-            return roots == TokenRoots::Any ? openSslReason() : reason;
+        if (roots != TokenRoots::Apple ||
+            !isVerified(token, TokenRoots::Any, content.get(), imprint)) {
+            forgetOpenSslErrors();
+            return reason;
+        }
+        return "its certificates do not lead to a root of Apple, as those of the code do";
     }
     if (nonce != nullptr) {
         const ASN1_INTEGER* answered = TS_TST_INFO_get_nonce(content.get());

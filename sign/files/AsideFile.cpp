@@ -94,10 +94,20 @@ base::Result<AsideFile> AsideFile::createFor(const std::string& path, const std:
         file.name_.emplace(std::move(hidden->name));
     }
     struct stat old {};
-    if (::lstat(path.c_str(), &old) == 0 && S_ISREG(old.st_mode))
-        if (auto taken = file.takeOver(old); !taken)
-            return taken.error();
+    if (::lstat(path.c_str(), &old) != 0 || !S_ISREG(old.st_mode))
+        file.fitIn();
+    else if (auto taken = file.takeOver(old); !taken)
+        return taken.error();
     return file;
+}
+
+void AsideFile::fitIn() {
+    struct stat around {};
+    if (::stat(base::folderOf(path_).c_str(), &around) != 0)
+        return;
+    mode_ = around.st_mode & 0666U;
+    // Only some users may give a file away; what others write is theirs.
+    (void)!::fchown(file_.get(), around.st_uid, around.st_gid);
 }
 
 base::Outcome AsideFile::takeOver(const struct stat& old) {

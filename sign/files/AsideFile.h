@@ -20,7 +20,8 @@ namespace sign {
 class AsideFile {
 public:
     /// For the file `path`, with its mode and owner. What is not there yet, or is a link, which is
-    /// replaced and not followed, gets mode 0644. It is written in `folder`, of the same file
+    /// replaced and not followed, may be read and written by whom the folder around it lets in, and
+    /// gets the owner of that if the system allows it. It is written in `folder`, of the same file
     /// system; if that is empty, beside the old file.
     [[nodiscard]] static base::Result<AsideFile> createFor(const std::string& path,
                                                            const std::string& folder = {});
@@ -49,6 +50,7 @@ private:
         : path_(std::move(path)), folder_(std::move(folder)) {}
 
     [[nodiscard]] base::Outcome takeOver(const struct stat& old);
+    void fitIn();
     [[nodiscard]] base::Outcome giveHiddenName();
 
     std::string path_;

@@ -1,16 +1,18 @@
 #pragma once
 
+#include "base/HiddenName.h"
+
 #include <csignal>
 
 namespace sign {
 
-/// Holds back the signals that end the process from this thread, and from those that it starts.
+/// Holds back the base::endingSignals from this thread, and from those that it starts.
 class SignalPause {
 public:
     SignalPause() {
         sigset_t ending;
         sigemptyset(&ending);
-        for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        for (const int signal : base::endingSignals)
             sigaddset(&ending, signal);
         pthread_sigmask(SIG_BLOCK, &ending, &before_);
     }

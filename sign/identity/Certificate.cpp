@@ -146,6 +146,17 @@ bool Certificate::signsCode(bool withoutUsages) const {
     return (usages & XKU_CODE_SIGN) != 0;
 }
 
+bool Certificate::signsData() const {
+    return (X509_get_key_usage(handle()) & KU_DIGITAL_SIGNATURE) != 0;
+}
+
+bool Certificate::hasKeyForCode() const {
+    const EVP_PKEY* key = X509_get0_pubkey(handle());
+    const int kind = key != nullptr ? EVP_PKEY_get_base_id(key) : EVP_PKEY_NONE;
+    forgetOpenSslErrors();
+    return kind == EVP_PKEY_RSA || kind == EVP_PKEY_EC;
+}
+
 bool Certificate::isSelfIssued() const {
     return X509_NAME_cmp(X509_get_subject_name(handle()), X509_get_issuer_name(handle())) == 0;
 }

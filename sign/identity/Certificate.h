@@ -44,6 +44,10 @@ public:
     /// Whether it may sign code: its extended key usage says so. One without usages may not, unless
     /// `withoutUsages` is set.
     [[nodiscard]] bool signsCode(bool withoutUsages) const;
+    /// Whether its key may sign more than certificates: its key usage says so, or it has none.
+    [[nodiscard]] bool signsData() const;
+    /// Whether its key is of one of the two kinds that sign code: plain RSA, or ECDSA.
+    [[nodiscard]] bool hasKeyForCode() const;
     [[nodiscard]] bool isSelfIssued() const;
     /// Whether `issuer` has signed this certificate, and may sign certificates.
     [[nodiscard]] bool isIssuedBy(const Certificate& issuer) const;

@@ -99,6 +99,7 @@ std::vector<KeptCertificate> IdentityFolder::certificates() const {
         const Certificate& leaf = chain->front();
         KeptCertificate kept{.hash = capitals(base::hex(leaf.sha1().bytes())),
                              .chain = chainAsFarAsKnown(leaf, *chain),
+                             .known = *chain,
                              .keyId = keyIdOf(leaf)};
         kept.hasKey = hasKey(kept.keyId);
         all.push_back(std::move(kept));

@@ -18,6 +18,7 @@ namespace sign {
 struct KeptCertificate {
     std::string hash;               ///< SHA-1, 40 capital digits
     std::vector<Certificate> chain; ///< the leaf first
+    std::vector<Certificate> known; ///< all that its file has
     std::string keyId;              ///< of its public key
     bool hasKey = false;            ///< in a file or on a token
 };

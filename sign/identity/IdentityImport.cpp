@@ -2,6 +2,7 @@
 
 #include "sign/identity/CertificateChain.h"
 #include "sign/identity/CertificateFile.h"
+#include "sign/identity/IdentityList.h"
 #include "sign/identity/KeyFile.h"
 
 #include <algorithm>
@@ -63,6 +64,17 @@ base::Result<Certificate> leafAmong(const IdentityFolder& folder,
 
 } // namespace
 
+base::Outcome checkLeaf(const Certificate& leaf) {
+    const IdentityFault fault = faultOf(leaf, false);
+    if (fault == IdentityFault::None)
+        return {};
+    const char* what = fault == IdentityFault::WrongKey
+                           ? "\" has a key that is neither plain RSA nor ECDSA. Give one with such "
+                             "a key."
+                           : "\" is not for code signing. Give one that is.";
+    return base::Error{base::ErrorKind::Unsupported, "The certificate \"" + leaf.label() + what};
+}
+
 base::Result<std::vector<Certificate>> chainFor(const Certificate& leaf,
                                                 std::vector<Certificate> known, bool mayDownload) {
     for (int download = 0; mayDownload && download < mostDownloads; ++download) {
@@ -94,10 +106,8 @@ base::Result<FoundIdentity> findInFiles(const IdentityFolder& folder, const Impo
     auto leaf = leafAmong(folder, file->certificates, key.get(), options.file);
     if (!leaf)
         return leaf.error();
-    if (!leaf->signsCode(true))
-        return base::Error{base::ErrorKind::Unsupported,
-                           "The certificate \"" + leaf->label() +
-                               "\" is not for code signing. Give one that is."};
+    if (auto fit = checkLeaf(*leaf); !fit)
+        return fit.error();
     std::vector<Certificate> known = std::move(file->certificates);
     if (!options.chainFile.empty()) {
         auto more = readCertificates(options.chainFile);

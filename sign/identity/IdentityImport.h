@@ -27,6 +27,9 @@ struct FoundIdentity {
 [[nodiscard]] base::Result<FoundIdentity>
 findInFiles(const IdentityFolder& folder, const ImportOptions& options, const Secret& passphrase);
 
+/// Unsupported, with the reason, if code cannot be signed with the certificate.
+[[nodiscard]] base::Outcome checkLeaf(const Certificate& leaf);
+
 /// The chain of a certificate from what is known and, if allowed, from the issuers' addresses.
 [[nodiscard]] base::Result<std::vector<Certificate>>
 chainFor(const Certificate& leaf, std::vector<Certificate> known, bool mayDownload);

@@ -14,6 +14,8 @@ enum class IdentityFault {
     None,
     NoKey,
     NotForCode,
+    WrongKey, ///< neither plain RSA nor ECDSA
+    NoTeam,   ///< a Developer ID without one
     Expired,
     NotYetValid,
     ChainIncomplete,
@@ -22,6 +24,10 @@ enum class IdentityFault {
 
 /// As the platform's tool names it, in parentheses behind an identity; empty for None.
 [[nodiscard]] std::string_view nameOf(IdentityFault fault);
+
+/// What a certificate itself lacks. One without extended key usages will do if `withoutUsages` is
+/// set: the platform's tool lists it, but what it signs is not valid.
+[[nodiscard]] IdentityFault faultOf(const Certificate& leaf, bool withoutUsages);
 
 /// What the certificate that is kept lacks at a time, in seconds since 1970.
 [[nodiscard]] IdentityFault faultOf(const KeptCertificate& kept, std::int64_t now);

@@ -66,7 +66,7 @@ private:
         case commandSymbols:
             return size < 24 ? tooShort() : takeStrings(at);
         case commandSignature:
-            return size < 16 ? tooShort() : takeSignature(at);
+            return takeSignature(at, size);
         case commandUuid:
             if (size < 24)
                 return tooShort();
@@ -109,7 +109,9 @@ private:
         return {};
     }
 
-    base::Outcome takeSignature(std::size_t at) {
+    base::Outcome takeSignature(std::size_t at, std::size_t size) {
+        if (size != 16)
+            return damagedMachO(name_, "the load command of its signature has a wrong size");
         if (slice_.signature)
             return damagedMachO(name_, "it has two signatures");
         slice_.signature = {at, word(at + 8), word(at + 12)};
@@ -127,6 +129,8 @@ private:
                                   wide(at + (is64 ? 48 : 36), is64)};
         if (segment.fileSize > slice_.size || segment.fileOffset > slice_.size - segment.fileSize)
             return damagedMachO(name_, "a segment reaches past the end");
+        if (segment.fileOffset > 0 && segment.fileSize > 0)
+            slice_.commandsLimit = std::min(slice_.commandsLimit, segment.fileOffset);
         const std::string_view segmentName = text(at + 8);
         if (segmentName == "__TEXT" && !slice_.text)
             slice_.text = segment;

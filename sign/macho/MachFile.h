@@ -84,7 +84,7 @@ struct MachSlice {
     std::optional<MachVersion> version;
     std::optional<std::array<std::uint8_t, 16>> uuid;
     std::optional<FileRange> infoPlist; ///< section __TEXT,__info_plist
-    std::uint64_t commandsLimit = 0;    ///< where the first section starts: commands end before it
+    std::uint64_t commandsLimit = 0;    ///< where the content starts: commands end before it
     std::uint64_t structureEnd = 0;     ///< where __LINKEDIT or the strings end, if named first
 
     [[nodiscard]] std::size_t headerSize() const { return is64 ? 32 : leastHeaderSize; }

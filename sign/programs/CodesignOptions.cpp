@@ -2,6 +2,7 @@
 
 #include "base/ByteReader.h"
 #include "base/Number.h"
+#include "sign/cms/TimeStamp.h"
 #include "sign/files/FileTree.h"
 #include "sign/signature/CodeDirectory.h"
 #include "sign/signature/RequirementText.h"
@@ -14,49 +15,6 @@
 #include <getopt.h>
 
 namespace sign {
-
-const char* const codesignUsage = R"(usage: kelpmoray-codesign OPERATION [OPTION]... PATH...
-Signs code for Apple's platforms and checks and shows signatures. PATH is a Mach-O file or a bundle.
-
-Operations:
-  -s, --sign IDENTITY     sign with the identity of this hash or part of a name; - signs ad hoc
-  -v, --verify            check the signature; -v without another operation is the same
-  -d, --display           show the signature; each -v shows more, up to -dvvvv
-      --remove-signature  take the signature away
-      --plan              print the code objects of a package in the order in which they are to be
-                          signed, each with a zero byte behind it
-
-To sign:
-  -f, --force             replace a signature that is there
-      --deep              sign all code in a package from inside out; with --verify, check it too
-  -i, --identifier ID     in place of the one that the code gives
-      --prefix PREFIX     put before an identifier that has no dot
-  -o, --options FLAGS     a list such as runtime,library, or a number
-      --runtime-version V in place of the SDK's, such as 13.3.0
-      --entitlements FILE an XML property list; not for nested code
-      --helper-entitlements FILE  the same for nested applications, with --deep
-  -r, --requirements REQ  a file, or =TEXT, such as "=designated => identifier com.example.a"
-      --timestamp[=URL]   ask Apple's time stamp server, or this one; =none asks none
-      --preserve-metadata[=LIST]  keep from the old signature: identifier, entitlements,
-                          requirements, flags, runtime
-      --pagesize SIZE     of the hashes: 4096 or 16384
-      --bundle-version V  the version of a framework, in place of the current one
-
-To verify:
-      --strict            also check what only the platform's strict mode looks at
-  -R, --test-requirement REQ  also check that the code meets this requirement: a file, or =TEXT
-
-To display:
-  -r -                    print the requirements on standard output
-      --entitlements :-   print the entitlements on standard output
-
-      --json              to verify, to display and with --plan: print one JSON object a line on
-                          standard output for each PATH, and nothing else
-      --verbose[=N]       like N times -v
-  -h, --help, --version   show this text, or the version
-
-Exit status: 0 done, 1 failed, 2 wrong usage, 3 only the requirement of -R is not met.
-)";
 
 namespace {
 
@@ -146,11 +104,18 @@ public:
         int option = 0;
         ::opterr = 0;
         ::optind = 1;
-        while ((option = ::getopt_long(count, arguments, ":s:dfi:o:r:R:vh", longOptions.data(),
-                                       nullptr)) != -1) {
+        for (int at = -1; (option = ::getopt_long(count, arguments, ":s:dfi:o:r:R:vh",
+                                                  longOptions.data(), &at)) != -1;
+             at = -1) {
             const bool isShort = optopt > 0 && optopt < Verify;
             const std::string given =
                 isShort ? std::string{'-', static_cast<char>(optopt)} : arguments[optind - 1];
+            // A variable that a script has not set.
+            if (optarg != nullptr && *optarg == '\0')
+                return usage("The value of " +
+                             (at < 0 ? std::string{'-', static_cast<char>(option)}
+                                     : "--" + std::string(longOptions[std::size_t(at)].name)) +
+                             " is empty. Give one, or leave the option out.");
             if (auto applied = apply(option, optarg == nullptr ? "" : optarg, given); !applied)
                 return applied.error();
         }
@@ -224,7 +189,6 @@ private:
             signing.bundleVersion = value;
             return {};
         case Timestamp:
-            wantsTimestamp_ = true;
             timestamp_ = value.empty() ? appleTimestampServer : value;
             return {};
         default:
@@ -339,9 +303,10 @@ private:
                 return usage(bytes.error().sentence);
             *to = std::move(*bytes);
         }
-        if (wantsTimestamp_ && timestamp_ != "none")
-            options_.signing.timestampUrl = timestamp_;
-        return {};
+        if (timestamp_.empty() || timestamp_ == "none")
+            return {};
+        signing.timestampUrl = timestamp_;
+        return checkStampUrl(timestamp_);
     }
 
     base::Outcome finishDisplay() {
@@ -385,7 +350,6 @@ private:
     CodesignOptions options_;
     std::string requirements_;
     std::string timestamp_;
-    bool wantsTimestamp_ = false;
 };
 
 } // namespace

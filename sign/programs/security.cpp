@@ -17,6 +17,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <span>
@@ -151,6 +152,14 @@ base::Outcome writeOutput(const std::string& path, base::Bytes bytes) {
 base::Outcome createRequest(const SecurityOptions& options) {
     if (options.value("--name").empty() || options.value("--email").empty())
         return usage("Give --name and --email.");
+    const std::size_t at = options.value("--email").find('@');
+    if (at == 0 || at >= options.value("--email").size() - 1)
+        return usage("The value of --email is no address. Give one such as jo@example.org.");
+    // The key of an earlier request would wait for its certificate in vain.
+    if (std::error_code code; std::filesystem::exists(options.value("--output"), code))
+        return base::Error{base::ErrorKind::Conflict,
+                           options.value("--output") +
+                               " is there already. Write the request to another file."};
     auto folder = IdentityFolder::ofUser();
     if (!folder)
         return folder.error();
@@ -181,6 +190,13 @@ base::Outcome createTestIdentity(const SecurityOptions& options) {
     auto folder = IdentityFolder::ofUser();
     if (!folder)
         return folder.error();
+    const auto there = listIdentities();
+    if (there && std::ranges::any_of(*there, [&](const ListedIdentity& identity) {
+            return identity.label == name && identity.fault == IdentityFault::None;
+        }))
+        return base::Error{base::ErrorKind::Conflict,
+                           "There is an identity \"" + name +
+                               "\" already. Give another name, or remove that one first."};
     auto key = newKey();
     if (!key)
         return key.error();
@@ -256,6 +272,8 @@ base::Outcome addToken(const SecurityOptions& options) {
     if (leaf == known.end())
         return base::Error{base::ErrorKind::NotFound,
                            "The token has no certificate for its key. Give it with --certificate."};
+    if (auto fit = checkLeaf(*leaf); !fit)
+        return fit;
     std::vector<Certificate> pool = folder->pool();
     pool.insert(pool.end(), known.begin(), known.end());
     auto chain = chainFor(*leaf, std::move(pool), options.has("--download"));

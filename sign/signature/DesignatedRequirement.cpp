@@ -35,6 +35,11 @@ bool isUnderAppleRoot(std::span<const CertificateFacts> chain) {
     return !chain.empty() && chain.back().isAppleRoot;
 }
 
+bool isDeveloperId(std::span<const CertificateFacts> chain) {
+    return isUnderAppleRoot(chain) && chain.size() > 1 && has(chain[1], developerIdAuthority) &&
+           has(chain.front(), developerIdApplication);
+}
+
 Requirement extension(CertificateSlot slot, const char* oid) {
     return {.op = Op::CertificateExtension, .slot = slot, .text = oid};
 }
@@ -95,15 +100,17 @@ std::optional<std::string> teamOf(std::span<const CertificateFacts> chain) {
     if (!isUnderAppleRoot(chain))
         return std::nullopt;
     const CertificateFacts& leaf = chain.front();
-    const bool isDeveloperId = chain.size() > 1 && has(chain[1], developerIdAuthority) &&
-                               has(leaf, developerIdApplication);
     const bool isDeveloper =
-        isDeveloperId ||
+        isDeveloperId(chain) ||
         std::ranges::any_of(developerLeaves, [&](const char* oid) { return has(leaf, oid); });
     std::string team = subjectField(leaf, "OU");
     if (!isDeveloper || team.empty())
         return std::nullopt;
     return team;
+}
+
+bool lacksTeam(std::span<const CertificateFacts> chain) {
+    return isDeveloperId(chain) && !teamOf(chain);
 }
 
 } // namespace sign

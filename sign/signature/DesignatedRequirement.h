@@ -21,4 +21,8 @@ namespace sign {
 /// a developer. None for others. Any thread.
 [[nodiscard]] std::optional<std::string> teamOf(std::span<const CertificateFacts> chain);
 
+/// Whether it is a Developer ID's and names no team, without which no such code is valid. Any
+/// thread.
+[[nodiscard]] bool lacksTeam(std::span<const CertificateFacts> chain);
+
 } // namespace sign

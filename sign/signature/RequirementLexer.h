@@ -20,6 +20,8 @@ public:
 
     /// The next token, of kind End behind the last one; absent if it is not understood.
     [[nodiscard]] std::optional<RequirementToken> next();
+    /// What has not been cut yet.
+    [[nodiscard]] std::string_view rest() const { return rest_; }
 
 private:
     [[nodiscard]] bool skipBlanks();

@@ -1,20 +1,41 @@
 #include "base/Number.h"
+#include "base/Utf8.h"
 #include "sign/signature/ObjectIdentifier.h"
+#include "sign/signature/RequirementDate.h"
 #include "sign/signature/RequirementLexer.h"
 #include "sign/signature/RequirementText.h"
 #include "sign/signature/RequirementWords.h"
 
+#include <algorithm>
 #include <limits>
+#include <string>
+#include <tuple>
 
 namespace sign {
 namespace {
 
 using Op = Requirement::Op;
 
+/// Some editors put a mark in front, which has no meaning in UTF-8.
+std::string_view withoutMark(std::string_view text) {
+    constexpr std::string_view mark = "\xEF\xBB\xBF";
+    return text.starts_with(mark) ? text.substr(mark.size()) : text;
+}
+
+/// So much of a text that one finds the place.
+std::string_view startOf(std::string_view text) {
+    constexpr std::size_t most = 20;
+    text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
+    std::size_t size = std::min({most, text.find_first_of("\n\r"), text.size()});
+    while (size > 0 && size < text.size() && base::isContinuation(text[size]))
+        --size;
+    return text.substr(0, size);
+}
+
 /// Reads expressions. After something that is not understood every further step gives up at once.
 class Parser {
 public:
-    explicit Parser(std::string_view text) : lexer_(text) { advance(); }
+    explicit Parser(std::string_view text) : lexer_(withoutMark(text)) { advance(); }
 
     [[nodiscard]] bool failed() const { return !failure_.empty(); }
     [[nodiscard]] bool atEnd() const {
@@ -56,20 +77,24 @@ public:
     }
 
     void fail() {
-        if (!failed())
-            failure_ =
-                token_.kind == RequirementToken::Kind::End ? "its end" : '"' + token_.text + '"';
+        if (token_.kind == RequirementToken::Kind::End)
+            failure_ = failed() ? failure_ : "its end";
+        else
+            failAt(token_.text);
     }
 
 private:
+    void failAt(std::string_view text) {
+        if (!failed())
+            failure_ = '"' + std::string(text) + '"';
+    }
+
     void advance() {
+        const std::string_view rest = lexer_.rest();
         auto next = lexer_.next();
-        if (next) {
-            token_ = *std::move(next);
-            return;
-        }
-        fail();
-        token_ = {};
+        if (!next)
+            failAt(startOf(rest));
+        token_ = next ? *std::move(next) : RequirementToken{};
     }
 
     [[nodiscard]] bool isNow(std::string_view text) const {
@@ -113,16 +138,30 @@ private:
         return bytes;
     }
 
-    std::int32_t takeNumber() {
-        const bool isNegative = accept("-");
+    template <typename Integer>
+    Integer takeNumber() {
+        const std::string sign = accept("-") ? "-" : "";
+        using Limits = std::numeric_limits<Integer>;
         const auto number =
-            base::numberIn<std::int32_t>(token_.text, 0, std::numeric_limits<std::int32_t>::max());
+            base::numberIn<Integer>(sign + token_.text, Limits::min(), Limits::max());
         if (token_.kind != RequirementToken::Kind::Word || !number) {
             fail();
             return 0;
         }
         advance();
-        return isNegative ? -*number : *number;
+        return *number;
+    }
+
+    /// Seconds since 2001, written as such or as a quoted date.
+    std::int64_t takeDate() {
+        if (token_.kind != RequirementToken::Kind::Quoted)
+            return takeNumber<std::int64_t>();
+        const auto seconds = secondsOfDate(token_.text);
+        if (seconds)
+            advance();
+        else
+            fail();
+        return seconds.value_or(0);
     }
 
     /// Of an expression, or a parenthesis, which costs a level here alone.
@@ -154,6 +193,8 @@ private:
         if (accept("(")) {
             if (!countOne(parentheses_))
                 return {};
+            if (atName())
+                return takeNamedCode();
             Requirement inner = takeAnyOf();
             --parentheses_;
             expect(")");
@@ -173,6 +214,24 @@ private:
         return takeSimple();
     }
 
+    /// Whether a text that names something is next.
+    [[nodiscard]] bool atName() const {
+        return token_.kind == RequirementToken::Kind::Quoted ||
+               token_.kind == RequirementToken::Kind::Bytes ||
+               (token_.kind == RequirementToken::Kind::Word && !isRequirementKeyword(token_.text));
+    }
+
+    /// Behind its parenthesis.
+    Requirement takeNamedCode() {
+        --parentheses_;
+        if (!countOne(expressions_))
+            return {};
+        Requirement named{.op = Op::NamedCode, .text = takeValue()};
+        if (!accept(")"))
+            failAt(named.text);
+        return named;
+    }
+
     Requirement takeSimple() {
         if (accept("always") || accept("true"))
             return {.op = Op::Always};
@@ -190,7 +249,7 @@ private:
             return {.op = Op::CodeDirectoryHash, .text = takeHash()};
         if (accept("platform")) {
             expect("=");
-            return {.op = Op::Platform, .slot = takeNumber()};
+            return {.op = Op::Platform, .slot = takeNumber<std::int32_t>()};
         }
         for (const Op op : {Op::Info, Op::Entitlement}) {
             if (!accept(op == Op::Info ? "info" : "entitlement"))
@@ -210,8 +269,7 @@ private:
             return takeCertificate(-1);
         if (accept("generic"))
             return {.op = Op::AnchorAppleGeneric};
-        if (token_.kind == RequirementToken::Kind::Quoted ||
-            (token_.kind == RequirementToken::Kind::Word && !isRequirementKeyword(token_.text)))
+        if (atName())
             return {.op = Op::NamedAnchor, .text = takeValue()};
         return {.op = Op::AnchorApple};
     }
@@ -221,7 +279,7 @@ private:
             return 0;
         if (accept("root") || accept("anchor"))
             return -1;
-        return takeNumber();
+        return takeNumber<std::int32_t>();
     }
 
     Requirement takeCertificate(CertificateSlot slot) {
@@ -238,7 +296,7 @@ private:
             requirement.op = op;
             requirement.text.erase(0, std::string_view(prefix).size());
             if (encodedOid(requirement.text).empty())
-                fail();
+                failAt(prefix + requirement.text);
         }
         requirement.match = takeMatch();
         return requirement;
@@ -259,24 +317,33 @@ private:
             return {};
         if (accept("absent"))
             return {.kind = Kind::Absent};
-        if (accept("=")) {
-            const bool starsBefore = accept("*");
-            Match match{.kind = Kind::Equal, .text = takeValue()};
-            const bool starsBehind = accept("*");
-            if (starsBefore)
-                match.kind = starsBehind ? Kind::Contains : Kind::EndsWith;
-            else if (starsBehind)
-                match.kind = Kind::BeginsWith;
-            return match;
+        for (const auto& [sign, kind, dateKind] :
+             {std::tuple("=", Kind::Equal, Kind::On), std::tuple("<", Kind::Less, Kind::Before),
+              std::tuple(">", Kind::Greater, Kind::After),
+              std::tuple("<=", Kind::LessOrEqual, Kind::OnOrBefore),
+              std::tuple(">=", Kind::GreaterOrEqual, Kind::OnOrAfter)}) {
+            if (!accept(sign))
+                continue;
+            if (accept("timestamp"))
+                return {.kind = dateKind, .seconds = takeDate()};
+            return kind == Kind::Equal ? takePattern() : Match{.kind = kind, .text = takeValue()};
         }
-        for (const auto& [sign, kind] :
-             {std::pair("~", Kind::Contains), std::pair("<", Kind::Less),
-              std::pair(">", Kind::Greater), std::pair("<=", Kind::LessOrEqual),
-              std::pair(">=", Kind::GreaterOrEqual)}) {
-            if (accept(sign))
-                return {.kind = kind, .text = takeValue()};
-        }
+        if (accept("~"))
+            return {.kind = Kind::Contains, .text = takeValue()};
         return {};
+    }
+
+    /// A text behind "=", whose stars stand for any other.
+    Match takePattern() {
+        using Kind = Match::Kind;
+        const bool starsBefore = accept("*");
+        Match match{.kind = Kind::Equal, .text = takeValue()};
+        const bool starsBehind = accept("*");
+        if (starsBefore)
+            match.kind = starsBehind ? Kind::Contains : Kind::EndsWith;
+        else if (starsBehind)
+            match.kind = Kind::BeginsWith;
+        return match;
     }
 
     RequirementLexer lexer_;

@@ -12,6 +12,8 @@
 #include <vector>
 
 #include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #ifdef __linux__
@@ -80,6 +82,8 @@ protected:
         const pid_t child = fork();
         if (child == 0) {
             std::signal(signal, SIG_DFL);
+            const rlimit noCore{};
+            setrlimit(RLIMIT_CORE, &noCore);
             inThread([&] {
                 body();
                 kill(getpid(), signal);
@@ -136,6 +140,28 @@ TEST_P(ReplacedFile, TakesThePlaceOnlyWhenCommitted) {
     });
 }
 
+TEST_P(ReplacedFile, HasThePermissionsOfTheOldOne) {
+    namespace fs = std::filesystem;
+    inThread([&] {
+        ASSERT_TRUE(created("new").commit());
+        const fs::perms usual = fs::status(target_).permissions();
+        for (const fs::perms mode : {fs::perms(0600), fs::perms(0444), fs::perms(0777)}) {
+            fs::permissions(target_, mode);
+            auto file = created("again");
+            struct stat status {};
+            ASSERT_EQ(fstat(file.descriptor(), &status), 0);
+            EXPECT_EQ(fs::perms(status.st_mode & 07777U), mode);
+            ASSERT_TRUE(file.commit());
+            EXPECT_EQ(fs::status(target_).permissions(), mode);
+        }
+        fs::remove(target_);
+        fs::create_symlink(folder_.makeFile("other"), target_);
+        fs::permissions(folder_.path("other"), fs::perms(0600));
+        ASSERT_TRUE(created("instead of a link").commit());
+        EXPECT_EQ(fs::status(target_).permissions(), usual);
+    });
+}
+
 TEST_P(ReplacedFile, KeepsWhatItCannotReplace) {
     inThread([&] {
         auto file = created("file");
@@ -166,7 +192,7 @@ TEST_P(ReplacedFile, OfAnEndedProcessIsRemovedByTheNextRunAndNothingElseIs) {
 }
 
 TEST_P(ReplacedFile, IsRemovedWhenASignalEndsTheProcess) {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM, SIGUSR1, SIGUSR2, SIGXCPU})
         inProcessEndedBy(signal, [&] { new base::ReplacedFile(created("half")); });
     EXPECT_THAT(names(), ElementsAre());
 }

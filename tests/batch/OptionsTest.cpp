@@ -7,12 +7,13 @@
 using testing::HasSubstr;
 
 TEST(Options, AreReadUpToTheDoubleDash) {
-    const Options options =
-        *parseOptions({"--process-all", "a", "--identity=Jo (X1)", "-j3", "--", "--verbose"});
+    const Options options = *parseOptions({"--process-all", "a", "--identity=Jo (X1)", "-j3",
+                                           "--timestamp=HTTP://a.b", "--", "--verbose"});
     EXPECT_TRUE(options.processAll);
     EXPECT_FALSE(options.verbose);
     EXPECT_EQ(options.identity, "Jo (X1)");
     EXPECT_EQ(options.jobCount(), 3U);
+    EXPECT_EQ(options.timestamp, "HTTP://a.b");
     EXPECT_THAT(options.paths, testing::ElementsAre("a", "--verbose"));
 }
 

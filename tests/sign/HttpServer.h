@@ -16,6 +16,7 @@ class HttpServer {
 public:
     struct Request {
         std::string target; ///< a path, or a whole address if we are the proxy
+        std::string head;   ///< the request line and all lines of the header
         std::string body;
         int number = 0; ///< from 1
     };
@@ -75,7 +76,7 @@ private:
                         (length < head ? std::stoul(text.substr(length + 16, 9)) : std::size_t{0});
         }
         const std::size_t begin = text.find(' ') + 1;
-        return {text.substr(begin, text.find(' ', begin) - begin),
+        return {text.substr(begin, text.find(' ', begin) - begin), text.substr(0, head),
                 head == std::string::npos ? "" : text.substr(head + 4), ++count_};
     }
 

@@ -139,6 +139,7 @@ TEST_F(IdentityTest, ImportsEveryFormInWhichIdentitiesCome) {
 
 TEST_F(IdentityTest, RefusesWhatIsNoWholeIdentity) {
     const std::string leafOnly = makePem(made.leaf, {});
+    const Issued noAuthority = issue("No Authority", &made.root, forCode, {}, curveKey());
     struct Case {
         std::string file;
         std::string passphrase;
@@ -155,6 +156,13 @@ TEST_F(IdentityTest, RefusesWhatIsNoWholeIdentity) {
         {files.makeFile("mixed.pem", keyPemOf(made.clock) + pemOf({made.leaf.certificate})), "",
          "belongs to none of its certificates"},
         {files.makeFile("nonsense", "nonsense"), "", "holds no private key"},
+        {makePem(issue("Any Use", &made.middle, {forCode[0]}, {}, curveKey()), issuers), "",
+         "is not for code"},
+        {makePem(issue("Pss", &made.middle, forCode, {}, keyOfKind("RSA-PSS")), issuers), "",
+         "a key that is neither plain RSA nor ECDSA"},
+        {makePem(issue("Below", &noAuthority, forCode, {}, curveKey()),
+                 {noAuthority.certificate, made.root.certificate}),
+         "", "\"No Authority\" that is given has not issued \"Below\""},
     };
     for (const Case& each : cases)
         EXPECT_THAT(importFile(each.file, each.passphrase), HasSubstr(each.sentence));
@@ -213,23 +221,45 @@ TEST_F(IdentityTest, TellsWhyAnIdentityCannotSign) {
         EXPECT_TRUE(folder->addCertificate(all));
         EXPECT_TRUE(!withKey || folder->addKey(leaf.key.get()));
     };
+    const Issued old =
+        issue("Old Authority", &made.root, forIssuers, {-10 * day, -day}, curveKey());
+    std::vector<Extension> marked = forIssuers;
+    marked.push_back({"1.2.840.113635.100.6.2.6", "DER:0500"});
+    const Issued developers = issue("Developers' Authority", &made.root, marked, {}, curveKey());
+    marked = forCode;
+    marked.push_back({"1.2.840.113635.100.6.1.13", "critical,DER:0500"});
     keep(made.leaf, issuers, true);
+    keep(issue("Any Use", &made.middle, {forCode[0]}, {}, curveKey()), issuers, true);
+    keep(issue("Certifier", &made.middle, {forIssuers[1], forCode[1]}, {}, curveKey()), issuers,
+         true);
+    keep(issue("Curve", &made.middle, forCode, {}, curveKey()), issuers, true);
+    keep(issue("Edwards", &made.middle, forCode, {}, keyOfKind("ED25519")), issuers, true);
     keep(issue("Expired", &made.middle, forCode, {-10 * day, -day}), issuers, true);
     keep(issue("Future", &made.middle, forCode, {day, 2 * day}), issuers, true);
     keep(issue("Half", &made.middle, forCode), {made.middle.certificate}, true);
     keep(issue("Keyless", &made.middle, forCode), issuers, false);
     keep(issue("Other", &made.otherRoot, forCode), {made.otherRoot.certificate}, true);
     keep(issue("Self", nullptr, forCode), {}, true);
+    keep(issue("Teamless", &developers, marked, {}, curveKey()),
+         {developers.certificate, made.root.certificate}, true);
+    keep(issue("Under", &old, forCode, {}, curveKey()), {old.certificate, made.root.certificate},
+         true);
     keep(issue("Watch", &made.middle, forTime), issuers, true);
 
     const std::vector<std::pair<std::string, IdentityFault>> wanted = {
+        {"Any Use", IdentityFault::None}, // as the platform's tool lists it
+        {"Certifier", IdentityFault::NotForCode},
+        {"Curve", IdentityFault::None},
         {made.leaf.certificate.label(), IdentityFault::None},
+        {"Edwards", IdentityFault::WrongKey},
         {"Expired", IdentityFault::Expired},
         {"Future", IdentityFault::NotYetValid},
         {"Half", IdentityFault::ChainIncomplete},
         {"Keyless", IdentityFault::NoKey},
         {"Other", IdentityFault::NotTrusted},
         {"Self", IdentityFault::None},
+        {"Teamless", IdentityFault::None},
+        {"Under", IdentityFault::Expired},
         {"Watch", IdentityFault::NotForCode}};
     std::vector<std::pair<std::string, IdentityFault>> listed;
     const auto identities = listIdentities();
@@ -239,7 +269,15 @@ TEST_F(IdentityTest, TellsWhyAnIdentityCannotSign) {
 
     EXPECT_EQ(findIdentity("Nobody").error().sentence, "Nobody: no identity found");
     EXPECT_EQ(findIdentity("").error().kind, base::ErrorKind::NotFound);
-    EXPECT_THAT(findIdentity("Expired").error().sentence, HasSubstr("has expired"));
+    for (const auto& [name, sentence] : std::vector<std::pair<const char*, const char*>>{
+             {"Any Use", "is not for code signing"},
+             {"Edwards", "its key is neither plain RSA nor ECDSA"},
+             {"Expired", "its certificate has expired"},
+             {"Half",
+              "certificate \"Test Root CA\", which issued \"Test Code Authority\", is missing"},
+             {"Teamless", "names no team (OU)"},
+             {"Under", "\"Old Authority\" in its chain has expired"}})
+        EXPECT_THAT(findIdentity(name).error().sentence, HasSubstr(sentence));
     EXPECT_EQ(findIdentity("el").error().kind, base::ErrorKind::Conflict); // Developer, Self
 }
 

@@ -67,6 +67,10 @@ TEST(Requirement, SurvivesItsTextAndItsBytes) {
              "certificate leaf[subject.CN] = Apple* and certificate -2[policy.1.2.840.5] absent ",
              "info[CFBundleVersion] >= \"1.2\" and entitlement[a.b] = *c and info[x] ~ y",
              "anchor trusted or certificate 1 trusted or anchor apple Name",
+             "(Name) or (\"a name\") or ! (0xc3a4) or anchor apple 0xc3a4",
+             "certificate leaf[timestamp.1.2.840.113635.100.6.1.33] >= timestamp 599616000",
+             "info[a] = timestamp -1 and info[a] < timestamp 0 and info[a] > timestamp 1 and "
+             "info[a] <= timestamp -9223372036854775808",
          }) {
         const sign::Requirement requirement = parsed(text);
         EXPECT_EQ(sign::requirementText(requirement), text);
@@ -78,10 +82,40 @@ TEST(Requirement, SurvivesItsTextAndItsBytes) {
         for (std::size_t size = 0; size < blob.size(); ++size)
             EXPECT_FALSE(sign::readRequirement(base::Bytes(blob).first(size))) << text;
     }
-    for (const char* text : {"", "and", "identifier", "always always", "(always", "cdhash 12",
-                             "identifier \"x", "certificate leaf[field.x]", "/* always", "info[a",
-                             "anchor = \"x\"", "0x1", "identifier 0x1g"})
+    for (const char* text :
+         {"", "and", "identifier", "always always", "(always", "cdhash 12", "identifier \"x",
+          "certificate leaf[field.x]", "/* always", "info[a", "anchor = \"x\"", "0x1",
+          "identifier 0x1g", "(Name", "(Name x)", "info[a] = timestamp", "info[a] < timestamp x",
+          "info[a] ~ timestamp 1"})
         EXPECT_FALSE(sign::parsedRequirement(text)) << text;
+}
+
+TEST(Requirement, ReadsDatesAndSkipsTheMarkOfAnEditor) {
+    EXPECT_EQ(parsed("info[a] >= timestamp \"20200101000000Z\""),
+              parsed("\xEF\xBB\xBFinfo[a] >= timestamp 599529600"));
+    EXPECT_EQ(parsed("info[a] = timestamp \"20001231235958Z\""), parsed("info[a] = timestamp -2"));
+    for (const char* date :
+         {"20200101000000", "20200230000000Z", "20200101240000Z", "2020-101000000Z"})
+        EXPECT_FALSE(sign::parsedRequirement("info[a] = timestamp \"" + std::string(date) + '"'));
+}
+
+TEST(Requirement, SaysWhatItDoesNotUnderstand) {
+    const struct {
+        const char* text;
+        const char* place;
+    } rows[] = {{"always and", "its end"},
+                {"always §", "\"§\""},
+                {"identifier 0x1g and always", "\"0x1g and always\""},
+                {"always /* never and so on\nalways", "\"/* never and so on\""},
+                {"always and identifier \"abcdefghi", "\"\"abcdefghi\""},
+                {"always $1234567890123456789012345", "\"$1234567890123456789\""},
+                {"certificate leaf[field.1.40.1]", "\"field.1.40.1\""},
+                {"certificate leaf[policy.1.2.4294967296] exists", "\"policy.1.2.4294967296\""},
+                {"(identifer a)", "\"identifer\""}};
+    for (const auto& [text, place] : rows)
+        EXPECT_EQ(sign::parsedRequirement(text).error().sentence,
+                  "The code requirement is not understood at " + std::string(place) +
+                      ". Write it as Apple's code requirement language asks.");
 }
 
 TEST(Requirement, IsAsLongInItsTextAsInItsBytes) {

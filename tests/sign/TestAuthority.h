@@ -33,11 +33,26 @@ struct Validity {
     long until = 365 * day;
 };
 
+/// A key of a kind that OpenSSL knows by that name.
+inline std::shared_ptr<EVP_PKEY> keyOfKind(const char* kind) {
+    const sign::OpenSslOwner<EVP_PKEY_CTX, EVP_PKEY_CTX_free> context(
+        EVP_PKEY_CTX_new_from_name(nullptr, kind, nullptr));
+    EVP_PKEY* key = nullptr;
+    EVP_PKEY_keygen_init(context.get());
+    EXPECT_EQ(EVP_PKEY_keygen(context.get(), &key), 1) << kind;
+    return {key, EVP_PKEY_free};
+}
+
+/// For ECDSA; made at once, where RSA takes a while.
+inline std::shared_ptr<EVP_PKEY> curveKey() {
+    return {EVP_EC_gen("P-256"), EVP_PKEY_free};
+}
+
 /// Made by `issuer`, or by itself without one. Each has the common name of its own alone.
 inline Issued issue(const std::string& name, const Issued* issuer,
-                    const std::vector<Extension>& extensions, Validity validity = {}) {
+                    const std::vector<Extension>& extensions, Validity validity = {},
+                    const std::shared_ptr<EVP_PKEY>& key = keyOfKind("RSA")) {
     static long serial = 0;
-    const std::shared_ptr<EVP_PKEY> key(EVP_RSA_gen(2048), EVP_PKEY_free);
     sign::CertificateOwner certificate(X509_new());
     X509* made = certificate.get();
     X509_set_version(made, X509_VERSION_3);

@@ -3,6 +3,7 @@
 #include "base/ByteReader.h"
 #include "tests/sign/HttpServer.h"
 #include "tests/sign/TestAuthority.h"
+#include "tests/support/ExpectFails.h"
 #include "tests/support/ScopedEnvironment.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -131,7 +132,7 @@ TEST_F(TimeStampTest, BelievesNoServerThatLies) {
         {"no root", by(made.clock, {}), "certificate verify error"},
         {"another root, beside Apple's",
          by(made.otherClock, {made.otherRoot.certificate, made.root.certificate}),
-         "certificate verify error"},
+         "do not lead to a root of Apple"},
         {"the future", by(made.clock, root, 21), "its time has not come yet"},
         {"before the signer's certificate", by(made.clock, root, -20),
          "the certificate \"New\" is not valid at its time"},
@@ -151,6 +152,22 @@ TEST_F(TimeStampTest, BelievesNoServerThatLies) {
     }
 }
 
+/// A refusal in the words "too\nbusy", for a reason that is a string of bits in DER.
+std::string refusal(const std::string& reason) {
+    const auto element = [](char type, const std::string& content) {
+        return std::string{type, static_cast<char>(content.size())} + content;
+    };
+    const std::string status = element('\x02', "\x02");
+    const std::string words = element('\x30', element('\x0C', "too") + element('\x0C', "\nbusy"));
+    const std::string info = element('\x30', status + words + element('\x03', reason));
+    return HttpServer::reply("200 OK", replyType, element('\x30', info));
+}
+
+constexpr StampPatience littlePatience{std::chrono::seconds(10), std::chrono::milliseconds(1)};
+const std::string systemFailure("\x06\0\0\0\x40", 5);
+const std::string timeNotAvailable("\x01\0\x02", 3);
+const std::string badRequest("\x05\x20", 2);
+
 TEST_F(TimeStampTest, TriesAgainWhenNothingUsefulAnswers) {
     const HttpServer server([](const HttpServer::Request& request) {
         switch (request.number) {
@@ -158,13 +175,39 @@ TEST_F(TimeStampTest, TriesAgainWhenNothingUsefulAnswers) {
             return HttpServer::reply("503 Busy", "text/plain", "later");
         case 2:
             return HttpServer::reply("200 OK", "text/html", "<p>later");
+        case 3:
+            return refusal(systemFailure);
         default:
             return honest(request);
         }
     });
-    const auto token = stampOf(server.url());
+    const auto token = stampOf(server.url(), littlePatience);
     EXPECT_TRUE(token) << token.error().sentence;
-    EXPECT_EQ(server.requests(), 3);
+    EXPECT_EQ(server.requests(), 4);
+}
+
+TEST_F(TimeStampTest, TellsTheWordsOfARefusalAndWhetherItMayPass) {
+    const struct {
+        std::string reason;
+        base::ErrorKind kind;
+        const char* said;
+        int requests;
+    } rows[] = {
+        {systemFailure, base::ErrorKind::Unavailable, "/ says \"too ?busy\". Try again later.", 4},
+        {timeNotAvailable, base::ErrorKind::Unavailable, "The timestamp service is not available; ",
+         4},
+        {badRequest, base::ErrorKind::Damaged,
+         "it refuses the request, saying \"too ?busy\". Use another one.", 1},
+    };
+    for (const auto& [reason, kind, said, requests] : rows) {
+        const std::string refused = refusal(reason);
+        const HttpServer server([&](const HttpServer::Request&) { return refused; });
+        const auto token = stampOf(server.url(), littlePatience);
+        ASSERT_FALSE(token);
+        EXPECT_EQ(token.error().kind, kind);
+        EXPECT_THAT(token.error().sentence, HasSubstr(said));
+        EXPECT_EQ(server.requests(), requests) << said;
+    }
 }
 
 TEST_F(TimeStampTest, SaysWhenNoServiceIsThere) {
@@ -200,23 +243,72 @@ TEST_F(TimeStampTest, TriesAllTimesWhenAServerSaysNothing) {
     EXPECT_EQ(asked, 4);
 }
 
-TEST_F(TimeStampTest, GoesThroughTheProxyExceptWhereItIsToldNotTo) {
-    std::string target;
-    const HttpServer proxy([&](const HttpServer::Request& request) {
-        target = request.target;
-        return honest(request);
+TEST_F(TimeStampTest, TakesAsAddressOnlyWhatOneCanBeSentTo) {
+    for (const char* url : {"http://a.b", "HTTP://a.b:65535/x?y", "http://[::1]:1/", "http://a.b:"})
+        EXPECT_TRUE(checkStampUrl(url)) << url;
+    for (const char* url :
+         {"", "a.b", "https://a.b/", "http://", "http:///x", "http://a.b:0/", "http://a.b:65536/",
+          "http://a.b:x/", "http://[::1/", "http://a.b/c d", "http://a.b/\r\nX: 1"})
+        EXPECT_FAILS(checkStampUrl(url), Usage) << url;
+}
+
+TEST_F(TimeStampTest, SaysToWhomItSpeaksAndWhoAsks) {
+    std::string head;
+    const HttpServer server([&](const HttpServer::Request& request) {
+        head = request.head + "\r\n";
+        return HttpServer::reply("200 OK", std::string(replyType) + ";charset=UTF-8",
+                                 responseWith(TS_STATUS_REJECTION, {}));
     });
-    const HttpServer server(honest);
-    const ScopedEnvironment http("http_proxy", proxy.url());
-    {
-        const ScopedEnvironment none("no_proxy", std::nullopt);
-        EXPECT_TRUE(stampOf("http://time.invalid/ts01"));
-        EXPECT_EQ(target, "http://time.invalid:80/ts01");
+    const std::string host = server.url().substr(7);
+    const std::string refused = stampOf("Http://me:p%40ss@" + host + "/ts?a").error().sentence;
+    EXPECT_THAT(head, HasSubstr("POST /ts?a HTTP/1.0\r\n"));
+    EXPECT_THAT(head, HasSubstr("\r\nHost: " + host + "\r\n"));
+    EXPECT_THAT(head, HasSubstr("\r\nAuthorization: Basic bWU6cEBzcw==\r\n"));
+    EXPECT_THAT(refused, HasSubstr("service http://" + host + "/ts?a gave"));
+}
+
+TEST_F(TimeStampTest, GoesThroughTheProxyExceptWhereItIsToldNotTo) {
+    std::string head;
+    const auto answer = [&](const HttpServer::Request& request) {
+        head = request.head + "\r\n";
+        return honest(request);
+    };
+    const HttpServer proxy(answer);
+    const HttpServer server(answer);
+    const std::string host = server.url().substr(7);
+    const std::string local = "http://Localhost" + server.url().substr(16);
+    const std::string throughProxy = "me:x@" + proxy.url().substr(7);
+    const ScopedEnvironment none("http_proxy", std::nullopt);
+    const ScopedEnvironment all("all_proxy", throughProxy);
+    const struct {
+        std::string url;
+        const char* exempt;
+        bool isProxied;
+    } rows[] = {{"http://time.invalid/ts01", "", true},
+                {server.url(), "127.0.0.1", false},
+                {server.url(), "a.b, 127.0.0.1", false},
+                {server.url(), "*", false},
+                {server.url(), "27.0.0.1,.0.0.2,.,b", true},
+                {local, ".localHost", false},
+                {local, "*.localhost", false},
+                {local, "host", true}};
+    for (const auto& [url, exempt, isProxied] : rows) {
+        const ScopedEnvironment except("no_proxy", exempt);
+        const int before = proxy.requests();
+        EXPECT_TRUE(stampOf(url)) << url << ' ' << exempt;
+        EXPECT_EQ(proxy.requests() - before, isProxied ? 1 : 0) << url << ' ' << exempt;
+        EXPECT_EQ(head.find("\r\nProxy-Authorization: Basic bWU6eA==\r\n") != std::string::npos,
+                  isProxied);
     }
-    const ScopedEnvironment except("no_proxy", "127.0.0.1");
-    EXPECT_TRUE(stampOf(server.url()));
-    EXPECT_EQ(proxy.requests(), 1);
-    EXPECT_EQ(server.requests(), 1);
+    EXPECT_TRUE(stampOf("http://time.invalid/ts01"));
+    EXPECT_THAT(head, HasSubstr("POST http://time.invalid:80/ts01 HTTP"));
+    EXPECT_THAT(head, HasSubstr("\r\nHost: time.invalid\r\n"));
+    for (const char* value : {"https://a.b", "socks5://a.b", "a.b:x"}) {
+        const ScopedEnvironment unusable("http_proxy", value);
+        EXPECT_EQ(stampOf(server.url()).error().sentence,
+                  "The proxy that http_proxy names cannot be used: it is no address such as "
+                  "http://HOST:PORT. Name one that is, or \"127.0.0.1\" in no_proxy.");
+    }
 }
 
 } // namespace

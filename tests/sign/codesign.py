@@ -159,12 +159,13 @@ class SigningFiles(CodeTest):
         self.assertEqual(status, 1)
         self.assertIn(f"The entitlements in {self.path('x.plist')} are a binary property list.", said)
 
-    def test_entitlements_of_a_package_and_of_the_applications_in_it_are_told_apart(self):
+    def test_what_is_given_for_a_package_and_for_the_applications_in_it_is_told_apart(self):
         app = fixtures.make_application(self.linker, self.path("My App.app"))
         for name in ("outer", "helper"):
             write(self.path(name), plistlib.dumps({name: True}))
         given = ("--entitlements", self.path("outer"), "--helper-entitlements", self.path("helper"))
-        self.sign(app, "--deep", *given)
+        self.sign(app, "--deep", *given, "-r", '=designated => identifier "org.example.main"')
+        self.assert_valid(app)
         contents, found = app + "/Contents/", {}
         for code in (app, contents + "Library/LoginItems/Login.app", contents + "XPCServices/Service.xpc", contents + "MacOS/helper"):
             found[code] = subprocess.run([CODESIGN, "-d", "--entitlements", ":-", code], capture_output=True, check=True).stdout
@@ -363,7 +364,10 @@ class Options(CodeTest):
                           ["-s", "-", "--runtime-version", "1.2.3.4", path],
                           ["-s", "-", "--preserve-metadata=everything", path], ["--verify", "-R", "=identifier", path],
                           ["-s", "-", "-r", "=designated identifier x", path], ["-s", "-", "--pagesize", "1", path],
-                          ["-s", "-", "--entitlements", self.path("none"), path], ["-d", "-r", "x", path]):
+                          ["-s", "-", "--entitlements", self.path("none"), path], ["-d", "-r", "x", path],
+                          ["-s", "-", "--timestamp=http://127.0.0.1:65536", path],
+                          *(["-s", "-", *given, path] for given in (["-i", ""], ["--identifier="], ["--entitlements", ""],
+                                                                    ["-r", ""], ["--timestamp="], ["--bundle-version", ""]))):
             status, said = self.codesign(*arguments)
             self.assertEqual(status, 2, arguments)
             self.assertRegex(said, r"\Akelpmoray-codesign: [^\n]+[.]\n\Z")

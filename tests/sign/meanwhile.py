@@ -14,7 +14,7 @@ import unittest
 
 import fixtures
 from codesign import CODESIGN, CodeTest, Owner, flip, read, tree
-from programs import PATIENCE, await_that, give, ordinary_user, write
+from programs import PATIENCE, await_that, give, ordinary_user, run, write
 
 
 class Meanwhile(CodeTest):
@@ -105,7 +105,7 @@ static int isRefused(void) {
     return 1;
 }
 static int told(int done) {
-    if (!getenv("REFUSAL") && ++count == atoi(getenv("RENAMES"))) kill(getpid(), 9);
+    if (!getenv("REFUSAL") && ++count == atoi(getenv("RENAMES"))) kill(getpid(), atoi(getenv("SIGNAL")));
     return done;
 }
 int rename(const char *from, const char *to) {
@@ -153,12 +153,17 @@ int fsync(int file) {
             shutil.rmtree(app)
             shutil.copytree(kept, app)
             renames += 1
-            status, _ = self.codesign("-s", "-", *again, app, RENAMES=str(renames), **preloaded)
+            status, _ = self.codesign("-s", "-", *again, app, RENAMES=str(renames), SIGNAL="9", **preloaded)
             for path, content in tree(app).items():
                 self.assertTrue(path.endswith(".tmp") or content in (old[path], new[path]), path)
             self.sign(app, *again)
             self.assertEqual(tree(app), new)
         self.assertEqual((status, renames), (0, 8))
+        for number in (signal.SIGTERM, signal.SIGQUIT, signal.SIGALRM):
+            shutil.rmtree(app)
+            shutil.copytree(kept, app)
+            status, _ = self.codesign("-s", "-", *again, app, RENAMES="2", SIGNAL=str(int(number)), **preloaded)
+            self.assertEqual((status, tree(app)), (-number, new))
 
     def test_a_rename_that_is_refused_leaves_all_as_it_was(self):
         """REFUSAL is the error of the rename with the number RENAMES, or of all that swap if that is 0."""
@@ -213,10 +218,11 @@ class Changes(Meanwhile):
         return *done, {changed for changed, _ in before ^ tree(self.folder).items()}
 
     def put_back_times(self, path):
-        """The same size and times, but another byte."""
-        status = os.stat(path)
-        flip(path, 0)
-        os.utime(path, ns=(status.st_atime_ns, status.st_mtime_ns))
+        """The same size and times, but another byte, or another file in a folder."""
+        changed = path if os.path.exists(path) else os.path.dirname(path)
+        status = os.stat(changed)
+        flip(path, 0) if changed == path else fixtures.make_text(path)
+        os.utime(changed, ns=(status.st_atime_ns, status.st_mtime_ns))
 
     def replace(self, path, make):
         os.unlink(path)
@@ -231,11 +237,14 @@ class Changes(Meanwhile):
         fixtures.put(self.linker.library(), framework, "Foo")
         os.symlink("A", framework[:-2] + "Current")
         fixtures.make_text(contents + "Resources/deep/er/last.txt")
+        fixtures.make_text(contents + "Resources/.DS_Store")
         fixtures.make_text(contents + "MacOS/script.sh", "#!/bin/sh\n")
         os.symlink("deep", contents + "Resources/link")
         self.sign(app, "--deep")
         for name, change in {
                 "Resources/data.txt": self.put_back_times,
+                "Resources/deep/new": self.put_back_times,
+                "Resources/.DS_Store": lambda path: self.replace(path, lambda path: os.symlink("data.txt", path)),
                 "Resources/deep/er/last.txt": os.unlink,
                 "Resources/deep/er/first.txt": fixtures.make_text,
                 "Resources/new": os.mkdir,
@@ -294,6 +303,25 @@ class Changes(Meanwhile):
         subprocess.run([command, "-s", "-", path], cwd=self.folder, check=True, **ordinary_user())
         self.assert_valid(path)
         self.assertEqual(stat.S_IMODE(os.stat(path).st_mode), 0o6751)
+
+    def test_a_new_signature_is_as_open_as_what_it_lies_in_and_has_its_owner(self):
+        command = shutil.copy(CODESIGN, self.path("codesign"))
+        bundles = self.path("X.app"), self.path("Pictures.bundle")
+        fixtures.make_bundle(bundles[0], "main", self.linker.link("exe-arm64"))
+        fixtures.write_plist(bundles[1] + "/Contents/Info.plist", None)
+        for bundle in bundles:
+            folder = bundle + "/Contents/_CodeSignature"
+            for mode in (0o755, 0o2775, 0o700):
+                shutil.rmtree(folder, ignore_errors=True)
+                os.chmod(bundle + "/Contents", mode)
+                give(self.folder)
+                subprocess.run([command, "-f", "-s", "-", bundle], check=True, stderr=subprocess.DEVNULL, umask=0o077)
+                modes = {oct(stat.S_IMODE(os.stat(os.path.join(folder, name)).st_mode)) for name in os.listdir(folder)}
+                self.assertEqual((stat.S_IMODE(os.stat(folder).st_mode), modes), (mode, {oct(mode & 0o666)}))
+                subprocess.run([command, "-f", "-s", "-", bundle], check=True, stderr=subprocess.DEVNULL, **ordinary_user())
+            os.chmod(folder, 0)
+            status, said = run([command, "--verify", bundle], cwd=self.folder, **ordinary_user())
+            self.assertEqual((status, said.count("/_CodeSignature/"), "Permission denied" in said), (1, 1, True), said)
 
 
 if __name__ == "__main__":

@@ -3,12 +3,13 @@
 import os
 import plistlib
 import re
+import shutil
 import struct
 import unittest
 
 import fixtures
-from codesign import CodeTest, Owner, read, tree
-from programs import write
+from codesign import CODESIGN, CodeTest, Owner, read, tree
+from programs import give, ordinary_user, run, write
 
 
 class Refusals(CodeTest):
@@ -52,6 +53,18 @@ class Refusals(CodeTest):
                                table.ljust(0x4000, b"\0") + library.ljust(0x4000, b"\0") + exe: "different file types"}.items():
             for arguments in (("-f", "-s", "-"), ("--remove-signature",)):
                 self.assert_refused(words, *arguments, write(self.path("bad"), content))
+
+    def test_no_load_command_is_written_over_what_follows(self):
+        # The second segment starts where the header ends; no section tells of it.
+        full = bytearray(fixtures.handmade("<", True, 0x0100000C))
+        for at, offset, size in ((32, 0, 176), (104, 176, len(full) - 176)):
+            struct.pack_into("<2Q", full, at + 40, offset, size)
+        long = bytearray(read(self.linker.link("exe-linker", signed=True)))
+        struct.pack_into("<I", long, fixtures.signature_place(long, 0)[0] + 4, 24)
+        struct.pack_into("<I", long, 20, struct.unpack_from("<I", long, 20)[0] + 8)
+        for content, words in ((full, "its header has no room for the load command"),
+                               (long, "the load command of its signature has a wrong size")):
+            self.assert_refused(words, "-f", "-s", "-", write(self.path("bad"), bytes(content)))
 
     def test_no_page_size_is_used_that_the_kernel_does_not_take(self):
         path = self.copy(self.linker.universal())
@@ -102,6 +115,18 @@ class Refusals(CodeTest):
         self.assertIn("invalid version", self.codesign("--verify", "--deep", "--strict", app)[1])
         self.assertNotIn("Versions/A", self.sign(app, "--deep", "-f", identity=owner.authority.HOLDER, **owner.environment))
         self.assert_valid(app, **owner.environment)
+
+    def test_code_that_may_not_be_read_is_told_of_by_the_plan_too(self):
+        command = shutil.copy(CODESIGN, self.path("codesign"))
+        for name, words in {"Frameworks/lib.dylib": "/lib.dylib: Permission denied", "Resources/x.node": "/x.node: Permission denied",
+                            "Resources/de.lproj/locversion.plist": None}.items():
+            app = self.application(f"{len(name)}.app")
+            os.chmod(fixtures.put(self.linker.library(), app, "Contents", name), 0)
+            give(app)
+            for how in (("--plan",), ("-s", "-", "--deep")):
+                status, said = run([command, *how, app], cwd=self.folder, **ordinary_user())
+                self.assertEqual(status, 1 if words else 0, said)
+                self.assertIn(words or "", said)
 
     def test_what_is_wrong_in_nested_code_is_told_of_it(self):
         app = fixtures.make_application(self.linker, self.path("X.app"))

@@ -64,6 +64,9 @@ class Commands(SecurityTest):
     def test_a_request_comes_back_as_an_identity(self):
         self.run_security("create-request", "--name", "Jo", "--email", "jo@example.org", "--output", "new.csr")
         self.openssl("req", "-in", "new.csr", "-verify", "-noout")
+        self.assertIn("new.csr is there already", self.run_security(
+            "create-request", "--name", "Jo", "--email", "jo@example.org", "--output", "new.csr", status=1))
+        self.assertEqual(len(glob.glob(self.path("home/keys/*"))), 1)
         self.certify("new")
         self.assertEqual(self.names(), [])
         said = self.run_security("import", "new.pem")
@@ -90,6 +93,10 @@ class Commands(SecurityTest):
                                  stdout=subprocess.DEVNULL) for number in range(count)]
         self.assertEqual([run.wait(60) for run in runs], [0] * count)
         self.assertEqual(self.names(), [f"Test Identity: Number {number}" for number in range(count)])
+        # A second one would leave the name ambiguous.
+        self.assertIn('an identity "Test Identity: Number 3" already',
+                      self.run_security("create-test-identity", "Number 3", status=1))
+        self.assertEqual(len(self.names()), count)
 
     def test_wrong_usage_and_what_is_not_there_have_their_status(self):
         for arguments, status, said in (
@@ -97,6 +104,8 @@ class Commands(SecurityTest):
                 (("find-identity", "-p", "ssl"), 2, "codesigning"), (("import", "gone.p12"), 1, "gone.p12"),
                 (("delete-identity", "-Z", "0" * 40), 1, "no identity found"),
                 (("import", "leaf.pem", "-P", "x", "--passphrase-file", "pass"), 2, "exclude each other"),
+                (("create-request", "--name", "Jo", "--email", "jo@"), 2, "no address"),
+                (("create-request", "--name", "Jo", "--email", "jo"), 2, "no address"),
                 (("add-token", "token=x"), 2, "no PKCS#11 URI")):
             self.assertIn(said, self.run_security(*arguments, status=status), arguments)
         self.assertIn("Exit status", self.run_security("--help"))
