@@ -1,5 +1,6 @@
 #include "sign/DesignatedCode.h"
 
+#include "sign/bundle/NestedCode.h"
 #include "sign/files/FileTree.h"
 #include "sign/signature/DesignatedRequirement.h"
 #include "sign/signature/RequirementText.h"
@@ -86,7 +87,7 @@ base::Result<NestedSeal> nestedSealOf(const StaticCode& code, const SignatureRea
 base::Result<NestedSeal> lookUpNested(const std::string& path, FileWatch& watch) {
     auto code = StaticCode::open(path);
     if (!code)
-        return code.error();
+        return isFolder(path) ? noBundle(path, code.error()) : code.error();
     watch.addFile(code->file().path(), code->file().stamp());
     return nestedSealOf(*code, signaturesOf(*code));
 }

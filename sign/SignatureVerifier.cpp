@@ -2,10 +2,14 @@
 
 #include "base/WorkerThreads.h"
 #include "sign/CodeCheck.h"
+#include "sign/bundle/Bundle.h"
+#include "sign/bundle/SealScope.h"
 #include "sign/files/FileTree.h"
 #include "sign/files/OpenFiles.h"
 
 #include <algorithm>
+#include <unordered_map>
+#include <unordered_set>
 
 namespace sign {
 namespace {
@@ -93,7 +97,7 @@ private:
     }
 
     void addNested(const CodeChecking& outer, const CodeCheck& check, bool isOperand,
-                   std::vector<CodeChecking>& next) const {
+                   std::vector<CodeChecking>& next) {
         if (outer.isShallow)
             return;
         const std::string holder = isOperand ? "" : check.realPath();
@@ -101,9 +105,10 @@ private:
             CodeChecking nested;
             nested.path = code.path;
             nested.requirement = code.requirement;
-            nested.isShallow = !options_.deep;
+            // In a bundle without a dot in its name, code is sealed by that and by all around it.
+            nested.isShallow = !options_.deep || !whole_.insert(realPathOf(code.path)).second;
             nested.isStrict = options_.strict;
-            nested.isLone = code.isFile;
+            nested.isLone = code.isFile && !owners_.findIn(check.scope()->realCodeRoot, code.path);
             nested.outer = check.scope();
             nested.holder = holder;
             next.push_back(nested);
@@ -117,8 +122,20 @@ private:
         }
     }
 
+    /// Of what is no link. Each folder is resolved once.
+    std::string realPathOf(const std::string& path) {
+        const std::size_t slash = path.rfind('/');
+        const auto [folder, isNew] = realFolders_.try_emplace(path.substr(0, slash));
+        if (isNew)
+            folder->second = realPath(folder->first).value_or(folder->first);
+        return folder->second + path.substr(slash);
+    }
+
     const VerifyOptions& options_;
     VerifyReport report_;
+    ExecutableOwners owners_;
+    std::unordered_map<std::string, std::string> realFolders_;
+    std::unordered_set<std::string> whole_; ///< paths of nested code that is checked whole
 };
 
 } // namespace

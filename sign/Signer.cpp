@@ -58,6 +58,7 @@ private:
         std::size_t openParts = 0;    ///< what is not settled yet
         std::size_t changes = 0;      ///< how often the code directory of a part became known
         std::size_t sealedChanges = 0;
+        std::vector<const Item*> newParts{}; ///< that do not keep their signatures
         std::optional<NestedSeal> seal{};
         bool isFinished = false;
         std::size_t cmsSize = SigningJob::usualCmsSize;
@@ -77,8 +78,11 @@ private:
 
     /// An object's container is the nearest folder around it that is an object too.
     void findContainers() {
-        for (Item& item : items_)
+        for (Item& item : items_) {
             byPath_.emplace(item.object.path, &item);
+            if (!item.object.executable.empty())
+                byPath_.emplace(item.object.executable, &item);
+        }
         for (Item& item : items_) {
             std::string_view folder = item.object.path;
             for (std::size_t slash = folder.rfind('/');
@@ -123,21 +127,41 @@ private:
              [this](const std::string& path, FileWatch& watch) { return sealOf(path, watch); },
              replaces, [this](const std::string& sentence) { warn(sentence); }});
         if (!job) {
-            // Nested code that is signed already keeps its signature.
             const bool isKept =
                 job.error().kind == base::ErrorKind::Conflict && !isOperand && !options_.force;
-            if (!isKept)
-                return job.error();
-            if (const auto code = isLone ? StaticCode::openFile(item.object.path)
-                                         : StaticCode::open(item.object.path))
-                newFiles_.keep(code->file().path());
-            if (item.isEarly())
-                makeKnown(item, std::nullopt);
-            lanes_.call([this, &item] { return conclude(item); });
-            return {};
+            return isKept ? keep(item) : job.error();
         }
         item.job = std::move(*job);
+        if (item.container != nullptr) {
+            const std::lock_guard lock(mutex_);
+            item.container->newParts.push_back(&item);
+        }
         return hash(item);
+    }
+
+    /// Nested code that is signed already keeps its signature, which holds as long as its parts
+    /// keep theirs.
+    base::Outcome keep(Item& item) {
+        const std::string& path = item.object.path;
+        const auto code =
+            item.object.isBundle ? StaticCode::open(path) : StaticCode::openFile(path);
+        if (!code)
+            return code.error();
+        if (code->bundle()) {
+            const std::lock_guard lock(mutex_);
+            for (const Item* part : item.newParts)
+                if (part->object.path.starts_with(code->bundle()->codeRoot + "/"))
+                    return base::Error{base::ErrorKind::Conflict,
+                                       "\"" + base::printable(path) +
+                                           "\" is signed already, and \"" +
+                                           base::printable(part->object.path) +
+                                           "\" in it is not. Sign both anew with --force."};
+        }
+        newFiles_.keep(code->file().path());
+        if (item.isEarly())
+            makeKnown(item, std::nullopt);
+        lanes_.call([this, &item] { return conclude(item); });
+        return {};
     }
 
     /// What a seal keeps of nested code: signed by now, be it in its place or not, or kept.
@@ -166,7 +190,7 @@ private:
             return hashed;
         if (--item.left != 0)
             return {};
-        if (item.isEarly() || item.object.isNested) {
+        if (item.container != nullptr) {
             auto seal = item.job->nestedSeal();
             if (!seal)
                 return seal.error();

@@ -43,11 +43,14 @@ bool isPlainFile(const std::string& path) {
     return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
-/// Whether no folder on the way is a link that leads out: signing writes there.
-bool isInside(const std::string& path, const std::string& folder) {
-    const auto real = realPath(path);
-    const auto realFolder = realPath(folder);
-    return real && realFolder && real->starts_with(*realFolder + "/");
+/// Whether no folder on the way to what is in a folder is a link: what is sealed would be another
+/// file than what is signed, and signing might write outside.
+bool isReachedWithoutLinks(const std::string& path, const std::string& folder) {
+    for (std::size_t slash = path.find('/', folder.size() + 1); slash != std::string::npos;
+         slash = path.find('/', slash + 1))
+        if (linkTarget(path.substr(0, slash)))
+            return false;
+    return true;
 }
 
 /// The entry of that name, whatever the case of its letters; empty if there is none.
@@ -83,10 +86,14 @@ base::Outcome findRoot(Bundle& bundle, std::string_view version) {
     const std::string target = linkTarget(current).value_or("Current");
     const std::string_view wanted = version.empty() ? lastComponent(target) : version;
     bundle.root = path + "/Versions/" + std::string(wanted);
-    return wanted.find('/') == std::string_view::npos && isFolder(bundle.root)
-               ? base::Outcome()
-               : unrecognized(". The framework has no such version: mend the link "
-                              "Versions/Current.");
+    if (wanted != "." && wanted != ".." && wanted.find('/') == std::string_view::npos &&
+        isFolder(bundle.root))
+        return {};
+    return unrecognized(version.empty()
+                            ? ". Versions/Current leads to no version of the framework: mend the "
+                              "link."
+                            : ". The framework has no version \"" + base::printable(wanted) +
+                                  "\": name a folder in its folder Versions.");
 }
 
 /// Finds form, code root and Info.plist in the root.
@@ -184,7 +191,7 @@ base::Outcome findExecutable(Bundle& bundle) {
             continue;
         bundle.executable = candidate;
         bundle.hasExecutable = true;
-        if (!isPlainFile(candidate) || !isInside(candidate, bundle.root))
+        if (!isPlainFile(candidate) || !isReachedWithoutLinks(candidate, bundle.root))
             bundle.layoutFaults.push_back({FaultCode::RegularFile, candidate});
         return {};
     }
@@ -196,6 +203,18 @@ base::Outcome findExecutable(Bundle& bundle) {
                               "of them: make it, or unpack the package with a tool that keeps "
                               "links.")
                : unrecognized();
+}
+
+/// The bundles whose main executables may lie in a folder, outermost first.
+std::vector<std::string> bundlesAround(std::string folder) {
+    if (sameWithoutCase(lastComponent(folder), "MacOS"))
+        folder = parentOf(parentOf(folder));
+    std::vector<std::string> bundles = {folder};
+    if (sameWithoutCase(lastComponent(folder), "Contents"))
+        bundles.insert(bundles.begin(), parentOf(folder));
+    if (lastComponent(parentOf(folder)) == "Versions")
+        bundles.insert(bundles.begin(), parentOf(parentOf(folder)));
+    return bundles;
 }
 
 } // namespace
@@ -230,21 +249,34 @@ std::optional<std::string> bundleOfExecutable(std::string_view path) {
     const auto real = realPath(std::string(path));
     if (!real || !isFile(*real))
         return std::nullopt;
-    std::string folder = parentOf(*real);
-    if (sameWithoutCase(lastComponent(folder), "MacOS"))
-        folder = parentOf(parentOf(folder));
-    std::vector<std::string> candidates = {folder};
-    if (sameWithoutCase(lastComponent(folder), "Contents"))
-        candidates.insert(candidates.begin(), parentOf(folder));
-    if (lastComponent(parentOf(folder)) == "Versions")
-        candidates.insert(candidates.begin(), parentOf(parentOf(folder)));
-    for (const std::string& candidate : candidates) {
-        const auto bundle = openBundle(candidate);
-        if (bundle && bundle->hasExecutable && !bundle->infoPlist.empty() &&
-            realPath(bundle->executable) == real)
-            return candidate;
-    }
-    return std::nullopt;
+    ExecutableOwners owners;
+    const std::string* owner = owners.find(*real);
+    return owner != nullptr ? std::optional(*owner) : std::nullopt;
+}
+
+const std::string* ExecutableOwners::find(const std::string& path) {
+    const std::string folder = parentOf(path);
+    const auto [at, isNew] = folders_.try_emplace(folder);
+    Owners& owners = at->second;
+    if (const auto real = isNew ? realPath(folder) : std::nullopt)
+        for (const std::string& candidate : bundlesAround(*real)) {
+            const auto bundle = openBundle(candidate);
+            if (!bundle || !bundle->hasExecutable || bundle->infoPlist.empty())
+                continue;
+            const auto executable = realPath(bundle->executable);
+            if (executable && parentOf(*executable) == *real)
+                owners.emplace(lastComponent(*executable), candidate);
+        }
+    const auto found = owners.find(lastComponent(path));
+    return found == owners.end() ? nullptr : &found->second;
+}
+
+std::optional<std::string> ExecutableOwners::findIn(const std::string& folder,
+                                                    const std::string& path) {
+    const std::string* owner = find(path);
+    return owner != nullptr && owner->starts_with(folder + "/")
+               ? std::optional(owner->substr(folder.size() + 1))
+               : std::nullopt;
 }
 
 std::vector<std::string> otherVersions(std::string_view framework, std::string_view version) {

@@ -5,6 +5,7 @@
 #include "sign/plist/PropertyList.h"
 #include "sign/signature/FaultCode.h"
 
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -68,6 +69,23 @@ struct Bundle {
 /// The folder of the bundle whose main executable the file `path` is; absent if it is none's. A
 /// lone path to it means the bundle, for signing as for verifying. Any thread.
 [[nodiscard]] std::optional<std::string> bundleOfExecutable(std::string_view path);
+
+/// Finds for many files whose main executables they are; each folder is looked at once. One thread
+/// at a time.
+class ExecutableOwners {
+public:
+    /// The bundle's folder, without links; absent if `path`, which is no link, is nobody's main
+    /// executable.
+    [[nodiscard]] const std::string* find(const std::string& path);
+    /// Same, relative to a folder without links; absent if the bundle does not lie in that.
+    [[nodiscard]] std::optional<std::string> findIn(const std::string& folder,
+                                                    const std::string& path);
+
+private:
+    using Owners = std::map<std::string, std::string, std::less<>>; ///< by the names of executables
+
+    std::map<std::string, Owners, std::less<>> folders_;
+};
 
 /// The folders of the versions of a framework beside `version`, the current one if empty; sorted,
 /// none if it has no versions. Any thread.

@@ -14,10 +14,11 @@ struct CodeObject {
     std::string path;   ///< a bundle's folder, or a file; starts with the package's path
     unsigned depth = 0; ///< how many code objects hold it
     bool isBundle = false;
-    /// Whether its bundle's seal names its requirement and code directory.
-    bool isNested = false;
-    /// Whether that seal has hashes of its files, so that these must be whole before.
+    /// Whether the seal around it has hashes of its files, so that these must be whole before.
     bool isHashed = false;
+    /// The main executable of a bundle, if it has one. Seals name a bundle without a dot in its
+    /// name by that.
+    std::string executable{};
 
     bool operator==(const CodeObject&) const = default;
 };
@@ -33,5 +34,9 @@ struct CodeObject {
 [[nodiscard]] base::Result<std::vector<CodeObject>>
 planOf(std::string_view path, Leftovers leftovers = Leftovers::AreSkipped,
        std::string_view version = {});
+
+/// Why what holds `folder` cannot be signed, if openBundle() refuses that for `reason`: it is
+/// nested by its name and place, and no bundle.
+[[nodiscard]] base::Error noBundle(const std::string& folder, const base::Error& reason);
 
 } // namespace sign

@@ -11,6 +11,7 @@
 #include "sign/files/FileTree.h"
 
 #include <algorithm>
+#include <set>
 
 namespace sign {
 
@@ -56,6 +57,7 @@ public:
             SealScope{realPath(bundle_.codeRoot).value_or(bundle_.codeRoot), *rules, nullptr});
         if (auto added = addItems(*rules, *oldRules); !added)
             return added.error();
+        warnOfMisplaced();
         if (auto hashed = addHashes(); !hashed)
             return hashed.error();
         PropertyDictionary seal;
@@ -114,10 +116,10 @@ private:
         if (isCode) {
             if (auto added = addCode(item, path); !added)
                 return added;
+            if (item.kind == SealItemKind::File)
+                codeFiles_.push_back(path);
         } else if (isNested) {
-            result_.warnings.push_back(path +
-                                       " is no code, but lies in a folder for code. It is sealed "
-                                       "as data; move it to Resources.");
+            misplaced_.push_back(item.path);
         }
         if (item.kind == SealItemKind::Bundle || (isCode && !isOld))
             return {};
@@ -185,6 +187,27 @@ private:
         }
     }
 
+    /// A bundle without a dot in its name is no code to the platform, but what it runs is.
+    void warnOfMisplaced() {
+        std::set<std::string, std::less<>> bundles;
+        ExecutableOwners owners;
+        if (!misplaced_.empty())
+            for (const std::string& file : codeFiles_)
+                if (auto bundle = owners.findIn(scope_->realCodeRoot, file))
+                    bundles.insert(std::move(*bundle));
+        for (const std::string& bundle : bundles)
+            if (!liesInOneOf(bundles, bundle))
+                result_.warnings.push_back(bundle_.codeRoot + "/" + bundle +
+                                           " is a bundle in a folder for code, but has no dot in "
+                                           "its name, so all but its code is sealed as data. "
+                                           "Give it the ending of its kind, such as \".app\".");
+        for (const std::string& file : misplaced_)
+            if (!liesInOneOf(bundles, file))
+                result_.warnings.push_back(bundle_.codeRoot + "/" + file +
+                                           " is no code, but lies in a folder for code. It is "
+                                           "sealed as data; move it to Resources.");
+    }
+
     base::Outcome addHashes() {
         if (auto hashed = hashFiles(hashes_, making_.threads); !hashed)
             return hashed;
@@ -241,6 +264,8 @@ private:
     std::vector<Waiting> waiting_; ///< of the same index
     PropertyDictionary files_;
     PropertyDictionary oldFiles_;
+    std::vector<std::string> misplaced_; ///< data in places for code, relative to the code root
+    std::vector<std::string> codeFiles_; ///< nested
     std::optional<SealScope> scope_;
     bool knowsAround_ = false; ///< whether the scope has the bundles around this one
     ResourceSeal result_;

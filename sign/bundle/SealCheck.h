@@ -32,7 +32,7 @@ struct SealedCode {
     std::string path;
     std::string requirement; ///< text
     bool isFramework = false;
-    bool isFile = false; ///< and so no bundle's main executable
+    bool isFile = false; ///< else a bundle
 };
 
 /// A bundle whose seal is being checked, for the links in the code that it holds.

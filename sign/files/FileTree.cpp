@@ -160,6 +160,16 @@ std::string withoutSlashes(std::string_view path) {
     return std::string(path);
 }
 
+bool liesInOneOf(const std::set<std::string, std::less<>>& folders, std::string_view path) {
+    for (std::size_t slash = path.rfind('/'); slash != std::string_view::npos;
+         slash = path.rfind('/')) {
+        path = path.substr(0, slash);
+        if (folders.contains(path))
+            return true;
+    }
+    return false;
+}
+
 bool sameWithoutCase(std::string_view left, std::string_view right) {
     return std::equal(left.begin(), left.end(), right.begin(), right.end(),
                       [](char a, char b) { return lowered(a) == lowered(b); });

@@ -5,7 +5,9 @@
 #include "sign/files/FileStamp.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -56,6 +58,10 @@ enum class Links { Follow, Refuse };
 
 /// The path without slashes at its end, but for that of the root.
 [[nodiscard]] std::string withoutSlashes(std::string_view path);
+
+/// Whether the text of a path says that it lies in one of the folders.
+[[nodiscard]] bool liesInOneOf(const std::set<std::string, std::less<>>& folders,
+                               std::string_view path);
 
 /// Whether the names differ in the case of ASCII letters at most.
 [[nodiscard]] bool sameWithoutCase(std::string_view left, std::string_view right);

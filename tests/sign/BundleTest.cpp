@@ -14,6 +14,7 @@ namespace {
 
 using sign::BundleForm;
 using sign::FaultCode;
+using testing::EndsWith;
 using testing::HasSubstr;
 
 TEST(BundleTest, FindsThePartsOfEachLayout) {
@@ -130,6 +131,13 @@ TEST(BundleTest, RefusesToSignWhatNoSealCovers) {
              folder.makeLink("Rich App.app/Contents/MacOS", "../../elsewhere");
          },
          "the main executable or Info.plist must be a regular file (no symlinks, etc.)"},
+        {"executable is in a folder of another name",
+         [](const auto& folder) {
+             const std::string place = folder.path("Rich App.app/Contents/MacOS");
+             std::filesystem::rename(place, folder.path("Rich App.app/Contents/Other"));
+             folder.makeLink("Rich App.app/Contents/MacOS", "Other");
+         },
+         "the main executable or Info.plist must be a regular file (no symlinks, etc.)"},
         {"signature is in a folder elsewhere",
          [](const auto& folder) {
              const std::string place = folder.path("Rich App.app/Contents/_CodeSignature");
@@ -160,6 +168,14 @@ TEST(BundleTest, RefusesToSignWhatNoSealCovers) {
              folder.makeFile("Rich App.app/Contents/Frameworks/python3.9/os.py");
          },
          "python3.9\" has a dot in its name and lies in a place for code"},
+        {"version without anything",
+         [](const auto& folder) {
+             const std::string version =
+                 folder.path("Rich App.app/Contents/Frameworks/Foo.framework/Versions/A");
+             std::filesystem::remove_all(version);
+             std::filesystem::create_directory(version);
+         },
+         "Versions/A\" is a version of a framework, but has neither an Info.plist nor code."},
         {"AppleDouble file",
          [](const auto& folder) {
              folder.makeFile("Rich App.app/Contents/Resources/._a.txt",
@@ -190,30 +206,71 @@ TEST(BundleTest, RefusesToSignWhatNoSealCovers) {
         damage(folder);
         const auto plan = sign::planOf(app);
         ASSERT_FALSE(plan) << name;
-        EXPECT_THAT(plan.error().sentence, HasSubstr(sentence)) << name;
+        EXPECT_THAT(plan.error().sentence, testing::AllOf(HasSubstr(sentence), EndsWith("."),
+                                                          testing::Not(HasSubstr(".. "))))
+            << name;
     }
 }
 
 TEST(NestedCodeTest, PlansEachCodeObjectOnceFromInsideOut) {
     const TemporaryFolder folder;
     const std::string app = makeRichApplication(folder);
+    folder.makeFile("Rich App.app/Contents/_MASReceipt/deep/code", machO());
+    folder.makeFile("Rich App.app/Contents/_MASReceipt/._receipt", std::string("\0\5\x16\7", 4));
     const auto plan = sign::planOf(app + "/Contents/MacOS/run");
     ASSERT_TRUE(plan) << plan.error().sentence;
     std::vector<std::string> lines;
     for (const auto& object : *plan)
         lines.push_back(std::to_string(object.depth) + (object.isBundle ? " bundle" : " file") +
-                        (object.isNested ? " nested " : " ") + object.path.substr(app.size()));
+                        (object.isHashed ? " hashed " : " ") + object.path.substr(app.size()));
     EXPECT_THAT(lines, testing::ElementsAre(
-                           "2 file nested /Contents/Frameworks/Foo.framework/Versions/B/libz.dylib",
-                           "2 file nested /Contents/Frameworks/Foo.framework/Versions/A/libz.dylib",
-                           "2 file /Contents/PlugIns/Flat.appex/libq.dylib",
-                           "1 bundle nested /Contents/Frameworks/Foo.framework/Versions/A",
-                           "1 bundle nested /Contents/Frameworks/Foo.framework",
-                           "1 file nested /Contents/Frameworks/libx.dylib",
-                           "1 file nested /Contents/MacOS/helper",
-                           "1 bundle nested /Contents/PlugIns/Flat.appex",
-                           "1 bundle /Contents/Resources/Inner.app",
-                           "1 file /Contents/Resources/tool", "0 bundle "));
+                           "2 file /Contents/Frameworks/Foo.framework/Versions/B/libz.dylib",
+                           "2 file /Contents/Frameworks/Foo.framework/Versions/A/libz.dylib",
+                           "2 file hashed /Contents/PlugIns/Flat.appex/libq.dylib",
+                           "1 bundle /Contents/Frameworks/Foo.framework/Versions/A",
+                           "1 bundle /Contents/Frameworks/Foo.framework",
+                           "1 file /Contents/Frameworks/libx.dylib",
+                           "1 file /Contents/MacOS/helper", "1 bundle /Contents/PlugIns/Flat.appex",
+                           "1 bundle hashed /Contents/Resources/Inner.app",
+                           "1 file hashed /Contents/Resources/tool",
+                           "1 file hashed /Contents/_MASReceipt/deep/code", "0 bundle "));
+}
+
+TEST(NestedCodeTest, FindsBundlesWithoutADotByTheirMainExecutables) {
+    const TemporaryFolder folder;
+    const std::string app = folder.path("a.app");
+    folder.makeFile("a.app/Contents/Info.plist", infoPlist("run"));
+    folder.makeFile("a.app/Contents/MacOS/run", machO(2));
+    const std::string tool = "a.app/Contents/MacOS/Tool/Contents/";
+    folder.makeFile(tool + "Info.plist", infoPlist("In"));
+    folder.makeFile(tool + "MacOS/In", machO(2));
+    folder.makeFile(tool + "PlugIns/p.dylib", machO());
+    folder.makeFile(tool + "Helpers/Flat/Info.plist", infoPlist("F"));
+    folder.makeFile(tool + "Helpers/Flat/F", machO(2));
+    for (const std::string version : {"A", "B"}) {
+        const std::string place = "a.app/Contents/Frameworks/Foo/Versions/" + version;
+        folder.makeFile(place + "/Foo", machO());
+        folder.makeFile(place + "/Resources/Info.plist", infoPlist("Foo"));
+    }
+    folder.makeLink("a.app/Contents/Frameworks/Foo/Versions/Current", "B");
+    folder.makeFile("a.app/Contents/Resources/Other/Info.plist", infoPlist("absent"));
+    folder.makeFile("a.app/Contents/Resources/Other/x", machO(2));
+    const auto plan = sign::planOf(app);
+    ASSERT_TRUE(plan) << plan.error().sentence;
+    std::vector<std::string> lines;
+    for (const auto& object : *plan)
+        lines.push_back((object.isHashed ? "hashed " : "") + object.path.substr(app.size()) + " " +
+                        object.executable.substr(std::min(object.executable.size(), app.size())));
+    EXPECT_THAT(lines,
+                testing::ElementsAre(
+                    "hashed /Contents/MacOS/Tool/Contents/Helpers/Flat "
+                    "/Contents/MacOS/Tool/Contents/Helpers/Flat/F",
+                    "/Contents/MacOS/Tool/Contents/PlugIns/p.dylib ",
+                    "hashed /Contents/Frameworks/Foo/Versions/A "
+                    "/Contents/Frameworks/Foo/Versions/A/Foo",
+                    "hashed /Contents/Frameworks/Foo /Contents/Frameworks/Foo/Versions/B/Foo",
+                    "hashed /Contents/MacOS/Tool /Contents/MacOS/Tool/Contents/MacOS/In",
+                    "hashed /Contents/Resources/Other/x ", " /Contents/MacOS/run"));
 }
 
 TEST(LooseSignatureTest, ComesBackAndLeavesNothingOfAnEarlierOne) {

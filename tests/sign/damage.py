@@ -136,6 +136,19 @@ class Damage(CodeTest):
             1, f'{app}: "{app}/Contents/_CodeSignature/CodeResources" has the resource rule "^x$", whose weight is no number. '
                "Sign the package anew.\n"))
 
+    def test_a_bundle_without_a_dot_is_more_than_its_main_executable(self):
+        app = fixtures.make_application(self.linker, self.path("X.app"))
+        self.sign(app, "--deep")
+        tool = app + "/Contents/Resources/Tool"
+        self.assert_valid(tool)
+        daemon = app + "/Contents/Helpers/Daemon/Contents/MacOS/daemon"
+        self.assert_valid(daemon)
+        os.rename(daemon, self.path("daemon"))
+        self.sign(self.path("daemon"), "-f")
+        os.rename(self.path("daemon"), daemon)
+        self.sign(app, "-f")
+        self.assertEqual(self.codesign("--verify", "--deep", app), (1, f"{app}: {MESSAGES['info']}\nIn subcomponent: {daemon}\n"))
+
     def test_only_a_requirement_that_is_not_met_has_a_status_of_its_own(self):
         path = self.copy(self.linker.link("exe-arm64"))
         self.sign(path, "-i", "com.example.x")

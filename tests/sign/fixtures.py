@@ -116,6 +116,10 @@ def make_application(linker, path):
     put(exe, contents, "Resources/deep/tool")
     make_bundle(contents + "XPCServices/Service.xpc", "Service", linker.link("exe-linker", signed=True), "XPC!")
     make_bundle(contents + "Library/LoginItems/Login.app", "Login", linker.link("exe-old", "x86_64", "10.9"))
+    # Bundles without a dot are known by their main executables.
+    make_bundle(contents + "Resources/Tool", "tool", exe)
+    make_bundle(contents + "Helpers/Daemon", "daemon", exe)
+    put(library, contents + "Helpers/Daemon/Contents/Frameworks/lib.dylib")
     write_plist(contents + "PlugIns/Pictures.bundle/Contents/Info.plist", None, "BNDL")
     make_text(contents + "PlugIns/Pictures.bundle/Contents/Resources/picture")
     framework = contents + "Frameworks/Foo.framework/"

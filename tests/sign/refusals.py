@@ -125,6 +125,12 @@ class Refusals(CodeTest):
         self.sign(app, "--deep", "-f")
         self.assert_valid(app)
 
+    def test_what_is_sealed_as_data_among_code_is_told_once(self):
+        app = fixtures.make_application(self.linker, self.path("X.app"))
+        for how in (("--deep",), ("-f",)):
+            self.assertRegex(self.sign(app, *how), f"{app}/Contents/Helpers/Daemon is a bundle in a folder for code, but has no dot "
+                             rf"in its name, .*\n{app}/Contents/MacOS/script.sh is no code, .*\n\Z")
+
     def test_versions_of_a_framework_that_differ_are_named(self):
         app, owner = fixtures.make_application(self.linker, self.path("X.app")), Owner(self.workshop)
         old = app + "/Contents/Frameworks/Foo.framework/Versions/A"
@@ -160,6 +166,39 @@ class Refusals(CodeTest):
         write(library, read(library).replace(bytes.fromhex("fade0c010000000c00000000"), bytes.fromhex("fade0c010000000c00000001")))
         self.assert_refused(f'signature of "{library}" are malformed. Leave requirements out', "-f", "-s", "-", "--deep",
                             "--preserve-metadata=requirements", app)
+
+    def test_what_is_no_bundle_is_named_with_all_code_and_without(self):
+        app, deep = self.application(), ("-s", "-", "--deep")
+        python = app + "/Contents/MacOS/python3.9"
+        os.mkdir(python)
+        for how in (deep, deep[:2]):
+            self.assert_refused(f'{app}: "{python}" has a dot in its name', *how, app)
+        os.rmdir(python)
+        framework = app + "/Contents/Frameworks/Foo.framework"
+        fixtures.write_plist(framework + "/Versions/A/Resources/Info.plist", "Foo", "FMWK")
+        fixtures.put(self.linker.library(), framework + "/Versions/A/Foo")
+        for how in (deep, deep[:2]):
+            self.assert_refused(f'{app}: "{framework}": bundle format unrecognized', *how, app)
+        for version in ("Z", ".", "..", "A/"):
+            self.assert_refused(f'has no version "{version}": name a', *deep, "--bundle-version", version, framework)
+
+    def test_signed_code_stays_whole_when_code_in_it_has_to_be_signed(self):
+        app = fixtures.make_application(self.linker, self.path("X.app"))
+        for place, name in {"XPCServices/Service.xpc": "Resources/lib.node", "Helpers/Daemon": "Helpers/tool",
+                            "Frameworks/Foo.framework": "Versions/B/Helpers/tool"}.items():
+            inner = f"{app}/Contents/{place}"
+            part = inner + ("/" if name[0] == "V" else "/Contents/") + name
+            self.sign(inner, "--deep", "-f")
+            fixtures.put(self.linker.library(), part)
+            self.assert_refused(f'"{inner}" is signed already, and "{part}" in it is not. Sign both anew with --force.',
+                                "-s", "-", "--deep", app)
+            self.sign(inner, "--deep", "-f")
+        # Another version of a framework is no part of the current one.
+        old = app + "/Contents/Frameworks/Foo.framework/Versions/A"
+        self.assert_quiet("--remove-signature", old)
+        self.sign(app, "--deep")
+        for code in (old, app + "/Contents/Frameworks/Foo.framework", app):
+            self.assert_quiet("--verify", "--deep", code)
 
     def test_a_name_that_is_all_extension_gives_no_empty_identifier(self):
         path, owner = self.copy(self.linker.library(), ".hid"), Owner(self.workshop)

@@ -38,7 +38,8 @@ class LyingServer(http.server.BaseHTTPRequestHandler):
 class Stamps(OwnerTest):
     def test_all_code_that_is_nested_is_stamped_side_by_side(self):
         app = fixtures.make_application(self.linker, self.path("My App.app"))
-        shutil.rmtree(app + "/Contents/Resources")
+        for hashed in ("Resources", "Helpers/Daemon"):
+            shutil.rmtree(f"{app}/Contents/{hashed}")
         plan = self.codesign("--plan", app)[1].split("\0")[:-1]
         self.sign_stamped(app, "--deep", together=len(plan) + 1)
         self.assert_valid(app, **self.owner.environment)
