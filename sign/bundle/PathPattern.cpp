@@ -42,7 +42,10 @@ std::string_view rangesOf(std::string_view className) {
 /// The states that a match may have come to, at one place of a path after the other.
 class PathPattern::Search {
 public:
-    explicit Search(const PathPattern& pattern) : pattern_(pattern), seen_(pattern.size() + 1) {}
+    explicit Search(const PathPattern& pattern) : pattern_(pattern), seen_(pattern.size() + 1) {
+        reached_.reserve(seen_.size());
+        left_.reserve(seen_.size());
+    }
 
     void reach(std::size_t state) {
         if (std::exchange(seen_[state], place_) != place_)
@@ -204,9 +207,8 @@ private:
         states_.resize(*atom_);
         for (std::size_t copy = 0; copy < least && !fault_; ++copy)
             append();
-        for (std::size_t copy = least; copy < most.value_or(least == 0 ? 1 : 0) && !fault_;
-             ++copy) {
-            add({Step::Split, length + (most ? 1 : 2)});
+        for (std::size_t copy = least; copy < most.value_or(1) && !fault_; ++copy) {
+            add({Step::Split, length + 1});
             append();
         }
         if (!most)

@@ -11,15 +11,15 @@ namespace sign {
 
 /// Why a pattern was not compiled.
 enum class PatternFault {
-    Malformed, ///< no expression, by the standard and by the C library
+    Malformed, ///< no expression, by the standard and by glibc
     TooLarge,  ///< takes too many states, with its counted repetitions written out
     NotTaken,  ///< has a reference back, an escape that systems read differently, or a byte 0
 };
 
-/// A POSIX extended regular expression (Base Definitions, 9.4), read as regcomp does in the C
-/// locale: on bytes, of which "." stands for any. Matching takes time linear in the length of the
-/// path times size(), whatever the pattern. A pattern does not change, so that several threads may
-/// use it.
+/// A POSIX extended regular expression (Base Definitions, 9.4) in the C locale, on bytes, of which
+/// "." stands for any. What the standard leaves open is read as glibc does, or not taken. Matching
+/// takes time linear in the length of the path times size(), whatever the pattern. Any thread, and
+/// several may use one pattern at once.
 class PathPattern {
 public:
     /// With at most `mostStates` states; takes time linear in the length of `text` times as many.

@@ -3,6 +3,9 @@
 #include <iterator>
 #include <random>
 #include <sstream>
+#include <string>
+#include <variant>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <regex.h>
@@ -14,7 +17,15 @@ using sign::PatternFault;
 
 constexpr std::size_t mostStates = 4096;
 
-/// What the system's own expressions say in the C locale; absent if there is no such expression.
+/// Other libraries read in other ways what the standard leaves open, such as "a**" and "a||b".
+constexpr bool isSystemTheSame =
+#ifdef __GLIBC__
+    true;
+#else
+    false;
+#endif
+
+/// What the system's own expressions say in the C locale.
 class SystemPattern {
 public:
     explicit SystemPattern(const std::string& text)
@@ -63,6 +74,8 @@ std::vector<std::string> wordsOf(const std::string& text) {
 }
 
 TEST(PathPatternTest, AgreesWithTheSystemOnEachPartOfTheSyntax) {
+    if (!isSystemTheSame)
+        GTEST_SKIP() << "the system's expressions are not those of glibc";
     std::vector<std::string> paths = wordsOf(
         "aa aaa aaaa ab ba abab a.b a|b a) a- a{1} a/b Resources/en.lproj/x Resources/x.lproj "
         ".DS_Store x/.DS_Store xDS_Store MacOS/a x/MacOS/a \xff\xfe");
@@ -74,7 +87,7 @@ TEST(PathPatternTest, AgreesWithTheSystemOnEachPartOfTheSyntax) {
          wordsOf("a ^ $ ^$ a^b a$b ^a a$ ^a$ ^^a$$ (^a) (a$) x|^a a$|b (^|a)b b(a|$) (^|/)a a*^b "
                  "(^)*b ($)* (a|$)+ (^a|b)*$ "
                  "() ()* (|a)b a||b | (|) a| |a (a|) a.b ^.$ a* ^a+$ ^a?$ ^(ab)*$ ^(a|b)*$ "
-                 "^(a?){3}$ ((a)|b)+$ (((a|b)|c)|/)a$ "
+                 "^(a?){3}$ ((a)|b)+$ (((a|b)|c)|/)a$ ^(aa|b|a.b|/)$ ^a|b|-$ "
                  "^a{2}$ ^a{2,}$ ^a{0,2}$ ^a{,2}$ ^a{,}$ ^a{0}$ ^(ab){2}$ ^(a{1,2}b?){2}$ ^(){3}a$ "
                  "^a{0,0}b*$ ^(a{0})*$ "
                  "a{} a{1 a{ a{x} a{1,0} a{1,2,3} a{-1} a{1x} {1} (a ((a) a) ) } a} ] a] * +a ? "
@@ -129,6 +142,8 @@ private:
 };
 
 TEST(PathPatternTest, AgreesWithTheSystemOnRandomPatterns) {
+    if (!isSystemTheSame)
+        GTEST_SKIP() << "the system's expressions are not those of glibc";
     Maker maker;
     int taken = 0;
     for (int round = 0; round < 20'000; ++round) {
@@ -169,7 +184,7 @@ TEST(PathPatternTest, EndsWhereOthersTakeAllTimeOrMemory) {
 
 TEST(PathPatternTest, HasNoMoreStatesThanAllowed) {
     for (const char* text : {"((a{1,255}){1,255}){1,255}", "(a{100}){100}", "a{4097}", "(){0,4097}",
-                             "a{32768}", "(((a|b)+(a|b)+){64}){64}"})
+                             "(){32768}", "a{32768}", "(((a|b)+(a|b)+){64}){64}"})
         EXPECT_EQ(faultOf(text), PatternFault::TooLarge) << text;
     for (const auto& [text, size] : {std::pair("abc", 3U),
                                      {"a{5}", 5U},
