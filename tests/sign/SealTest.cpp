@@ -332,6 +332,12 @@ TEST_F(SealCheckTest, JudgesTheSealItself) {
         {"pattern that takes all memory",
          with("<key>^[^/]+$</key>", "<key>((a{1,255}){1,255}){1,255}</key>"),
          {notTaken("the resource rule \"((a{1,255}){1,255}){1,255}\", " + slow)}},
+        {"pattern that is large",
+         with("<key>^[^/]+$</key>", "<key>x{2049}</key>"),
+         {notTaken("the resource rule \"x{2049}\", " + slow)}},
+        {"pattern that says the same in another way",
+         with("<key>^(Frameworks|", "<key>^(Framework{1}s|"),
+         {}},
         {"patterns that do together",
          with("<key>^[^/]+$</key>", "<key>x{2000}</key><true/><key>y{2000}</key><true/>"
                                     "<key>z{97}</key><true/><key>^[^/]+$</key>"),
