@@ -5,15 +5,15 @@
 
 #include <algorithm>
 
-#include <regex.h>
-
 namespace sign {
 
 namespace {
 
 constexpr std::size_t mostRules = 256;
 constexpr std::size_t mostPatternBytes = 256;
-constexpr std::ptrdiff_t mostPluses = 6;
+/// Of a pattern, and of all together: a file takes some 5 ns for each and a byte of its path.
+constexpr std::size_t mostStates = 2048;
+constexpr std::size_t mostStatesOfAll = 4096;
 
 base::Error damaged(std::string_view name) {
     return {base::ErrorKind::Damaged, "The resource rules in \"" + base::printable(name) +
@@ -55,28 +55,31 @@ std::optional<SealRule> ruleOf(const PropertyValue& value) {
     return rule;
 }
 
-/// Counted repetitions, many nested "+" (each of which glibc takes for two copies) and references
-/// back let a short pattern take all memory or time.
-bool isHarmless(const std::string& pattern) {
-    if (pattern.find('{') != std::string::npos || pattern.find('\0') != std::string::npos ||
-        std::count(pattern.begin(), pattern.end(), '+') > mostPluses)
-        return false;
-    const auto isBackReference = [](char first, char second) {
-        return first == '\\' && second >= '0' && second <= '9';
-    };
-    return std::adjacent_find(pattern.begin(), pattern.end(), isBackReference) == pattern.end();
+base::Error ruleNotTaken(std::string_view name, std::string_view pattern, const std::string& why) {
+    return notTaken(name, "the resource rule \"" +
+                              std::string(pattern.substr(0, mostPatternBytes)) + "\", " + why);
 }
 
-std::shared_ptr<const regex_t> compiled(const std::string& pattern) {
-    auto* expression = new regex_t();
-    if (regcomp(expression, pattern.c_str(), REG_EXTENDED | REG_NOSUB) != 0) {
-        delete expression;
-        return nullptr;
+base::Result<PathPattern> compiled(std::string_view pattern, std::size_t statesLeft,
+                                   std::string_view name) {
+    if (pattern.size() > mostPatternBytes)
+        return ruleNotTaken(name, pattern,
+                            "which is longer than " + std::to_string(mostPatternBytes) + " bytes");
+    auto result = PathPattern::compile(pattern, std::min(mostStates, statesLeft));
+    if (auto* expression = std::get_if<PathPattern>(&result))
+        return std::move(*expression);
+    switch (std::get<PatternFault>(result)) {
+    case PatternFault::Malformed:
+        return damaged(name);
+    case PatternFault::NotTaken:
+        return ruleNotTaken(name, pattern,
+                            "with a reference back or an escape that systems read differently");
+    case PatternFault::TooLarge:
+        break;
     }
-    return {expression, [](regex_t* owned) {
-                regfree(owned);
-                delete owned;
-            }};
+    if (statesLeft < mostStates)
+        return notTaken(name, "resource rules that take too long to check together");
+    return ruleNotTaken(name, pattern, "whose repetitions take too long to check");
 }
 
 bool isExcluded(std::string_view path) {
@@ -92,27 +95,20 @@ base::Result<SealRules> SealRules::read(const PropertyValue& rules, const Bundle
     if (rules.dictionary()->size() > mostRules)
         return notTaken(name, "more than " + std::to_string(mostRules) + " resource rules");
     SealRules result;
+    std::size_t statesLeft = mostStatesOfAll;
     for (const auto& [text, value] : *rules.dictionary()) {
         const auto rule = ruleOf(value);
         if (!rule)
             return damaged(name);
-        const auto refusal = [&, &pattern = text](std::string_view why) {
-            return notTaken(name, "the resource rule \"" + pattern.substr(0, mostPatternBytes) +
-                                      "\", " + std::string(why));
-        };
         if (const PropertyValue* weight = value.find("weight"); weight && !weightOf(*weight))
-            return refusal("whose weight is no number");
-        Pattern pattern{standardMatcher(text), nullptr, *rule};
+            return ruleNotTaken(name, text, "whose weight is no number");
+        Pattern pattern{standardMatcher(text), {}, *rule};
         if (!pattern.matches) {
-            if (text.size() > mostPatternBytes)
-                return refusal("which is longer than " + std::to_string(mostPatternBytes) +
-                               " bytes");
-            if (!isHarmless(text))
-                return refusal(
-                    "whose counts in braces, many + or references back take too long to check");
-            pattern.expression = compiled(text);
-            if (!pattern.expression)
-                return damaged(name);
+            auto expression = compiled(text, statesLeft, name);
+            if (!expression)
+                return expression.error();
+            pattern.expression = *std::move(expression);
+            statesLeft -= pattern.expression.size();
         }
         result.patterns_.push_back(std::move(pattern));
     }
@@ -130,15 +126,10 @@ std::optional<SealRule> SealRules::find(std::string_view path) const {
         return rule;
     }
     const Pattern* best = nullptr;
-    std::string terminated;
     for (const Pattern& pattern : patterns_) {
         if (best && pattern.rule.weight <= best->rule.weight)
             continue;
-        if (pattern.expression && terminated.empty())
-            terminated = path;
-        if (pattern.matches ? pattern.matches(path)
-                            : regexec(static_cast<const regex_t*>(pattern.expression.get()),
-                                      terminated.c_str(), 0, nullptr, 0) == 0)
+        if (pattern.matches ? pattern.matches(path) : pattern.expression.matches(path))
             best = &pattern;
     }
     return best ? std::optional(best->rule) : std::nullopt;

@@ -2,10 +2,10 @@
 
 #include "base/Result.h"
 #include "sign/bundle/Bundle.h"
+#include "sign/bundle/PathPattern.h"
 #include "sign/bundle/StandardRules.h"
 #include "sign/plist/PropertyList.h"
 
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -43,11 +43,11 @@ public:
     [[nodiscard]] bool includes(std::string_view path) const;
 
 private:
-    /// A pattern that is known is matched by a plain function, any other by regexec: the cost of a
-    /// file must stay small for packages of 100,000.
+    /// A pattern that is known is matched by a plain function, any other by its expression: the
+    /// cost of a file must stay small for packages of 100,000.
     struct Pattern {
         PathMatcher matches = nullptr;
-        std::shared_ptr<const void> expression;
+        PathPattern expression;
         SealRule rule;
     };
 

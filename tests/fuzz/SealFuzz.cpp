@@ -38,7 +38,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     sign::SealChecking checking;
     checking.strict = true;
     const auto report = sign::checkSeal(bundle, {seal.begin(), seal.end()}, checking);
-    require(static_cast<bool>(report), "a seal is no reason to fail");
+    require(report || report.error().kind == base::ErrorKind::Unsupported,
+            "a seal is no reason to fail, unless its rules are not taken");
+    if (!report)
+        return 0;
     if (report->faults.empty()) {
         const auto read = sign::readPropertyList(seal, "seal");
         require(read && hasHash(*read), "only a seal with a file's hash is valid for it");

@@ -309,8 +309,10 @@ TEST_F(SealCheckTest, JudgesTheSealItself) {
     std::string manyRules;
     for (int number = 0; number < 256; ++number)
         manyRules += "<key>^" + std::to_string(number) + "</key><true/>";
-    const std::string slow =
-        "whose counts in braces, many + or references back take too long to check";
+    const std::string slow = "whose repetitions take too long to check";
+    std::string nested = "[^/]";
+    for (int depth = 0; depth < 25; ++depth)
+        nested = "(" + nested + "+)";
     const auto notTaken = [&](const std::string& what) {
         return "\"" + app_ + "/Contents/_CodeSignature/CodeResources\" has " + what +
                ". Sign the package anew.";
@@ -330,13 +332,27 @@ TEST_F(SealCheckTest, JudgesTheSealItself) {
         {"pattern that takes all memory",
          with("<key>^[^/]+$</key>", "<key>((a{1,255}){1,255}){1,255}</key>"),
          {notTaken("the resource rule \"((a{1,255}){1,255}){1,255}\", " + slow)}},
+        {"pattern that is large",
+         with("<key>^[^/]+$</key>", "<key>x{2049}</key>"),
+         {notTaken("the resource rule \"x{2049}\", " + slow)}},
+        {"pattern that says the same in another way",
+         with("<key>^(Frameworks|", "<key>^(Framework{1}s|"),
+         {}},
+        {"patterns that do together",
+         with("<key>^[^/]+$</key>", "<key>x{2000}</key><true/><key>y{2000}</key><true/>"
+                                    "<key>z{97}</key><true/><key>^[^/]+$</key>"),
+         {notTaken("resource rules that take too long to check together")}},
+        {"patterns as large as may be",
+         with("<key>^[^/]+$</key>", "<key>x{2000}</key><true/><key>y{2000}</key><true/>"
+                                    "<key>z{96}</key><true/><key>^[^/]+$</key>"),
+         {}},
         {"pattern whose repetitions multiply",
-         with("<key>^[^/]+$</key>",
-              "<key>(((((((((((((((((((((((((a+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)"
-              "+)+)+)+)+)+)+)+)+</key>"),
-         {notTaken("the resource rule \"(((((((((((((((((((((((((a+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)+)"
-                   "+)+)+)+)+)+)+)+)+\", " +
-                   slow)}},
+         with("<key>^[^/]+$</key>", "<key>^" + nested + "$</key>"),
+         {}},
+        {"reference back",
+         with("<key>^[^/]+$</key>", "<key>(a)\\1</key>"),
+         {notTaken("the resource rule \"(a)\\1\", with a reference back or an escape that systems "
+                   "read differently")}},
         {"long pattern",
          with("<key>^[^/]+$</key>", "<key>" + std::string(257, 'a') + "</key>"),
          {notTaken("the resource rule \"" + std::string(256, 'a') +
