@@ -91,14 +91,12 @@ private:
             SealRules::read(SealRules::standardVersion1(bundle.form), bundle, bundle.infoPlist);
         if (!rules || !oldRules)
             return rules ? oldRules.error() : rules.error();
-        const auto items =
-            sealItems(bundle, *rules, {isBundleWithCode, leftovers_, nullptr, nullptr, true});
+        const auto items = sealItems(bundle, *rules, {isBundleWithCode, leftovers_});
         if (!items)
             return items.error();
         std::vector<const SealItem*> code;
         for (const SealItem& item : *items) {
-            const bool isExcluded = item.rule && item.rule->exclude;
-            if (auto sealable = checkSealable(bundle, item); !sealable && !isExcluded)
+            if (auto sealable = checkSealable(bundle, item); !sealable)
                 return sealable;
             const auto isCode = item.kind == SealItemKind::File
                                     ? isSignableMachO(bundle.codeRoot + "/" + item.path)

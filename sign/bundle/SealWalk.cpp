@@ -21,7 +21,7 @@ public:
     Walk(const Bundle& bundle, const SealRules& rules, const SealWalking& walking)
         : bundle_(bundle), rules_(rules), walking_(walking) {}
 
-    base::Outcome enter(const std::string& prefix, unsigned depth, bool isExcluded = false) {
+    base::Outcome enter(const std::string& prefix, unsigned depth) {
         if (depth > mostFolders)
             return base::Error{base::ErrorKind::Unsupported,
                                "The folders in \"" + base::printable(bundle_.path) +
@@ -35,16 +35,11 @@ public:
             walking_.newFiles->applyTo(folder, *entries);
         for (const FileEntry& entry : *entries) {
             std::string path = prefix + entry.name;
-            auto rule = rules_.find(path);
-            const bool isExcludedItself = rule && rule->exclude;
-            if (isExcludedItself && !isEntered(entry))
+            const auto rule = rules_.find(path);
+            if (rule && rule->exclude)
                 continue;
             if (passesOver(folder, entry))
                 continue;
-            if (isExcluded) {
-                rule.emplace();
-                rule->exclude = true;
-            }
             if (!entry.isFolder()) {
                 items_.push_back({std::move(path),
                                   entry.isFile()   ? SealItemKind::File
@@ -53,8 +48,7 @@ public:
                                   rule, entry.stamp.size});
             } else if (isItem(entry, path, rule)) {
                 items_.push_back({std::move(path), SealItemKind::Bundle, rule, 0});
-            } else if (auto entered = enter(path + "/", depth + 1, isExcluded || isExcludedItself);
-                       !entered) {
+            } else if (auto entered = enter(path + "/", depth + 1); !entered) {
                 return entered;
             }
         }
@@ -64,11 +58,6 @@ public:
     std::vector<SealItem> take() { return std::move(items_); }
 
 private:
-    /// Whether a folder is looked into that no seal covers; that of the signature has no code.
-    bool isEntered(const FileEntry& entry) const {
-        return walking_.entersExcluded && entry.isFolder() && entry.name != "_CodeSignature";
-    }
-
     bool isItem(const FileEntry& entry, const std::string& path,
                 const std::optional<SealRule>& rule) const {
         if (entry.name.find('.') == std::string::npos)

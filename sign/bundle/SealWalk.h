@@ -21,7 +21,8 @@ enum class SealItemKind {
     Other,  ///< a socket, a pipe or a device
 };
 
-/// One thing below a code root, with the rule for it (absent if none matches).
+/// One thing below a code root, with the rule for it (absent if none matches). What is excluded
+/// does not come up.
 struct SealItem {
     std::string path; ///< relative to the code root
     SealItemKind kind;
@@ -50,9 +51,6 @@ struct SealWalking {
     Leftovers leftovers = Leftovers::AreItems;
     const NewFiles* newFiles = nullptr; ///< which will have taken their places
     FileWatch* watch = nullptr;         ///< gets all that is walked
-    /// Whether what lies in folders that no seal covers comes up, too, as excluded. Other things
-    /// that are excluded do not.
-    bool entersExcluded = false;
 };
 
 /// All things below the code root of a bundle, sorted within their folder; links are not followed.

@@ -215,8 +215,6 @@ TEST(BundleTest, RefusesToSignWhatNoSealCovers) {
 TEST(NestedCodeTest, PlansEachCodeObjectOnceFromInsideOut) {
     const TemporaryFolder folder;
     const std::string app = makeRichApplication(folder);
-    folder.makeFile("Rich App.app/Contents/_MASReceipt/deep/code", machO());
-    folder.makeFile("Rich App.app/Contents/_MASReceipt/._receipt", std::string("\0\5\x16\7", 4));
     const auto plan = sign::planOf(app + "/Contents/MacOS/run");
     ASSERT_TRUE(plan) << plan.error().sentence;
     std::vector<std::string> lines;
@@ -232,8 +230,7 @@ TEST(NestedCodeTest, PlansEachCodeObjectOnceFromInsideOut) {
                            "1 file /Contents/Frameworks/libx.dylib",
                            "1 file /Contents/MacOS/helper", "1 bundle /Contents/PlugIns/Flat.appex",
                            "1 bundle hashed /Contents/Resources/Inner.app",
-                           "1 file hashed /Contents/Resources/tool",
-                           "1 file hashed /Contents/_MASReceipt/deep/code", "0 bundle "));
+                           "1 file hashed /Contents/Resources/tool", "0 bundle "));
 }
 
 TEST(NestedCodeTest, FindsBundlesWithoutADotByTheirMainExecutables) {
