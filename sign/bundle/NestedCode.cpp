@@ -101,44 +101,97 @@ private:
             const auto isCode = item.kind == SealItemKind::File
                                     ? isSignableMachO(bundle.codeRoot + "/" + item.path)
                                     : base::Result<bool>(item.kind == SealItemKind::Bundle);
-            if (!isCode && item.isSealed() && !isExcluded)
+            if (!isCode && item.isSealed())
                 return isCode.error();
             if (isCode && *isCode)
                 code.push_back(&item);
         }
-        const Folders undotted = bundlesOf(code, bundle.codeRoot);
-        for (const std::string& folder : undotted)
-            if (!liesInOneOf(undotted, folder))
-                if (auto added = openAndAdd(bundle.codeRoot + "/" + folder, depth + 1, true);
-                    !added)
-                    return added;
-        for (const SealItem* item : code)
-            if (!liesInOneOf(undotted, item->path))
-                if (auto added = addItem(*item, *oldRules, bundle.codeRoot, depth + 1); !added)
-                    return added;
+        return addCode(bundle.codeRoot, code, *oldRules, depth + 1);
+    }
+
+    base::Outcome addCode(const std::string& codeRoot, const std::vector<const SealItem*>& code,
+                          const SealRules& oldRules, unsigned depth) {
+        const auto undotted = addUndotted(codeRoot, code, depth);
+        if (!undotted)
+            return undotted.error();
+        for (const SealItem* item : code) {
+            const std::string path = codeRoot + "/" + item->path;
+            base::Outcome added;
+            if (!liesInOneOf(*undotted, item->path))
+                added = addItem(*item, oldRules, codeRoot, depth);
+            else if (isNested(*item) && !isPlanned(path))
+                added = addForBoth(*item, path);
+            if (!added)
+                return added;
+        }
         return {};
     }
 
-    /// The bundles whose main executables are among what a bundle is sealed with. They have no dot
-    /// in their names, so that they are no items of their own.
-    Folders bundlesOf(const std::vector<const SealItem*>& code, const std::string& codeRoot) {
-        Folders bundles;
+    /// Adds the bundles whose main executables are among what a bundle is sealed with: they have no
+    /// dot in their names, so that they are no items of their own. In a place for data, such a one
+    /// may be left as it is, with lone files in it.
+    base::Result<Folders> addUndotted(const std::string& codeRoot,
+                                      const std::vector<const SealItem*>& code, unsigned depth) {
+        Folders undotted;
+        Folders inPlacesForCode;
         const std::string root = realPath(codeRoot).value_or(codeRoot);
         for (const SealItem* item : code)
             if (item->kind == SealItemKind::File)
-                if (auto bundle = owners_.findIn(root, codeRoot + "/" + item->path))
-                    bundles.insert(std::move(*bundle));
-        return bundles;
+                if (auto bundle = owners_.findIn(root, codeRoot + "/" + item->path)) {
+                    if (isNested(*item))
+                        inPlacesForCode.insert(*bundle);
+                    undotted.insert(std::move(*bundle));
+                }
+        for (auto folder = undotted.begin(); folder != undotted.end();) {
+            const auto planned = std::ptrdiff_t(objects_.size());
+            base::Outcome added;
+            if (!liesInOneOf(undotted, *folder))
+                added = openAndAdd(codeRoot + "/" + *folder, depth, true);
+            if (added) {
+                ++folder;
+                continue;
+            }
+            if (inPlacesForCode.contains(*folder))
+                return added.error();
+            objects_.erase(objects_.begin() + planned, objects_.end());
+            folder = undotted.erase(folder);
+        }
+        return undotted;
+    }
+
+    /// Adds what is no code for the bundle without a dot in its name that it lies in, but is for
+    /// the one around that.
+    base::Outcome addForBoth(const SealItem& item, const std::string& path) {
+        if (item.kind == SealItemKind::Bundle)
+            return openAndAdd(path, depthIn(path), true);
+        objects_.push_back({path, depthIn(path), false, true});
+        return {};
+    }
+
+    static bool isNested(const SealItem& item) { return item.rule && item.rule->nested; }
+
+    bool isPlanned(const std::string& path) const {
+        return std::ranges::any_of(objects_, [&](const CodeObject& object) {
+            return object.path == path || object.executable == path;
+        });
+    }
+
+    /// Deeper than all that is planned around a path.
+    unsigned depthIn(std::string_view path) const {
+        unsigned depth = 0;
+        for (const CodeObject& object : objects_)
+            if (path.starts_with(object.path + "/"))
+                depth = std::max(depth, object.depth + 1);
+        return depth;
     }
 
     base::Outcome addItem(const SealItem& item, const SealRules& oldRules,
                           const std::string& codeRoot, unsigned depth) {
         const std::string path = codeRoot + "/" + item.path;
-        const bool isNested = item.rule && item.rule->nested;
         if (item.kind == SealItemKind::Bundle)
-            return openAndAdd(path, depth, !isNested);
+            return openAndAdd(path, depth, !isNested(item));
         const auto oldRule = oldRules.find(item.path);
-        objects_.push_back({path, depth, false, !isNested || (oldRule && !oldRule->omit)});
+        objects_.push_back({path, depth, false, !isNested(item) || (oldRule && !oldRule->omit)});
         return {};
     }
 

@@ -149,6 +149,22 @@ class Damage(CodeTest):
         self.sign(app, "-f")
         self.assertEqual(self.codesign("--verify", "--deep", app), (1, f"{app}: {MESSAGES['info']}\nIn subcomponent: {daemon}\n"))
 
+    def test_what_is_code_for_one_of_the_bundles_around_it_alone_is_signed(self):
+        app, exe = self.path("X.app"), self.linker.link("exe-arm64")
+        daemon, template = app + "/Contents/Helpers/Daemon/", app + "/Contents/Resources/T/"
+        for path, name in ((app, "main"), (daemon, "daemon"), (template, "t")):
+            fixtures.make_bundle(path, name, exe)
+        pictures = daemon + "Contents/Resources/Pictures.bundle/Contents/"
+        fixtures.write_plist(pictures + "Info.plist", None, "BNDL")
+        fixtures.make_text(pictures + "Resources/picture")
+        fixtures.put(exe, daemon, "Contents/_MASReceipt/tool")
+        fixtures.make_text(template + "README")  # with which it is no bundle that could be signed
+        self.sign(app, "--deep")
+        self.assert_valid(app)
+        self.assert_valid(daemon + "Contents/MacOS/daemon")
+        self.sign(app, "--deep", "-f")
+        self.assert_valid(app)
+
     def test_only_a_requirement_that_is_not_met_has_a_status_of_its_own(self):
         path = self.copy(self.linker.link("exe-arm64"))
         self.sign(path, "-i", "com.example.x")
