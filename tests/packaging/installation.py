@@ -146,8 +146,10 @@ class Desktop(Installed):
         return run(*command, env=self.environment).strip()
 
     def window(self, title):
-        return self.said("timeout", str(PATIENCE), "xdotool", "search", "--sync", "--onlyvisible",
-                         "--name", title).split("\n")[0]
+        # It waits, but gives up with status 1 if another window changes just when it is looked at.
+        search = ("sh", "-c", 'while xdotool search --sync --onlyvisible --name "$0"; [ $? = 1 ]; do :; done',
+                  title)
+        return self.said("timeout", str(PATIENCE), *search).split("\n")[0]
 
     def process_of_the_name(self):
         said = self.said("gdbus", "call", "--session", "--dest", "org.freedesktop.DBus",
