@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -16,7 +17,6 @@ class HttpServer {
 public:
     struct Request {
         std::string target; ///< a path, or a whole address if we are the proxy
-        std::string head;   ///< the request line and all lines of the header
         std::string body;
         int number = 0; ///< from 1
     };
@@ -44,6 +44,11 @@ public:
 
     [[nodiscard]] std::string url() const { return "http://127.0.0.1:" + std::to_string(port_); }
     [[nodiscard]] int requests() const { return count_; }
+    /// The request line and all lines of the header of the last request.
+    [[nodiscard]] std::string lastHead() const {
+        const std::lock_guard lock(mutex_);
+        return lastHead_;
+    }
 
     static std::string reply(const std::string& status, const std::string& type,
                              const std::string& body) {
@@ -76,7 +81,11 @@ private:
                         (length < head ? std::stoul(text.substr(length + 16, 9)) : std::size_t{0});
         }
         const std::size_t begin = text.find(' ') + 1;
-        return {text.substr(begin, text.find(' ', begin) - begin), text.substr(0, head),
+        {
+            const std::lock_guard lock(mutex_);
+            lastHead_ = text.substr(0, head) + "\r\n";
+        }
+        return {text.substr(begin, text.find(' ', begin) - begin),
                 head == std::string::npos ? "" : text.substr(head + 4), ++count_};
     }
 
@@ -84,5 +93,7 @@ private:
     int socket_;
     int port_ = 0;
     std::atomic<int> count_{0};
+    mutable std::mutex mutex_;
+    std::string lastHead_;
     std::thread thread_;
 };
