@@ -1,6 +1,7 @@
 #include "sign/cms/HttpAddress.h"
 
 #include "base/Number.h"
+#include "sign/files/FileTree.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -12,14 +13,6 @@ namespace sign {
 namespace {
 
 constexpr const char* usualPort = "80";
-
-std::string lowered(std::string_view text) {
-    std::string lower(text);
-    std::ranges::transform(lower, lower.begin(), [](char c) {
-        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    });
-    return lower;
-}
 
 std::string withoutPercents(std::string_view text) {
     std::string plain;
@@ -46,14 +39,19 @@ std::optional<Variable> firstOf(std::initializer_list<const char*> names) {
     return std::nullopt;
 }
 
-std::string withoutBrackets(std::string_view host) {
-    if (host.starts_with('[') && host.ends_with(']'))
-        host = host.substr(1, host.size() - 2);
-    return lowered(host);
+std::string_view withoutBrackets(std::string_view host) {
+    return host.starts_with('[') && host.ends_with(']') ? host.substr(1, host.size() - 2) : host;
 }
 
-bool isExempt(std::string_view bracketedHost, std::string_view list) {
-    const std::string host = withoutBrackets(bracketedHost);
+/// Whether the host is the domain or lies in it.
+bool isIn(std::string_view host, std::string_view domain) {
+    if (domain.empty() || host.size() < domain.size())
+        return false;
+    const std::size_t size = host.size() - domain.size();
+    return sameWithoutCase(host.substr(size), domain) && (size == 0 || host[size - 1] == '.');
+}
+
+bool isExempt(std::string_view host, std::string_view list) {
     while (!list.empty()) {
         const std::size_t size = std::min(list.find_first_of(", \t"), list.size());
         std::string_view entry = list.substr(0, size);
@@ -61,8 +59,7 @@ bool isExempt(std::string_view bracketedHost, std::string_view list) {
         if (entry == "*")
             return true;
         entry.remove_prefix(std::min(entry.find_first_not_of("*."), entry.size()));
-        const std::string domain = withoutBrackets(entry);
-        if (!domain.empty() && (host == domain || host.ends_with('.' + domain)))
+        if (isIn(withoutBrackets(host), withoutBrackets(entry)))
             return true;
     }
     return false;
@@ -73,7 +70,7 @@ bool isExempt(std::string_view bracketedHost, std::string_view list) {
 std::optional<HttpAddress> HttpAddress::in(std::string_view url) {
     constexpr std::string_view scheme = "http://";
     const auto isBlank = [](char c) { return (c >= '\0' && c <= ' ') || c == '\x7F'; };
-    if (lowered(url.substr(0, scheme.size())) != scheme || std::ranges::any_of(url, isBlank))
+    if (!sameWithoutCase(url.substr(0, scheme.size()), scheme) || std::ranges::any_of(url, isBlank))
         return std::nullopt;
     url.remove_prefix(scheme.size());
     url = url.substr(0, url.find('#'));
